@@ -1,0 +1,72 @@
+# The two ways to add code: tarnwick_add_library and tarnwick_add_test.
+
+find_package(Threads REQUIRED)
+
+# What every target of ours is compiled with; nothing is set globally.
+add_library(tarnwick_build_flags INTERFACE)
+target_compile_features(tarnwick_build_flags INTERFACE cxx_std_20)
+target_compile_options(tarnwick_build_flags INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow
+  -Wno-missing-field-initializers)  # fires on designated initialisers, where zero is meant
+if(TARNWICK_WERROR)
+  target_compile_options(tarnwick_build_flags INTERFACE -Werror)
+endif()
+
+# The sanitizers stand apart, because a library that is preloaded into foreign programs must do
+# without them. g++ links its runtimes statically: a shared one would have to be preloaded first.
+add_library(tarnwick_sanitizers INTERFACE)
+if(TARNWICK_SANITIZE)
+  target_compile_options(tarnwick_sanitizers INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tarnwick_sanitizers INTERFACE -fsanitize=address,undefined)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_link_options(tarnwick_sanitizers INTERFACE -static-libasan -static-libubsan)
+  endif()
+endif()
+
+# tarnwick_add_library(NAME SOURCES file... [DEPS target...])
+#   adds the static library tarnwick_NAME, alias tarnwick::NAME; includes are written from the
+#   repository root.
+function(tarnwick_add_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPS")
+  add_library(tarnwick_${name} STATIC ${arg_SOURCES})
+  add_library(tarnwick::${name} ALIAS tarnwick_${name})
+  target_include_directories(tarnwick_${name} PUBLIC "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(tarnwick_${name}
+    PUBLIC ${arg_DEPS} tarnwick_sanitizers
+    PRIVATE tarnwick_build_flags)
+endfunction()
+
+# tarnwick_add_executable(NAME SOURCES file... [DEPS target...])
+function(tarnwick_add_executable name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPS")
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE ${arg_DEPS} tarnwick_build_flags tarnwick_sanitizers)
+endfunction()
+
+# tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [TIMEOUT seconds])
+#   builds NAME.cpp (and SOURCES) into a GoogleTest program, registered as FOLDER.NAME with ctest.
+#   WRAP puts each named function behind the linker's --wrap, so that the test supplies it.
+function(tarnwick_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPS;WRAP")
+  cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
+    BASE_DIRECTORY "${PROJECT_SOURCE_DIR}/tests" OUTPUT_VARIABLE folder)
+  string(REPLACE "/" "." folder "${folder}")
+  string(REPLACE "." "_" target "${folder}.${name}")
+  tarnwick_add_executable(${target} SOURCES ${name}.cpp ${arg_SOURCES}
+    DEPS ${arg_DEPS} GTest::gmock GTest::gtest_main)
+  set_target_properties(${target} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
+  # _FORTIFY_SOURCE renames open and read, which the link seams replace by name.
+  target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE)
+  foreach(symbol IN LISTS arg_WRAP)
+    target_link_options(${target} PRIVATE "LINKER:--wrap=${symbol}")
+  endforeach()
+  add_test(NAME ${folder}.${name} COMMAND ${target})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  set_tests_properties(${folder}.${name} PROPERTIES TIMEOUT ${arg_TIMEOUT}
+    ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0")
+endfunction()
