@@ -1,0 +1,37 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+/// Sole owner of an open file within one function. Copying is impossible, and so is assigning over
+/// an open one. The destructor closes what is still open.
+class FileDescriptor {
+ public:
+  static constexpr int kClosed = -1;
+
+  /// @param fd  what open() returned; a negative value stands for "nothing open"
+  explicit FileDescriptor(int fd = kClosed) : fd_(fd) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : fd_(other.Release()) {}
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(FileDescriptor&&) = delete;
+  ~FileDescriptor() {
+    if (fd_ >= 0) {
+      ::close(fd_);
+    }
+  }
+
+  [[nodiscard]] bool IsOpen() const { return fd_ >= 0; }
+  [[nodiscard]] int get() const { return fd_; }
+
+  /// Gives the descriptor up without closing it; the caller owns it, or leaves it open on purpose.
+  [[nodiscard]] int Release() { return std::exchange(fd_, kClosed); }
+
+  /// Closes now.
+  /// @return what close() returned; errno is the caller's to report
+  [[nodiscard]] int Close() { return ::close(Release()); }
+
+ private:
+  int fd_;
+};
