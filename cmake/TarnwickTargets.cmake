@@ -45,11 +45,13 @@ function(tarnwick_add_executable name)
   target_link_libraries(${name} PRIVATE ${arg_DEPS} tarnwick_build_flags tarnwick_sanitizers)
 endfunction()
 
-# tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [TIMEOUT seconds])
+# tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [LAUNCHER word...]
+#                   [TIMEOUT seconds])
 #   builds NAME.cpp (and SOURCES) into a GoogleTest program, registered as FOLDER.NAME with ctest.
 #   WRAP puts each named function behind the linker's --wrap, so that the test supplies it.
+#   LAUNCHER is the command that starts the program.
 function(tarnwick_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPS;WRAP")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPS;WRAP;LAUNCHER")
   cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
     BASE_DIRECTORY "${PROJECT_SOURCE_DIR}/tests" OUTPUT_VARIABLE folder)
   string(REPLACE "/" "." folder "${folder}")
@@ -63,7 +65,7 @@ function(tarnwick_add_test name)
   foreach(symbol IN LISTS arg_WRAP)
     target_link_options(${target} PRIVATE "LINKER:--wrap=${symbol}")
   endforeach()
-  add_test(NAME ${folder}.${name} COMMAND ${target})
+  add_test(NAME ${folder}.${name} COMMAND ${arg_LAUNCHER} $<TARGET_FILE:${target}>)
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
