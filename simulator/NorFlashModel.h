@@ -1,0 +1,135 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace orvane {
+
+enum class Chip {
+  kMicron,    // identification 20 ba 18
+  kMacronix,  // identification c2 20 18
+};
+
+/// A 16 MiB serial NOR flash with three-byte addresses, as its data sheet describes it: bytes in,
+/// bytes out, one chip select at a time. What the chip does not understand, may not do now or is
+/// not allowed to do, it ignores; it has no way to report an error.
+///
+///   06 / 04               write enable / disable      exactly this byte
+///   05 -> sr sr ...       read status                 also while busy, repeats while clocked
+///   15 -> cr cr ...       read configuration          kMacronix only, also while busy
+///   9f -> 3 bytes         identification              then zeros
+///   03 a a a -> data ...  read                        runs over the end of the array to its start
+///   02 a a a data...      page program                1 or more bytes, needs write enable
+///   20 / d8 a a a         erase 4 KiB / 64 KiB        exactly these bytes, needs write enable
+///   60 or c7              erase the chip              exactly this byte, needs write enable
+///   01 sr [cr]            write status (and, kMacronix only, configuration), needs write enable
+///
+/// Status: bit 0 busy, bit 1 write enable latch. A program or an erase keeps the chip busy for a
+/// fixed number of status bytes read, a register write for a fixed instrument time; the new
+/// register values stand from its end on. While busy the chip hears nothing but register reads. The
+/// latch falls when the work is done.
+///
+/// Block protection, level L from the status register: 65536 * 2^(L-1) bytes, the whole array from
+/// level 9 on, counted from the end of the array, or from address 0 when the chip's bottom bit is
+/// set. kMacronix: level in status bits 2..5; bottom is configuration bit 3, which can be set once
+/// and never cleared; a program or an erase that touches a protected byte is ignored and the latch
+/// falls. kMicron: level in status bits 6 and 4..2, bottom is status bit 5; the latch stays set.
+class NorFlashModel {
+ public:
+  static constexpr std::size_t kBytes = 16U << 20;
+  static constexpr int kBusyReadsAfterProgram = 2;  // status bytes that show busy
+  static constexpr int kBusyReadsAfterErase = 3;
+  static constexpr std::chrono::nanoseconds kRegisterWriteTime = std::chrono::milliseconds(40);
+
+  /// A blank chip (all 0xFF), unprotected, as delivered.
+  explicit NorFlashModel(Chip chip);
+
+  /// Puts `contents` at address 0 and 0xFF behind it, in no time.
+  /// @throw std::length_error when longer than kBytes; the chip keeps what it holds
+  void Load(std::span<const std::uint8_t> contents);
+
+  /// The whole array, kBytes long; valid as long as the chip, and always up to date.
+  std::span<const std::uint8_t> Contents() const { return array_; }
+
+  /// Everything between chip select falling and rising.
+  /// @param mosi  what the controller drives
+  /// @param miso  filled whole: 0x00 wherever the chip does not drive the line; must not overlap
+  ///              `mosi`
+  /// @throw std::invalid_argument when the lengths differ
+  void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso);
+
+  /// Lets instrument time pass; only a register write depends on it.
+  void AdvanceTime(std::chrono::nanoseconds by);
+
+  /// Whether something else on the chip's bus could boot from it: present and not stuck busy.
+  bool Bootable() const { return present_ && !stuckBusy_; }
+
+  bool Busy() const { return busyReads_ > 0 || registerWriteLeft_.count() > 0 || stuckBusy_; }
+  std::uint8_t StatusRegister() const;
+  std::uint8_t ConfigurationRegister() const { return configuration_; }
+
+  /// Sets the non-volatile bits of the registers as an earlier life left them: of `status` bits
+  /// 2..7; `configuration` on kMacronix only. Here the bottom bit can also be cleared.
+  void LoadRegisters(std::uint8_t status, std::uint8_t configuration);
+
+  // Faults. Programs and erases count from 1 and from the call on; those that the chip ignores do
+  // not count. 0 takes a counted fault back, a new call replaces the last one.
+
+  /// An absent chip drives zeros and hears nothing.
+  void SetPresent(bool present) { present_ = present; }
+  /// The nth page program looks as usual, but programs nothing.
+  void DropProgram(std::uint64_t nth) { dropProgram_ = nth; }
+  /// The nth erase, of whatever size, looks as usual, but erases nothing.
+  void DropErase(std::uint64_t nth) { dropErase_ = nth; }
+  /// The nth register write looks as usual, but changes nothing.
+  void DropRegisterWrite(std::uint64_t nth) { dropRegisterWrite_ = nth; }
+  /// The nth program or erase, counted together, is done but leaves the chip busy for ever.
+  void StayBusyAfter(std::uint64_t nth) { stayBusyAfter_ = nth; }
+  /// The page that holds `address` never programs again; programs of it look as usual.
+  void WearOutPage(std::uint32_t address);
+  /// The 64 KiB sector that holds `address` never erases again, in part or whole; erases of it look
+  /// as usual, and a chip erase leaves it out.
+  void WearOutSector(std::uint32_t address);
+
+ private:
+  struct Range {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+  };
+
+  void Execute(std::span<const std::uint8_t> command);
+  void ReadArray(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) const;
+  void ReadStatus(std::span<std::uint8_t> miso);
+  void Program(std::uint32_t address, std::span<const std::uint8_t> data);
+  void Erase(Range range);
+  void WriteRegisters(std::span<const std::uint8_t> values);
+  void BeBusy(int statusReads);
+  void FinishRegisterWrite();
+  bool RefusedAsProtected(Range range);
+  Range ProtectedRange() const;
+
+  Chip chip_;
+  std::vector<std::uint8_t> array_;
+  std::uint8_t status_ = 0;         // non-volatile bits only
+  std::uint8_t configuration_ = 0;  // stays 0 on kMicron
+  std::uint8_t nextStatus_ = 0;     // what a register write under way will leave
+  std::uint8_t nextConfiguration_ = 0;
+  bool writeEnabled_ = false;
+  int busyReads_ = 0;
+  std::chrono::nanoseconds registerWriteLeft_{0};
+
+  bool present_ = true;
+  bool stuckBusy_ = false;
+  std::uint64_t dropProgram_ = 0;
+  std::uint64_t dropErase_ = 0;
+  std::uint64_t dropRegisterWrite_ = 0;
+  std::uint64_t stayBusyAfter_ = 0;
+  std::vector<std::size_t> wornPages_;    // page numbers
+  std::vector<std::size_t> wornSectors_;  // sector numbers
+};
+
+}  // namespace orvane
