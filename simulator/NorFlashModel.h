@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -104,11 +103,10 @@ class NorFlashModel {
   void Execute(std::span<const std::uint8_t> command);
   void ReadArray(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) const;
   void ReadStatus(std::span<std::uint8_t> miso);
-  void Program(std::uint32_t address, std::span<const std::uint8_t> data);
+  void Program(std::size_t address, std::span<const std::uint8_t> data);
   void Erase(Range range);
   void WriteRegisters(std::span<const std::uint8_t> values);
   void BeBusy(int statusReads);
-  void FinishRegisterWrite();
   bool RefusedAsProtected(Range range);
   Range ProtectedRange() const;
 
@@ -128,8 +126,8 @@ class NorFlashModel {
   std::uint64_t dropErase_ = 0;
   std::uint64_t dropRegisterWrite_ = 0;
   std::uint64_t stayBusyAfter_ = 0;
-  std::vector<std::size_t> wornPages_;    // page numbers
-  std::vector<std::size_t> wornSectors_;  // sector numbers
+  std::vector<std::size_t> wornPages_;    // their first addresses
+  std::vector<std::size_t> wornSectors_;  // likewise
 };
 
 }  // namespace orvane
