@@ -6,7 +6,7 @@ find_package(PkgConfig REQUIRED)
 function(tarnwick_require_module target module package why)
   pkg_check_modules(${target} QUIET IMPORTED_TARGET GLOBAL ${module})
   if(NOT ${target}_FOUND)
-    message(FATAL_ERROR "${module} not found: install ${package} (${why}).")
+    message(FATAL_ERROR " ${module} not found: install ${package} (${why}).")
   endif()
 endfunction()
 
@@ -17,7 +17,7 @@ function(tarnwick_require_program program package why)
   string(TOUPPER "${variable}" variable)
   find_program(${variable} ${program})
   if(NOT ${variable})
-    message(FATAL_ERROR "${program} not found: install ${package} (${why}).")
+    message(FATAL_ERROR " ${program} not found: install ${package} (${why}).")
   endif()
 endfunction()
 
@@ -46,7 +46,7 @@ if(BUILD_TESTING)
   find_package(GTest QUIET)
   if(NOT GTest_FOUND)
     message(FATAL_ERROR
-      "GoogleTest not found: install libgtest-dev and libgmock-dev "
+      " GoogleTest not found: install libgtest-dev and libgmock-dev "
       "(switch the tests off with -DBUILD_TESTING=OFF).")
   endif()
 endif()
