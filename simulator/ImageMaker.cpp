@@ -95,6 +95,13 @@ struct Request {
   BitstreamOptions bits{.userAccess = PackStamp({.year = 2024})};
 };
 
+std::string Quoted(std::string_view text) {
+  std::string quoted = "'";
+  quoted += text;
+  quoted += '\'';
+  return quoted;
+}
+
 [[noreturn]] void Reject(const std::string& why) { throw std::invalid_argument(why); }
 
 /// The whole of `text` as a decimal number of at most `max`.
@@ -102,7 +109,7 @@ std::uint64_t ParseNumber(std::string_view name, std::string_view text, std::uin
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || end != text.data() + text.size() || number > max) {
-    Reject(std::string(name) + ": '" + std::string(text) + "' is not a number from 0 to " +
+    Reject(std::string(name) + ": " + Quoted(text) + " is not a number from 0 to " +
            std::to_string(max));
   }
   return number;
@@ -115,7 +122,7 @@ std::size_t ParseSize(std::string_view text) {
   std::size_t bytes = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), bytes);
   if (error != std::errc() || end != digits.data() + digits.size() || bytes > kMaxBytes >> shift) {
-    Reject("--size: '" + std::string(text) + "' is not a size of at most 1024M");
+    Reject("--size: " + Quoted(text) + " is not a size of at most 1024M");
   }
   return bytes << shift;
 }
@@ -128,7 +135,7 @@ std::uint32_t ParseStamp(const std::string& text) {
     wellFormed = kShape[i] == 'd' ? text[i] >= '0' && text[i] <= '9' : text[i] == kShape[i];
   }
   if (!wellFormed) {
-    Reject("--stamp: '" + text + "' is not of the form YYYY-MM-DD hh:mm:ss");
+    Reject("--stamp: " + Quoted(text) + " is not of the form YYYY-MM-DD hh:mm:ss");
   }
   const auto number = [&text](std::size_t at, std::size_t digits) {
     return std::stoi(text.substr(at, digits));
@@ -190,7 +197,7 @@ Request Parse(int argc, char** argv) {
   }
   if (kind != "zynq" && kind != "bitstream") {
     Reject(kind.empty() ? "say zynq or bitstream"
-                        : "'" + std::string(kind) + "' is neither zynq nor bitstream");
+                        : Quoted(kind) + " is neither zynq nor bitstream");
   }
   request.bitstream = kind == "bitstream";
 
@@ -210,7 +217,7 @@ Request Parse(int argc, char** argv) {
       Reject(std::string(words[at]) + " needs a value");
     }
     if (found == '?') {
-      Reject("'" + std::string(words[at]) + "' is not an option of " + std::string(kind));
+      Reject(Quoted(words[at]) + " is not an option of " + std::string(kind));
     }
     Apply(found, request);
   }
@@ -218,7 +225,7 @@ Request Parse(int argc, char** argv) {
     return request;
   }
   if (optind < count) {
-    Reject("'" + std::string(words[optind]) + "' is one word too many");
+    Reject(Quoted(words[optind]) + " is one word too many");
   }
   if (request.file.empty()) {
     Reject("--out FILE is missing");
