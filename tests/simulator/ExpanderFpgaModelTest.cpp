@@ -362,13 +362,16 @@ TEST_F(Pyx2ModelTest, FlashAnswersUnderTheOneControllerPatternOnly) {
   }
 }
 
-TEST_F(Pyx2ModelTest, LineTenDoesNotCountForItIsNeverDriven) {
+TEST_F(Pyx2ModelTest, LineTenDoesNotRouteWhetherDrivenOrNot) {
   PowerOn();
   TakeOver();
-  Outputs(0x0204);
-  EXPECT_TRUE(fpga_->FlashAnswersController());
-  Outputs(0xFFFF);
-  EXPECT_TRUE(fpga_->FlashAnswersController());
+  for (const std::uint16_t outputs : std::initializer_list<std::uint16_t>{0x0204, 0x0604}) {
+    Outputs(outputs);
+    Directions(0xFDFB);
+    EXPECT_TRUE(fpga_->FlashAnswersController()) << outputs;
+    Directions(0xF9FB);
+    EXPECT_TRUE(fpga_->FlashAnswersController()) << outputs;
+  }
 }
 
 TEST_F(Pyx2ModelTest, TakingTheFlashKeepsTheFpgaRunning) {
