@@ -48,7 +48,8 @@ endfunction()
 # tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [LAUNCHER word...]
 #                   [TIMEOUT seconds])
 #   builds NAME.cpp (and SOURCES) into a GoogleTest program, registered as FOLDER.NAME with ctest.
-#   WRAP puts each named function behind the linker's --wrap, so that the test supplies it.
+#   WRAP puts each named function behind the linker's --wrap, so that the test supplies it, or a
+#   library, wherever that stands on the linker's command line.
 #   LAUNCHER is the command that starts the program.
 function(tarnwick_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPS;WRAP;LAUNCHER")
@@ -63,12 +64,15 @@ function(tarnwick_add_test name)
   # _FORTIFY_SOURCE renames open and read, which the link seams replace by name.
   target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE)
   foreach(symbol IN LISTS arg_WRAP)
-    target_link_options(${target} PRIVATE "LINKER:--wrap=${symbol}")
+    target_link_options(${target} PRIVATE "LINKER:--wrap=${symbol},--undefined=__wrap_${symbol}")
   endforeach()
   add_test(NAME ${folder}.${name} COMMAND ${arg_LAUNCHER} $<TARGET_FILE:${target}>)
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
+  # Suppressions go by function, which takes exact call stacks, also through libraries without frame
+  # pointers; eight frames are enough.
+  set(leaks "suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0")
   set_tests_properties(${folder}.${name} PROPERTIES TIMEOUT ${arg_TIMEOUT}
-    ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0")
+    ENVIRONMENT "LSAN_OPTIONS=${leaks}:fast_unwind_on_malloc=0:malloc_context_size=8")
 endfunction()

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <sys/types.h>
+#include <time.h>
+
+#include <cstddef>
+
+/// The system calls that our objects make through the link seams (Seam*.cpp). While an object of
+/// this class lives, they all end here, those of the test itself included; otherwise they reach the
+/// operating system. One at a time. Calls from within the C and C++ libraries are not seen.
+class Kernel {
+ public:
+  Kernel();
+  Kernel(const Kernel&) = delete;
+  Kernel& operator=(const Kernel&) = delete;
+  virtual ~Kernel();
+
+  /// @return the one that lives, or null
+  static Kernel* Current();
+
+  // Results and errno as the system calls of the same names give them.
+
+  /// @param mode  0 unless `flags` creates a file
+  virtual int Open(const char* path, int flags, mode_t mode) = 0;
+  virtual int Close(int fd) = 0;
+  virtual ssize_t Read(int fd, void* buffer, std::size_t length) = 0;
+  virtual ssize_t Write(int fd, const void* buffer, std::size_t length) = 0;
+  virtual int Ioctl(int fd, unsigned long request, void* argument) = 0;
+  virtual int Usleep(useconds_t microseconds) = 0;
+  virtual unsigned Sleep(unsigned seconds) = 0;
+  /// std::this_thread::sleep_for() as well.
+  virtual int Nanosleep(const timespec* duration, timespec* left) = 0;
+};

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+/// A fresh directory, removed with its contents in the end.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+  ~TemporaryDirectory();
+
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+  /// Writes a file, and the directories above it.
+  /// @param name  relative to the directory
+  /// @return its path
+  [[nodiscard]] std::string File(const std::string& name, const std::string& contents) const;
+
+ private:
+  std::string path_;
+};
