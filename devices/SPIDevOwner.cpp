@@ -1,0 +1,29 @@
+#include "devices/SPIDevOwner.h"
+
+#include <utility>
+
+/// Tells its owner when it goes.
+class SPIDevOwner::OwnedSPIDev final : public SPIDev {
+ public:
+  OwnedSPIDev(SPIDevOwner& owner,
+              std::string path,
+              unsigned int speed,
+              std::uint8_t mode,
+              std::uint8_t bits)
+      : SPIDev(std::move(path), speed, mode, bits), owner_(owner) {}
+  OwnedSPIDev(const OwnedSPIDev&) = delete;
+  OwnedSPIDev& operator=(const OwnedSPIDev&) = delete;
+  ~OwnedSPIDev() override { owner_.device_ = nullptr; }
+
+ private:
+  SPIDevOwner& owner_;
+};
+
+SPIDevOwner::SPIDevOwner(std::string path, unsigned int speed, std::uint8_t mode, std::uint8_t bits)
+    : device_(new OwnedSPIDev(*this, std::move(path), speed, mode, bits)) {}
+
+SPIDevOwner::~SPIDevOwner() { reset(); }
+
+SPIDev* SPIDevOwner::get() const { return device_; }
+
+void SPIDevOwner::reset() { delete device_; }

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "devices/SPIDev.h"
+
+/// Owner of the run's SPIDev, which a flash driver destroys first when the node cannot be opened
+/// (MT25QL128::Connect). Whoever destroys the device, the owner knows: it is destroyed exactly
+/// once, through its virtual destructor.
+class SPIDevOwner {
+ public:
+  /// Creates the device on the heap; the parameters are those of SPIDev.
+  SPIDevOwner(std::string path, unsigned int speed, std::uint8_t mode, std::uint8_t bits);
+  SPIDevOwner(const SPIDevOwner&) = delete;
+  SPIDevOwner& operator=(const SPIDevOwner&) = delete;
+  ~SPIDevOwner();
+
+  /// @return the device, lent; null once it is destroyed
+  [[nodiscard]] SPIDev* get() const;
+
+  /// Destroys the device now, unless that has happened already.
+  void reset();
+
+ private:
+  class OwnedSPIDev;
+
+  SPIDev* device_;
+};

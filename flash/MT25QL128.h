@@ -1,0 +1,134 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "flash/SPIFlashInterface.h"
+
+class SPIDev;
+
+/// Driver of an MT25QL128 serial NOR flash (16 MiB, 3-byte addresses, 256-byte pages, 4 KiB
+/// subsectors, 64 KiB sectors) and of Macronix-compatible parts, whose block protection it manages.
+/// Every operation blocks until the flash is done.
+///
+/// The SPI device is borrowed, with one exception: Connect() destroys it when its node cannot be
+/// opened. Its owner must learn of that by itself (SPIDevOwner does). After that every operation
+/// fails without touching the bus, and the destructor does nothing.
+class MT25QL128 : public SPIFlashInterface {
+ public:
+  /// Stores the pointer and warns on standard error about a clock of 20 MHz or more. No traffic.
+  /// @param spi  may be null; see above for who destroys it
+  explicit MT25QL128(SPIDev* spi);
+  MT25QL128(const MT25QL128&) = delete;
+  MT25QL128& operator=(const MT25QL128&) = delete;
+
+  // --- Whole device -----------------------------------------------------------------------------
+
+  /// Opens the SPI device and identifies the chip; a lockable chip is locked whole.
+  /// @param verbose  print the identification on standard output
+  /// @return 0; 1 when there is no SPI device, it cannot be opened (it is then destroyed), or no
+  ///         chip answers
+  int Connect(bool verbose) override;
+
+  /// Writes an image, plain or gzip-compressed, in 256-byte pages. The area must have been erased.
+  /// @param startAddr  multiple of 256
+  /// @return 0; 1 when the image cannot be opened or there is no SPI device; 2 when the SPI device
+  ///         opens as descriptor 0; 4 when startAddr is protected (one line on standard error) or
+  ///         a page was not written (the rest is written all the same).
+  ///         An image that zlib cannot decompress keeps this from returning.
+  int ProgramDevice(int startAddr, std::string file) override;
+
+  /// Erases whole units, rounding `length` down as Erase() does.
+  /// @return 0; 2 without an SPI device; 3 when an erase failed; 4 when startAddr is protected
+  int EraseDevice(int startAddr, int length) override;
+
+  /// Erases what the decompressed image will occupy, rounded up to whole 64 KiB sectors.
+  /// @return 0; 1 when the image cannot be opened; 2 without an SPI device; 3 when an erase failed;
+  ///         4 when startAddr is protected.
+  ///         An image that zlib cannot decompress keeps this from returning.
+  int EraseDevice(int startAddr, std::string file);
+
+  /// Appends flash contents to an open descriptor.
+  /// @return 0; 2 without an SPI device; 5 when reading or writing to `fd` failed
+  int ReadDevice(int startAddr, int length, int fd) override;
+
+  /// Locks a lockable chip whole. Does not close the SPI device.
+  void Disconnect() override;
+
+  /// Takes the protection off a lockable chip.
+  void UnlockMemory() override;
+
+  // --- Block protection -------------------------------------------------------------------------
+
+  /// Sets the protect level and counts protection from address 0, then sleeps 0.5 s. A failure is
+  /// one line on standard error.
+  /// @param sectors  protect level, 0..15 (more is capped): 2^(level-1) 64 KiB sectors, 0 for none
+  void LockMemorySectors(unsigned sectors);
+
+  /// @return protect level 0..15; 0 on a chip without one and on failure (one line on standard
+  ///         error)
+  int GetProtectLevel();
+
+  /// @return bytes protected from address 0 on; 0 on a chip without protection
+  int GetProtectedSize();
+
+  // --- Commands ---------------------------------------------------------------------------------
+
+  /// CS low | cmd | CS high
+  bool SendCommand(std::uint8_t cmd);
+
+  /// CS low | 06 | CS high
+  bool SetWriteEnable();
+
+  /// CS low | cmd | out | CS high
+  /// @param out  unchanged on failure
+  bool GetStatus(std::uint8_t cmd, std::uint8_t& out);
+
+  /// CS low | 05 | out | CS high
+  /// @param out  unchanged on failure
+  bool ReadStatusReg(std::uint8_t& out);
+
+  /// CS low | 9F | maker | type | capacity | CS high. Turns the lock logic on for maker C2.
+  /// With `verbose`, standard output is left in hexadecimal mode with '0' fill.
+  /// @return true when the maker byte is not zero
+  bool ReadManufIDReg(bool verbose);
+
+  /// CS low | 06 | CS high, then CS low | cmd | 3 address bytes | data[0..len) | CS high, then the
+  /// status register until it is ready, for at most 5 s.
+  /// @param data  borrowed; may be null
+  /// @param len   bytes of data, -4 or more; a negative length cuts the address short
+  bool WriteCommand(std::uint8_t cmd, int addr, int len, std::uint8_t* data);
+
+  /// Programs up to one page; wraps inside it.
+  bool WritePage(int addr, int len, std::uint8_t* data);
+
+  /// Programs `len` bytes in chunks of 256 from `addr` on, a multiple of 256.
+  bool Write(int addr, int len, std::uint8_t* data);
+
+  /// Erases from `addr` on: whole sectors for more than 65535 bytes, whole subsectors below.
+  bool Erase(int addr, int len);
+
+  /// Appends `len` bytes to `fd` in one transfer, or drops them when `fd` is -1.
+  bool ReadBlock(int fd, int addr, int len);
+
+  /// Appends `len` bytes to `fd` in transfers of at most the SPI device's size; fails when that
+  /// size is 0.
+  bool ReadBlocks(int fd, int addr, int len);
+
+  /// Appends `len` bytes to `fd`, split at 32 MiB boundaries.
+  bool Read(int fd, int addr, int len);
+
+  /// Closes the SPI device, if it is still there. Does not destroy it.
+  ~MT25QL128() override;
+
+ private:
+  /// @return true, with one line on standard error, when startAddr is protected
+  bool IsRefusedAsProtected(int startAddr);
+
+  /// @return bytes to take from an image at a time
+  [[nodiscard]] std::size_t ImageChunkBytes() const;
+
+  SPIDev* spi_;
+  bool lockLogic_ = false;
+};
