@@ -1,0 +1,19 @@
+#pragma once
+
+#include <array>
+#include <string_view>
+
+namespace orvane {
+
+/// What can happen on the instrument. A line of the log and the place of a fault start with the
+/// word for it.
+enum class EventKind { kOpen, kClose, kRead, kWrite, kIoctl, kSpi, kI2c, kDBus, kSleep };
+
+inline constexpr std::array<std::string_view, 9> kEventWords = {
+    "open", "close", "read", "write", "ioctl", "spi", "i2c", "dbus", "sleep"};
+
+constexpr std::string_view Word(EventKind kind) {
+  return kEventWords.at(static_cast<std::size_t>(kind));
+}
+
+}  // namespace orvane

@@ -1,0 +1,339 @@
+#include "simulator/Host.h"
+
+#include <fcntl.h>
+#include <glib-unix.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "simulator/CommandProcess.h"
+#include "simulator/Console.h"
+#include "simulator/EventLog.h"
+#include "simulator/FlashFile.h"
+#include "simulator/Instrument.h"
+#include "simulator/PlatformServices.h"
+#include "simulator/PrivateBus.h"
+#include "simulator/ShimServer.h"
+#include "simulator/TemporaryDirectory.h"
+#include "simulator/Testbed.h"
+
+namespace orvane {
+
+namespace {
+
+constexpr const char* kBufsizPath = "/sys/module/spidev/parameters/bufsiz";
+constexpr const char* kUmockdevPreload = "libumockdev-preload.so.0";
+constexpr const char* kShimName = "liborvane-shim.so";
+constexpr unsigned kGraceMilliseconds = 2000;
+constexpr int kReapMilliseconds = 2000;
+constexpr useconds_t kReapPollMicroseconds = 1000;
+constexpr int kSignalStatus = 128;
+
+/// Where the build, or the installation, puts the shim, seen from this executable.
+std::string FindShim() {
+  namespace fs = std::filesystem;
+  const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
+  for (const char* const place : {"../lib", "../" ORVANE_SHIM_DIRECTORY}) {
+    const fs::path shim = here / place / kShimName;
+    if (fs::exists(shim)) {
+      return fs::canonical(shim).string();
+    }
+  }
+  throw std::runtime_error(std::string(kShimName) + " not found beside " + here.string());
+}
+
+std::vector<std::unique_ptr<Module>> PlugIn(const std::vector<ModuleOptions>& wanted) {
+  std::vector<std::unique_ptr<Module>> modules;
+  for (const ModuleOptions& module : wanted) {
+    std::vector<std::uint8_t> contents;
+    if (!module.flashFile.empty()) {
+      try {
+        contents = LoadFlashFile(module.flashFile);
+      } catch (const std::runtime_error& error) {
+        throw UsageError(error.what());
+      }
+    }
+    modules.push_back(MakeModule(module, contents));
+  }
+  return modules;
+}
+
+FaultRules Rules(const std::vector<FaultRule>& wanted) {
+  FaultRules rules;
+  for (const FaultRule& rule : wanted) {
+    rules.Add(rule);
+  }
+  return rules;
+}
+
+std::unique_ptr<std::ofstream> OpenLog(const std::string& path) {
+  if (path.empty()) {
+    return nullptr;
+  }
+  auto log = std::make_unique<std::ofstream>(path, std::ios::binary);
+  if (!*log) {
+    throw UsageError("cannot write log file '" + path + "': " + std::strerror(errno));
+  }
+  return log;
+}
+
+/// Takes signals off their default action for as long as it lives.
+class SignalSource {
+ public:
+  SignalSource(int signal, GSourceFunc function, void* self)
+      : source_(g_unix_signal_add(signal, function, self)) {}
+  SignalSource(const SignalSource&) = delete;
+  SignalSource& operator=(const SignalSource&) = delete;
+  ~SignalSource() { g_source_remove(source_); }
+
+ private:
+  unsigned source_;
+};
+
+/// Everything of one run, built in order and taken down in reverse.
+class Host {
+ public:
+  Host(const Options& options, const std::array<bool, 3>& standard)
+      : options_(options),
+        standard_(standard),
+        logFile_(OpenLog(options.logFile)),
+        log_(logFile_.get()),
+        instrument_(PlugIn(options.modules), Rules(options.faults), options.SpiLimit(), log_),
+        testbed_(directory_.Path()),
+        server_(directory_.Path() + "/link", options.fast, instrument_, testbed_, [this] {
+          DrainConsole();
+        }) {
+    FillTestbed();
+    if (options_.withBus) {
+      bus_.emplace(directory_.Path());
+      services_.emplace(bus_->Address(),
+                        PlatformServices::Wanted{options_.withInventory, options_.withResources},
+                        instrument_,
+                        [this] { DrainConsole(); });
+    }
+    if (logFile_ != nullptr) {
+      console_.emplace(directory_.Path(), log_);
+    }
+  }
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+  ~Host() { g_main_loop_unref(loop_); }
+
+  int Run() {
+    int status = 0;
+    {
+      command_.emplace(options_.command, Environment(), StandardOfCommand());
+      if (console_) {
+        console_->CloseWriters();
+        consoleSource_ = g_unix_fd_add(console_->Descriptor(), G_IO_IN, OnConsole, this);
+      }
+      g_child_watch_add(command_->Id(), OnEnd, this);
+      if (pendingSignal_ != 0) {
+        Forward(pendingSignal_);
+      }
+      g_main_loop_run(loop_);
+      status = waitStatus_;
+      KillRest();
+      DrainConsole();
+    }
+    LogEnd(status);
+    SaveFlashes();
+    return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalStatus + WTERMSIG(status);
+  }
+
+ private:
+  static int OnConsole(int /*descriptor*/, GIOCondition /*condition*/, void* self) {
+    static_cast<Host*>(self)->DrainConsole();
+    return G_SOURCE_CONTINUE;
+  }
+  static void OnEnd(GPid /*process*/, int status, void* self) {
+    auto* const host = static_cast<Host*>(self);
+    host->waitStatus_ = status;
+    g_main_loop_quit(host->loop_);
+  }
+  template <int kSignal>
+  static int OnSignal(void* self) {
+    static_cast<Host*>(self)->Forward(kSignal);
+    return G_SOURCE_CONTINUE;
+  }
+  static int OnGraceOver(void* self) {
+    static_cast<Host*>(self)->command_->Signal(SIGKILL);
+    return G_SOURCE_CONTINUE;
+  }
+
+  void DrainConsole() {
+    if (console_) {
+      console_->Drain();
+    }
+  }
+
+  /// Hands a signal on. A command that does not heed it within the grace period, or a second
+  /// signal, ends it by force.
+  void Forward(int signal) {
+    if (!command_) {
+      pendingSignal_ = signal;
+      return;
+    }
+    if (graceSource_ != 0) {
+      signal = SIGKILL;
+    } else {
+      graceSource_ = g_timeout_add(kGraceMilliseconds, OnGraceOver, this);
+    }
+    command_->Signal(signal);
+  }
+
+  void FillTestbed() {
+    for (const std::string& path : instrument_.NodePaths()) {
+      testbed_.AddFile(path, "");
+    }
+    for (const std::string& path : instrument_.AttributePaths()) {
+      testbed_.AddFile(path, *instrument_.AttributeContents(path));
+    }
+    for (const I2cAdapter& adapter : instrument_.I2cAdapters()) {
+      testbed_.AddAdapter(adapter);
+    }
+    if (options_.bufsiz) {
+      testbed_.AddFile(kBufsizPath, *options_.bufsiz + "\n");
+    }
+  }
+
+  /// Ours, with what makes a process part of the instrument. Inherited by everything it starts.
+  std::vector<std::string> Environment() const {
+    // Under a path without blanks and colons, which would end it in LD_PRELOAD.
+    const std::string shim = directory_.Path() + "/" + kShimName;
+    std::filesystem::create_symlink(FindShim(), shim);
+
+    std::map<std::string, std::string> variables;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+      const std::string text = *variable;
+      const std::size_t equals = text.find('=');
+      if (equals != std::string::npos) {
+        variables.emplace(text.substr(0, equals), text.substr(equals + 1));
+      }
+    }
+    std::string& preload = variables["LD_PRELOAD"];
+    preload += (preload.empty() ? "" : ":") + shim + ":" + kUmockdevPreload;
+    variables[link::kAddressVariable] = directory_.Path() + "/link";
+    variables["DBUS_SYSTEM_BUS_ADDRESS"] =
+        bus_ ? bus_->Address() : "unix:path=" + directory_.Path() + "/no-bus";
+    std::vector<std::string> environment;
+    for (const auto& [name, value] : variables) {
+      environment.push_back(name + "=" + value);
+    }
+    return environment;
+  }
+
+  std::array<int, 3> StandardOfCommand() const {
+    std::array<int, 3> standard{};
+    for (int descriptor = 0; descriptor < 3; ++descriptor) {
+      int& place = standard[static_cast<std::size_t>(descriptor)];
+      if (!standard_[static_cast<std::size_t>(descriptor)]) {
+        place = CommandProcess::kClosed;
+      } else if (console_ && descriptor != STDIN_FILENO) {
+        place = console_->WriterFor(descriptor);
+      } else {
+        place = descriptor;
+      }
+    }
+    return standard;
+  }
+
+  /// Ends whatever the command has left running, in its group or out of it, and waits for it.
+  void KillRest() {
+    command_.reset();
+    for (const pid_t process : server_.ConnectedProcesses()) {
+      ::kill(process, SIGKILL);
+    }
+    services_.reset();
+    bus_.reset();
+    // What had other parents is ours to wait for by now.
+    for (int waited = 0; waited < kReapMilliseconds; ++waited) {
+      pid_t reaped = 0;
+      while ((reaped = ::waitpid(-1, nullptr, WNOHANG)) > 0) {
+      }
+      if (reaped < 0) {
+        return;
+      }
+      ::usleep(kReapPollMicroseconds);
+    }
+  }
+
+  void LogEnd(int status) {
+    if (WIFEXITED(status)) {
+      log_.End("exit " + std::to_string(WEXITSTATUS(status)));
+    } else {
+      const char* const name = ::sigabbrev_np(WTERMSIG(status));
+      log_.End(std::string("killed SIG") + (name == nullptr ? "?" : name));
+    }
+    if (logFile_ != nullptr && !*logFile_) {
+      throw std::runtime_error("cannot write log file '" + options_.logFile + "'");
+    }
+  }
+
+  void SaveFlashes() const {
+    for (const auto& module : instrument_.Modules()) {
+      if (!module->Options().flashFile.empty()) {
+        SaveFlashFile(module->Options().flashFile, module->Flash().Contents());
+      }
+    }
+  }
+
+  GMainLoop* loop_ = g_main_loop_new(nullptr, FALSE);
+  // First of all: from here on a signal cannot leave anything behind.
+  SignalSource interrupt_{SIGINT, OnSignal<SIGINT>, this};
+  SignalSource terminate_{SIGTERM, OnSignal<SIGTERM>, this};
+  SignalSource hangUp_{SIGHUP, OnSignal<SIGHUP>, this};
+  const Options& options_;
+  std::array<bool, 3> standard_;
+  TemporaryDirectory directory_;
+  std::unique_ptr<std::ofstream> logFile_;  // null: no log
+  EventLog log_;
+  Instrument instrument_;
+  Testbed testbed_;
+  ShimServer server_;
+  std::optional<PrivateBus> bus_;
+  std::optional<PlatformServices> services_;
+  std::optional<Console> console_;
+  std::optional<CommandProcess> command_;
+  unsigned consoleSource_ = 0;
+  unsigned graceSource_ = 0;
+  int pendingSignal_ = 0;
+  int waitStatus_ = 0;
+};
+
+}  // namespace
+
+std::array<bool, 3> SecureStandardDescriptors() {
+  std::array<bool, 3> open{};
+  for (int descriptor = 0; descriptor < 3; ++descriptor) {
+    open[static_cast<std::size_t>(descriptor)] = ::fcntl(descriptor, F_GETFD) != -1;
+    if (!open[static_cast<std::size_t>(descriptor)]) {
+      static_cast<void>(::open("/dev/null", O_RDWR));  // the lowest free one is `descriptor`
+    }
+  }
+  return open;
+}
+
+int RunOnInstrument(const Options& options, const std::array<bool, 3>& standard) {
+  ::signal(SIGPIPE, SIG_IGN);  // whoever reads our output may leave; the run goes on
+  // Processes whose parents end become children of this one, so that none is lost.
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+  return Host(options, standard).Run();
+}
+
+}  // namespace orvane

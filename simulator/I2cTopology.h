@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+/// One I2C adapter, as the kernel shows it: i2c-<number>.
+struct I2cAdapter {
+  unsigned number = 0;
+  std::string name;                 // its "name" attribute
+  std::optional<unsigned> parent;   // the adapter in front of the multiplexer; none: a root adapter
+  std::optional<unsigned> slot;     // the module it leads to; none: a bus of the chassis
+  std::optional<unsigned> channel;  // of the multiplexer; none: in front of it
+
+  std::string BusName() const { return "i2c-" + std::to_string(number); }
+};
+
+/// What the adapters follow from.
+struct I2cUser {
+  unsigned slot;
+  bool hasMux;
+};
+
+/// Every adapter of an instrument: i2c-<slot> for each module; i2c-0 and i2c-10, buses of the
+/// chassis, where these numbers are free; two channels behind each multiplexer, numbered from 11
+/// on, first those of modules in the order given, then those of i2c-10. That i2c-10 has a
+/// multiplexer as well, and a name that starts like that of i2c-1, is a trap for sloppy searches.
+std::vector<I2cAdapter> PlanI2cAdapters(const std::vector<I2cUser>& users);
+
+}  // namespace orvane

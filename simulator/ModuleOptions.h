@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/DonePolicy.h"
+#include "simulator/NorFlashModel.h"
+
+namespace orvane {
+
+enum class ModuleType { kWend };
+
+/// What is broken about a flash chip; see NorFlashModel. 0: not broken so.
+struct FlashDefects {
+  bool absent = false;
+  std::uint64_t lostProgram = 0;
+  std::uint64_t lostErase = 0;
+  std::uint64_t lostRegisterWrite = 0;
+  std::uint64_t busyAfter = 0;
+  std::vector<std::uint32_t> wornPages;
+  std::vector<std::uint32_t> wornSectors;
+};
+
+/// One module of the instrument, as the command line describes it.
+struct ModuleOptions {
+  ModuleType type = ModuleType::kWend;
+  unsigned slot = 1;
+  std::string flashFile;  // empty: a blank chip that is forgotten at the end
+  Chip chip = Chip::kMicron;
+  DonePolicy done;
+  std::optional<std::string> i2cName;  // what the resource service answers; none: the truth
+  std::optional<std::string> spiName;
+  bool i2cNode = true;  // whether the nodes under /dev are there
+  bool spiNode = true;
+  bool controlFiles = true;  // whether a Zynq's control files are there
+  FlashDefects defects;
+};
+
+}  // namespace orvane

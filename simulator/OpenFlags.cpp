@@ -1,0 +1,71 @@
+#include "simulator/OpenFlags.h"
+
+#include <fcntl.h>
+
+#include <cstdio>
+
+namespace orvane {
+
+namespace {
+
+constexpr struct {
+  int flag;
+  const char* name;
+} kFlags[] = {
+    {O_CREAT, "O_CREAT"},
+    {O_EXCL, "O_EXCL"},
+    {O_TRUNC, "O_TRUNC"},
+    {O_APPEND, "O_APPEND"},
+    {O_NONBLOCK, "O_NONBLOCK"},
+    {O_SYNC, "O_SYNC"},
+    {O_DSYNC, "O_DSYNC"},
+    {O_CLOEXEC, "O_CLOEXEC"},
+    {O_NOFOLLOW, "O_NOFOLLOW"},
+    {O_NOCTTY, "O_NOCTTY"},
+    {O_DIRECTORY, "O_DIRECTORY"},
+    {O_DIRECT, "O_DIRECT"},
+    {O_NOATIME, "O_NOATIME"},
+};
+constexpr int kLargeFile = 0100000;  // always set for 64-bit programs or never: says nothing
+
+const char* AccessName(int flags) {
+  switch (flags & O_ACCMODE) {
+    case O_RDONLY:
+      return "O_RDONLY";
+    case O_WRONLY:
+      return "O_WRONLY";
+    case O_RDWR:
+      return "O_RDWR";
+    default:
+      return "O_ACCMODE";
+  }
+}
+
+template <typename... Arguments>
+std::string Format(const char* format, Arguments... arguments) {
+  char text[24];
+  std::snprintf(text, sizeof text, format, arguments...);
+  return text;
+}
+
+}  // namespace
+
+std::string OpenFlagsText(int flags, unsigned mode) {
+  std::string text = AccessName(flags);
+  int left = flags & ~(O_ACCMODE | kLargeFile);
+  for (const auto& row : kFlags) {
+    if ((left & row.flag) == row.flag) {  // O_SYNC contains O_DSYNC
+      text += std::string("|") + row.name;
+      left &= ~row.flag;
+    }
+  }
+  if (left != 0) {
+    text += Format("|0x%x", static_cast<unsigned>(left));
+  }
+  if ((flags & O_CREAT) != 0) {
+    text += Format(" %04o", mode);
+  }
+  return text;
+}
+
+}  // namespace orvane

@@ -1,0 +1,76 @@
+#include "simulator/Testbed.h"
+
+#include <glib.h>
+#include <umockdev.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <stdexcept>
+
+namespace orvane {
+
+namespace {
+
+constexpr const char* kDirectoryVariable = "TMPDIR";
+
+std::string TakeText(char* text) {
+  std::string copy = text == nullptr ? "" : text;
+  g_free(text);
+  return copy;
+}
+
+/// Below /sys/devices, as the kernel shows a bus behind a multiplexer.
+std::string DevicePath(const I2cAdapter& adapter) {
+  std::string path = "platform/soc/";
+  if (adapter.parent) {
+    path += "i2c-" + std::to_string(*adapter.parent) + "/";
+  }
+  return path + adapter.BusName();
+}
+
+}  // namespace
+
+Testbed::Testbed(const std::string& directory) {
+  // The library builds its tree in the directory for temporary files, which it looks up once. The
+  // variable is put back: the command is to find its own.
+  const char* const before = std::getenv(kDirectoryVariable);
+  const std::optional<std::string> saved =
+      before == nullptr ? std::nullopt : std::optional<std::string>(before);
+  g_setenv(kDirectoryVariable, directory.c_str(), TRUE);
+  testbed_ = umockdev_testbed_new();
+  if (saved) {
+    g_setenv(kDirectoryVariable, saved->c_str(), TRUE);
+  } else {
+    g_unsetenv(kDirectoryVariable);
+  }
+  if (testbed_ == nullptr) {
+    throw std::runtime_error("cannot create the device trees in " + directory);
+  }
+  root_ = TakeText(umockdev_testbed_get_root_dir(testbed_));
+}
+
+Testbed::~Testbed() { g_object_unref(testbed_); }
+
+std::string Testbed::RealPath(std::string_view path) const { return root_ + std::string(path); }
+
+void Testbed::AddFile(std::string_view path, std::string_view contents) {
+  const std::filesystem::path real = RealPath(path);
+  std::filesystem::create_directories(real.parent_path());
+  std::ofstream file(real, std::ios::binary);
+  file << contents;
+  if (!file.flush()) {
+    throw std::runtime_error("cannot write " + real.string());
+  }
+}
+
+void Testbed::AddAdapter(const I2cAdapter& adapter) {
+  const std::string attribute = adapter.name + "\n";
+  char* attributes[] = {const_cast<char*>("name"), const_cast<char*>(attribute.c_str()), nullptr};
+  char* properties[] = {nullptr};
+  static_cast<void>(TakeText(umockdev_testbed_add_devicev(
+      testbed_, "i2c", DevicePath(adapter).c_str(), nullptr, attributes, properties)));
+}
+
+}  // namespace orvane

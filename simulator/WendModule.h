@@ -1,0 +1,30 @@
+#pragma once
+
+#include "simulator/Module.h"
+#include "simulator/ZynqModel.h"
+
+namespace orvane {
+
+/// A wend: a Zynq behind three control files, nothing on its I2C bus.
+///
+///   /sys/platform_m<slot>/qspi_prg/value         written; "1": the controller owns the flash
+///   /sys/platform_m<slot>/zynq_hw_reset_n/value  written; "0": in reset
+///   /sys/platform_m<slot>/zynq_done/value        read; "1": configured
+class WendModule : public Module {
+ public:
+  WendModule(const ModuleOptions& options, std::span<const std::uint8_t> flashContents);
+
+  void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) override;
+  std::vector<std::string> AttributePaths() const override;
+  std::string ReadAttribute(std::string_view path) override;
+  void WriteAttribute(std::string_view path, std::string_view value) override;
+  void AdvanceTime(std::chrono::nanoseconds by) override;
+
+ private:
+  std::string qspiPrgPath_;
+  std::string hwResetPath_;
+  std::string donePath_;
+  ZynqModel zynq_;
+};
+
+}  // namespace orvane

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// The link between a program on the virtual instrument and its host. The program's side (the shim)
+/// asks, the host answers; one question at a time on each connection, and every question gets
+/// exactly one answer. Both are a header and `payloadBytes` of payload, cut into packets of
+/// kPacketBytes with a shorter one at the end.
+namespace orvane::link {
+
+inline constexpr const char* kAddressVariable =
+    "ORVANE_LINK";  // holds the path of the host's socket
+inline constexpr std::size_t kPacketBytes = 64U << 10;
+/// More than this is never sent; an SPI message with more to send goes without its bytes.
+inline constexpr std::uint64_t kMaxPayloadBytes = 64U << 20;
+/// Descriptors are handled by a number of the host that stands for the path they were opened with.
+inline constexpr std::uint32_t kNoHandle = 0;
+
+enum class Op : std::uint32_t {
+  kOpen,     // a: flags, b: mode; payload: path. Answer kProceed, kProceedAt or kDone with an error
+  kOpened,   // handle; a: errno of the open that kOpen let through, 0 when it succeeded
+  kClose,    // handle; a: descriptor. kProceed, or kDone: closed, but with an error
+  kRead,     // handle; a: count, b: offset in the file. kDone with the bytes, or kProceed
+  kWrite,    // handle; a: count; payload: the bytes unless kind is kFile. kDone or kProceed
+  kWritten,  // handle; a: result of the write that kWrite let through, or minus its errno
+  kSpi,      // handle; a: number of transfers, b: 1 when the bytes are left out; payload:
+             // SpiTransfer[a], the bytes to send. kDone with the bytes received
+  kI2c,      // handle; a: number of messages; payload: I2cMessage[a], the bytes to send. As kSpi
+  kIoctl,    // handle; a: request; payload: what the request reads. kDone with what it writes
+  kSleep,    // a: nanoseconds. kProceed: sleep now; kDone: do not
+};
+
+struct Question {
+  Op op;
+  std::uint32_t handle;
+  std::int64_t a;
+  std::int64_t b;
+  std::uint64_t payloadBytes;
+};
+
+enum class Action : std::uint32_t {
+  kProceed,    // the shim makes the real call
+  kProceedAt,  // kOpen: likewise, on the path in the payload
+  kDone,       // the host has made it: return `result`, or -1 with `error` when that is not 0
+};
+
+enum class Kind : std::uint32_t {
+  kFile,    // an ordinary file: reads are not reported, writes without their bytes
+  kSysfs,   // a file of the instrument's /sys
+  kDevice,  // an SPI or I2C node
+};
+inline constexpr std::uint32_t kKindBits = 2;
+
+struct Answer {
+  Action action;
+  std::int32_t error;
+  std::int64_t result;
+  std::uint32_t handle;  // kOpen
+  Kind kind;             // kOpen
+  std::uint64_t payloadBytes;
+};
+
+struct SpiTransfer {
+  std::uint32_t length;
+  std::uint32_t speedHz;
+  std::uint8_t bitsPerWord;
+  std::uint8_t chipSelectChange;
+  std::uint8_t sends;     // has a buffer to send from
+  std::uint8_t receives;  // has a buffer to receive into
+};
+
+struct I2cMessage {
+  std::uint16_t address;
+  std::uint16_t flags;
+  std::uint16_t length;
+  std::uint16_t reads;
+};
+
+}  // namespace orvane::link

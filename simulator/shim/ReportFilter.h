@@ -1,0 +1,66 @@
+#pragma once
+
+#include <fcntl.h>
+
+#include <cstddef>
+
+namespace orvane {
+
+namespace report_filter {
+
+inline bool StartsWith(const char* text, const char* prefix) {
+  std::size_t i = 0;
+  while (prefix[i] != '\0' && text[i] == prefix[i]) {
+    ++i;
+  }
+  return prefix[i] == '\0';
+}
+
+inline bool Equals(const char* left, const char* right) {
+  std::size_t i = 0;
+  while (left[i] != '\0' && left[i] == right[i]) {
+    ++i;
+  }
+  return left[i] == right[i];
+}
+
+inline const char* LastComponent(const char* path) {
+  const char* last = path;
+  for (; *path != '\0'; ++path) {
+    last = *path == '/' ? path + 1 : last;
+  }
+  return last;
+}
+
+}  // namespace report_filter
+
+/// Whether opening this file is an event of the instrument: devices, sysfs attributes and the
+/// program's own files are; what libraries and the run time open behind its back is not.
+/// It decides by path and flags alone, so it decides alike in every build of a program.
+inline bool IsReported(const char* path, int flags) {
+  using namespace report_filter;
+  if ((flags & (O_PATH | O_DIRECTORY)) != 0) {
+    return false;  // no access to contents
+  }
+  if (StartsWith(path, "/sys/")) {
+    // uevent files are how libudev takes stock; the others are read by the run time.
+    return !Equals(LastComponent(path), "uevent") && !StartsWith(path, "/sys/devices/system/") &&
+           !StartsWith(path, "/sys/fs/") && !StartsWith(path, "/sys/kernel/");
+  }
+  constexpr const char* kSystemTrees[] = {
+      "/proc/", "/etc/", "/run/", "/usr/", "/lib/", "/lib64/", "/bin/", "/sbin/"};
+  for (const char* const tree : kSystemTrees) {
+    if (StartsWith(path, tree)) {
+      return false;
+    }
+  }
+  constexpr const char* kOtherDevices[] = {"/dev/urandom", "/dev/random", "/dev/tty"};
+  for (const char* const device : kOtherDevices) {
+    if (Equals(path, device)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace orvane
