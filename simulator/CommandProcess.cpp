@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <system_error>
 
@@ -31,6 +32,8 @@ struct Child {
   char* const* words;
   char* const* environment;
   std::array<int, 3> standard;
+  const int* kept;
+  std::size_t keptCount;
   bool takesTerminal;
   int failure;  // where the errno of a failed exec goes
   pid_t parent;
@@ -67,6 +70,11 @@ void PlaceStandard(const std::array<int, 3>& standard) {
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
   PlaceStandard(child.standard);
+  // Libraries of ours may have left theirs open for it. What we were started with it may keep.
+  ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
+  for (std::size_t i = 0; i < child.keptCount; ++i) {
+    ::fcntl(child.kept[i], F_SETFD, 0);
+  }
   ::execvpe(child.words[0], child.words, child.environment);
   const int error = errno;
   static_cast<void>(!::write(child.failure, &error, sizeof error));
@@ -77,7 +85,8 @@ void PlaceStandard(const std::array<int, 3>& standard) {
 
 CommandProcess::CommandProcess(const std::vector<std::string>& words,
                                const std::vector<std::string>& environment,
-                               const std::array<int, 3>& standard) {
+                               const std::array<int, 3>& standard,
+                               const std::vector<int>& kept) {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::system_error(errno, std::generic_category(), words[0]);
@@ -91,6 +100,8 @@ CommandProcess::CommandProcess(const std::vector<std::string>& words,
   const Child child = {.words = wordPointers.data(),
                        .environment = environmentPointers.data(),
                        .standard = standard,
+                       .kept = kept.data(),
+                       .keptCount = kept.size(),
                        .takesTerminal = hasTerminal_,
                        .failure = writer.get(),
                        .parent = ::getpid()};

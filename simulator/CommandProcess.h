@@ -25,10 +25,12 @@ class CommandProcess {
   /// @param words        the command and its arguments; searched for in PATH
   /// @param environment  "NAME=VALUE", complete
   /// @param standard     what it gets for descriptors 0, 1 and 2; kClosed: nothing
+  /// @param kept         other descriptors that it inherits
   /// @throw CommandError; std::system_error when no process can be created
   CommandProcess(const std::vector<std::string>& words,
                  const std::vector<std::string>& environment,
-                 const std::array<int, 3>& standard);
+                 const std::array<int, 3>& standard,
+                 const std::vector<int>& kept);
   CommandProcess(const CommandProcess&) = delete;
   CommandProcess& operator=(const CommandProcess&) = delete;
   /// Kills what is left of the group and takes the terminal back. The command itself must have been

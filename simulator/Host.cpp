@@ -108,9 +108,9 @@ class SignalSource {
 /// Everything of one run, built in order and taken down in reverse.
 class Host {
  public:
-  Host(const Options& options, const std::array<bool, 3>& standard)
+  Host(const Options& options, const InheritedDescriptors& descriptors)
       : options_(options),
-        standard_(standard),
+        descriptors_(descriptors),
         logFile_(OpenLog(options.logFile)),
         log_(logFile_.get()),
         instrument_(PlugIn(options.modules), Rules(options.faults), options.SpiLimit(), log_),
@@ -137,7 +137,7 @@ class Host {
   int Run() {
     int status = 0;
     {
-      command_.emplace(options_.command, Environment(), StandardOfCommand());
+      command_.emplace(options_.command, Environment(), StandardOfCommand(), descriptors_.others);
       if (console_) {
         console_->CloseWriters();
         consoleSource_ = g_unix_fd_add(console_->Descriptor(), G_IO_IN, OnConsole, this);
@@ -201,9 +201,6 @@ class Host {
     for (const std::string& path : instrument_.NodePaths()) {
       testbed_.AddFile(path, "");
     }
-    for (const std::string& path : instrument_.AttributePaths()) {
-      testbed_.AddFile(path, *instrument_.AttributeContents(path));
-    }
     for (const I2cAdapter& adapter : instrument_.I2cAdapters()) {
       testbed_.AddAdapter(adapter);
     }
@@ -242,7 +239,7 @@ class Host {
     std::array<int, 3> standard{};
     for (int descriptor = 0; descriptor < 3; ++descriptor) {
       int& place = standard[static_cast<std::size_t>(descriptor)];
-      if (!standard_[static_cast<std::size_t>(descriptor)]) {
+      if (!descriptors_.standard.at(static_cast<std::size_t>(descriptor))) {
         place = CommandProcess::kClosed;
       } else if (console_ && descriptor != STDIN_FILENO) {
         place = console_->WriterFor(descriptor);
@@ -299,7 +296,7 @@ class Host {
   SignalSource terminate_{SIGTERM, OnSignal<SIGTERM>, this};
   SignalSource hangUp_{SIGHUP, OnSignal<SIGHUP>, this};
   const Options& options_;
-  std::array<bool, 3> standard_;
+  const InheritedDescriptors& descriptors_;
   TemporaryDirectory directory_;
   std::unique_ptr<std::ofstream> logFile_;  // null: no log
   EventLog log_;
@@ -318,22 +315,32 @@ class Host {
 
 }  // namespace
 
-std::array<bool, 3> SecureStandardDescriptors() {
-  std::array<bool, 3> open{};
+InheritedDescriptors SecureDescriptors() {
+  InheritedDescriptors inherited;
   for (int descriptor = 0; descriptor < 3; ++descriptor) {
-    open[static_cast<std::size_t>(descriptor)] = ::fcntl(descriptor, F_GETFD) != -1;
-    if (!open[static_cast<std::size_t>(descriptor)]) {
+    const bool isOpen = ::fcntl(descriptor, F_GETFD) != -1;
+    inherited.standard.at(static_cast<std::size_t>(descriptor)) = isOpen;
+    if (!isOpen) {
       static_cast<void>(::open("/dev/null", O_RDWR));  // the lowest free one is `descriptor`
     }
   }
-  return open;
+  std::vector<int> listed;  // with that of the directory itself, which is closed again
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    listed.push_back(std::stoi(entry.path().filename()));
+  }
+  for (const int descriptor : listed) {
+    if (descriptor > STDERR_FILENO && ::fcntl(descriptor, F_GETFD) != -1) {
+      inherited.others.push_back(descriptor);
+    }
+  }
+  return inherited;
 }
 
-int RunOnInstrument(const Options& options, const std::array<bool, 3>& standard) {
+int RunOnInstrument(const Options& options, const InheritedDescriptors& descriptors) {
   ::signal(SIGPIPE, SIG_IGN);  // whoever reads our output may leave; the run goes on
   // Processes whose parents end become children of this one, so that none is lost.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-  return Host(options, standard).Run();
+  return Host(options, descriptors).Run();
 }
 
 }  // namespace orvane

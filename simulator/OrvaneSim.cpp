@@ -1,4 +1,3 @@
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <exception>
@@ -24,7 +23,7 @@ int Fail(int status, const std::string& why) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::array<bool, 3> standard = orvane::SecureStandardDescriptors();
+  const orvane::InheritedDescriptors descriptors = orvane::SecureDescriptors();
   try {
     const std::span<const char* const> words(argv, static_cast<std::size_t>(argc));
     const orvane::Options options = orvane::ParseOptions(words.subspan(argc > 0 ? 1 : 0));
@@ -32,7 +31,7 @@ int main(int argc, char** argv) {
       std::cout << orvane::HelpText() << std::flush;
       return 0;
     }
-    return orvane::RunOnInstrument(options, standard);
+    return orvane::RunOnInstrument(options, descriptors);
   } catch (const orvane::UsageError& error) {
     return Fail(kUsage, std::string(error.what()) + " (see orvane-sim --help)");
   } catch (const orvane::CommandError& error) {

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
@@ -50,6 +51,7 @@ void WriteConfiguration(const std::string& path, const std::string& socketPath) 
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     ::dup2(null, descriptor);
   }
+  ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
   if (ready == kReadyDescriptor) {
     ::fcntl(ready, F_SETFD, 0);
   } else {

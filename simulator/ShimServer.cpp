@@ -156,6 +156,11 @@ ShimServer::ShimServer(const std::string& path,
       beforeEvent_(std::move(beforeEvent)),
       listener_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       files_(1) {  // handle 0 stands for no file
+  for (const std::string& attribute : instrument_.AttributePaths()) {
+    std::string contents = *instrument_.AttributeContents(attribute);
+    testbed_.AddFile(attribute, contents);
+    mirror_.emplace(attribute, std::move(contents));
+  }
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -208,6 +213,9 @@ void ShimServer::Serve(Connection& connection) {
     return;
   }
   Reply reply = Handle(question, payload, connection.PendingEvent());
+  if (question.op == Op::kWrite || question.op == Op::kSleep) {
+    MirrorAttributes();
+  }
   if (reply.killed) {
     ::kill(connection.Process(), SIGKILL);
     return;  // the end of the connection follows
@@ -310,10 +318,6 @@ int ShimServer::OpenProblem(std::string_view path, Kind kind, int flags, std::st
       if (::access(realPath.c_str(), F_OK) != 0) {
         return (flags & O_CREAT) != 0 ? EACCES : ENOENT;  // sysfs creates nothing
       }
-      // For readers that do not ask: C streams read without telling.
-      if (const auto contents = instrument_.AttributeContents(path)) {
-        testbed_.AddFile(path, *contents);
-      }
       return 0;
     case Kind::kFile:
       if (IsForeignNode(path)) {
@@ -364,6 +368,16 @@ ShimServer::Reply ShimServer::HandleClose(const Question& question) {
     instrument_.Complete(EventKind::kClose, text);
   }
   return ReplyFor<Reply>(fault, {.action = Action::kProceed});
+}
+
+void ShimServer::MirrorAttributes() {
+  for (auto& [path, mirrored] : mirror_) {
+    std::string contents = *instrument_.AttributeContents(path);
+    if (contents != mirrored) {
+      testbed_.SetFile(path, contents);
+      mirrored = std::move(contents);
+    }
+  }
 }
 
 std::string ShimServer::Contents(std::string_view path) {

@@ -23,7 +23,7 @@ class ShimServer {
   /// @param path         of the socket to listen on
   /// @param fast         sleeps do not wait
   /// @param instrument   borrowed
-  /// @param testbed      borrowed, has the files that the instrument does not answer for
+  /// @param testbed      borrowed, has the other files; gets those of the instrument's attributes
   /// @param beforeEvent  run before each event
   /// @throw std::system_error
   ShimServer(const std::string& path,
@@ -85,6 +85,7 @@ class ShimServer {
   std::uint32_t HandleFor(std::string_view path);
   int OpenProblem(std::string_view path, link::Kind kind, int flags, std::string& realPath);
   std::string Contents(std::string_view path);
+  void MirrorAttributes();
 
   bool fast_;
   Instrument& instrument_;
@@ -95,6 +96,9 @@ class ShimServer {
   std::map<int, std::unique_ptr<Connection>> connections_;  // by descriptor
   std::vector<File> files_;                                 // by handle
   std::map<std::string, std::uint32_t, std::less<>> handles_;
+  /// What the files of the instrument's attributes hold. Reads that are reported do not need them,
+  /// those that are not do: C streams read without telling.
+  std::map<std::string, std::string, std::less<>> mirror_;
 };
 
 }  // namespace orvane

@@ -28,7 +28,8 @@ std::string Parent() {
 
 TemporaryDirectory::TemporaryDirectory() : path_(Parent() + "/orvane-sim.XXXXXX") {
   if (::mkdtemp(path_.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(), "cannot create " + path_);
+    throw std::system_error(
+        errno, std::generic_category(), "cannot create a directory in " + Parent());
   }
 }
 

@@ -1,13 +1,19 @@
 #include "simulator/Testbed.h"
 
+#include <fcntl.h>
 #include <glib.h>
 #include <umockdev.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
+
+#include "devices/FileDescriptor.h"
 
 namespace orvane {
 
@@ -62,6 +68,14 @@ void Testbed::AddFile(std::string_view path, std::string_view contents) {
   file << contents;
   if (!file.flush()) {
     throw std::runtime_error("cannot write " + real.string());
+  }
+}
+
+void Testbed::SetFile(std::string_view path, std::string_view contents) {
+  const FileDescriptor file(::open(RealPath(path).c_str(), O_WRONLY | O_CLOEXEC));
+  if (!file.IsOpen() || ::write(file.get(), contents.data(), contents.size()) < 0 ||
+      ::ftruncate(file.get(), static_cast<off_t>(contents.size())) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot write " + RealPath(path));
   }
 }
 

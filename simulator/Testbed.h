@@ -27,6 +27,10 @@ class Testbed {
   /// @throw std::runtime_error
   void AddFile(std::string_view path, std::string_view contents);
 
+  /// Gives a file that is there other contents. At no time is it empty for others to see.
+  /// @throw std::system_error
+  void SetFile(std::string_view path, std::string_view contents);
+
   /// Adds a device of subsystem i2c that udev finds.
   void AddAdapter(const I2cAdapter& adapter);
 
