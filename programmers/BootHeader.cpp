@@ -1,0 +1,131 @@
+#include "programmers/BootHeader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <iostream>
+#include <stdexcept>
+#include <string_view>
+
+#include "devices/FileDescriptor.h"
+
+namespace {
+
+constexpr off_t kFieldOffset = 0x4C;
+constexpr std::size_t kFieldBytes = 76;
+constexpr char kDelimiter = '#';
+
+constexpr const char* kNoDelimiter = "ERROR: Can't find delimiter # in BOOTHEADER";
+
+/// The open file, and the field read from it.
+class UserDefinedField {
+ public:
+  explicit UserDefinedField(const std::string& path) : file_(::open(path.c_str(), O_RDONLY)) {
+    if (!file_.IsOpen()) {
+      std::cerr << "ERROR: Can't open file '" << path << "'" << std::endl;
+      Fail();
+    }
+    if (::lseek(file_.get(), kFieldOffset, SEEK_SET) < 0) {
+      std::cerr << "ERROR: Can't seek file" << std::endl;
+      Fail();
+    }
+    if (::read(file_.get(), bytes_.data(), bytes_.size()) != ssize_t{kFieldBytes}) {
+      std::cerr << "ERROR: Can't read file" << std::endl;
+      Fail();
+    }
+  }
+
+  [[nodiscard]] std::string_view Text() const { return {bytes_.data(), bytes_.size()}; }
+
+  /// Gives up on the file without closing it; the process ends soon, one way or the other.
+  void LeaveOpen() { static_cast<void>(file_.Release()); }
+
+ private:
+  // Deliberate: a header that cannot be read has no result to return. Nobody catches this: the
+  // process ends before anything is erased, and its text is what crash reports are matched with.
+  [[noreturn]] void Fail() {
+    LeaveOpen();
+    throw std::logic_error("basic_string::_M_construct null not valid");
+  }
+
+  FileDescriptor file_;
+  std::array<char, kFieldBytes> bytes_{};
+};
+
+/// @return where the first delimiter stands; npos, after the message, when there is none
+std::size_t FindDelimiter(UserDefinedField& field, const char* noDelimiterMessage) {
+  const std::size_t delimiter = field.Text().find(kDelimiter);
+  if (delimiter == std::string_view::npos) {
+    std::cerr << noDelimiterMessage << std::endl;
+    field.LeaveOpen();
+  }
+  return delimiter;
+}
+
+/// Prints the label and the text found; or, when it is empty, the error line.
+/// @return the text, or the fallback
+std::string ReportOrFallBack(const std::string& found,
+                             const char* label,
+                             const char* missingMessage,
+                             const char* fallback) {
+  if (found.empty()) {
+    std::cerr << missingMessage << std::endl;
+    return fallback;
+  }
+  std::cout << label << found << std::endl;
+  return found;
+}
+
+}  // namespace
+
+namespace boot_header {
+
+std::string FindBuildDate(const std::string& file, const char* noDelimiterMessage) {
+  UserDefinedField field(file);
+  const std::size_t delimiter = FindDelimiter(field, noDelimiterMessage);
+  if (delimiter == std::string_view::npos) {
+    return "";
+  }
+  const std::string_view rest = field.Text().substr(delimiter + 1);
+  return std::string(rest.substr(0, rest.find(kDelimiter)));
+}
+
+bool BuildDatesDiffer(const std::string& dump,
+                      const std::string& image,
+                      std::string (*findBuildDate)(std::string file)) {
+  // The fallback dates differ, so a missing date asks for an upgrade.
+  const std::string dumpDate = ReportOrFallBack(findBuildDate(dump),
+                                                "Flash header build date: ",
+                                                "ERROR: Can't find uboot build date in dumpfile",
+                                                "date1");
+  const std::string imageDate = ReportOrFallBack(findBuildDate(image),
+                                                 "Binary  file build date: ",
+                                                 "ERROR: Can't find uboot build date in BIN file",
+                                                 "date2");
+  return dumpDate != imageDate;
+}
+
+}  // namespace boot_header
+
+std::string SearchFilenameInUDFHeader(std::string file) {
+  UserDefinedField field(file);
+  const std::size_t delimiter = FindDelimiter(field, kNoDelimiter);
+  if (delimiter == std::string_view::npos) {
+    return "";
+  }
+  return std::string(field.Text().substr(0, delimiter));
+}
+
+std::string SearchBuildDateInUDFHeader(std::string file) {
+  return boot_header::FindBuildDate(file, kNoDelimiter);
+}
+
+bool IsFlashUpgradeRequired(std::string dump, std::string image) {
+  std::cout << std::endl;
+  static_cast<void>(ReportOrFallBack(SearchFilenameInUDFHeader(dump),
+                                     "Flash header binary filename: ",
+                                     "ERROR: Can't find uboot filename in dumpfile",
+                                     "u-boot-vexa.bin"));  // reported only
+  return boot_header::BuildDatesDiffer(dump, image, SearchBuildDateInUDFHeader);
+}

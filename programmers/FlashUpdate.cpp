@@ -1,0 +1,27 @@
+#include "programmers/FlashUpdate.h"
+
+#include "flash/MT25QL128.h"
+
+namespace {
+
+constexpr int kImageAddress = 0;
+
+}  // namespace
+
+FpgaProgrammerInterface::Status RewriteFlash(MT25QL128& flash, const std::string& imagePath) {
+  std::cout << "Unlocking flash memory ... " << std::endl;
+  flash.UnlockMemory();  // a chip that stays locked refuses the erase
+
+  std::cout << "Erasing device ... " << std::flush;
+  if (flash.EraseDevice(kImageAddress, imagePath) != 0) {
+    return FpgaProgrammerInterface::EraseFailed;
+  }
+  std::cout << "done." << std::endl;
+
+  std::cout << "Programming device ... " << std::flush;
+  if (flash.ProgramDevice(kImageAddress, imagePath) != 0) {
+    return FpgaProgrammerInterface::ProgramFailed;
+  }
+  std::cout << "done." << std::endl;
+  return FpgaProgrammerInterface::Success;
+}
