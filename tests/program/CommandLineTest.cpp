@@ -1,0 +1,211 @@
+// What the program makes of its words and its environment, on an instrument with a wend in slot 1
+// whose flash is up to date.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "simulator/BootImage.h"
+#include "tests/program/VirtualInstrument.h"
+
+namespace {
+
+using program_test::Outcome;
+using program_test::VirtualInstrument;
+
+const std::string kInvalid = "Could not run program with command line parameters provided.\n";
+const std::string kNotThere = "Could not connect to the device. Check Module # and power.\n";
+const std::string kNoI2c = "ERROR: No I2C device found\n";
+
+std::string Help() {
+  std::ifstream file(TARNWICK_GOLDEN_DIR "/help.txt", std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// What the program did to the instrument: the log without the console and the end.
+std::string Traffic(const Outcome& outcome) {
+  std::istringstream log(outcome.log);
+  std::string traffic;
+  for (std::string line; std::getline(log, line);) {
+    if (line.rfind("std", 0) != 0 && line.rfind("exit ", 0) != 0) {
+      traffic += line + "\n";
+    }
+  }
+  return traffic;
+}
+
+/// A search for the channel of a nameless bus: every adapter's path contains the empty name.
+std::string EveryAdapterAsked() {
+  std::string traffic;
+  for (const auto& [path, name] : {std::pair{"i2c-0", "Orvane chassis"},
+                                   std::pair{"i2c-1", "Orvane slot 1"},
+                                   std::pair{"i2c-10", "Orvane chassis"},
+                                   std::pair{"i2c-10/i2c-11", "i2c-10-mux (chan_id 0)"},
+                                   std::pair{"i2c-10/i2c-12", "i2c-10-mux (chan_id 1)"}}) {
+    const std::string file = std::string("/sys/devices/platform/soc/") + path + "/name";
+    traffic +=
+        "open " + file + " O_RDONLY\nread " + file + " \"" + name + "\\n\"\nclose " + file + "\n";
+  }
+  return traffic;
+}
+
+struct Words {
+  const char* name;
+  std::vector<std::string> words;
+  int exitCode;
+  std::string out;
+  std::string err;
+  std::string traffic;
+};
+
+void PrintTo(const Words& row, std::ostream* out) { *out << row.name; }
+
+class CommandLineTest : public testing::TestWithParam<Words> {};
+
+TEST_P(CommandLineTest, Ends) {
+  VirtualInstrument instrument;
+  instrument.Option({"--module", "wend@1"});
+  const Outcome outcome = instrument.Run(GetParam().words);
+  EXPECT_EQ(outcome.out, GetParam().out);
+  EXPECT_EQ(outcome.err, GetParam().err);
+  EXPECT_EQ(outcome.exitCode, GetParam().exitCode);
+  EXPECT_EQ(Traffic(outcome), GetParam().traffic);
+}
+
+std::string Echo(const std::string& command) { return "programming mode: " + command + "\n"; }
+
+/// A number that is taken, for a slot that is empty.
+Words EmptySlot(const char* name, const std::string& word, const std::string& number) {
+  return {name,
+          {"wend", "-sf", word, "f"},
+          1,
+          Echo("-sf") + "module number: " + number + "\nFPGA bitstream: 'f'\n" + kNotThere,
+          kNoI2c,
+          "dbus GetModuleLocations = 1\n"};
+}
+
+Words NoNumber(const char* name, const std::string& word) {
+  return {name,
+          {"wend", "-sf", word, "f"},
+          255,
+          Echo("-sf") + kInvalid,
+          "ERROR: Could not resolve the HETNET address param\n",
+          ""};
+}
+
+Words NotHandled(const char* name, const std::string& target, const std::string& command) {
+  return {name, {target, command, "1", "f"}, 255, "ERROR: Module not handled\n" + kInvalid, "", ""};
+}
+
+Words NotRecognized(const char* name, const std::string& command) {
+  return {name, {"wend", command, "1", "f"}, 255, kInvalid, "ERROR: Command not recognized\n", ""};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Words,
+    CommandLineTest,
+    testing::Values(
+        Words{"NoWordsShowHelp", {}, 0, Help(), "", ""},
+        Words{"OneWordShowsHelp", {"--help"}, 0, Help(), "", ""},
+        Words{"ThreeWordsShowHelp", {"wend", "-sf", "1"}, 0, Help(), "", ""},
+        Words{"FiveWordsShowHelp", {"wend", "-sf", "1", "f", "g"}, 0, Help(), "", ""},
+        Words{"UnknownTargetInThreeWordsShowsHelp", {"foo", "-x", "1"}, 0, Help(), "", ""},
+        Words{"LongHelpIgnoresModuleAndFile", {"wend", "--help", "x", "y"}, 0, Help(), "", ""},
+        Words{"ShortHelpIgnoresModuleAndFile", {"dax", "-h", "x", ""}, 0, Help(), "", ""},
+        Words{"Pyx1KnowsHelp", {"pyx1", "-h", "1", "f"}, 0, Help(), "", ""},
+        Words{"Pyx2KnowsHelp", {"pyx2", "--help", "1", "f"}, 0, Help(), "", ""},
+        NotHandled("HelpForUnknownTargetIsRefusedOnStandardOutput", "foo", "--help"),
+        NotHandled("TargetIsCaseSensitive", "WEND", "-sf"),
+        NotHandled("TargetWithTailIsUnknown", "wend1", "-sf"),
+        NotHandled("EmptyTargetIsUnknown", "", "-sf"),
+        NotHandled("Pyx3IsUnknown", "pyx3", "-sf"),
+        NotRecognized("UnknownCommand", "-x"),
+        NotRecognized("EmptyCommand", ""),
+        NotRecognized("CommandIsCaseSensitive", "-SF"),
+        NotRecognized("CommandWithTail", "-sf "),
+        NoNumber("ModuleOfLetters", "abc"),
+        NoNumber("EmptyModule", ""),
+        NoNumber("ModuleOfBlanks", "  "),
+        NoNumber("ModuleOfTwentyNines", "99999999999999999999"),
+        NoNumber("ModuleOneBeyond64Bits", "18446744073709551616"),
+        EmptySlot("NegativeModuleWraps", "-1", "4294967295"),
+        EmptySlot("LargestModuleIsCutTo32Bits", "18446744073709551615", "4294967295"),
+        EmptySlot("ModuleIsCutTo32Bits", "4294967298", "2"),
+        EmptySlot("BlankBeforeModule", " 7", "7"),
+        EmptySlot("PlusBeforeModule", "+7", "7"),
+        EmptySlot("LettersBehindModule", "7abc", "7"),
+        EmptySlot("HexadecimalModuleIsZero", "0x1", "0"),
+        EmptySlot("LeadingZeroIsDecimal", "010", "10"),
+        Words{"LongCommandIsEchoedAsTyped",
+              {"wend", "--spi-flash", "3", "a b"},
+              1,
+              Echo("--spi-flash") + "module number: 3\nFPGA bitstream: 'a b'\n" + kNotThere,
+              kNoI2c,
+              "dbus GetModuleLocations = 1\n"},
+        Words{"DaxOfEmptySlotLooksForAMuxOfNoBus",
+              {"dax", "-sf", "3", "f"},
+              1,
+              Echo("-sf") + "module number: 3\nFPGA bitstream: 'f'\n" + kNotThere,
+              kNoI2c,
+              "dbus GetModuleLocations = 1\n" + EveryAdapterAsked()}),
+    [](const auto& row) { return row.param.name; });
+
+struct ClockSpeed {
+  const char* name;
+  const char* value;
+  const char* printedMHz;
+  const char* hz;
+  bool warns;
+};
+
+void PrintTo(const ClockSpeed& row, std::ostream* out) { *out << row.name; }
+
+class ClockSpeedTest : public testing::TestWithParam<ClockSpeed> {};
+
+TEST_P(ClockSpeedTest, IsPrintedAndUsed) {
+  VirtualInstrument instrument;
+  const auto image = orvane::MakeZynqImage({.buildDate = "2024-05-06", .bytes = 4096});
+  instrument.WriteFile("image.bin", image);
+  instrument.WriteFile("flash.bin", image);
+  instrument.Option({"--module", "wend@1,flash=" + instrument.File("flash.bin").string()});
+  instrument.Environment("SPI_CLOCK_SPEED", GetParam().value);
+
+  const Outcome outcome = instrument.Run({"wend", "-sf", "1", "image.bin"});
+
+  EXPECT_EQ(outcome.exitCode, 11);
+  EXPECT_NE(outcome.out.find(std::string("\nSPI clock rate =") + GetParam().printedMHz + "MHz\n"),
+            std::string::npos)
+      << outcome.out;
+  EXPECT_NE(
+      outcome.log.find(std::string("\nspi /dev/spidev1.0 speed ") + GetParam().hz + " bits 8\n"),
+      std::string::npos)
+      << outcome.log;
+  EXPECT_EQ(outcome.err,
+            GetParam().warns ? "Warning: SPI speed >= 20MHz may prevent writing to the first "
+                               "16Mebibytes on RQV-3000 platforms.\n"
+                             : "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values,
+    ClockSpeedTest,
+    testing::Values(ClockSpeed{"Number", "25", "25", "25000000", true},
+                    ClockSpeed{"FastestWithoutWarning", "19", "19", "19000000", false},
+                    ClockSpeed{"SlowestWithWarning", "20", "20", "20000000", true},
+                    ClockSpeed{"LettersLeaveTheDefault", "abc", "19", "19000000", false},
+                    ClockSpeed{"EmptyLeavesTheDefault", "", "19", "19000000", false},
+                    ClockSpeed{"LettersBehindAreIgnored", "25abc", "25", "25000000", true},
+                    ClockSpeed{"BlankBeforeIsSkipped", " 25", "25", "25000000", true},
+                    ClockSpeed{"PlusIsTaken", "+7", "7", "7000000", false},
+                    ClockSpeed{"HexadecimalIsZero", "0x19", "0", "0", false},
+                    ClockSpeed{"NegativeWraps", "-1", "4294967295", "4293967296", true},
+                    ClockSpeed{"Beyond32BitsIsCut", "4294967296", "0", "0", false},
+                    ClockSpeed{"ProductWraps", "4295", "4295", "32704", false},
+                    ClockSpeed{"LargestProductInRange", "4294", "4294", "4294000000", true}),
+    [](const auto& row) { return row.param.name; });
+
+}  // namespace

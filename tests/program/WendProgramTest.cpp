@@ -1,0 +1,1020 @@
+// The whole job on a wend module. Every test compares standard output, standard error, the exit
+// code and the whole log, in which console lines and events stand in their true order, unless it
+// says what it leaves out; most compare the flash byte for byte as well.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "simulator/BootImage.h"
+#include "simulator/Gzip.h"
+#include "simulator/NorFlashModel.h"
+#include "tests/program/RunLog.h"
+#include "tests/program/VirtualInstrument.h"
+
+namespace {
+
+using namespace program_test::run_log;
+using program_test::Bytes;
+using program_test::Outcome;
+using program_test::VirtualInstrument;
+
+const std::string kName = "u-boot-vexa.bin";
+const std::string kOldDate = "2023-01-02 03:04:05";
+const std::string kNewDate = "2024-05-06 07:08:09";
+constexpr int kImageBytes = 600;  // two pages and 88 bytes
+
+const std::string kSuccess = "FPGA programmed successfully.";
+const std::string kConnectFailed = "Could not connect to the device. Check Module # and power.";
+const std::string kEraseFailed = "Could not erase the device.";
+const std::string kProgramFailed = "Programming operation failed.";
+const std::string kNoDone = "FPGA did not assert configuration completed.";
+const std::string kUpToDate = "FPGA is up to date.";
+
+const Lines kUnlocking = Console("Unlocking flash memory ... ");
+const Lines kErasing = {R"(stdout "Erasing device ... ")"};
+const Lines kProgramming = {R"(stdout "Programming device ... ")"};
+const Lines kDone = Console("done.");
+const Lines kOpenImage = {"open image.bin O_RDONLY"};
+const Lines kCloseImage = {"close image.bin"};
+const Lines kImageDate =
+    Join({kOpenImage, kCloseImage, Console("Binary  file build date: " + kNewDate)});
+
+const std::string kReadError = "SpiDev::Read() SPI_IOC_MESSAGE error, errno = 5";
+const std::string kWriteError =
+    "SpiDev::Write() SPI_IOC_MESSAGE error, errno = Input/output error file: /dev/spidev1.0";
+
+Bytes Image(const std::string& date, std::size_t bytes) {
+  return orvane::MakeZynqImage({.fileName = kName, .buildDate = date, .bytes = bytes});
+}
+
+Bytes PaddedTo(std::size_t bytes, Bytes contents) {
+  contents.resize(bytes, 0xFF);
+  return contents;
+}
+
+/// What the flash holds after an update: the image, erased bytes to the end of its last sector, and
+/// behind that what was there.
+Bytes Flashed(const Bytes& image, const Bytes& before) {
+  Bytes flash = PaddedTo(orvane::NorFlashModel::kBytes, before);
+  const std::size_t erased = (image.size() + 65535) / 65536 * 65536;
+  std::fill_n(flash.begin(), erased, 0xFF);
+  std::copy(image.begin(), image.end(), flash.begin());
+  return flash;
+}
+
+// --- The steps of a run
+
+Lines Find() { return Join({Request("image.bin"), Discovery(), Clock(), Programmer()}); }
+
+Lines Connect() {
+  return Join({Find(), Control("qspi_prg", "1"), OpenBus(), Identify("20 ba 18")});
+}
+
+Lines CompareWithOld() {
+  return Compare("./FlashDevice.bin", kName, kOldDate, "image.bin", kNewDate);
+}
+
+/// Everything until the flash is known to be older than the image.
+Lines Decide() { return Join({Connect(), Dump("./FlashDevice.bin"), CompareWithOld()}); }
+
+Lines EraseStep() { return Join({kUnlocking, kErasing, kOpenImage, Erase(1), kDone}); }
+
+Lines ProgramStep() {
+  return Join({kProgramming, kOpenImage, OpenBus(), Program(kImageBytes), kCloseImage, kDone});
+}
+
+Lines VerifyStep() {
+  return Join({Dump("./FlashDevice_verif.bin"),
+               Compare("./FlashDevice_verif.bin", kName, kNewDate, "image.bin", kNewDate)});
+}
+
+Lines UpdateSteps() { return Join({EraseStep(), ProgramStep(), VerifyStep()}); }
+
+Lines ResetStep() {
+  return Join({{R"(stdout "Toggling reset ... ")"},
+               Control("zynq_hw_reset_n", "0"),
+               {"sleep 5 s"},
+               Control("zynq_hw_reset_n", "1")});
+}
+
+Lines FinalSteps(int donePolls) {
+  return Join({Control("qspi_prg", "0"), ResetStep(), Done(donePolls)});
+}
+
+/// The programmer and the SPI device go before the result line, the I2C device after it.
+Lines End(const std::string& result, int exitCode) {
+  return Join({{"close /dev/spidev1.0", "close -1"},
+               Console(result),
+               {"close -1", "exit " + std::to_string(exitCode)}});
+}
+
+/// The driver has destroyed the SPI device, which could not be opened.
+Lines EndWithoutSpi() {
+  return Join({{"close -1"}, Console(kConnectFailed), {"close -1", "exit 1"}});
+}
+
+/// A scratch file whose field holds no '#'; name and date are missing.
+Lines CompareWithout(const std::string& scratch) {
+  const Lines noDelimiter = Join({{"open " + scratch + " O_RDONLY"},
+                                  ErrorLine("ERROR: Can't find delimiter # in BOOTHEADER")});
+  return Join({{R"(stdout "\n")"},
+               noDelimiter,
+               ErrorLine("ERROR: Can't find uboot filename in dumpfile"),
+               noDelimiter,
+               ErrorLine("ERROR: Can't find uboot build date in dumpfile"),
+               kImageDate});
+}
+
+class WendProgramTest : public testing::Test {
+ protected:
+  WendProgramTest() : old_(Image(kOldDate, 100'000)), image_(Image(kNewDate, kImageBytes)) {
+    instrument_.WriteFile("flash.bin", old_);
+    instrument_.WriteFile("image.bin", image_);
+  }
+
+  void Fault(const std::string& rule) { instrument_.Option({"--fault", rule}); }
+
+  void PlugIn(const std::string& keys = "") {
+    instrument_.Option(
+        {"--module", "wend@1,flash=" + instrument_.File("flash.bin").string() + keys});
+  }
+
+  Outcome Update() { return instrument_.Run({"wend", "-sf", "1", "image.bin"}); }
+
+  void ExpectUpdate(int exitCode, const Lines& log) { Expect(Update(), exitCode, log); }
+
+  static void Expect(const Outcome& outcome, int exitCode, const Lines& log) {
+    EXPECT_EQ(outcome.out, ConsoleText(log, "stdout"));
+    EXPECT_EQ(outcome.err, ConsoleText(log, "stderr"));
+    EXPECT_EQ(outcome.exitCode, exitCode);
+    EXPECT_EQ(outcome.log, Text(log));
+  }
+
+  void ExpectFlash(const Bytes& contents) {
+    EXPECT_TRUE(instrument_.ReadFile("flash.bin") ==
+                PaddedTo(orvane::NorFlashModel::kBytes, contents));
+  }
+
+  void ExpectFlashUntouched() { ExpectFlash(old_); }
+  void ExpectFlashRewritten() { ExpectFlash(Flashed(image_, old_)); }
+
+  VirtualInstrument instrument_;
+  Bytes old_;
+  Bytes image_;
+};
+
+// --- The ways that lead to the end
+
+TEST_F(WendProgramTest, OlderMicronFlashIsRewrittenAndTheZynqRestarted) {
+  PlugIn();
+  ExpectUpdate(0, Join({Decide(), UpdateSteps(), FinalSteps(20), kDone, End(kSuccess, 0)}));
+  ExpectFlashRewritten();
+}
+
+TEST_F(WendProgramTest, TheConsoleOfASuccessfulRun) {
+  PlugIn();
+  const Outcome outcome = Update();
+  EXPECT_EQ(outcome.out,
+            "programming mode: -sf\n"
+            "module number: 1\n"
+            "FPGA bitstream: 'image.bin'\n"
+            "SPI clock rate =19MHz\n"
+            "WEND Programming\n"
+            "Connecting ...\n"
+            "Flash Manufacturer ID   : 0x20\n"
+            "Flash Memory Type       : 0xba\n"
+            "Flash Memory Capacity   : 0x18\n"
+            "Reading flash...\n"
+            "Flash header binary filename: u-boot-vexa.bin\n"
+            "Flash header build date: 2023-01-02 03:04:05\n"
+            "Binary  file build date: 2024-05-06 07:08:09\n"
+            "Unlocking flash memory ... \n"
+            "Erasing device ... done.\n"
+            "Programming device ... done.\n"
+            "Reading flash...\n"
+            "Flash header binary filename: u-boot-vexa.bin\n"
+            "Flash header build date: 2024-05-06 07:08:09\n"
+            "Binary  file build date: 2024-05-06 07:08:09\n"
+            "Toggling reset ... done.\n"
+            "FPGA programmed successfully.\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitCode, 0);
+}
+
+TEST_F(WendProgramTest, MacronixFlashIsLockedUnlockedAndLockedAgain) {
+  PlugIn(",chip=macronix");
+  // Level 9 is 1001 in bits 2 to 5; the latch that WREN set shows as bit 1.
+  const Lines locked = Join({Console("Locked 256 NOR flash sectors."), {"sleep 500 ms"}});
+  const Lines guard = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 00"};
+  ExpectUpdate(0,
+               Join({Find(),
+                     Control("qspi_prg", "1"),
+                     OpenBus(),
+                     Identify("c2 20 18"),
+                     Console("Chip is matronix, enabling lock logic."),
+                     Lock("07", "02", "26 0f"),
+                     locked,
+                     Dump("./FlashDevice.bin"),
+                     CompareWithOld(),
+                     kUnlocking,
+                     Lock("0f", "24", "00 0f"),
+                     {"sleep 500 ms"},
+                     kErasing,
+                     guard,
+                     kOpenImage,
+                     Erase(1),
+                     kDone,
+                     kProgramming,
+                     guard,
+                     kOpenImage,
+                     OpenBus(),
+                     Program(kImageBytes),
+                     kCloseImage,
+                     kDone,
+                     VerifyStep(),
+                     Lock("0f", "00", "24 0f"),
+                     locked,
+                     FinalSteps(20),
+                     kDone,
+                     End(kSuccess, 0)}));
+  ExpectFlashRewritten();
+}
+
+TEST_F(WendProgramTest, BlankFlashIsProgrammed) {
+  instrument_.WriteFile("flash.bin", {});
+  PlugIn();
+  ExpectUpdate(0,
+               Join({Connect(),
+                     Dump("./FlashDevice.bin"),
+                     CompareWithout("./FlashDevice.bin"),
+                     UpdateSteps(),
+                     FinalSteps(20),
+                     kDone,
+                     End(kSuccess, 0)}));
+  ExpectFlash(image_);
+}
+
+TEST_F(WendProgramTest, EqualBuildDatesLeaveTheFlashAloneWhateverTheFileName) {
+  old_ = orvane::MakeZynqImage({.fileName = "other.bin", .buildDate = kNewDate, .bytes = 5000});
+  instrument_.WriteFile("flash.bin", old_);
+  PlugIn();
+  ExpectUpdate(11,
+               Join({Connect(),
+                     Dump("./FlashDevice.bin"),
+                     Compare("./FlashDevice.bin", "other.bin", kNewDate, "image.bin", kNewDate),
+                     End(kUpToDate, 11)}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, ASecondRunFindsTheFlashUpToDate) {
+  PlugIn();
+  EXPECT_EQ(Update().exitCode, 0);
+  ExpectUpdate(11,
+               Join({Connect(),
+                     Dump("./FlashDevice.bin"),
+                     Compare("./FlashDevice.bin", kName, kNewDate, "image.bin", kNewDate),
+                     End(kUpToDate, 11)}));
+  ExpectFlashRewritten();
+}
+
+// What the compressed bytes hold where a boot header would be is left to zlib, so the lines of the
+// comparisons are left out.
+TEST_F(WendProgramTest, GzipImageIsWrittenButFailsTheComparisonThatVerifiesIt) {
+  instrument_.WriteFile("image.bin", orvane::Gzip(image_));
+  PlugIn();
+  const Outcome outcome = Update();
+  const std::string lastError =
+      "ERROR: SPI flash upgrade failed - Try to remove WEND if present !\n";
+  ASSERT_GE(outcome.err.size(), lastError.size());
+  EXPECT_EQ(outcome.err.substr(outcome.err.size() - lastError.size()), lastError);
+  EXPECT_EQ(outcome.exitCode, 6);
+  ExpectFlashRewritten();
+  EXPECT_NE(outcome.log.find("write /sys/platform_m1/qspi_prg/value \"1\"\n"), std::string::npos);
+  EXPECT_EQ(outcome.log.find("write /sys/platform_m1/qspi_prg/value \"0\"\n"), std::string::npos);
+}
+
+TEST_F(WendProgramTest, LongerStaleDumpsKeepTheirTails) {
+  const Bytes stale(5000, 0x5A);
+  instrument_.WriteFile("FlashDevice.bin", stale);
+  instrument_.WriteFile("FlashDevice_verif.bin", stale);
+  PlugIn();
+  ExpectUpdate(0, Join({Decide(), UpdateSteps(), FinalSteps(20), kDone, End(kSuccess, 0)}));
+
+  Bytes before(old_.begin(), old_.begin() + 4096);
+  before.resize(5000, 0x5A);
+  EXPECT_TRUE(instrument_.ReadFile("FlashDevice.bin") == before);
+  Bytes after = PaddedTo(4096, image_);
+  after.resize(5000, 0x5A);
+  EXPECT_TRUE(instrument_.ReadFile("FlashDevice_verif.bin") == after);
+}
+
+// --- DONE
+
+TEST_F(WendProgramTest, DoneSeenOnTheLastPollButOneIsSuccess) {
+  PlugIn(",done=after:9998");
+  ExpectUpdate(0, Join({Decide(), UpdateSteps(), FinalSteps(9998), kDone, End(kSuccess, 0)}));
+}
+
+TEST_F(WendProgramTest, DoneSeenOnTheLastPollCountsAsTimeout) {
+  PlugIn(",done=after:9999");
+  ExpectUpdate(7, Join({Decide(), UpdateSteps(), FinalSteps(9999), End(kNoDone, 7)}));
+}
+
+TEST_F(WendProgramTest, DoneThatNeverRisesIsATimeout) {
+  PlugIn(",done=low");
+  Lines log = Join({Decide(), UpdateSteps(), FinalSteps(10'000)});
+  log.at(log.size() - 2) = R"(read /sys/platform_m1/zynq_done/value "0")";  // the last read too
+  ExpectUpdate(7, Join({log, End(kNoDone, 7)}));
+}
+
+// --- Devices that are not there
+
+TEST_F(WendProgramTest, EmptySlotHasNoI2cBus) {
+  PlugIn();
+  Expect(instrument_.Run({"wend", "-sf", "2", "image.bin"}),
+         1,
+         Join({Console("programming mode: -sf"),
+               Console("module number: 2"),
+               Console("FPGA bitstream: 'image.bin'"),
+               {"dbus GetModuleLocations = 1"},
+               ErrorLine("ERROR: No I2C device found"),
+               Console(kConnectFailed),
+               {"exit 1"}}));
+}
+
+TEST_F(WendProgramTest, EmptyI2cNameFailsAlsoForAModuleThatNeedsNone) {
+  PlugIn(",i2c=none");
+  ExpectUpdate(1,
+               Join({Request("image.bin"),
+                     {"dbus GetModuleLocations = 1", R"(dbus GetI2CBus 1 = "")"},
+                     ErrorLine("ERROR: No I2C device found"),
+                     Console(kConnectFailed),
+                     {"exit 1"}}));
+}
+
+TEST_F(WendProgramTest, EmptySpiNameFails) {
+  PlugIn(",spi=none");
+  Lines discovery = Discovery();
+  discovery.back() = R"(dbus GetSPIDev 1 = "")";
+  ExpectUpdate(1,
+               Join({Request("image.bin"),
+                     discovery,
+                     ErrorLine("ERROR: No SPI device found"),
+                     Console(kConnectFailed),
+                     {"close -1", "exit 1"}}));
+}
+
+TEST_F(WendProgramTest, MissingSpiNodeFailsToConnectAndTheDeviceIsDestroyedOnce) {
+  PlugIn(",spidev=missing");
+  ExpectUpdate(1,
+               Join({Find(),
+                     Control("qspi_prg", "1"),
+                     {"open /dev/spidev1.0 O_RDWR = ENOENT"},
+                     EndWithoutSpi()}));
+}
+
+TEST_F(WendProgramTest, MissingI2cNodeDoesNotMatter) {
+  PlugIn(",i2cdev=missing");
+  ExpectUpdate(0, Join({Decide(), UpdateSteps(), FinalSteps(20), kDone, End(kSuccess, 0)}));
+}
+
+TEST_F(WendProgramTest, AbsentFlashFailsToConnect) {
+  PlugIn(",flash-chip=absent");
+  ExpectUpdate(1,
+               Join({Find(),
+                     Control("qspi_prg", "1"),
+                     OpenBus(),
+                     Identify("00 00 00"),
+                     End(kConnectFailed, 1)}));
+}
+
+struct ServiceRow {
+  const char* name;
+  const char* without;
+  std::string error;
+};
+
+void PrintTo(const ServiceRow& row, std::ostream* out) { *out << row.name; }
+
+class MissingServiceTest : public WendProgramTest,
+                           public testing::WithParamInterface<ServiceRow> {};
+
+// The bus's own error text is left out.
+TEST_P(MissingServiceTest, EndsTheProcess) {
+  PlugIn();
+  instrument_.Option({"--without", GetParam().without});
+  const Outcome outcome = Update();
+  EXPECT_EQ(outcome.exitCode, 134);
+  EXPECT_EQ(outcome.out, ConsoleText(Request("image.bin"), "stdout"));
+  const std::string start =
+      "terminate called after throwing an instance of 'std::runtime_error'\n  what():  " +
+      GetParam().error;
+  EXPECT_EQ(outcome.err.substr(0, start.size()), start);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Services,
+    MissingServiceTest,
+    testing::Values(ServiceRow{"Inventory", "inventory", "GetModuleLocations: "},
+                    ServiceRow{"Resources", "resources", "GetI2CBus: "},
+                    ServiceRow{"Bus", "bus", "org.orvane.SystemInventory1: "}),
+    [](const auto& row) { return row.param.name; });
+
+// --- The SPI bus
+
+struct BusRow {
+  const char* name;
+  const char* fault;
+  std::size_t lines;  // of opening the bus, the failed one included
+};
+
+void PrintTo(const BusRow& row, std::ostream* out) { *out << row.name; }
+
+class BusSetupTest : public WendProgramTest, public testing::WithParamInterface<BusRow> {};
+
+TEST_P(BusSetupTest, FailedIoctlClosesTheNodeAndFailsToConnect) {
+  Fault(GetParam().fault);
+  PlugIn();
+  Lines opening = OpenBus();
+  opening.resize(GetParam().lines);
+  opening.back() = opening.back().substr(0, opening.back().find(" = ")) + " = EINVAL";
+  ExpectUpdate(
+      1,
+      Join({Find(), Control("qspi_prg", "1"), opening, {"close /dev/spidev1.0"}, EndWithoutSpi()}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ioctls,
+                         BusSetupTest,
+                         testing::Values(BusRow{"Mode", "ioctl:SPI_IOC_WR_MODE:EINVAL", 2},
+                                         BusRow{"ReadSpeed", "ioctl:SPI_IOC_RD_MAX:EINVAL", 3},
+                                         BusRow{"WriteSpeed", "ioctl:SPI_IOC_WR_MAX:EINVAL", 4}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(WendProgramTest, FailedIdentificationFailsToConnect) {
+  Fault("spi:RDID:EIO");
+  PlugIn();
+  ExpectUpdate(1,
+               Join({Find(),
+                     Control("qspi_prg", "1"),
+                     OpenBus(),
+                     {"spi /dev/spidev1.0 speed 19000000 bits 8",
+                      "spi /dev/spidev1.0 WREN",
+                      "spi /dev/spidev1.0 RDID = EIO"},
+                     ErrorLine(kReadError),
+                     End(kConnectFailed, 1)}));
+}
+
+TEST_F(WendProgramTest, FailedWriteEnableWhileConnectingIsReportedAndIgnored) {
+  Fault("spi:WREN#1:ETIMEDOUT");
+  PlugIn();
+  const Lines identify = Identify("20 ba 18");
+  ExpectUpdate(
+      0,
+      Join({Find(),
+            Control("qspi_prg", "1"),
+            OpenBus(),
+            {identify.at(0), "spi /dev/spidev1.0 WREN = ETIMEDOUT"},
+            ErrorLine("SpiDev::Write() SPI_IOC_MESSAGE error, errno = Connection timed out "
+                      "file: /dev/spidev1.0"),
+            Lines(identify.begin() + 2, identify.end()),
+            Dump("./FlashDevice.bin"),
+            CompareWithOld(),
+            UpdateSteps(),
+            FinalSteps(20),
+            kDone,
+            End(kSuccess, 0)}));
+}
+
+// --- The dumps and the decision
+
+TEST_F(WendProgramTest, FailedDumpReadFailsToConnectWithoutADecision) {
+  Fault("spi:READ#1:EIO");
+  PlugIn();
+  ExpectUpdate(1,
+               Join({Connect(),
+                     {"open ./FlashDevice.bin O_WRONLY|O_CREAT 0600",
+                      R"(stdout "Reading flash...")",
+                      "spi /dev/spidev1.0 READ 0x000000 +4096 = EIO"},
+                     ErrorLine(kReadError),
+                     {"close ./FlashDevice.bin"},
+                     ErrorLine("ERROR: Can't read Flash device !"),
+                     End(kConnectFailed, 1)}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, FullDiskFailsToConnectWithoutADecision) {
+  Fault("write:./FlashDevice.bin:ENOSPC");
+  PlugIn();
+  ExpectUpdate(1,
+               Join({Connect(),
+                     {"open ./FlashDevice.bin O_WRONLY|O_CREAT 0600",
+                      R"(stdout "Reading flash...")",
+                      "spi /dev/spidev1.0 READ 0x000000 +4096",
+                      "write ./FlashDevice.bin +4096 = ENOSPC",
+                      "close ./FlashDevice.bin"},
+                     ErrorLine("ERROR: Can't read Flash device !"),
+                     End(kConnectFailed, 1)}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, DumpFileThatCannotBeOpenedFailsAndTheFlashIsNotRead) {
+  std::filesystem::create_directory(instrument_.File("FlashDevice.bin"));
+  PlugIn();
+  ExpectUpdate(1,
+               Join({Connect(),
+                     {"open ./FlashDevice.bin O_WRONLY|O_CREAT 0600 = EISDIR",
+                      R"(stdout "Reading flash...")",
+                      "close -1"},
+                     ErrorLine("ERROR: Can't read Flash device !"),
+                     End(kConnectFailed, 1)}));
+  ExpectFlashUntouched();
+}
+
+/// The end of a run whose image has no readable boot header.
+Lines AbortedByLogicError(const std::string& message) {
+  return Join({ErrorLine(message),
+               ErrorLine("terminate called after throwing an instance of 'std::logic_error'"),
+               ErrorLine("  what():  basic_string::_M_construct null not valid"),
+               {"killed SIGABRT"}});
+}
+
+/// The decision up to where the image is opened.
+Lines DecideBeforeImage() {
+  Lines lines = Decide();
+  lines.resize(lines.size() - kImageDate.size());
+  return lines;
+}
+
+TEST_F(WendProgramTest, MissingImageEndsTheProcessBeforeAnythingIsErased) {
+  std::filesystem::remove(instrument_.File("image.bin"));
+  PlugIn();
+  ExpectUpdate(134,
+               Join({DecideBeforeImage(),
+                     {"open image.bin O_RDONLY = ENOENT"},
+                     AbortedByLogicError("ERROR: Can't open file 'image.bin'")}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, ImageOneByteTooShortForABootHeaderEndsTheProcess) {
+  instrument_.WriteFile("image.bin", Bytes(image_.begin(), image_.begin() + 151));
+  PlugIn();
+  ExpectUpdate(
+      134, Join({DecideBeforeImage(), kOpenImage, AbortedByLogicError("ERROR: Can't read file")}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, ImageThatIsAPipeEndsTheProcess) {
+  std::filesystem::remove(instrument_.File("image.bin"));
+  PlugIn();
+  const Outcome outcome = instrument_.RunShell(
+      "mkfifo image.bin; : >image.bin & exec \"$TARNWICK\" wend -sf 1 image.bin");
+  EXPECT_EQ(outcome.err, ConsoleText(AbortedByLogicError("ERROR: Can't seek file"), "stderr"));
+  EXPECT_EQ(outcome.exitCode, 134);
+  ExpectFlashUntouched();
+}
+
+// --- Erasing and programming
+
+TEST_F(WendProgramTest, FailedEraseEndsWithTheFlashLeftToTheController) {
+  Fault("spi:SE:EIO");
+  PlugIn();
+  ExpectUpdate(3,
+               Join({Decide(),
+                     kUnlocking,
+                     kErasing,
+                     kOpenImage,
+                     {"spi /dev/spidev1.0 WREN", "spi /dev/spidev1.0 SE 0x000000 = EIO"},
+                     ErrorLine(kWriteError),
+                     End(kEraseFailed, 3)}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, FailedPollWhileErasingFailsTheErase) {
+  Fault("spi:RDSR#2:EIO");
+  PlugIn();
+  ExpectUpdate(3,
+               Join({Decide(),
+                     kUnlocking,
+                     kErasing,
+                     kOpenImage,
+                     {"spi /dev/spidev1.0 WREN",
+                      "spi /dev/spidev1.0 SE 0x000000",
+                      "spi /dev/spidev1.0 RDSR = 03",
+                      "spi /dev/spidev1.0 RDSR = EIO"},
+                     ErrorLine(kReadError),
+                     End(kEraseFailed, 3)}));
+}
+
+TEST_F(WendProgramTest, ChipThatStaysLockedRefusesTheErase) {
+  PlugIn(",chip=macronix,register-lost=2");
+  const Lines registers = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 24"};
+  ExpectUpdate(3,
+               Join({Find(),
+                     Control("qspi_prg", "1"),
+                     OpenBus(),
+                     Identify("c2 20 18"),
+                     Console("Chip is matronix, enabling lock logic."),
+                     Lock("07", "02", "26 0f"),
+                     Console("Locked 256 NOR flash sectors."),
+                     {"sleep 500 ms"},
+                     Dump("./FlashDevice.bin"),
+                     CompareWithOld(),
+                     kUnlocking,
+                     Lock("0f", "24", "00 0f"),
+                     {"sleep 500 ms"},
+                     kErasing,
+                     registers,
+                     registers,
+                     registers,
+                     registers,
+                     ErrorLine("Addr: 0 is within protected size (16777216)"),
+                     End(kEraseFailed, 3)}));
+  ExpectFlashUntouched();
+}
+
+struct LockRow {
+  const char* name;
+  const char* fault;
+  std::size_t made;  // how many of the four messages are made, the failed one included
+  std::string failed;
+  std::string busError;
+  std::string message;
+};
+
+void PrintTo(const LockRow& row, std::ostream* out) { *out << row.name; }
+
+class LockTest : public WendProgramTest, public testing::WithParamInterface<LockRow> {};
+
+// The log is compared up to the first dump.
+TEST_P(LockTest, FailureWhileConnectingIsReportedAndTheRunGoesOn) {
+  Fault(GetParam().fault);
+  PlugIn(",chip=macronix");
+  Lines attempt = Lock("07", "02", "26 0f");
+  attempt.resize(GetParam().made);
+  attempt.back() = "spi /dev/spidev1.0 " + GetParam().failed + " = EIO";
+  const std::string start = Text(Join({Find(),
+                                       Control("qspi_prg", "1"),
+                                       OpenBus(),
+                                       Identify("c2 20 18"),
+                                       Console("Chip is matronix, enabling lock logic."),
+                                       attempt,
+                                       ErrorLine(GetParam().busError),
+                                       ErrorLine(GetParam().message),
+                                       Dump("./FlashDevice.bin")}));
+  const Outcome outcome = Update();
+  EXPECT_EQ(outcome.log.substr(0, start.size()), start);
+  EXPECT_EQ(outcome.err, GetParam().busError + "\n" + GetParam().message + "\n");
+  EXPECT_EQ(outcome.exitCode, 0);
+  ExpectFlashRewritten();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Messages,
+    LockTest,
+    testing::Values(LockRow{"ReadConfiguration",
+                            "spi:RDCR#1:EIO",
+                            1,
+                            "RDCR",
+                            kReadError,
+                            "Failed to read configuration register.  Cannot lock memory."},
+                    LockRow{"ReadStatus",
+                            "spi:RDSR#1:EIO",
+                            2,
+                            "RDSR",
+                            kReadError,
+                            "Failed to read status register.  Cannot lock memory."},
+                    LockRow{"WriteEnable",
+                            "spi:WREN#2:EIO",
+                            3,
+                            "WREN",
+                            kWriteError,
+                            "Failed to send WREN command to device.  Cannot lock memory."},
+                    LockRow{"WriteRegisters",
+                            "spi:WRSR#1:EIO",
+                            4,
+                            "WRSR 26 0f",
+                            kWriteError,
+                            "Failed to send set control registers.  Cannot lock memory."}),
+    [](const auto& row) { return row.param.name; });
+
+// The log of the pages is left out: the flash shows which were written.
+TEST_F(WendProgramTest, FailedPageIsSkippedTheRestIsWrittenAndTheRunFails) {
+  instrument_.Option({"--bufsiz", "512"});  // one piece of the image is two pages
+  Fault("spi:PP#2:EIO");
+  PlugIn();
+  const Outcome outcome = Update();
+  EXPECT_EQ(outcome.exitCode, 6);
+  EXPECT_EQ(outcome.err, kWriteError + "\n");
+  EXPECT_EQ(outcome.out.substr(outcome.out.find("Programming device")),
+            "Programming device ... " + kProgramFailed + "\n");
+  Bytes expected = Flashed(image_, old_);
+  std::fill_n(expected.begin() + 256, 256, 0xFF);
+  ExpectFlash(expected);
+}
+
+TEST_F(WendProgramTest, NodeThatDoesNotOpenAgainFailsEveryPage) {
+  Fault("open:/dev/spidev1.0#2:EMFILE");
+  PlugIn();
+  ExpectUpdate(6,
+               Join({Decide(),
+                     EraseStep(),
+                     kProgramming,
+                     kOpenImage,
+                     {"open /dev/spidev1.0 O_RDWR = EMFILE"},
+                     kCloseImage,
+                     {"close -1", "close -1"},
+                     Console(kProgramFailed),
+                     {"close -1", "exit 6"}}));
+}
+
+// --- Verification
+
+TEST_F(WendProgramTest, FirstPageThatDoesNotProgramFailsTheVerification) {
+  PlugIn(",program-lost=1");
+  ExpectUpdate(6,
+               Join({Decide(),
+                     EraseStep(),
+                     ProgramStep(),
+                     Dump("./FlashDevice_verif.bin"),
+                     CompareWithout("./FlashDevice_verif.bin"),
+                     ErrorLine("ERROR: SPI flash upgrade failed - Try to remove WEND if present !"),
+                     End(kProgramFailed, 6)}));
+}
+
+TEST_F(WendProgramTest, LaterPageThatDoesNotProgramIsNotNoticed) {
+  PlugIn(",program-lost=2");
+  ExpectUpdate(0, Join({Decide(), UpdateSteps(), FinalSteps(20), kDone, End(kSuccess, 0)}));
+  Bytes expected = Flashed(image_, old_);
+  std::fill_n(expected.begin() + 256, 256, 0xFF);
+  ExpectFlash(expected);
+}
+
+TEST_F(WendProgramTest, FailedVerifyReadFailsToConnect) {
+  Fault("spi:READ#2:EIO");
+  PlugIn();
+  ExpectUpdate(1,
+               Join({Decide(),
+                     EraseStep(),
+                     ProgramStep(),
+                     {"open ./FlashDevice_verif.bin O_WRONLY|O_CREAT 0600",
+                      R"(stdout "Reading flash...")",
+                      "spi /dev/spidev1.0 READ 0x000000 +4096 = EIO"},
+                     ErrorLine(kReadError),
+                     {"close ./FlashDevice_verif.bin"},
+                     ErrorLine("ERROR: Can't read Flash device !"),
+                     End(kConnectFailed, 1)}));
+}
+
+// --- The control files: every access that fails ends the process
+
+const std::string kQspi = "/sys/platform_m1/qspi_prg/value";
+const std::string kReset = "/sys/platform_m1/zynq_hw_reset_n/value";
+const std::string kDoneFile = "/sys/platform_m1/zynq_done/value";
+
+Lines BeforeHandingBack() { return Join({Decide(), UpdateSteps()}); }
+
+Lines BeforeReset() {
+  return Join({BeforeHandingBack(), Control("qspi_prg", "0"), {R"(stdout "Toggling reset ... ")"}});
+}
+
+Lines BeforeRelease() {
+  return Join({BeforeReset(), Control("zynq_hw_reset_n", "0"), {"sleep 5 s"}});
+}
+
+Lines BeforeDone() { return Join({BeforeRelease(), Control("zynq_hw_reset_n", "1")}); }
+
+struct ControlRow {
+  const char* name;
+  std::string fault;
+  std::string message;
+  Lines (*before)();  // all in front of the access
+  Lines access;
+};
+
+void PrintTo(const ControlRow& row, std::ostream* out) { *out << row.name; }
+
+/// A control file that is written, up to the failing call.
+ControlRow Written(const char* name,
+                   const std::string& path,
+                   const char* symbol,
+                   int nth,
+                   const std::string& value,
+                   const std::string& call,
+                   Lines (*before)()) {
+  const std::string calls[] = {
+      "open " + path + " O_WRONLY|O_SYNC", "write " + path + " \"" + value + "\"", "close " + path};
+  Lines access;
+  for (const std::string& line : calls) {
+    const bool fails = line.rfind(call + " ", 0) == 0;
+    access.push_back(fails ? line + " = EIO" : line);
+    if (fails) {
+      break;
+    }
+  }
+  return {name,
+          call + ":" + path + "#" + std::to_string(nth) + ":EIO",
+          "could not " + (call == "write" ? "write to" : call) + " SYSFS " + symbol +
+              " value device: Input/output error",
+          before,
+          access};
+}
+
+class ControlFileTest : public WendProgramTest, public testing::WithParamInterface<ControlRow> {};
+
+TEST_P(ControlFileTest, FailureEndsTheProcessWithExitStatus1) {
+  Fault(GetParam().fault);
+  PlugIn();
+  ExpectUpdate(
+      1, Join({GetParam().before(), GetParam().access, ErrorLine(GetParam().message), {"exit 1"}}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Written,
+    ControlFileTest,
+    testing::Values(
+        Written("TakeOpen", kQspi, "QSPI_PRG", 1, "1", "open", Find),
+        Written("TakeWrite", kQspi, "QSPI_PRG", 1, "1", "write", Find),
+        Written("TakeClose", kQspi, "QSPI_PRG", 1, "1", "close", Find),
+        Written("GiveBackOpen", kQspi, "QSPI_PRG", 2, "0", "open", BeforeHandingBack),
+        Written("GiveBackWrite", kQspi, "QSPI_PRG", 2, "0", "write", BeforeHandingBack),
+        Written("GiveBackClose", kQspi, "QSPI_PRG", 2, "0", "close", BeforeHandingBack),
+        Written("ResetOpen", kReset, "ZYNQ_HW_RESET_N", 1, "0", "open", BeforeReset),
+        Written("ResetWrite", kReset, "ZYNQ_HW_RESET_N", 1, "0", "write", BeforeReset),
+        Written("ResetClose", kReset, "ZYNQ_HW_RESET_N", 1, "0", "close", BeforeReset),
+        Written("ReleaseOpen", kReset, "ZYNQ_HW_RESET_N", 2, "1", "open", BeforeRelease),
+        Written("ReleaseWrite", kReset, "ZYNQ_HW_RESET_N", 2, "1", "write", BeforeRelease),
+        Written("ReleaseClose", kReset, "ZYNQ_HW_RESET_N", 2, "1", "close", BeforeRelease)),
+    [](const auto& row) { return row.param.name; });
+
+const std::string kOpenDone = "open " + kDoneFile + " O_RDONLY|O_SYNC";
+const std::string kInvalidDone = R"(Invalid  value read. Should be \"1\" or \"0\". )";
+
+INSTANTIATE_TEST_SUITE_P(
+    Read,
+    ControlFileTest,
+    testing::Values(
+        ControlRow{"DoneOpen",
+                   "open:" + kDoneFile + "#1:ENOENT",
+                   "could not open SYSFS ZYNQ_DONE value device: No such file or directory",
+                   BeforeDone,
+                   {kOpenDone + " = ENOENT"}},
+        ControlRow{"DoneRead",
+                   "read:" + kDoneFile + "#1:EIO",
+                   "could not read SYSFS ZYNQ_DONE value device: Input/output error",
+                   BeforeDone,
+                   {kOpenDone, "read " + kDoneFile + " = EIO"}},
+        ControlRow{"DoneClose",
+                   "close:" + kDoneFile + "#1:EIO",
+                   "could not close SYSFS ZYNQ_DONE value device: Input/output error",
+                   BeforeDone,
+                   {kOpenDone, "read " + kDoneFile + " \"0\"", "close " + kDoneFile + " = EIO"}},
+        ControlRow{"DoneLetter",
+                   "read:" + kDoneFile + "#1:data:x",
+                   kInvalidDone,
+                   BeforeDone,
+                   {kOpenDone, "read " + kDoneFile + " \"x\""}},
+        ControlRow{"DoneEmpty",
+                   "read:" + kDoneFile + "#1:data:",
+                   kInvalidDone,
+                   BeforeDone,
+                   {kOpenDone, "read " + kDoneFile + " \"\""}}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(WendProgramTest, ModuleWithoutControlFilesEndsTheProcess) {
+  PlugIn(",zynq-files=missing");
+  ExpectUpdate(
+      1,
+      Join({Find(),
+            {"open " + kQspi + " O_WRONLY|O_SYNC = ENOENT"},
+            ErrorLine("could not open SYSFS QSPI_PRG value device: No such file or directory"),
+            {"exit 1"}}));
+}
+
+// --- The transfer limit: of the log, only the pieces of the first dump are counted
+
+struct BufsizRow {
+  const char* name;
+  const char* text;
+  std::string error;
+  int pieces;
+};
+
+void PrintTo(const BufsizRow& row, std::ostream* out) { *out << row.name; }
+
+class BufsizTest : public WendProgramTest, public testing::WithParamInterface<BufsizRow> {};
+
+TEST_P(BufsizTest, CutsTheDump) {
+  instrument_.Option({"--bufsiz", GetParam().text});
+  PlugIn();
+  const Outcome outcome = Update();
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(outcome.err, GetParam().error);
+  const std::string dump = outcome.log.substr(0, outcome.log.find("close ./FlashDevice.bin"));
+  int pieces = 0;
+  for (std::size_t at = dump.find(" READ "); at != std::string::npos;
+       at = dump.find(" READ ", at + 1)) {
+    ++pieces;
+  }
+  EXPECT_EQ(pieces, GetParam().pieces);
+  ExpectFlashRewritten();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values,
+    BufsizTest,
+    testing::Values(
+        BufsizRow{"Missing", "none", "Can't open: /sys/module/spidev/parameters/bufsiz\n", 1},
+        BufsizRow{"Letters", "abc", "Can't convert bufsiz: abc\n", 1},
+        BufsizRow{"BlanksAndUnit", "  8192 kB", "", 1},
+        BufsizRow{"TwoPages", "512", "", 8},
+        BufsizRow{"Large", "65536", "", 1},
+        BufsizRow{"Huge", "1099511627776", "", 1}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(WendProgramTest, TransferLimitOfZeroFailsTheDump) {
+  instrument_.Option({"--bufsiz", "0"});
+  PlugIn();
+  const Outcome outcome = Update();
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_EQ(outcome.err, "ERROR: Can't read Flash device !\n");
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, TransferLimitOfOnePageRefusesEveryPageWithItsCommand) {
+  instrument_.Option({"--bufsiz", "256"});
+  PlugIn();
+  const Outcome outcome = Update();
+  EXPECT_EQ(outcome.exitCode, 6);
+  const std::string refused =
+      "SpiDev::Write() SPI_IOC_MESSAGE error, errno = Message too long file: /dev/spidev1.0\n";
+  // A piece of 256 bytes makes a message of 260; the last piece, of 88, fits.
+  EXPECT_EQ(outcome.err, refused + refused);
+  Bytes expected = Flashed(image_, old_);
+  std::fill_n(expected.begin(), 512, 0xFF);
+  ExpectFlash(expected);
+}
+
+TEST_F(WendProgramTest, TransferLimitThatIsNoMultipleOfAPageWrapsInsidePagesUnnoticed) {
+  instrument_.Option({"--bufsiz", "300"});
+  PlugIn();
+  const Outcome outcome = Update();
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(outcome.err, "");
+  // The second piece starts at 300: its first 256 bytes run over the end of their page and go on at
+  // its start, its last 44 stand from 556 on.
+  Bytes expected = Flashed(Bytes(image_.begin(), image_.begin() + 300), old_);
+  for (std::size_t i = 0; i < 256; ++i) {
+    expected[256 + (44 + i) % 256] &= image_[300 + i];
+  }
+  std::copy(image_.begin() + 556, image_.end(), expected.begin() + 556);
+  ExpectFlash(expected);
+}
+
+// --- Large images, and closed standard descriptors
+
+TEST_F(WendProgramTest, ImageOfOneMebibyteIsWrittenByteForByteOnBothChips) {
+  image_ = Image(kNewDate, 1U << 20U);
+  instrument_.WriteFile("image.bin", image_);
+  instrument_.WriteFile("flash2.bin", old_);
+  PlugIn();
+  instrument_.Option(
+      {"--module", "wend@2,chip=macronix,flash=" + instrument_.File("flash2.bin").string()});
+  EXPECT_EQ(instrument_.Run({"wend", "-sf", "1", "image.bin"}).exitCode, 0);
+  EXPECT_EQ(instrument_.Run({"wend", "-sf", "2", "image.bin"}).exitCode, 0);
+  ExpectFlashRewritten();
+  EXPECT_TRUE(instrument_.ReadFile("flash2.bin") == Flashed(image_, old_));
+}
+
+TEST_F(WendProgramTest, ClosedStandardDescriptorsAreOpenedOnTheNullDeviceFirst) {
+  PlugIn();
+  const Outcome outcome =
+      instrument_.RunShell("exec \"$TARNWICK\" wend -sf 1 image.bin <&- >&- 2>&-");
+  EXPECT_EQ(outcome.exitCode, 0);
+  Lines expected = {"open /dev/null O_RDWR", "open /dev/null O_RDWR", "open /dev/null O_RDWR"};
+  for (const std::string& line :
+       Join({Decide(), UpdateSteps(), FinalSteps(20), kDone, End(kSuccess, 0)})) {
+    if (line.rfind("stdout", 0) != 0) {
+      expected.push_back(line);
+    }
+  }
+  EXPECT_EQ(outcome.log, Text(expected));
+  ExpectFlashRewritten();
+}
+
+TEST_F(WendProgramTest, OneClosedDescriptorIsReplacedAlone) {
+  PlugIn();
+  const Outcome outcome = instrument_.RunShell("exec \"$TARNWICK\" wend -sf 1 image.bin 2>&-");
+  Expect(outcome,
+         0,
+         Join({{"open /dev/null O_RDWR"},
+               Decide(),
+               UpdateSteps(),
+               FinalSteps(20),
+               kDone,
+               End(kSuccess, 0)}));
+}
+
+}  // namespace
