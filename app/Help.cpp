@@ -13,10 +13,17 @@ constexpr const char* kProgram = "tarnwick";
 constexpr int kFirstStatus = -1;
 constexpr int kLastStatus = 11;
 
-std::string Bold(const std::string& text) { return "\x1B[1m" + text + "\x1B[0m"; }
-std::string Underlined(const std::string& text) { return "\x1B[4m" + text + "\x1B[0m"; }
-std::string Indented(const std::string& text) { return "\t" + text; }
-std::string Program(const std::string& rest) { return Indented(kProgram + rest); }
+// append() instead of +: in Release builds g++ 12 sees an overlap in the latter that is not there.
+std::string Bold(const std::string& text) {
+  return std::string("\x1B[1m").append(text).append("\x1B[0m");
+}
+std::string Underlined(const std::string& text) {
+  return std::string("\x1B[4m").append(text).append("\x1B[0m");
+}
+std::string Indented(const std::string& text) { return std::string("\t").append(text); }
+std::string Program(const std::string& rest) {
+  return std::string("\t").append(kProgram).append(rest);
+}
 
 void Line(const std::string& text) { std::cout << text << std::endl; }
 

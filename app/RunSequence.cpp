@@ -75,6 +75,9 @@ ParsedArguments ShowHelp() {
 
 /// @return the number, cut to 32 bits; nothing when the word is none
 std::optional<unsigned> ParseModuleNumber(const char* word) {
+  if (word == nullptr) {
+    return std::nullopt;
+  }
   try {
     return static_cast<unsigned>(std::stoul(word));
   } catch (...) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -38,32 +39,35 @@ std::string Path(const ControlFile& file, unsigned int module) {
   return "/sys/platform_m" + std::to_string(module) + file.suffix;
 }
 
-/// @param what  "open", "write to", "read" or "close"; errno tells why
-[[noreturn]] void Die(const char* what, const ControlFile& file) {
+/// @param what   "open", "write to", "read" or "close"
+/// @param error  the errno of that call
+[[noreturn]] void Die(const char* what, const ControlFile& file, int error) {
   const std::string message =
       std::string("could not ") + what + " SYSFS " + file.name + " value device";
+  errno = error;
   std::perror(message.c_str());
   std::exit(EXIT_FAILURE);
 }
 
 FileDescriptor OpenOrDie(const ControlFile& file, unsigned int module, int flags) {
-  FileDescriptor descriptor(::open(Path(file, module).c_str(), flags | O_SYNC));
+  const std::string path = Path(file, module);
+  FileDescriptor descriptor(::open(path.c_str(), flags | O_SYNC));
   if (!descriptor.IsOpen()) {
-    Die("open", file);
+    Die("open", file, errno);
   }
   return descriptor;
 }
 
 void CloseOrDie(const ControlFile& file, FileDescriptor& descriptor) {
   if (descriptor.Close() < 0) {
-    Die("close", file);
+    Die("close", file, errno);
   }
 }
 
 int Write(const ControlFile& file, unsigned int module, const std::string& value) {
   FileDescriptor descriptor = OpenOrDie(file, module, O_WRONLY);
   if (::write(descriptor.get(), value.data(), value.size()) < 0) {
-    Die("write to", file);
+    Die("write to", file, errno);
   }
   CloseOrDie(file, descriptor);
   return 0;
@@ -129,7 +133,7 @@ int ZynqFlashProgrammer::get_zynq_done(std::string& value) {
   char byte = '\0';
   const ssize_t count = ::read(descriptor.get(), &byte, sizeof byte);
   if (count < 0) {
-    Die("read", kDone);
+    Die("read", kDone, errno);
   }
   value.assign(static_cast<std::size_t>(count), byte);
   if (value != "1" && value != "0") {
@@ -141,14 +145,14 @@ int ZynqFlashProgrammer::get_zynq_done(std::string& value) {
 }
 
 void ZynqFlashProgrammer::toggleReset() {
-  set_zynq_hw_reset_n("0");
+  static_cast<void>(set_zynq_hw_reset_n("0"));  // comes back only after success
   ::sleep(kResetSeconds);
-  set_zynq_hw_reset_n("1");
+  static_cast<void>(set_zynq_hw_reset_n("1"));
 }
 
 bool ZynqFlashProgrammer::waitForDoneToGoHigh(const std::chrono::milliseconds& timeout) {
   std::string done;
-  get_zynq_done(done);
+  static_cast<void>(get_zynq_done(done));  // comes back only after success
   // Deliberate: DONE seen on the last permitted poll counts as a time-out. A module that slow has
   // no margin left and is to be looked at.
   auto count = timeout.count();
@@ -158,7 +162,7 @@ bool ZynqFlashProgrammer::waitForDoneToGoHigh(const std::chrono::milliseconds& t
       break;
     }
     ::usleep(kPollMicroseconds);
-    get_zynq_done(done);
+    static_cast<void>(get_zynq_done(done));
   }
   return count > 0;
 }
