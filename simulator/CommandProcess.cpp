@@ -21,6 +21,7 @@ constexpr int kExecFailed = 127;
 
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (const std::string& text : texts) {
     pointers.push_back(const_cast<char*>(text.c_str()));
   }
@@ -60,11 +61,11 @@ void PlaceStandard(const std::array<int, 3>& standard) {
   }
   ::setpgid(0, 0);
   if (child.takesTerminal) {
-    ::signal(SIGTTOU, SIG_IGN);  // or taking it would stop us
+    static_cast<void>(::signal(SIGTTOU, SIG_IGN));  // or taking it would stop us
     ::tcsetpgrp(STDIN_FILENO, ::getpid());
   }
   for (const int signal : {SIGTTOU, SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
-    ::signal(signal, SIG_DFL);
+    static_cast<void>(::signal(signal, SIG_DFL));
   }
   sigset_t none;
   ::sigemptyset(&none);
@@ -124,9 +125,9 @@ CommandProcess::CommandProcess(const std::vector<std::string>& words,
 CommandProcess::~CommandProcess() {
   ::kill(-id_, SIGKILL);
   if (hasTerminal_) {
-    ::signal(SIGTTOU, SIG_IGN);
+    static_cast<void>(::signal(SIGTTOU, SIG_IGN));
     ::tcsetpgrp(STDIN_FILENO, ::getpgrp());
-    ::signal(SIGTTOU, SIG_DFL);
+    static_cast<void>(::signal(SIGTTOU, SIG_DFL));
   }
 }
 

@@ -97,4 +97,12 @@ std::string HexBytes(std::string_view bytes) {
   return text;
 }
 
+std::string HexNumber(std::uint32_t value, std::size_t digits) {
+  std::string text;
+  for (; value != 0 || text.size() < digits; value >>= 4U) {
+    text.insert(text.begin(), kDigits[value & 0xFU]);
+  }
+  return "0x" + text;
+}
+
 }  // namespace orvane

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -15,5 +17,8 @@ std::string Unescape(std::string_view text);
 
 /// "0a ff": two digits a byte, blanks between.
 std::string HexBytes(std::string_view bytes);
+
+/// "0x0021": at least so many digits.
+std::string HexNumber(std::uint32_t value, std::size_t digits);
 
 }  // namespace orvane

@@ -92,6 +92,10 @@ std::unique_ptr<std::ofstream> OpenLog(const std::string& path) {
   return log;
 }
 
+struct UnrefLoop {
+  void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
+};
+
 /// Takes signals off their default action for as long as it lives.
 class SignalSource {
  public:
@@ -132,28 +136,25 @@ class Host {
   }
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
-  ~Host() { g_main_loop_unref(loop_); }
+  ~Host() = default;
 
   int Run() {
-    int status = 0;
-    {
-      command_.emplace(options_.command, Environment(), StandardOfCommand(), descriptors_.others);
-      if (console_) {
-        console_->CloseWriters();
-        consoleSource_ = g_unix_fd_add(console_->Descriptor(), G_IO_IN, OnConsole, this);
-      }
-      g_child_watch_add(command_->Id(), OnEnd, this);
-      if (pendingSignal_ != 0) {
-        Forward(pendingSignal_);
-      }
-      g_main_loop_run(loop_);
-      status = waitStatus_;
-      KillRest();
-      DrainConsole();
+    command_.emplace(options_.command, Environment(), StandardOfCommand(), descriptors_.others);
+    if (console_) {
+      console_->CloseWriters();
+      g_unix_fd_add(console_->Descriptor(), G_IO_IN, OnConsole, this);
     }
-    LogEnd(status);
+    g_child_watch_add(command_->Id(), OnEnd, this);
+    g_main_loop_run(loop_.get());
+    KillRest();
+    DrainConsole();
+    LogEnd();
     SaveFlashes();
-    return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalStatus + WTERMSIG(status);
+    if (logFile_ != nullptr && !*logFile_) {
+      throw std::runtime_error("cannot write log file '" + options_.logFile + "'");
+    }
+    return WIFEXITED(waitStatus_) ? WEXITSTATUS(waitStatus_)
+                                  : kSignalStatus + WTERMSIG(waitStatus_);
   }
 
  private:
@@ -164,7 +165,7 @@ class Host {
   static void OnEnd(GPid /*process*/, int status, void* self) {
     auto* const host = static_cast<Host*>(self);
     host->waitStatus_ = status;
-    g_main_loop_quit(host->loop_);
+    g_main_loop_quit(host->loop_.get());
   }
   template <int kSignal>
   static int OnSignal(void* self) {
@@ -185,10 +186,6 @@ class Host {
   /// Hands a signal on. A command that does not heed it within the grace period, or a second
   /// signal, ends it by force.
   void Forward(int signal) {
-    if (!command_) {
-      pendingSignal_ = signal;
-      return;
-    }
     if (graceSource_ != 0) {
       signal = SIGKILL;
     } else {
@@ -229,8 +226,9 @@ class Host {
     variables["DBUS_SYSTEM_BUS_ADDRESS"] =
         bus_ ? bus_->Address() : "unix:path=" + directory_.Path() + "/no-bus";
     std::vector<std::string> environment;
+    environment.reserve(variables.size());
     for (const auto& [name, value] : variables) {
-      environment.push_back(name + "=" + value);
+      environment.push_back(std::string(name).append("=").append(value));
     }
     return environment;
   }
@@ -270,15 +268,12 @@ class Host {
     }
   }
 
-  void LogEnd(int status) {
-    if (WIFEXITED(status)) {
-      log_.End("exit " + std::to_string(WEXITSTATUS(status)));
+  void LogEnd() {
+    if (WIFEXITED(waitStatus_)) {
+      log_.End("exit " + std::to_string(WEXITSTATUS(waitStatus_)));
     } else {
-      const char* const name = ::sigabbrev_np(WTERMSIG(status));
+      const char* const name = ::sigabbrev_np(WTERMSIG(waitStatus_));
       log_.End(std::string("killed SIG") + (name == nullptr ? "?" : name));
-    }
-    if (logFile_ != nullptr && !*logFile_) {
-      throw std::runtime_error("cannot write log file '" + options_.logFile + "'");
     }
   }
 
@@ -290,8 +285,8 @@ class Host {
     }
   }
 
-  GMainLoop* loop_ = g_main_loop_new(nullptr, FALSE);
-  // First of all: from here on a signal cannot leave anything behind.
+  std::unique_ptr<GMainLoop, UnrefLoop> loop_{g_main_loop_new(nullptr, FALSE)};
+  // First of all: from here on a signal cannot leave anything behind. It waits for the main loop.
   SignalSource interrupt_{SIGINT, OnSignal<SIGINT>, this};
   SignalSource terminate_{SIGTERM, OnSignal<SIGTERM>, this};
   SignalSource hangUp_{SIGHUP, OnSignal<SIGHUP>, this};
@@ -307,9 +302,7 @@ class Host {
   std::optional<PlatformServices> services_;
   std::optional<Console> console_;
   std::optional<CommandProcess> command_;
-  unsigned consoleSource_ = 0;
   unsigned graceSource_ = 0;
-  int pendingSignal_ = 0;
   int waitStatus_ = 0;
 };
 
@@ -337,7 +330,8 @@ InheritedDescriptors SecureDescriptors() {
 }
 
 int RunOnInstrument(const Options& options, const InheritedDescriptors& descriptors) {
-  ::signal(SIGPIPE, SIG_IGN);  // whoever reads our output may leave; the run goes on
+  static_cast<void>(
+      ::signal(SIGPIPE, SIG_IGN));  // whoever reads our output may leave; the run goes on
   // Processes whose parents end become children of this one, so that none is lost.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   return Host(options, descriptors).Run();

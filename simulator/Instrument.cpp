@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <sstream>
 #include <utility>
 
@@ -20,16 +19,16 @@ constexpr const char* kKilled = "kill";
 constexpr const char* kLost = "lost";
 
 struct SettingRow {
-  SpiSetting setting;
   const char* name;
+  SpiSetting setting;
   std::uint32_t atPowerOn;
 };
 constexpr SettingRow kSettings[] = {
-    {SpiSetting::kMode, "MODE", 0},
-    {SpiSetting::kLsbFirst, "LSB_FIRST", 0},
-    {SpiSetting::kBitsPerWord, "BITS_PER_WORD", 8},
-    {SpiSetting::kMaxSpeedHz, "MAX_SPEED_HZ", Instrument::kMaxSpeedHz},
-    {SpiSetting::kMode32, "MODE32", 0},
+    {"MODE", SpiSetting::kMode, 0},
+    {"LSB_FIRST", SpiSetting::kLsbFirst, 0},
+    {"BITS_PER_WORD", SpiSetting::kBitsPerWord, 8},
+    {"MAX_SPEED_HZ", SpiSetting::kMaxSpeedHz, Instrument::kMaxSpeedHz},
+    {"MODE32", SpiSetting::kMode32, 0},
 };
 
 std::string RequestName(SpiSetting setting, const char* direction) {
@@ -147,9 +146,8 @@ Totals Add(std::span<const link::SpiTransfer> transfers) {
 // --- I2C messages -------------------------------------------------------------------------------
 
 std::string AddressText(std::uint16_t address) {
-  char text[] = "0x0000";
-  std::snprintf(text, sizeof text, "0x%02x", unsigned{address});
-  return text;
+  constexpr std::size_t kDigits = 2;  // more for addresses of ten bits
+  return HexNumber(address, kDigits);
 }
 
 /// "0x21 w 06 r 40 01"; "r +2" when there are no bytes received.
@@ -438,9 +436,8 @@ Outcome Instrument::WriteSetting(std::string_view path, SpiSetting setting, std:
 }
 
 Outcome Instrument::RefuseRequest(std::string_view path, std::uint32_t request) {
-  char number[] = "0x00000000";
-  std::snprintf(number, sizeof number, "0x%08x", request);
-  const std::string text = std::string(path) + " " + number;
+  constexpr std::size_t kDigits = 8;
+  const std::string text = std::string(path) + " " + HexNumber(request, kDigits);
   Outcome outcome;
   if (!IsSettled(Arrive(EventKind::kIoctl, text), outcome)) {
     outcome.error = ENOTTY;
@@ -519,17 +516,17 @@ DBusOutcome Instrument::GetModuleLocations() {
   return outcome;
 }
 
-DBusOutcome Instrument::AnswerName(const char* method, unsigned slot, std::string name) {
+DBusOutcome Instrument::AnswerName(const char* method, unsigned slot, const std::string& name) {
   const std::string text = std::string(method) + " " + std::to_string(slot);
-  Fault fault = Arrive(EventKind::kDBus, text);
+  const Fault fault = Arrive(EventKind::kDBus, text);
   DBusOutcome outcome{.killed = fault.kind == Fault::Kind::kKill};
   if (fault.kind == Fault::Kind::kFail) {
-    outcome.error = std::move(fault.text);
+    outcome.error = fault.text;
   }
   if (outcome.killed || !outcome.error.empty()) {
     return outcome;
   }
-  outcome.text = fault.kind == Fault::Kind::kAnswer ? std::move(fault.text) : std::move(name);
+  outcome.text = fault.kind == Fault::Kind::kAnswer ? fault.text : name;
   Complete(EventKind::kDBus, text, Quote(outcome.text));
   return outcome;
 }
@@ -540,7 +537,7 @@ DBusOutcome Instrument::GetI2CBus(unsigned slot) {
   if (module != nullptr) {
     name = module->Options().i2cName.value_or("i2c-" + std::to_string(slot));
   }
-  return AnswerName("GetI2CBus", slot, std::move(name));
+  return AnswerName("GetI2CBus", slot, name);
 }
 
 DBusOutcome Instrument::GetSPIDev(unsigned slot) {
@@ -549,7 +546,7 @@ DBusOutcome Instrument::GetSPIDev(unsigned slot) {
   if (module != nullptr) {
     name = module->Options().spiName.value_or("spidev" + std::to_string(slot) + ".0");
   }
-  return AnswerName("GetSPIDev", slot, std::move(name));
+  return AnswerName("GetSPIDev", slot, name);
 }
 
 }  // namespace orvane

@@ -119,7 +119,7 @@ class Instrument {
   Node& FindNode(std::string_view path);
   Module* FindModule(unsigned slot);
   void LogSpeed(std::string_view path, Node& node, std::span<const link::SpiTransfer> transfers);
-  DBusOutcome AnswerName(const char* method, unsigned slot, std::string name);
+  DBusOutcome AnswerName(const char* method, unsigned slot, const std::string& name);
 
   std::vector<std::unique_ptr<Module>> modules_;
   FaultRules faults_;

@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 
-#include <cstdio>
+#include <cstddef>
+
+#include "simulator/Escape.h"
 
 namespace orvane {
 
@@ -41,10 +43,12 @@ const char* AccessName(int flags) {
   }
 }
 
-template <typename... Arguments>
-std::string Format(const char* format, Arguments... arguments) {
-  char text[24];
-  std::snprintf(text, sizeof text, format, arguments...);
+std::string OctalMode(unsigned mode) {
+  constexpr std::size_t kDigits = 4;
+  std::string text;
+  for (; mode != 0 || text.size() < kDigits; mode >>= 3U) {
+    text.insert(text.begin(), static_cast<char>('0' + (mode & 7U)));
+  }
   return text;
 }
 
@@ -60,10 +64,10 @@ std::string OpenFlagsText(int flags, unsigned mode) {
     }
   }
   if (left != 0) {
-    text += Format("|0x%x", static_cast<unsigned>(left));
+    text += "|" + HexNumber(static_cast<unsigned>(left), 1);
   }
   if ((flags & O_CREAT) != 0) {
-    text += Format(" %04o", mode);
+    text += " " + OctalMode(mode);
   }
   return text;
 }

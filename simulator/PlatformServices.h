@@ -6,8 +6,6 @@
 
 #include "simulator/Instrument.h"
 
-struct _GDBusConnection;
-
 namespace orvane {
 
 /// The system inventory and the module resources of an instrument, as services on a bus. Calls are

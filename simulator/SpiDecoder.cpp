@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <string_view>
 
 #include "simulator/Escape.h"
@@ -22,24 +21,24 @@ enum class Shape {
 };
 
 struct Command {
-  std::uint8_t opcode;
   std::string_view name;
   Shape shape;
+  std::uint8_t opcode;
 };
 
 constexpr Command kCommands[] = {
-    {0x01, "WRSR", Shape::kValues},
-    {0x02, "PP", Shape::kAddressAndData},
-    {0x03, "READ", Shape::kAddressAndRead},
-    {0x04, "WRDI", Shape::kAlone},
-    {0x05, "RDSR", Shape::kAnswer},
-    {0x06, "WREN", Shape::kAlone},
-    {0x15, "RDCR", Shape::kAnswer},
-    {0x20, "SSE", Shape::kAddress},
-    {0x60, "CE", Shape::kAlone},
-    {0x9F, "RDID", Shape::kAnswer},
-    {0xC7, "CE", Shape::kAlone},
-    {0xD8, "SE", Shape::kAddress},
+    {"WRSR", Shape::kValues, 0x01},
+    {"PP", Shape::kAddressAndData, 0x02},
+    {"READ", Shape::kAddressAndRead, 0x03},
+    {"WRDI", Shape::kAlone, 0x04},
+    {"RDSR", Shape::kAnswer, 0x05},
+    {"WREN", Shape::kAlone, 0x06},
+    {"RDCR", Shape::kAnswer, 0x15},
+    {"SSE", Shape::kAddress, 0x20},
+    {"CE", Shape::kAlone, 0x60},
+    {"RDID", Shape::kAnswer, 0x9F},
+    {"CE", Shape::kAlone, 0xC7},
+    {"SE", Shape::kAddress, 0xD8},
 };
 
 constexpr std::size_t kHeaderBytes = 4;  // opcode and address
@@ -50,10 +49,10 @@ std::string_view Characters(std::span<const std::uint8_t> bytes) {
 }
 
 std::string Address(std::span<const std::uint8_t> sent) {
-  char text[] = "0x000000";
-  std::snprintf(
-      text, sizeof text, "0x%02x%02x%02x", unsigned{sent[1]}, unsigned{sent[2]}, unsigned{sent[3]});
-  return text;
+  constexpr std::size_t kDigits = 6;
+  return HexNumber(
+      std::uint32_t{sent[1]} << 16U | std::uint32_t{sent[2]} << 8U | std::uint32_t{sent[3]},
+      kDigits);
 }
 
 std::string Count(std::size_t bytes) { return " +" + std::to_string(bytes); }

@@ -61,7 +61,7 @@ Testbed::~Testbed() { g_object_unref(testbed_); }
 
 std::string Testbed::RealPath(std::string_view path) const { return root_ + std::string(path); }
 
-void Testbed::AddFile(std::string_view path, std::string_view contents) {
+void Testbed::AddFile(std::string_view path, std::string_view contents) const {
   const std::filesystem::path real = RealPath(path);
   std::filesystem::create_directories(real.parent_path());
   std::ofstream file(real, std::ios::binary);
@@ -71,7 +71,7 @@ void Testbed::AddFile(std::string_view path, std::string_view contents) {
   }
 }
 
-void Testbed::SetFile(std::string_view path, std::string_view contents) {
+void Testbed::SetFile(std::string_view path, std::string_view contents) const {
   const FileDescriptor file(::open(RealPath(path).c_str(), O_WRONLY | O_CLOEXEC));
   if (!file.IsOpen() || ::write(file.get(), contents.data(), contents.size()) < 0 ||
       ::ftruncate(file.get(), static_cast<off_t>(contents.size())) != 0) {

@@ -5,7 +5,7 @@
 
 #include "simulator/I2cTopology.h"
 
-struct _UMockdevTestbed;
+struct _UMockdevTestbed;  // NOLINT(bugprone-reserved-identifier): the library's name for it
 
 namespace orvane {
 
@@ -25,11 +25,11 @@ class Testbed {
 
   /// Creates a file, and the directories above it.
   /// @throw std::runtime_error
-  void AddFile(std::string_view path, std::string_view contents);
+  void AddFile(std::string_view path, std::string_view contents) const;
 
   /// Gives a file that is there other contents. At no time is it empty for others to see.
   /// @throw std::system_error
-  void SetFile(std::string_view path, std::string_view contents);
+  void SetFile(std::string_view path, std::string_view contents) const;
 
   /// Adds a device of subsystem i2c that udev finds.
   void AddAdapter(const I2cAdapter& adapter);

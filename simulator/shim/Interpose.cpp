@@ -277,6 +277,7 @@ ssize_t Write(int descriptor, const iovec* pieces, int count, RealWrite realWrit
 
 // --- Devices ------------------------------------------------------------------------------------
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel's struct carries pointers as numbers
 void* Pointer(std::uint64_t address) { return reinterpret_cast<void*>(address); }
 
 int SubmitSpi(std::uint32_t handle, unsigned long request, const void* argument) {
@@ -398,6 +399,8 @@ bool IsValid(const timespec* time) {
 
 }  // namespace
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the system's names are reserved
+// NOLINTBEGIN(bugprone-reserved-identifier): some functions have such names
 extern "C" {
 
 #pragma GCC visibility push(default)
@@ -563,3 +566,5 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec
 #pragma GCC visibility pop
 
 }  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -35,5 +35,12 @@ TEST(HexBytesTest, BytesAreApart) { EXPECT_EQ(HexBytes("\x0a\xff"), "0a ff"); }
 
 TEST(HexBytesTest, NothingIsNothing) { EXPECT_EQ(HexBytes(""), ""); }
 
+TEST(HexNumberTest, NumberHasAtLeastTheDigits) {
+  EXPECT_EQ(HexNumber(0x21, 2), "0x21");
+  EXPECT_EQ(HexNumber(0x21, 4), "0x0021");
+  EXPECT_EQ(HexNumber(0xFFFFFFFF, 2), "0xffffffff");
+  EXPECT_EQ(HexNumber(0, 1), "0x0");
+}
+
 }  // namespace
 }  // namespace orvane

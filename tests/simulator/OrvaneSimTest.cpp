@@ -46,7 +46,7 @@ class Pipe {
       writer_ = -1;
     }
   }
-  std::string ReadLine() {
+  std::string ReadLine() const {
     std::string line;
     char letter = '\0';
     while (::read(reader_, &letter, 1) == 1 && letter != '\n') {
@@ -55,7 +55,7 @@ class Pipe {
     return line;
   }
   /// Waits until nobody holds the other end any more.
-  std::string ReadToTheEnd() {
+  std::string ReadToTheEnd() const {
     std::string text;
     char letter = '\0';
     while (::read(reader_, &letter, 1) == 1) {
@@ -269,6 +269,7 @@ class OrvaneSimSignalTest : public testing::TestWithParam<int> {};
 TEST_P(OrvaneSimSignalTest, IsHandedOnAndNothingIsLeft) {
   SimulatorRun run;
   run.WithoutLog();
+  run.WithoutFast();
   Pipe pipe;
   run.StartShell("echo ready; exec sleep 1000", pipe.Writer());
   pipe.CloseWriter();
@@ -288,6 +289,7 @@ INSTANTIATE_TEST_SUITE_P(Signals,
 TEST(OrvaneSimTest, CommandMayHandleTheSignal) {
   SimulatorRun run;
   run.WithoutLog();
+  run.WithoutFast();
   Pipe pipe;
   run.StartShell("trap 'echo bye; exit 9' TERM; echo ready; while :; do read x </dev/null; done",
                  pipe.Writer());
@@ -301,6 +303,7 @@ TEST(OrvaneSimTest, CommandMayHandleTheSignal) {
 TEST(OrvaneSimTest, SecondSignalEndsACommandThatIgnoresTheFirst) {
   SimulatorRun run;
   run.WithoutLog();
+  run.WithoutFast();
   Pipe pipe;
   run.StartShell("trap 'echo no' TERM; echo ready; while :; do :; done", pipe.Writer());
   pipe.CloseWriter();
@@ -316,6 +319,7 @@ TEST(OrvaneSimTest, SecondSignalEndsACommandThatIgnoresTheFirst) {
 TEST(OrvaneSimTest, ProcessesThatTheCommandLeavesAreEnded) {
   SimulatorRun run;
   run.WithoutLog();
+  run.WithoutFast();
   Pipe pipe;
   run.StartShell("sleep 1000 & setsid sleep 1000 & echo done", pipe.Writer());
   pipe.CloseWriter();
@@ -326,6 +330,7 @@ TEST(OrvaneSimTest, ProcessesThatTheCommandLeavesAreEnded) {
 TEST(OrvaneSimTest, CommandDoesNotOutliveTheInstrument) {
   SimulatorRun run;
   run.WithoutLog();
+  run.WithoutFast();
   Pipe pipe;
   run.StartShell("echo ready; exec sleep 1000", pipe.Writer());
   pipe.CloseWriter();

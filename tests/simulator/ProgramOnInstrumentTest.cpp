@@ -14,7 +14,6 @@ namespace {
 
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::Not;
 
 const std::vector<std::string> kTakeFlash = {
     "open", "/dev/spidev1.0", "+", "ofstream", "/sys/platform_m1/qspi_prg/value", "1"};
