@@ -32,6 +32,16 @@ inline const char* LastComponent(const char* path) {
   return last;
 }
 
+/// Whether a file is a shared object by its name: "x.so" or "x.so.1".
+inline bool IsSharedObject(const char* path) {
+  for (const char* at = LastComponent(path); *at != '\0'; ++at) {
+    if (StartsWith(at, ".so") && (at[3] == '\0' || at[3] == '.')) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace report_filter
 
 /// Whether opening this file is an event of the instrument: devices, sysfs attributes and the
@@ -46,6 +56,9 @@ inline bool IsReported(const char* path, int flags) {
     // uevent files are how libudev takes stock; the others are read by the run time.
     return !Equals(LastComponent(path), "uevent") && !StartsWith(path, "/sys/devices/system/") &&
            !StartsWith(path, "/sys/fs/") && !StartsWith(path, "/sys/kernel/");
+  }
+  if (IsSharedObject(path)) {
+    return false;  // debuggers and sanitizers look for symbols there
   }
   constexpr const char* kSystemTrees[] = {
       "/proc/", "/etc/", "/run/", "/usr/", "/lib/", "/lib64/", "/bin/", "/sbin/"};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <sstream>
 
 namespace program_test::run_log {
 
@@ -45,6 +46,20 @@ std::string Text(const Lines& lines) {
     text += line + "\n";
   }
   return text;
+}
+
+std::string FirstDifference(const Lines& expected, const std::string& log) {
+  std::istringstream actual(log);
+  std::string line;
+  std::size_t number = 0;
+  for (; std::getline(actual, line); ++number) {
+    const std::string wanted = number < expected.size() ? expected[number] : "(end of log)";
+    if (line != wanted) {
+      return "line " + std::to_string(number + 1) + ": expected: " + wanted +
+             "\nbut it is: " + line;
+    }
+  }
+  return number < expected.size() ? "the log ends before: " + expected[number] : "";
 }
 
 std::string ConsoleText(const Lines& log, const std::string& stream) {

@@ -150,7 +150,7 @@ class WendProgramTest : public testing::Test {
     EXPECT_EQ(outcome.out, ConsoleText(log, "stdout"));
     EXPECT_EQ(outcome.err, ConsoleText(log, "stderr"));
     EXPECT_EQ(outcome.exitCode, exitCode);
-    EXPECT_EQ(outcome.log, Text(log));
+    EXPECT_EQ(FirstDifference(log, outcome.log), "");
   }
 
   void ExpectFlash(const Bytes& contents) {
@@ -1000,7 +1000,7 @@ TEST_F(WendProgramTest, ClosedStandardDescriptorsAreOpenedOnTheNullDeviceFirst) 
       expected.push_back(line);
     }
   }
-  EXPECT_EQ(outcome.log, Text(expected));
+  EXPECT_EQ(FirstDifference(expected, outcome.log), "");
   ExpectFlashRewritten();
 }
 

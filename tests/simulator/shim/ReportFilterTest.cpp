@@ -51,6 +51,13 @@ TEST(ReportFilterTest, WhatLibrariesReadIsNotReported) {
   }
 }
 
+TEST(ReportFilterTest, SharedObjectsAreNotReported) {
+  EXPECT_FALSE(IsReported("linux-vdso.so.1", O_RDONLY));
+  EXPECT_FALSE(IsReported("/opt/lib/liborvane-shim.so", O_RDONLY));
+  EXPECT_TRUE(IsReported("image.sof", O_RDONLY));
+  EXPECT_TRUE(IsReported("lib.so/image.bin", O_RDONLY));
+}
+
 TEST(ReportFilterTest, NamesThatOnlyStartAlikeAreReported) {
   EXPECT_TRUE(IsReported("/dev/tty1", O_RDONLY));
   EXPECT_TRUE(IsReported("/sys/platform_m1/uevents", O_RDONLY));
