@@ -1,0 +1,141 @@
+#include "programmers/ExpanderFlashProgrammer.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <iostream>
+
+#include "devices/FileDescriptor.h"
+#include "devices/SPIDev.h"
+#include "flash/MT25QL128.h"
+#include "platform/PCA9535.h"
+#include "programmers/FlashUpdate.h"
+#include "programmers/GpioProgrammingInterface.h"
+
+namespace {
+
+constexpr const char* kDumpPath = "dumpflash.bin";
+constexpr mode_t kDumpMode = 0600;
+constexpr int kDumpBytes = 512;
+
+constexpr std::chrono::milliseconds kDoneTimeout{10'000};
+constexpr useconds_t kPollMicroseconds = 1000;
+
+constexpr unsigned kModuleAtNextAddress = 5;
+constexpr unsigned char kNoExpanderFlags = 0;
+
+constexpr int kExpanderConnectedMark = 101;
+constexpr int kExpanderFailedMark = 121;
+
+}  // namespace
+
+ExpanderFlashProgrammer::ExpanderFlashProgrammer(PCA9535* expander,
+                                                 SPIDev* spi,
+                                                 GpioProgrammingInterface* lines,
+                                                 unsigned int module,
+                                                 const Traits& traits)
+    : expander_(expander),
+      flash_(std::make_unique<MT25QL128>(spi)),
+      lines_(lines),
+      module_(module),
+      traits_(traits) {}
+
+ExpanderFlashProgrammer::~ExpanderFlashProgrammer() = default;
+
+void ExpanderFlashProgrammer::ReleaseLines() { expander_->disconnect(lines_->mask()); }
+
+void ExpanderFlashProgrammer::Drive(unsigned short pattern) {
+  expander_->setPortActually(pattern, lines_->mask());
+}
+
+FpgaProgrammerInterface::Status ExpanderFlashProgrammer::Connect() {
+  // Deliberate: the expander of a module in slot 5 is strapped one address up. Only here:
+  // toggleReset() goes on over the bus as it is open.
+  const int address = lines_->address() + (module_ == kModuleAtNextAddress ? 1 : 0);
+  const bool connected = expander_->connect(static_cast<unsigned char>(address),
+                                            lines_->io_config(),
+                                            lines_->spi_flash_to_fpga_run(),
+                                            lines_->mask(),
+                                            kNoExpanderFlags);
+  if (traits_.reportsExpanderConnect) {
+    std::cout << "Connect:" << (connected ? kExpanderConnectedMark : kExpanderFailedMark)
+              << std::endl;
+  }
+  if (!connected) {
+    return ConnectFailed;
+  }
+  TakeFlashOver();
+  if (flash_->Connect(true) == 0) {
+    return Success;
+  }
+  Drive(lines_->spi_flash_to_fpga_run());
+  return ConnectFailed;
+}
+
+FpgaProgrammerInterface::Status ExpanderFlashProgrammer::ProgramDevice(std::string imagePath) {
+  if (flash_ == nullptr) {
+    return ConnectFailed;
+  }
+  static_cast<void>(ReadDevice(kDumpPath, kDumpBytes));  // the comparison takes what the file holds
+  if (IsSameBuild(kDumpPath, imagePath)) {
+    std::cout << "No need to update Flash device " << std::endl;
+    return UpToDate;
+  }
+  // Only proves that the image can be opened; closed on every way out.
+  const FileDescriptor image(traits_.opensImageBeforeErasing ? ::open(imagePath.c_str(), O_RDONLY)
+                                                             : FileDescriptor::kClosed);
+  if (traits_.opensImageBeforeErasing && !image.IsOpen()) {
+    return OpenFileFailed;
+  }
+  const Status rewritten = RewriteFlash(*flash_, imagePath);
+  if (rewritten != Success) {
+    return rewritten;
+  }
+  flash_->Disconnect();
+  return traits_.resetsFpgaAfterWriting ? toggleFpgaResetAndWaitForProgramDone() : Success;
+}
+
+bool ExpanderFlashProgrammer::IsProgrammed() { return expander_->getPort(lines_->cfg_done()) != 0; }
+
+FpgaProgrammerInterface::Status ExpanderFlashProgrammer::ReadDevice(std::string path, int size) {
+  std::cout << traits_.readDeviceLine << std::endl;
+  // Deliberate: not truncated. A dump is a fixed-size window; what an earlier, longer one left
+  // behind it stays for whoever is looking at it.
+  FileDescriptor dump(::open(path.c_str(), O_WRONLY | O_CREAT, kDumpMode));
+  if (!dump.IsOpen()) {
+    return OpenFileFailed;
+  }
+  if (flash_->ReadDevice(0, size, dump.get()) != 0) {
+    return ProgramFailed;
+  }
+  static_cast<void>(dump.Release());  // stays open until the process ends; the data is written
+  return Success;
+}
+
+bool ExpanderFlashProgrammer::toggleReset() {
+  PulseReset();
+  return expander_->connect(static_cast<unsigned char>(lines_->address()),
+                            lines_->mask(),
+                            0,
+                            lines_->mask(),
+                            kNoExpanderFlags);
+}
+
+bool ExpanderFlashProgrammer::waitForSignalToGoHigh(unsigned short bits,
+                                                    const std::chrono::milliseconds& timeout) {
+  const auto maxPolls = timeout.count();
+  std::chrono::milliseconds::rep polls = 0;
+  while (polls < maxPolls && expander_->getPort(bits) == 0) {
+    ++polls;
+    ::usleep(kPollMicroseconds);
+  }
+  // Deliberate: DONE seen on the last permitted poll counts as a time-out. A module that slow has
+  // no margin left and is to be looked at.
+  return polls < maxPolls - 1;
+}
+
+FpgaProgrammerInterface::Status ExpanderFlashProgrammer::toggleFpgaResetAndWaitForProgramDone() {
+  return ResetAndWaitForDone(
+      [this] { static_cast<void>(toggleReset()); },  // DONE tells whether it worked
+      [this] { return waitForSignalToGoHigh(lines_->cfg_done(), kDoneTimeout); });
+}

@@ -1,0 +1,56 @@
+#include "programmers/ModuleSelector.h"
+
+#include <time.h>
+
+#include <cerrno>
+#include <fstream>
+#include <iostream>
+
+namespace module_selector {
+
+namespace {
+
+constexpr int kSlotA = 4;
+constexpr const char* kSlotAPath = "/sys/platform/module_selector/slotA";
+constexpr const char* kSlotBPath = "/sys/platform/module_selector/slotB";
+
+constexpr int kMaxAttempts = 21;
+constexpr timespec kSettlingTime = {.tv_sec = 0, .tv_nsec = 100'000'000};
+
+/// Sleeps the whole time, also across signals.
+void Settle() {
+  timespec remaining = kSettlingTime;
+  while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
+  }
+}
+
+}  // namespace
+
+bool InsertAndWait(std::ostream& selector, const char* text) {
+  for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+    selector << text;  // no newline, no flush: it goes out when the file is closed
+    Settle();
+    if (!selector.bad()) {
+      return !selector.fail();
+    }
+  }
+  return false;
+}
+
+int Select(int module, const Route& route, std::ostream& openFailure) {
+  // Deliberate: the instrument has two such slots, and whatever is not in slot A is wired to the
+  // other selector. No range check.
+  std::ofstream selector(module == kSlotA ? kSlotAPath : kSlotBPath);
+  if (selector.fail()) {
+    openFailure << "Could not open the module_selector file" << std::endl;
+    return -1;
+  }
+  if (!InsertAndWait(selector, route.text)) {
+    std::cerr << route.failureLine << std::endl;
+    return -1;
+  }
+  selector.close();
+  return 0;
+}
+
+}  // namespace module_selector

@@ -1,0 +1,66 @@
+#include "programmers/Pyx2FlashProgrammer.h"
+
+#include <unistd.h>
+
+#include <iostream>
+
+#include "programmers/BootHeader.h"
+#include "programmers/GpioProgrammingInterface.h"
+#include "programmers/ModuleSelector.h"
+
+namespace {
+
+constexpr unsigned kResetPulseSeconds = 5;
+
+constexpr ExpanderFlashProgrammer::Traits kTraits = {
+    // Deliberate: the pyx1 text. Scripts know the dump of either pyx type by this line.
+    .readDeviceLine = "Pyx1FlashProgrammer ReadDevice ",
+    .reportsExpanderConnect = false,
+    .opensImageBeforeErasing = false,
+    .resetsFpgaAfterWriting = true,
+};
+
+}  // namespace
+
+Pyx2FlashProgrammer::Pyx2FlashProgrammer(PCA9535* expander,
+                                         SPIDev* spi,
+                                         GpioProgrammingInterface* lines,
+                                         unsigned int module)
+    : ExpanderFlashProgrammer(expander, spi, lines, module, kTraits) {
+  static_cast<void>(Select_SPIMaster(this->module()));  // a flash out of reach shows in Connect()
+}
+
+Pyx2FlashProgrammer::~Pyx2FlashProgrammer() {
+  ReleaseLines();
+  static_cast<void>(Select_OTDR(module()));  // reported by its own line; the run has its result
+}
+
+std::string Pyx2FlashProgrammer::SearchBuildDateInUDFHeader(std::string file) {
+  return boot_header::FindBuildDate(file, "Can't find delimiter # in BOOTHEADER");
+}
+
+bool Pyx2FlashProgrammer::IsFlashUpgradeRequired(std::string dump, std::string image) {
+  std::cout << std::endl;
+  return boot_header::BuildDatesDiffer(dump, image, SearchBuildDateInUDFHeader);
+}
+
+int Pyx2FlashProgrammer::Select_SPIMaster(int module) {
+  return module_selector::Select(module, module_selector::kSpiMaster, std::cerr);
+}
+
+int Pyx2FlashProgrammer::Select_OTDR(int module) {
+  return module_selector::Select(module, module_selector::kOtdr, std::cerr);
+}
+
+void Pyx2FlashProgrammer::TakeFlashOver() { Drive(lines().spi_imx_to_flash()); }
+
+void Pyx2FlashProgrammer::PulseReset() {
+  // Deliberate: the run pattern is never driven. The board's pulls release the FPGA once the lines
+  // are inputs again, at the end of toggleReset().
+  Drive(lines().spi_flash_to_fpga_reset());
+  ::sleep(kResetPulseSeconds);
+}
+
+bool Pyx2FlashProgrammer::IsSameBuild(const std::string& dumpPath, const std::string& imagePath) {
+  return !IsFlashUpgradeRequired(dumpPath, imagePath);
+}
