@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "app/Help.h"
 #include "app/ModuleResources.h"
@@ -15,6 +16,12 @@
 #include "devices/I2CDev.h"
 #include "devices/SPIDevOwner.h"
 #include "platform/PCA9535.h"
+#include "programmers/DaxFlashProgrammer.h"
+#include "programmers/DaxGpioProgramming.h"
+#include "programmers/Pyx1FlashProgrammer.h"
+#include "programmers/Pyx1GpioProgramming.h"
+#include "programmers/Pyx2FlashProgrammer.h"
+#include "programmers/Pyx2GpioProgramming.h"
 #include "programmers/ZynqFlashProgrammer.h"
 
 namespace {
@@ -152,18 +159,39 @@ std::string I2CBusName(const Request& request) {
              : moduleBus;
 }
 
-/// @return the target's programmer, after the line that names it; null when there is none
-std::unique_ptr<FpgaProgrammerInterface> CreateProgrammer(const Request& request, SPIDev* spi) {
+/// A programmer and the line map it borrows; the programmer goes first.
+struct ModuleProgrammer {
+  std::unique_ptr<GpioProgrammingInterface> lines;
+  std::unique_ptr<FpgaProgrammerInterface> programmer;
+};
+
+template <typename Lines, typename Programmer>
+ModuleProgrammer CreateExpanderProgrammer(PCA9535* expander, SPIDev* spi, unsigned moduleNumber) {
+  auto lines = std::make_unique<Lines>();
+  auto programmer = std::make_unique<Programmer>(expander, spi, lines.get(), moduleNumber);
+  return {std::move(lines), std::move(programmer)};
+}
+
+/// Creates the target's programmer, after the line that names it; none for an unknown target.
+ModuleProgrammer CreateProgrammer(const Request& request, PCA9535* expander, SPIDev* spi) {
   switch (request.target) {
     case Target::kWend:
       std::cout << "WEND Programming" << std::endl;
-      return std::make_unique<ZynqFlashProgrammer>(spi, request.moduleNumber);
+      return {nullptr, std::make_unique<ZynqFlashProgrammer>(spi, request.moduleNumber)};
     case Target::kDax:
+      std::cout << "DAX Gpio Programming" << std::endl;
+      return CreateExpanderProgrammer<DaxGpioProgramming, DaxFlashProgrammer>(
+          expander, spi, request.moduleNumber);
     case Target::kPyx1:
+      std::cout << "Pyx1 Gpio Programming" << std::endl;
+      return CreateExpanderProgrammer<Pyx1GpioProgramming, Pyx1FlashProgrammer>(
+          expander, spi, request.moduleNumber);
     case Target::kPyx2:
-      break;
+      std::cout << "Pyx2 Gpio Programming" << std::endl;
+      return CreateExpanderProgrammer<Pyx2GpioProgramming, Pyx2FlashProgrammer>(
+          expander, spi, request.moduleNumber);
   }
-  return nullptr;
+  return {};
 }
 
 /// Connects and programs, then re-enumerates the endpoint of a pyx module.
@@ -210,15 +238,15 @@ int runTarnwick(int argc, char** argv) {
   std::cout << "SPI clock rate =" << spiClockMHz << "MHz" << std::endl;
   SPIDevOwner spi("/dev/" + spiDevName, spiClockMHz * kHzPerMHz, kSpiMode, kSpiBitsPerWord);
 
-  std::unique_ptr<FpgaProgrammerInterface> programmer = CreateProgrammer(request, spi.get());
-  if (programmer == nullptr) {
+  ModuleProgrammer module = CreateProgrammer(request, &expander, spi.get());
+  if (module.programmer == nullptr) {
     std::cerr << "ERROR: Module not recognized" << std::endl;
     return printStatus(FpgaProgrammerInterface::InvalidParams);
   }
-  const Status result = Program(request, *programmer);
+  const Status result = Program(request, *module.programmer);
 
   // The result line comes after the flash and the SPI bus are let go.
-  programmer.reset();
+  module.programmer.reset();
   spi.reset();
   return printStatus(result);
 }

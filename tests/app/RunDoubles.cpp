@@ -6,6 +6,10 @@
 #include "devices/I2CDev.h"
 #include "devices/SPIDev.h"
 #include "flash/MT25QL128.h"
+#include "programmers/DaxFlashProgrammer.h"
+#include "programmers/GpioProgrammingInterface.h"
+#include "programmers/Pyx1FlashProgrammer.h"
+#include "programmers/Pyx2FlashProgrammer.h"
 #include "programmers/ZynqFlashProgrammer.h"
 
 RunDoubles* RunDoubles::current = nullptr;
@@ -125,4 +129,85 @@ FpgaProgrammerInterface::Status ZynqFlashProgrammer::ProgramDevice(std::string i
 bool ZynqFlashProgrammer::IsProgrammed() {
   World().log.Add("programmer: IsProgrammed");
   return true;
+}
+
+// --- The programmers behind an expander: what their common base does counts ----------------------
+
+namespace {
+
+constexpr ExpanderFlashProgrammer::Traits kNoTraits = {};
+
+}  // namespace
+
+ExpanderFlashProgrammer::ExpanderFlashProgrammer(PCA9535* expander,
+                                                 SPIDev* spi,
+                                                 GpioProgrammingInterface* lines,
+                                                 unsigned int module,
+                                                 const Traits& traits)
+    : expander_(expander), lines_(lines), module_(module), traits_(traits) {
+  World().programmerSpi = spi;
+  World().log.Add("programmer: construct for module " + std::to_string(module_) +
+                  " with lines at " + std::to_string(lines_->address()));
+}
+
+ExpanderFlashProgrammer::~ExpanderFlashProgrammer() { World().log.Add("programmer: destroy"); }
+
+FpgaProgrammerInterface::Status ExpanderFlashProgrammer::Connect() {
+  World().log.Add("programmer: Connect");
+  if (World().connectDestroysTheSpiDevice) {
+    delete World().programmerSpi;
+  }
+  return World().connectResult;
+}
+
+FpgaProgrammerInterface::Status ExpanderFlashProgrammer::ProgramDevice(std::string imagePath) {
+  World().log.Add("programmer: ProgramDevice '" + imagePath + "'");
+  return World().programResult;
+}
+
+bool ExpanderFlashProgrammer::IsProgrammed() {
+  World().log.Add("programmer: IsProgrammed");
+  return true;
+}
+
+void BitstreamFlashProgrammer::TakeFlashOver() {}
+void BitstreamFlashProgrammer::PulseReset() {}
+bool BitstreamFlashProgrammer::IsSameBuild(const std::string& /*dumpPath*/,
+                                           const std::string& /*imagePath*/) {
+  return false;
+}
+
+DaxFlashProgrammer::DaxFlashProgrammer(PCA9535* expander,
+                                       SPIDev* spi,
+                                       GpioProgrammingInterface* lines,
+                                       unsigned int module)
+    : BitstreamFlashProgrammer(expander, spi, lines, module, kNoTraits) {
+  World().log.Add("programmer: is a dax's");
+}
+DaxFlashProgrammer::~DaxFlashProgrammer() = default;
+void DaxFlashProgrammer::ReportNoTimeStamp(const std::string& /*file*/) {}
+
+Pyx1FlashProgrammer::Pyx1FlashProgrammer(PCA9535* expander,
+                                         SPIDev* spi,
+                                         GpioProgrammingInterface* lines,
+                                         unsigned int module)
+    : BitstreamFlashProgrammer(expander, spi, lines, module, kNoTraits) {
+  World().log.Add("programmer: is a pyx1's");
+}
+Pyx1FlashProgrammer::~Pyx1FlashProgrammer() = default;
+void Pyx1FlashProgrammer::ReportNoTimeStamp(const std::string& /*file*/) {}
+
+Pyx2FlashProgrammer::Pyx2FlashProgrammer(PCA9535* expander,
+                                         SPIDev* spi,
+                                         GpioProgrammingInterface* lines,
+                                         unsigned int module)
+    : ExpanderFlashProgrammer(expander, spi, lines, module, kNoTraits) {
+  World().log.Add("programmer: is a pyx2's");
+}
+Pyx2FlashProgrammer::~Pyx2FlashProgrammer() = default;
+void Pyx2FlashProgrammer::TakeFlashOver() {}
+void Pyx2FlashProgrammer::PulseReset() {}
+bool Pyx2FlashProgrammer::IsSameBuild(const std::string& /*dumpPath*/,
+                                      const std::string& /*imagePath*/) {
+  return false;
 }

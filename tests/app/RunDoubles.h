@@ -9,8 +9,8 @@
 class I2CDev;
 class SPIDev;
 
-/// How the serial devices and the wend programmer of a run behave: its source file defines the
-/// members of I2CDev, SPIDev and ZynqFlashProgrammer. Every call is one event, construction and
+/// How the serial devices and the programmers of a run behave: its source file defines the members
+/// of I2CDev, SPIDev and the four programmers. Every call is one event, construction and
 /// destruction included.
 class RunDoubles {
  public:

@@ -596,33 +596,91 @@ TEST_F(RunSequenceTest, UnsetSpiClockIs19Megahertz) {
   EXPECT_EQ(log_.Count("SPIDev: construct /dev/spidev1.0 19000000 Hz mode 0 bits 8"), 1);
 }
 
-// --- Targets without a programmer ---------------------------------------------------------------
+// --- Targets behind an expander -----------------------------------------------------------------
 
-class UnrecognizedTargetTest : public RunSequenceTest,
-                               public testing::WithParamInterface<const char*> {};
+struct ExpanderTarget {
+  const char* word;
+  const char* line;
+  const char* address;
+};
 
-TEST_P(UnrecognizedTargetTest, EndsInInvalidParamsWhereItsProgrammerWouldBeBuilt) {
-  EXPECT_EQ(Run({"tarnwick", GetParam(), "-sf", "4", "f"}), -1);
-  const std::string text = log_.Text();
-  EXPECT_EQ(text.substr(text.find("out \"SPI clock rate")), R"(out "SPI clock rate =19MHz\n"
-SPIDev: construct /dev/spidev1.0 19000000 Hz mode 0 bits 8
-err "ERROR: Module not recognized\n"
-out "Could not run program with command line parameters provided.\n"
-SPIDev: destroy
-expander: destroy
-I2CDev: destroy
-)");
+class ExpanderTargetTest : public RunSequenceTest,
+                           public testing::WithParamInterface<ExpanderTarget> {
+ protected:
+  ExpanderTargetTest() { run_.muxChannels["i2c-1"] = "i2c-5"; }
+
+  /// The events from the programmer's line on.
+  std::string FromProgrammer() const {
+    const std::string text = log_.Text();
+    return text.substr(text.find(std::string("out \"") + GetParam().line));
+  }
+
+  std::string Constructed() const {
+    const std::string word = GetParam().word;
+    return std::string("out \"") + GetParam().line +
+           "\\n\"\nprogrammer: construct for module 4 with lines at " + GetParam().address +
+           "\nprogrammer: is a " + word + "'s\nout \"Connecting ...\\n\"\nprogrammer: Connect\n";
+  }
+
+  bool IsPyx() const { return GetParam().word[0] == 'p'; }
+
+  std::string EndedWith(const std::string& result) const {
+    return "programmer: destroy\nSPIDev: destroy\nout \"" + result +
+           "\\n\"\nexpander: destroy\nI2CDev: destroy\n";
+  }
+
+  static constexpr const char* kPcieUpdate =
+      "switch: construct\nswitch: RemoveDevice 4\nswitch: RescanPciBus 4\n"
+      "switch: EnableDevice 4\nswitch: destroy\n";
+};
+
+TEST_P(ExpanderTargetTest, SuccessReenumeratesThePcieEndpointOfAPyx) {
+  EXPECT_EQ(Run({"tarnwick", GetParam().word, "-sf", "4", "f"}), 0);
+  EXPECT_EQ(FromProgrammer(),
+            Constructed() + "programmer: ProgramDevice 'f'\n" + (IsPyx() ? kPcieUpdate : "") +
+                EndedWith("FPGA programmed successfully."));
 }
 
-TEST_P(UnrecognizedTargetTest, DoesNotTouchThePcieEndpoint) {
-  Run({"tarnwick", GetParam(), "-sf", "4", "f"});
-  EXPECT_FALSE(Happened("switch"));
+TEST_P(ExpanderTargetTest, UpToDateLeavesThePcieEndpointAlone) {
+  run_.programResult = FpgaProgrammerInterface::UpToDate;
+  EXPECT_EQ(Run({"tarnwick", GetParam().word, "-sf", "4", "f"}), 11);
+  EXPECT_EQ(FromProgrammer(),
+            Constructed() + "programmer: ProgramDevice 'f'\n" + EndedWith("FPGA is up to date."));
+}
+
+TEST_P(ExpanderTargetTest, FailedConnectStillReenumeratesThePcieEndpointOfAPyx) {
+  run_.connectResult = FpgaProgrammerInterface::ConnectFailed;
+  EXPECT_EQ(Run({"tarnwick", GetParam().word, "-sf", "4", "f"}), 1);
+  EXPECT_EQ(FromProgrammer(),
+            Constructed() + (IsPyx() ? kPcieUpdate : "") +
+                EndedWith("Could not connect to the device. Check Module # and power."));
+}
+
+TEST_P(ExpanderTargetTest, ProgrammerFailureHidesAPcieFailure) {
+  run_.programResult = FpgaProgrammerInterface::ConfigDoneNotAsserted;
+  platform_.removed = false;
+  EXPECT_EQ(Run({"tarnwick", GetParam().word, "-sf", "4", "f"}), 7);
+  EXPECT_EQ(Happened("switch: RemoveDevice 4"), IsPyx());
+}
+
+TEST_P(ExpanderTargetTest, PcieFailureAloneIsTheResultOfAPyx) {
+  platform_.enabled = false;
+  EXPECT_EQ(Run({"tarnwick", GetParam().word, "-sf", "4", "f"}), IsPyx() ? 10 : 0);
+}
+
+TEST_P(ExpanderTargetTest, SpiDeviceThatTheDriverDestroysIsDestroyedOnce) {
+  run_.connectResult = FpgaProgrammerInterface::ConnectFailed;
+  run_.connectDestroysTheSpiDevice = true;
+  EXPECT_EQ(Run({"tarnwick", GetParam().word, "-sf", "4", "f"}), 1);
+  EXPECT_EQ(log_.Count("SPIDev: destroy"), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Targets,
-                         UnrecognizedTargetTest,
-                         testing::Values("dax", "pyx1", "pyx2"),
-                         [](const auto& row) { return std::string(row.param); });
+                         ExpanderTargetTest,
+                         testing::Values(ExpanderTarget{"dax", "DAX Gpio Programming", "33"},
+                                         ExpanderTarget{"pyx1", "Pyx1 Gpio Programming", "32"},
+                                         ExpanderTarget{"pyx2", "Pyx2 Gpio Programming", "32"}),
+                         [](const auto& row) { return std::string(row.param.word); });
 
 // --- Exceptions ---------------------------------------------------------------------------------
 
