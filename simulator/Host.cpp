@@ -57,7 +57,8 @@ std::string FindShim() {
   throw std::runtime_error(std::string(kShimName) + " not found beside " + here.string());
 }
 
-std::vector<std::unique_ptr<Module>> PlugIn(const std::vector<ModuleOptions>& wanted) {
+std::vector<std::unique_ptr<Module>> PlugIn(const std::vector<ModuleOptions>& wanted,
+                                            const ModuleSelectorModel& selector) {
   std::vector<std::unique_ptr<Module>> modules;
   for (const ModuleOptions& module : wanted) {
     std::vector<std::uint8_t> contents;
@@ -68,7 +69,7 @@ std::vector<std::unique_ptr<Module>> PlugIn(const std::vector<ModuleOptions>& wa
         throw UsageError(error.what());
       }
     }
-    modules.push_back(MakeModule(module, contents));
+    modules.push_back(MakeModule(module, contents, selector));
   }
   return modules;
 }
@@ -117,7 +118,12 @@ class Host {
         descriptors_(descriptors),
         logFile_(OpenLog(options.logFile)),
         log_(logFile_.get()),
-        instrument_(PlugIn(options.modules), Rules(options.faults), options.SpiLimit(), log_),
+        selector_(options.withSelector),
+        instrument_(PlugIn(options.modules, selector_.Selector()),
+                    selector_,
+                    Rules(options.faults),
+                    options.SpiLimit(),
+                    log_),
         testbed_(directory_.Path()),
         server_(directory_.Path() + "/link", options.fast, instrument_, testbed_, [this] {
           DrainConsole();
@@ -150,6 +156,7 @@ class Host {
     DrainConsole();
     LogEnd();
     SaveFlashes();
+    SaveState();
     if (logFile_ != nullptr && !*logFile_) {
       throw std::runtime_error("cannot write log file '" + options_.logFile + "'");
     }
@@ -277,6 +284,20 @@ class Host {
     }
   }
 
+  /// How the run left each module, one line each.
+  void SaveState() const {
+    if (options_.stateFile.empty()) {
+      return;
+    }
+    std::ofstream file(options_.stateFile, std::ios::binary);
+    for (const auto& module : instrument_.Modules()) {
+      file << module->Slot() << ' ' << module->DescribeState() << '\n';
+    }
+    if (!file.flush()) {
+      throw std::runtime_error("cannot write state file '" + options_.stateFile + "'");
+    }
+  }
+
   void SaveFlashes() const {
     for (const auto& module : instrument_.Modules()) {
       if (!module->Options().flashFile.empty()) {
@@ -295,6 +316,7 @@ class Host {
   TemporaryDirectory directory_;
   std::unique_ptr<std::ofstream> logFile_;  // null: no log
   EventLog log_;
+  ModuleSelectorFiles selector_;
   Instrument instrument_;
   Testbed testbed_;
   ShimServer server_;

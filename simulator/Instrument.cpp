@@ -180,6 +180,7 @@ std::string DescribeI2c(std::span<const link::I2cMessage> messages,
 }  // namespace
 
 Instrument::Instrument(std::vector<std::unique_ptr<Module>> modules,
+                       ModuleSelectorFiles& selector,
                        FaultRules faults,
                        std::uint64_t bufsiz,
                        EventLog& log)
@@ -190,9 +191,13 @@ Instrument::Instrument(std::vector<std::unique_ptr<Module>> modules,
   }
   adapters_ = PlanI2cAdapters(users);
   AddNodes();
+  std::vector<AttributeFiles*> owners = {&selector};
   for (const auto& module : modules_) {
-    for (std::string& path : module->AttributePaths()) {
-      attributes_.emplace(std::move(path), module.get());
+    owners.push_back(module.get());
+  }
+  for (AttributeFiles* const owner : owners) {
+    for (std::string& path : owner->AttributePaths()) {
+      attributes_.emplace(std::move(path), owner);
     }
   }
 }
@@ -450,8 +455,8 @@ Outcome Instrument::WriteAttribute(std::string_view path, std::string_view value
   const std::string text = std::string(path) + " " + Quote(value);
   Outcome outcome{.value = static_cast<std::int64_t>(value.size())};
   if (!IsSettled(Arrive(EventKind::kWrite, text), outcome)) {
-    attributes_.find(path)->second->WriteAttribute(path, value);
-    Complete(EventKind::kWrite, text);
+    outcome.error = attributes_.find(path)->second->WriteAttribute(path, value);
+    Complete(EventKind::kWrite, text, outcome.error == 0 ? "" : ErrnoName(outcome.error));
   }
   return outcome;
 }

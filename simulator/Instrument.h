@@ -16,6 +16,7 @@
 #include "simulator/FaultRules.h"
 #include "simulator/I2cTopology.h"
 #include "simulator/Module.h"
+#include "simulator/ModuleSelectorFiles.h"
 #include "simulator/shim/LinkProtocol.h"
 
 namespace orvane {
@@ -46,9 +47,11 @@ class Instrument {
  public:
   static constexpr std::uint32_t kMaxSpeedHz = 50'000'000;  // of every SPI device at power-on
 
+  /// @param selector  borrowed; the modules know its model
   /// @param bufsiz  the limit of the spidev driver, in bytes
   /// @param log     borrowed
   Instrument(std::vector<std::unique_ptr<Module>> modules,
+             ModuleSelectorFiles& selector,
              FaultRules faults,
              std::uint64_t bufsiz,
              EventLog& log);
@@ -60,9 +63,9 @@ class Instrument {
   /// The paths of all device nodes.
   std::vector<std::string> NodePaths() const;
   bool HasNode(std::string_view path) const { return nodes_.find(path) != nodes_.end(); }
-  /// The paths of the files under /sys that modules answer for.
+  /// The paths of the files under /sys that the instrument answers for.
   std::vector<std::string> AttributePaths() const;
-  /// @return nothing when no module answers for this file
+  /// @return nothing when nobody answers for this file, or it is not there now
   std::optional<std::string> AttributeContents(std::string_view path);
 
   // --- Events whose real call somebody else makes
@@ -127,7 +130,7 @@ class Instrument {
   EventLog& log_;
   std::vector<I2cAdapter> adapters_;
   std::map<std::string, Node, std::less<>> nodes_;
-  std::map<std::string, Module*, std::less<>> attributes_;
+  std::map<std::string, AttributeFiles*, std::less<>> attributes_;
 };
 
 }  // namespace orvane

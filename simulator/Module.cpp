@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "simulator/ExpanderBoard.h"
 #include "simulator/WendModule.h"
 
 namespace orvane {
@@ -31,10 +32,15 @@ I2cDevice* Module::FindI2c(std::optional<unsigned> /*channel*/, std::uint16_t /*
 void Module::AdvanceTime(std::chrono::nanoseconds by) { flash_.AdvanceTime(by); }
 
 std::unique_ptr<Module> MakeModule(const ModuleOptions& options,
-                                   std::span<const std::uint8_t> flashContents) {
+                                   std::span<const std::uint8_t> flashContents,
+                                   const ModuleSelectorModel& selector) {
   switch (options.type) {
     case ModuleType::kWend:
       return std::make_unique<WendModule>(options, flashContents);
+    case ModuleType::kDax:
+    case ModuleType::kPyx1:
+    case ModuleType::kPyx2:
+      return std::make_unique<ExpanderBoard>(options, flashContents, selector);
   }
   throw std::logic_error("no such type of module");
 }

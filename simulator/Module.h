@@ -9,7 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "simulator/AttributeFiles.h"
 #include "simulator/ModuleOptions.h"
+#include "simulator/ModuleSelectorModel.h"
 #include "simulator/NorFlashModel.h"
 
 namespace orvane {
@@ -30,14 +32,10 @@ class I2cDevice {
 
 /// A plug-in module: a board with a configuration flash, and what decides who reaches it. What a
 /// kind of board has beyond that, its class adds.
-class Module {
+class Module : public AttributeFiles {
  public:
   /// @param flashContents  what the flash holds at power-on, at most NorFlashModel::kBytes
   Module(ModuleOptions options, std::span<const std::uint8_t> flashContents);
-  Module(const Module&) = delete;
-  Module& operator=(const Module&) = delete;
-  virtual ~Module() = default;
-
   const ModuleOptions& Options() const { return options_; }
   unsigned Slot() const { return options_.slot; }
   const NorFlashModel& Flash() const { return flash_; }
@@ -53,14 +51,11 @@ class Module {
   /// @return the chip that acknowledges this address, owned by the module; or null
   virtual I2cDevice* FindI2c(std::optional<unsigned> channel, std::uint16_t address);
 
-  /// The paths of the module's own files under /sys.
-  virtual std::vector<std::string> AttributePaths() const { return {}; }
-  /// @param path  one of these
-  virtual std::string ReadAttribute(std::string_view path) = 0;
-  virtual void WriteAttribute(std::string_view path, std::string_view value) = 0;
-
   /// Lets instrument time pass.
   virtual void AdvanceTime(std::chrono::nanoseconds by);
+
+  /// What the module's outside shows, as words NAME=VALUE: "done=1", and what its board has beyond.
+  virtual std::string DescribeState() const = 0;
 
  protected:
   NorFlashModel& FlashChip() { return flash_; }
@@ -71,7 +66,9 @@ class Module {
 };
 
 /// Builds the class for options.type.
+/// @param selector  borrowed; outlives the module
 std::unique_ptr<Module> MakeModule(const ModuleOptions& options,
-                                   std::span<const std::uint8_t> flashContents);
+                                   std::span<const std::uint8_t> flashContents,
+                                   const ModuleSelectorModel& selector);
 
 }  // namespace orvane

@@ -10,7 +10,7 @@
 
 namespace orvane {
 
-enum class ModuleType { kWend };
+enum class ModuleType { kWend, kDax, kPyx1, kPyx2 };
 
 /// What is broken about a flash chip; see NorFlashModel. 0: not broken so.
 struct FlashDefects {
@@ -34,6 +34,7 @@ struct ModuleOptions {
   std::optional<std::string> spiName;
   bool i2cNode = true;  // whether the nodes under /dev are there
   bool spiNode = true;
+  bool expander = true;      // whether a GPIO expander acknowledges its address
   bool controlFiles = true;  // whether a Zynq's control files are there
   FlashDefects defects;
 };

@@ -20,17 +20,21 @@ Runs COMMAND inside a virtual Orvane and exits with its status.
 
 Options:
   --module TYPE@SLOT[,KEY=VALUE]...
-                 plugs in a module; without any: wend@1
+                 plugs in a module; without any: wend@1, dax@2, pyx1@4 and
+                 pyx2@5
   --fast         lets instrument time pass at once: sleeps do not wait
   --log FILE     writes every event to FILE, one line each, in true order
+  --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1 and
+                 what else its outside shows
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such
                  file (4096); a positive number is the driver's limit as well,
                  which is 4096 otherwise
-  --without NAME leaves out the service inventory or resources, or the whole bus
+  --without NAME leaves out the service inventory or resources, the whole bus, or
+                 the module selector
   --fault RULE   makes events fail, see below
   --help         shows this text and exits
 
-TYPE: wend
+TYPE: wend, dax, pyx1 or pyx2
 
 KEY=VALUE:
   flash=FILE         contents of the flash, up to 16 MiB and 0xFF behind them; written
@@ -41,7 +45,8 @@ KEY=VALUE:
   i2c=NAME, spi=NAME what the resource service answers; none: an empty name
   i2cdev=missing, spidev=missing
                      no nodes under /dev for them
-  zynq-files=missing no control files under /sys
+  zynq-files=missing no control files under /sys (wend)
+  expander=absent    the GPIO expander does not acknowledge (dax, pyx1, pyx2)
   flash-chip=absent  nothing answers on the SPI bus
   program-lost=N, erase-lost=N, register-lost=N
                      the Nth of these is acknowledged, but not done
@@ -208,6 +213,10 @@ constexpr Key kKeys[] = {
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "missing", false, module.controlFiles);
      }},
+    {"expander",
+     [](std::string_view value, ModuleOptions& module) {
+       return TakeWord(value, "absent", false, module.expander);
+     }},
     {"flash-chip",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "absent", true, module.defects.absent);
@@ -239,10 +248,16 @@ constexpr Key kKeys[] = {
 };
 
 ModuleType ParseType(std::string_view word) {
-  if (word != "wend") {
-    Refuse(Quoted(word) + " is no type of module (wend)");
+  constexpr std::pair<std::string_view, ModuleType> kTypes[] = {{"wend", ModuleType::kWend},
+                                                                {"dax", ModuleType::kDax},
+                                                                {"pyx1", ModuleType::kPyx1},
+                                                                {"pyx2", ModuleType::kPyx2}};
+  for (const auto& [name, type] : kTypes) {
+    if (word == name) {
+      return type;
+    }
   }
-  return ModuleType::kWend;
+  Refuse(Quoted(word) + " is no type of module (wend, dax, pyx1 or pyx2)");
 }
 
 ModuleOptions ParseModule(std::string_view text) {
@@ -301,8 +316,10 @@ void ParseWithout(std::string_view name, Options& options) {
     options.withInventory = false;
   } else if (name == "resources") {
     options.withResources = false;
+  } else if (name == "selector") {
+    options.withSelector = false;
   } else {
-    Refuse("--without " + Quoted(name) + ": not inventory, resources or bus");
+    Refuse("--without " + Quoted(name) + ": not inventory, resources, bus or selector");
   }
 }
 
@@ -329,6 +346,14 @@ class Words {
   std::size_t next_ = 0;
 };
 
+std::string FileName(std::string_view option, Words& words) {
+  std::string name = words.ValueOf(option);
+  if (name.empty()) {
+    Refuse(std::string(option) + " needs a file name");
+  }
+  return name;
+}
+
 void ParseOption(std::string_view option, Words& words, Options& options) {
   if (option == "--fast") {
     options.fast = true;
@@ -337,10 +362,9 @@ void ParseOption(std::string_view option, Words& words, Options& options) {
   } else if (option == "--module") {
     options.modules.push_back(ParseModule(words.ValueOf(option)));
   } else if (option == "--log") {
-    options.logFile = words.ValueOf(option);
-    if (options.logFile.empty()) {
-      Refuse("--log needs a file name");
-    }
+    options.logFile = FileName(option, words);
+  } else if (option == "--state") {
+    options.stateFile = FileName(option, words);
   } else if (option == "--fault") {
     options.faults.push_back(ParseFault(words.ValueOf(option)));
   } else if (option == "--bufsiz") {
@@ -378,7 +402,10 @@ Options ParseOptions(std::span<const char* const> words) {
     Refuse("no COMMAND, which goes behind --");
   }
   if (options.modules.empty()) {
-    options.modules.push_back({});
+    options.modules = {{.type = ModuleType::kWend, .slot = 1},
+                       {.type = ModuleType::kDax, .slot = 2},
+                       {.type = ModuleType::kPyx1, .slot = 4},
+                       {.type = ModuleType::kPyx2, .slot = 5}};
   }
   RefuseSharing(options.modules);
   return options;

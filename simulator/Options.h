@@ -22,13 +22,15 @@ class UsageError : public std::runtime_error {
 struct Options {
   bool help = false;
   bool fast = false;
-  std::string logFile;  // empty: no log
+  std::string logFile;    // empty: no log
+  std::string stateFile;  // empty: none
   std::vector<ModuleOptions> modules;
   std::vector<FaultRule> faults;
   std::optional<std::string> bufsiz = "4096";  // contents of the parameter file; none: no file
   bool withBus = true;
   bool withInventory = true;
   bool withResources = true;
+  bool withSelector = true;
   std::vector<std::string> command;
 
   /// The limit of the spidev driver, in bytes: what `bufsiz` says when it is a positive number,

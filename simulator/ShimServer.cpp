@@ -157,8 +157,8 @@ ShimServer::ShimServer(const std::string& path,
       listener_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
       files_(1) {  // handle 0 stands for no file
   for (const std::string& attribute : instrument_.AttributePaths()) {
-    std::string contents = *instrument_.AttributeContents(attribute);
-    testbed_.AddFile(attribute, contents);
+    std::optional<std::string> contents = instrument_.AttributeContents(attribute);
+    testbed_.AddFile(attribute, contents.value_or(""));
     mirror_.emplace(attribute, std::move(contents));
   }
   sockaddr_un address{};
@@ -372,11 +372,18 @@ ShimServer::Reply ShimServer::HandleClose(const Question& question) {
 
 void ShimServer::MirrorAttributes() {
   for (auto& [path, mirrored] : mirror_) {
-    std::string contents = *instrument_.AttributeContents(path);
-    if (contents != mirrored) {
-      testbed_.SetFile(path, contents);
-      mirrored = std::move(contents);
+    std::optional<std::string> contents = instrument_.AttributeContents(path);
+    if (contents == mirrored) {
+      continue;
     }
+    if (!contents) {
+      testbed_.RemoveFile(path);
+    } else if (mirrored) {
+      testbed_.SetFile(path, *contents);
+    } else {
+      testbed_.AddFile(path, *contents);
+    }
+    mirrored = std::move(contents);
   }
 }
 

@@ -98,7 +98,7 @@ class ShimServer {
   std::map<std::string, std::uint32_t, std::less<>> handles_;
   /// What the files of the instrument's attributes hold. Reads that are reported do not need them,
   /// those that are not do: C streams read without telling.
-  std::map<std::string, std::string, std::less<>> mirror_;
+  std::map<std::string, std::optional<std::string>, std::less<>> mirror_;
 };
 
 }  // namespace orvane

@@ -71,6 +71,8 @@ void Testbed::AddFile(std::string_view path, std::string_view contents) const {
   }
 }
 
+void Testbed::RemoveFile(std::string_view path) const { std::filesystem::remove(RealPath(path)); }
+
 void Testbed::SetFile(std::string_view path, std::string_view contents) const {
   const FileDescriptor file(::open(RealPath(path).c_str(), O_WRONLY | O_CLOEXEC));
   if (!file.IsOpen() || ::write(file.get(), contents.data(), contents.size()) < 0 ||

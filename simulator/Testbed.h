@@ -31,6 +31,9 @@ class Testbed {
   /// @throw std::system_error
   void SetFile(std::string_view path, std::string_view contents) const;
 
+  /// Takes a file away.
+  void RemoveFile(std::string_view path) const;
+
   /// Adds a device of subsystem i2c that udev finds.
   void AddAdapter(const I2cAdapter& adapter);
 

@@ -10,14 +10,6 @@ std::string Path(unsigned slot, const char* name) {
   return "/sys/platform_m" + std::to_string(slot) + "/" + name + "/value";
 }
 
-/// The kernel hands on a value with or without the newline that shells add.
-std::string_view WithoutNewline(std::string_view value) {
-  if (value.ends_with('\n')) {
-    value.remove_suffix(1);
-  }
-  return value;
-}
-
 }  // namespace
 
 WendModule::WendModule(const ModuleOptions& options, std::span<const std::uint8_t> flashContents)
@@ -42,7 +34,7 @@ std::vector<std::string> WendModule::AttributePaths() const {
   return {qspiPrgPath_, hwResetPath_, donePath_};
 }
 
-std::string WendModule::ReadAttribute(std::string_view path) {
+std::optional<std::string> WendModule::ReadAttribute(std::string_view path) {
   bool high = false;
   if (path == qspiPrgPath_) {
     high = zynq_.ControllerOwnsFlash();
@@ -54,17 +46,23 @@ std::string WendModule::ReadAttribute(std::string_view path) {
   return high ? "1\n" : "0\n";
 }
 
-void WendModule::WriteAttribute(std::string_view path, std::string_view value) {
+int WendModule::WriteAttribute(std::string_view path, std::string_view value) {
   if (path == qspiPrgPath_) {
     zynq_.WriteQspiPrg(WithoutNewline(value));
   } else if (path == hwResetPath_) {
     zynq_.WriteHwReset(WithoutNewline(value));
   }
+  return 0;
 }
 
 void WendModule::AdvanceTime(std::chrono::nanoseconds by) {
   Module::AdvanceTime(by);
   zynq_.AdvanceTime(by);
+}
+
+std::string WendModule::DescribeState() const {
+  return std::string("done=") + (zynq_.Done() ? "1" : "0") +
+         " qspi_prg=" + (zynq_.ControllerOwnsFlash() ? "1" : "0");
 }
 
 }  // namespace orvane

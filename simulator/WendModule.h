@@ -16,9 +16,10 @@ class WendModule : public Module {
 
   void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) override;
   std::vector<std::string> AttributePaths() const override;
-  std::string ReadAttribute(std::string_view path) override;
-  void WriteAttribute(std::string_view path, std::string_view value) override;
+  std::optional<std::string> ReadAttribute(std::string_view path) override;
+  int WriteAttribute(std::string_view path, std::string_view value) override;
   void AdvanceTime(std::chrono::nanoseconds by) override;
+  std::string DescribeState() const override;
 
  private:
   std::string qspiPrgPath_;

@@ -57,8 +57,8 @@ class EchoModule : public Module {
   I2cDevice* FindI2c(std::optional<unsigned> channel, std::uint16_t address) override {
     return channel == 0U && address == 0x21 ? &expander_ : nullptr;
   }
-  std::string ReadAttribute(std::string_view /*path*/) override { return ""; }
-  void WriteAttribute(std::string_view /*path*/, std::string_view /*value*/) override {}
+  int WriteAttribute(std::string_view /*path*/, std::string_view /*value*/) override { return 0; }
+  std::string DescribeState() const override { return ""; }
 
   const std::vector<Bytes>& Messages() const { return messages_; }
   const Expander& TheExpander() const { return expander_; }
@@ -74,7 +74,7 @@ class InstrumentTest : public testing::Test {
                     std::initializer_list<const char*> rules = {},
                     std::uint64_t bufsiz = 4096) {
     std::vector<std::unique_ptr<Module>> modules;
-    modules.push_back(MakeModule(module, {}));
+    modules.push_back(MakeModule(module, {}, selector_.Selector()));
     return BuildWith(std::move(modules), rules, bufsiz);
   }
 
@@ -85,7 +85,7 @@ class InstrumentTest : public testing::Test {
     for (const char* const rule : rules) {
       faults.Add(FaultRule::Parse(rule));
     }
-    instrument_.emplace(std::move(modules), std::move(faults), bufsiz, log_);
+    instrument_.emplace(std::move(modules), selector_, std::move(faults), bufsiz, log_);
     return *instrument_;
   }
 
@@ -134,6 +134,7 @@ class InstrumentTest : public testing::Test {
 
   std::ostringstream out_;
   EventLog log_{&out_};
+  ModuleSelectorFiles selector_{false};
   std::optional<Instrument> instrument_;
 };
 
@@ -584,8 +585,8 @@ TEST_F(InstrumentTest, InterruptedSleepTakesNoTime) {
 
 TEST_F(InstrumentTest, InventoryListsTheSlotsInOrder) {
   std::vector<std::unique_ptr<Module>> modules;
-  modules.push_back(MakeModule({.slot = 4}, {}));
-  modules.push_back(MakeModule({.slot = 1}, {}));
+  modules.push_back(MakeModule({.slot = 4}, {}, selector_.Selector()));
+  modules.push_back(MakeModule({.slot = 1}, {}, selector_.Selector()));
   EXPECT_THAT(BuildWith(std::move(modules)).GetModuleLocations().numbers, ElementsAre(4, 1));
   EXPECT_EQ(Log(), "dbus GetModuleLocations = 4 1\n");
 }

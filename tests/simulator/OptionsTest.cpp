@@ -28,12 +28,18 @@ std::string ProblemWith(std::initializer_list<const char*> words) {
   return "none";
 }
 
-TEST(OptionsTest, CommandAloneRunsOnAWendInSlotOne) {
+TEST(OptionsTest, CommandAloneRunsOnOneModuleOfEachType) {
   const Options options = Parse({"--", "tarnwick", "-x", "--"});
   EXPECT_EQ(options.command, (std::vector<std::string>{"tarnwick", "-x", "--"}));
-  ASSERT_EQ(options.modules.size(), 1U);
+  ASSERT_EQ(options.modules.size(), 4U);
   EXPECT_EQ(options.modules[0].type, ModuleType::kWend);
   EXPECT_EQ(options.modules[0].slot, 1U);
+  EXPECT_EQ(options.modules[1].type, ModuleType::kDax);
+  EXPECT_EQ(options.modules[1].slot, 2U);
+  EXPECT_EQ(options.modules[2].type, ModuleType::kPyx1);
+  EXPECT_EQ(options.modules[2].slot, 4U);
+  EXPECT_EQ(options.modules[3].type, ModuleType::kPyx2);
+  EXPECT_EQ(options.modules[3].slot, 5U);
   EXPECT_EQ(options.modules[0].flashFile, "");
   EXPECT_EQ(options.modules[0].chip, Chip::kMicron);
   EXPECT_EQ(options.modules[0].done.kind, DonePolicy::Kind::kAuto);
@@ -43,7 +49,23 @@ TEST(OptionsTest, CommandAloneRunsOnAWendInSlotOne) {
   EXPECT_TRUE(options.withBus);
   EXPECT_TRUE(options.withInventory);
   EXPECT_TRUE(options.withResources);
+  EXPECT_TRUE(options.withSelector);
+  EXPECT_EQ(options.stateFile, "");
   EXPECT_TRUE(options.faults.empty());
+}
+
+TEST(OptionsTest, StateFileIsTaken) {
+  EXPECT_EQ(Parse({"--state", "how", "--", "true"}).stateFile, "how");
+  EXPECT_EQ(ProblemWith({"--state", "", "--", "x"}), "--state needs a file name");
+}
+
+TEST(OptionsTest, SelectorCanBeLeftOut) {
+  EXPECT_FALSE(Parse({"--without", "selector", "--", "true"}).withSelector);
+}
+
+TEST(OptionsTest, ExpanderCanBeAbsent) {
+  EXPECT_FALSE(Parse({"--module", "dax@2,expander=absent", "--", "true"}).modules.at(0).expander);
+  EXPECT_TRUE(Parse({"--module", "pyx1@4", "--", "true"}).modules.at(0).expander);
 }
 
 TEST(OptionsTest, HelpNeedsNoCommand) { EXPECT_TRUE(Parse({"--help"}).help); }
@@ -173,7 +195,8 @@ TEST(OptionsTest, EmptyLogNameIsRefused) {
 }
 
 TEST(OptionsTest, UnknownTypeIsRefused) {
-  EXPECT_EQ(ProblemWith({"--module", "Wend@1", "--", "x"}), "'Wend' is no type of module (wend)");
+  EXPECT_EQ(ProblemWith({"--module", "Wend@1", "--", "x"}),
+            "'Wend' is no type of module (wend, dax, pyx1 or pyx2)");
 }
 
 TEST(OptionsTest, SlotMustBeANumber) {
@@ -234,7 +257,7 @@ TEST(OptionsTest, BadFaultIsRefusedWithItsText) {
 
 TEST(OptionsTest, UnknownServiceIsRefused) {
   EXPECT_EQ(ProblemWith({"--without", "shoes", "--", "x"}),
-            "--without 'shoes': not inventory, resources or bus");
+            "--without 'shoes': not inventory, resources, bus or selector");
 }
 
 }  // namespace

@@ -108,7 +108,8 @@ TEST(OrvaneSimTest, WrongCommandLineExitsWithTwo) {
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err,
-            "orvane-sim: 'sprite' is no type of module (wend) (see orvane-sim --help)\n");
+            "orvane-sim: 'sprite' is no type of module (wend, dax, pyx1 or pyx2) (see orvane-sim "
+            "--help)\n");
 }
 
 TEST(OrvaneSimTest, MissingCommandExitsWith127) {

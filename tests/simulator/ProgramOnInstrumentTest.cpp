@@ -445,6 +445,7 @@ TEST_F(ProgramOnInstrumentTest, WendDoesNotAcknowledgeOnItsBus) {
 }
 
 TEST_F(ProgramOnInstrumentTest, UdevListsTheAdapters) {
+  run_.Option({"--module", "wend@1"});
   const SimulatorOutcome outcome = run_.Probe({"udev", "i2c"});
   EXPECT_EQ(outcome.out,
             "/sys/devices/platform/soc/i2c-0 Orvane chassis\n"
@@ -459,6 +460,7 @@ TEST_F(ProgramOnInstrumentTest, WhatLibudevReadsIsNotLogged) {
 }
 
 TEST_F(ProgramOnInstrumentTest, ServicesAnswer) {
+  run_.Option({"--module", "wend@1"});
   const SimulatorOutcome outcome =
       run_.Probe({"inventory", "i2cbus", "1", "spidev", "1", "spidev", "2"});
   EXPECT_EQ(outcome.out, "slots 1\nname i2c-1\nname spidev1.0\nname \n");
@@ -482,7 +484,7 @@ TEST_F(ProgramOnInstrumentTest, MissingServiceIsUnknownToTheBus) {
 }
 
 TEST_F(ProgramOnInstrumentTest, MissingResourcesAreUnknownToTheBus) {
-  run_.Option({"--without", "resources"});
+  run_.Option({"--module", "wend@1", "--without", "resources"});
   EXPECT_EQ(run_.Probe({"inventory", "spidev", "1"}).out,
             "slots 1\norg.freedesktop.DBus.Error.ServiceUnknown\n");
 }
