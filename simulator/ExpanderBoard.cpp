@@ -68,7 +68,8 @@ void ExpanderBoard::AdvanceTime(std::chrono::nanoseconds by) {
 
 std::string ExpanderBoard::DescribeState() const {
   char lines[] = "driven=0x0000";
-  std::snprintf(lines, sizeof lines, "driven=0x%04x", unsigned{fpga_.DrivenLines()});
+  static_cast<void>(
+      std::snprintf(lines, sizeof lines, "driven=0x%04x", unsigned{fpga_.DrivenLines()}));
   std::string text = std::string("done=") + (fpga_.Done() ? "1 " : "0 ") + lines;
   if (IsPyx()) {
     text += std::string(" pcie=") + (pcie_.Endpoint().Enabled()   ? "enabled"

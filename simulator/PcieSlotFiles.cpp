@@ -10,7 +10,8 @@ namespace {
 /// "DDDD:BB"
 std::string BusAddress(unsigned slot) {
   char text[] = "0000:00";
-  std::snprintf(text, sizeof text, "%04x:%02x", slot >> 8U & 0xFFFFU, slot & 0xFFU);
+  static_cast<void>(
+      std::snprintf(text, sizeof text, "%04x:%02x", slot >> 8U & 0xFFFFU, slot & 0xFFU));
   return text;
 }
 

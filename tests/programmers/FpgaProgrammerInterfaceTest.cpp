@@ -4,9 +4,9 @@
 #include <type_traits>
 
 #include "programmers/FpgaProgrammerInterface.h"
+#include "tests/support/VirtualSlot.h"
 #include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
-#include "tests/support/programmers/VirtualSlot.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "programmers/GpioProgrammingInterface.h"
 #include "programmers/Pyx1GpioProgramming.h"
 #include "programmers/Pyx2GpioProgramming.h"
-#include "tests/support/programmers/VirtualSlot.h"
+#include "tests/support/VirtualSlot.h"
 
 namespace {
 

@@ -1,14 +1,24 @@
 #pragma once
 
-#include <array>
-#include <bit>
 #include <cstddef>
+#include <cstring>
+#include <type_traits>
 
-/// @return place of a virtual function in the table of its class, counted from 0: a pointer to a
-///         virtual member function holds the offset in the table (C++ ABI for Itanium, chapter 2.3;
-///         the lowest bit is a flag)
+/// @param member  pointer to a virtual member function
+/// @return its place in the table of virtual functions (a virtual destructor takes two), as the
+///         Itanium C++ ABI, section 2.3, represents such a pointer
 template <typename Member>
 std::size_t VirtualSlot(Member member) {
-  const auto words = std::bit_cast<std::array<std::size_t, 2>>(member);
-  return (words[0] & ~std::size_t{1}) / sizeof(void*);
+  static_assert(std::is_member_function_pointer_v<Member>);
+  struct {
+    std::size_t pointer;
+    std::ptrdiff_t adjustment;
+  } representation = {};
+  static_assert(sizeof representation == sizeof member);
+  std::memcpy(&representation, &member, sizeof member);
+#if defined(__arm__) || defined(__aarch64__)
+  return representation.pointer / sizeof(void*);
+#else
+  return (representation.pointer - 1) / sizeof(void*);
+#endif
 }
