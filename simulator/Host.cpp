@@ -44,17 +44,15 @@ constexpr int kReapMilliseconds = 2000;
 constexpr useconds_t kReapPollMicroseconds = 1000;
 constexpr int kSignalStatus = 128;
 
-/// Where the build, or the installation, puts the shim, seen from this executable.
+/// Where the build puts the shim, seen from this executable.
 std::string FindShim() {
   namespace fs = std::filesystem;
   const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
-  for (const char* const place : {"../lib", "../" ORVANE_SHIM_DIRECTORY}) {
-    const fs::path shim = here / place / kShimName;
-    if (fs::exists(shim)) {
-      return fs::canonical(shim).string();
-    }
+  const fs::path shim = here.parent_path() / "lib" / kShimName;
+  if (!fs::exists(shim)) {
+    throw std::runtime_error(shim.string() + " not found");
   }
-  throw std::runtime_error(std::string(kShimName) + " not found beside " + here.string());
+  return shim.string();
 }
 
 std::vector<std::unique_ptr<Module>> PlugIn(const std::vector<ModuleOptions>& wanted,

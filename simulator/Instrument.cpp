@@ -159,7 +159,7 @@ std::string DescribeI2c(std::span<const link::I2cMessage> messages,
   std::size_t receivedAt = 0;
   for (const link::I2cMessage& message : messages) {
     if (&message == &messages.front() || message.address != (&message - 1)->address) {
-      text += (text.empty() ? "" : " ") + AddressText(message.address);
+      text.append(text.empty() ? "" : " ").append(AddressText(message.address));
     }
     std::string bytes;
     if (message.reads == 0) {
@@ -169,10 +169,10 @@ std::string DescribeI2c(std::span<const link::I2cMessage> messages,
       bytes = LimitedHex(std::span(*received).subspan(receivedAt, message.length));
       receivedAt += message.length;
     } else {
-      bytes = "+" + std::to_string(message.length);
+      bytes.append("+").append(std::to_string(message.length));
     }
     text += message.reads == 0 ? " w" : " r";
-    text += bytes.empty() ? "" : " " + bytes;
+    text.append(bytes.empty() ? "" : " ").append(bytes);
   }
   return text;
 }
@@ -515,7 +515,7 @@ DBusOutcome Instrument::GetModuleLocations() {
   }
   std::string result;
   for (const int number : outcome.numbers) {
-    result += (result.empty() ? "" : " ") + std::to_string(number);
+    result.append(result.empty() ? "" : " ").append(std::to_string(number));
   }
   Complete(EventKind::kDBus, kMethod, result.empty() ? "none" : result);
   return outcome;

@@ -64,10 +64,10 @@ std::string OpenFlagsText(int flags, unsigned mode) {
     }
   }
   if (left != 0) {
-    text += "|" + HexNumber(static_cast<unsigned>(left), 1);
+    text.append("|").append(HexNumber(static_cast<unsigned>(left), 1));
   }
   if ((flags & O_CREAT) != 0) {
-    text += " " + OctalMode(mode);
+    text.append(" ").append(OctalMode(mode));
   }
   return text;
 }

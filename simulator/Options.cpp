@@ -77,7 +77,7 @@ cannot be executed, 127 when it is not found.
 
 [[noreturn]] void Refuse(const std::string& why) { throw UsageError(why); }
 
-std::string Quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
+std::string Quoted(std::string_view text) { return std::string("'").append(text).append("'"); }
 
 /// @return nothing when `text` is anything but a number in range
 template <typename Number>
