@@ -408,6 +408,7 @@ extern "C" {
 int open(const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
   const mode_t mode = TakesMode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
   return Open(path, flags, mode, [&] { return NEXT(open)(path, flags, mode); });
@@ -416,6 +417,7 @@ int open(const char* path, int flags, ...) {
 int open64(const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
   const mode_t mode = TakesMode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
   return Open(path, flags, mode, [&] { return NEXT(open64)(path, flags, mode); });

@@ -303,6 +303,12 @@ TEST_F(ProgramOnInstrumentTest, CommandGetsTheDescriptorsThatTheSimulatorGot) {
   EXPECT_EQ(outcome.out, "0 1 2 3 500\n");
 }
 
+TEST_F(ProgramOnInstrumentTest, CommandInheritsWhatTheSimulatorInherited) {
+  run_.WriteFile("extra", "hello\n");
+  run_.OpenExtra(7, run_.File("extra").string());
+  EXPECT_EQ(run_.Shell("cat <&7").out, "hello\n");
+}
+
 // --- Files --------------------------------------------------------------------------------------
 
 TEST_F(ProgramOnInstrumentTest, OrdinaryFilesAreLoggedAsTheProgramNamesThem) {

@@ -127,6 +127,9 @@ void SimulatorRun::Start(std::vector<std::string> words, int outputEnd) {
   for (const int descriptor : closed_) {
     ::posix_spawn_file_actions_addclose(&actions, descriptor);
   }
+  for (const auto& [descriptor, path] : extra_) {
+    ::posix_spawn_file_actions_addopen(&actions, descriptor, path.c_str(), O_RDONLY, 0);
+  }
   ::posix_spawn_file_actions_addchdir_np(&actions, (directory_ / "cwd").c_str());
   const int failed = ::posix_spawn(
       &process_, ORVANE_SIM, &actions, nullptr, Pointers(words).data(), Pointers(variables).data());

@@ -35,6 +35,10 @@ class SimulatorRun {
   void WithoutLog() { log_ = false; }
   /// Starts orvane-sim with this descriptor closed.
   void CloseStandard(int descriptor) { closed_.push_back(descriptor); }
+  /// Starts orvane-sim with one more descriptor, which reads this file.
+  void OpenExtra(int descriptor, std::string path) {
+    extra_.emplace_back(descriptor, std::move(path));
+  }
   void Environment(std::string variable) { environment_.push_back(std::move(variable)); }
 
   /// Runs the probe with these steps to the end.
@@ -63,6 +67,7 @@ class SimulatorRun {
   bool fast_ = true;
   bool log_ = true;
   std::vector<int> closed_;
+  std::vector<std::pair<int, std::string>> extra_;
   std::vector<std::string> environment_;
   pid_t process_ = -1;
 };
