@@ -275,17 +275,16 @@ class ExpanderProgramTest : public testing::TestWithParam<Board> {
   Lines Pcie() const {
     const std::string bus = "0000:0" + Slot();
     const std::string address = "/sys/bus/pci/slots/" + Slot() + "/address";
+    const Lines lookUp = {"open " + address + " O_RDONLY",
+                          "read " + address + " \"" + bus + ":00\\n\"",
+                          "close " + address};
     Lines lines;
     for (const std::string& file : {"/sys/bus/pci/devices/" + bus + ":00.0/remove",
                                     "/sys/class/pci_bus/" + bus + "/rescan",
                                     "/sys/bus/pci/devices/" + bus + ":00.0/enable"}) {
       lines = Join({lines,
-                    {"open " + address + " O_RDONLY",
-                     "read " + address + " \"" + bus + ":00\\n\"",
-                     "close " + address,
-                     "open " + file + " O_WRONLY",
-                     "write " + file + " \"1\"",
-                     "close " + file}});
+                    lookUp,
+                    {"open " + file + " O_WRONLY", "write " + file + " \"1\"", "close " + file}});
     }
     return IsPyx() ? lines : Lines{};
   }

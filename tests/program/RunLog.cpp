@@ -14,7 +14,7 @@ std::string Spi(int slot) { return "spi " + Node(slot) + " "; }
 
 std::string Hex24(int address) {
   char text[16];
-  std::snprintf(text, sizeof text, "0x%06x", static_cast<unsigned>(address));
+  static_cast<void>(std::snprintf(text, sizeof text, "0x%06x", static_cast<unsigned>(address)));
   return text;
 }
 
@@ -43,7 +43,7 @@ Lines Join(const std::vector<Lines>& pieces) {
 std::string Text(const Lines& lines) {
   std::string text;
   for (const std::string& line : lines) {
-    text += line + "\n";
+    text.append(line).append("\n");
   }
   return text;
 }
@@ -186,16 +186,14 @@ Lines Program(int bytes, int slot) {
 
 Lines Done(int polls) {
   const std::string path = "/sys/platform_m1/zynq_done/value";
+  const std::string open = "open " + path + " O_RDONLY|O_SYNC";
+  const std::string read = "read " + path;
+  const std::string close = "close " + path;
   Lines lines;
-  for (int poll = 0; poll <= polls; ++poll) {
-    const std::string value = poll < polls ? "0" : "1";
-    lines += {"open " + path + " O_RDONLY|O_SYNC",
-              "read " + path + " \"" + value + "\"",
-              "close " + path};
-    if (poll < polls) {
-      lines += {"sleep 1 ms"};
-    }
+  for (int poll = 0; poll < polls; ++poll) {
+    lines += {open, read + " \"0\"", close, "sleep 1 ms"};
   }
+  lines += {open, read + " \"1\"", close};
   return lines;
 }
 

@@ -12,8 +12,6 @@
 #include <stdexcept>
 #include <system_error>
 
-extern char** environ;
-
 namespace program_test {
 
 namespace {
@@ -40,6 +38,7 @@ std::string Program() {
 
 std::vector<char*> Pointers(std::vector<std::string>& words) {
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words) {
     pointers.push_back(word.data());
   }
@@ -61,8 +60,9 @@ std::vector<std::string> EnvironmentWith(
     variables[name] = value;
   }
   std::vector<std::string> texts;
+  texts.reserve(variables.size());
   for (const auto& [name, value] : variables) {
-    texts.push_back(name + "=" + value);
+    texts.push_back(std::string(name).append("=").append(value));
   }
   return texts;
 }
