@@ -376,9 +376,19 @@ TEST_P(ExpanderProgramTest, AbsentFlashLeavesTheRunPatternAndFailsToConnect) {
 
 TEST_P(ExpanderProgramTest, MissingSpiNodeIsDestroyedOnceAndFailsToConnect) {
   PlugIn(",spidev=missing");
-  const Outcome outcome = Update();
-  EXPECT_EQ(outcome.exitCode, 1);
-  EXPECT_EQ(outcome.err, "");
+  ExpectUpdate(
+      1,
+      Join({Find(),
+            ConnectExpander(),
+            TakeFlash(),
+            {"open /dev/spidev" + Slot() + ".0 O_RDWR = ENOENT", "close -1"},
+            Drive(board_.routed, board_.released),
+            Pcie(),
+            {I2c() + "w 06 r " + board_.directions, I2c() + "w 06 ff ff", "close " + Bus()},
+            Select("SPILVDS"),
+            Console(kConnectFailed),
+            {"close -1", "exit 1"}}));
+  ExpectFlashUntouched();
 }
 
 TEST_P(ExpanderProgramTest, FailedEraseIsTheResultAndAPyxIsReenumerated) {

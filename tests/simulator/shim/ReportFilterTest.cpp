@@ -21,7 +21,7 @@ TEST(ReportFilterTest, DevicesAndAttributesAreReported) {
 TEST(ReportFilterTest, FilesOfTheProgramAreReported) {
   for (const char* const path : {"./FlashDevice.bin",
                                  "dumpflash.bin",
-                                 "/tmp/image.bin",
+                                 "/srv/image.bin",
                                  "/home/user/image.bin",
                                  "/opt/proc/image.bin",
                                  "/library/image.bin",
