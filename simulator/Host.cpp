@@ -228,6 +228,10 @@ class Host {
     std::string& preload = variables["LD_PRELOAD"];
     preload += (preload.empty() ? "" : ":") + shim + ":" + kUmockdevPreload;
     variables[link::kAddressVariable] = directory_.Path() + "/link";
+    if (options_.clockStep.count() > 0) {
+      variables[link::kClockStepVariable] =
+          std::to_string(std::chrono::nanoseconds(options_.clockStep).count());
+    }
     variables["DBUS_SYSTEM_BUS_ADDRESS"] =
         bus_ ? bus_->Address() : "unix:path=" + directory_.Path() + "/no-bus";
     std::vector<std::string> environment;

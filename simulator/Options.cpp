@@ -23,6 +23,9 @@ Options:
                  plugs in a module; without any: wend@1, dax@2, pyx1@4 and
                  pyx2@5
   --fast         lets instrument time pass at once: sleeps do not wait
+  --clock-step MS
+                 at each look of a program at its monotonic clock, that many milliseconds
+                 have passed on it (0)
   --log FILE     writes every event to FILE, one line each, in true order
   --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1 and
                  what else its outside shows
@@ -346,6 +349,15 @@ class Words {
   std::size_t next_ = 0;
 };
 
+std::chrono::milliseconds ParseClockStep(std::string_view text) {
+  constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
+  const auto milliseconds = ParseNumber<std::uint32_t>(text);
+  if (!milliseconds || *milliseconds > kMaxMilliseconds) {
+    Refuse("--clock-step " + Quoted(text) + ": not a number of milliseconds up to an hour");
+  }
+  return std::chrono::milliseconds(*milliseconds);
+}
+
 std::string FileName(std::string_view option, Words& words) {
   std::string name = words.ValueOf(option);
   if (name.empty()) {
@@ -357,6 +369,8 @@ std::string FileName(std::string_view option, Words& words) {
 void ParseOption(std::string_view option, Words& words, Options& options) {
   if (option == "--fast") {
     options.fast = true;
+  } else if (option == "--clock-step") {
+    options.clockStep = ParseClockStep(words.ValueOf(option));
   } else if (option == "--help") {
     options.help = true;
   } else if (option == "--module") {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -22,6 +23,7 @@ class UsageError : public std::runtime_error {
 struct Options {
   bool help = false;
   bool fast = false;
+  std::chrono::milliseconds clockStep{0};
   std::string logFile;    // empty: no log
   std::string stateFile;  // empty: none
   std::vector<ModuleOptions> modules;

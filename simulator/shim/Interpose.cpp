@@ -14,10 +14,12 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "simulator/shim/DescriptorTable.h"
@@ -392,6 +394,26 @@ bool AskSleep(std::int64_t nanoseconds, int& error) {
   return answer.action != Action::kDone;
 }
 
+// --- The monotonic clock ------------------------------------------------------------------------
+
+/// By how much each look at the clock moves it on.
+std::int64_t ClockStep() {
+  static std::int64_t step = -1;  // not looked up yet
+  if (step < 0) {
+    const char* const text = std::getenv(link::kClockStepVariable);
+    step = text == nullptr ? 0 : std::strtoll(text, nullptr, 10);
+  }
+  return step;
+}
+
+/// By how much the program's clock is ahead of the machine's.
+std::atomic<std::int64_t> clockLead = 0;
+
+timespec TimeSpec(std::int64_t nanoseconds) {
+  return {.tv_sec = nanoseconds / kNanosecondsPerSecond,
+          .tv_nsec = nanoseconds % kNanosecondsPerSecond};
+}
+
 bool IsValid(const timespec* time) {
   return time != nullptr && time->tv_sec >= 0 && time->tv_nsec >= 0 &&
          time->tv_nsec < kNanosecondsPerSecond;
@@ -547,12 +569,25 @@ int nanosleep(const timespec* wanted, timespec* left) {
   return error != 0 ? Fail(error) : 0;
 }
 
+int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  const int result = NEXT(clock_gettime)(clock, time);
+  if (result == 0 && clock == CLOCK_MONOTONIC && ClockStep() > 0) {
+    *time = TimeSpec(Nanoseconds(*time) + (clockLead += ClockStep()));
+  }
+  return result;
+}
+
 int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* left) {
   int error = 0;
+  timespec end{};
   if (IsValid(wanted)) {
     std::int64_t nanoseconds = Nanoseconds(*wanted);
     timespec now{};
-    if ((flags & TIMER_ABSTIME) != 0 && ::clock_gettime(clock, &now) == 0) {
+    if ((flags & TIMER_ABSTIME) != 0 && NEXT(clock_gettime)(clock, &now) == 0) {
+      // The machine sleeps by its own clock.
+      nanoseconds -= clock == CLOCK_MONOTONIC ? clockLead.load() : 0;
+      end = TimeSpec(nanoseconds < 0 ? 0 : nanoseconds);
+      wanted = &end;
       nanoseconds -= Nanoseconds(now);
     }
     if (!AskSleep(nanoseconds, error)) {

@@ -11,6 +11,8 @@ namespace orvane::link {
 
 inline constexpr const char* kAddressVariable =
     "ORVANE_LINK";  // holds the path of the host's socket
+inline constexpr const char* kClockStepVariable =
+    "ORVANE_CLOCK_STEP";  // holds nanoseconds; not there: the clock is the machine's
 inline constexpr std::size_t kPacketBytes = 64U << 10;
 /// More than this is never sent; an SPI message with more to send goes without its bytes.
 inline constexpr std::uint64_t kMaxPayloadBytes = 64U << 20;

@@ -1,11 +1,10 @@
-#include "simulator/ExpanderBoard.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
 #include <vector>
 
 #include "simulator/Bitstream.h"
+#include "simulator/ExpanderBoard.h"
 
 namespace orvane {
 namespace {

@@ -1,7 +1,7 @@
-#include "simulator/ModuleSelectorFiles.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "simulator/ModuleSelectorFiles.h"
 
 namespace orvane {
 namespace {

@@ -255,6 +255,16 @@ TEST(OptionsTest, BadFaultIsRefusedWithItsText) {
             "--fault 'spi#0:EIO': events are counted from 1");
 }
 
+TEST(OptionsTest, ClockStepIsANumberOfMillisecondsUpToAnHour) {
+  EXPECT_EQ(Parse({"--", "x"}).clockStep, std::chrono::milliseconds(0));
+  EXPECT_EQ(Parse({"--clock-step", "3600000", "--", "x"}).clockStep, std::chrono::hours(1));
+  for (const char* const text : {"", "-1", "x", "3600001"}) {
+    EXPECT_EQ(
+        ProblemWith({"--clock-step", text, "--", "x"}),
+        "--clock-step '" + std::string(text) + "': not a number of milliseconds up to an hour");
+  }
+}
+
 TEST(OptionsTest, UnknownServiceIsRefused) {
   EXPECT_EQ(ProblemWith({"--without", "shoes", "--", "x"}),
             "--without 'shoes': not inventory, resources, bus or selector");

@@ -1,9 +1,9 @@
-#include "simulator/PcieSlotFiles.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
+
+#include "simulator/PcieSlotFiles.h"
 
 namespace orvane {
 namespace {

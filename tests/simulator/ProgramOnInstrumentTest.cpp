@@ -524,6 +524,17 @@ TEST_F(ProgramOnInstrumentTest, ClocksAreTrueWhenSleepsAreShort) {
             "same\n");
 }
 
+TEST_F(ProgramOnInstrumentTest, MonotonicClockGoesOnByAStepAtEachLook) {
+  run_.Option({"--clock-step", "3600000"});
+  EXPECT_THAT(run_.Probe({"clocks"}).out, testing::MatchesRegex("360[01]\n[01]\n"));
+}
+
+TEST_F(ProgramOnInstrumentTest, SleepUntilALaterTimeIsAsLongAsOnTheProgramsClock) {
+  run_.Option({"--clock-step", "3600000"});
+  const SimulatorOutcome outcome = run_.Probe({"clocks", "until", "100000000000000"});
+  EXPECT_THAT(WithoutConsole(outcome.log), testing::MatchesRegex("sleep 99999[0-9]+ ns\nexit 0\n"));
+}
+
 TEST_F(ProgramOnInstrumentTest, SleepsWaitUnlessTheyAreShortened) {
   run_.WithoutFast();
   const SimulatorOutcome outcome = run_.Shell(

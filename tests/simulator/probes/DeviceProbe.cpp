@@ -12,6 +12,7 @@
 //   read N COUNT / write N TEXT
 //   ifstream PATH / ofstream PATH TEXT
 //   sleep S / usleep US / nanosleep NS / until NS (clock_nanosleep to a time that far away)
+//   clocks                 how far two looks at the clock are apart, monotonic and real time, in s
 //   out TEXT / err TEXT    to standard output or error, flushed
 //   inventory / i2cbus SLOT / spidev SLOT
 //   udev SUBSYSTEM         lists the devices
@@ -224,6 +225,16 @@ class Probe {
     }
   }
 
+  void ShowClocks() {
+    for (const clockid_t clock : {CLOCK_MONOTONIC, CLOCK_REALTIME}) {
+      timespec first{};
+      timespec second{};
+      ::clock_gettime(clock, &first);
+      ::clock_gettime(clock, &second);
+      ShowResult(static_cast<int>(second.tv_sec - first.tv_sec));
+    }
+  }
+
   /// Calls a method of a platform service and shows what it returns.
   void CallService(const char* service, const std::string& method, const long* slot) {
     sd_bus* bus = nullptr;
@@ -332,6 +343,8 @@ class Probe {
       WriteStream();
     } else if (verb == "sleep" || verb == "usleep" || verb == "nanosleep" || verb == "until") {
       Sleep(verb);
+    } else if (verb == "clocks") {
+      ShowClocks();
     } else if (verb == "out") {
       std::cout << Word() << std::flush;
     } else if (verb == "err") {
