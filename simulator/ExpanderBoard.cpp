@@ -33,7 +33,9 @@ ExpanderBoard::ExpanderBoard(const ModuleOptions& options,
       selector_(selector),
       fpga_(KindOf(options.type), options.slot, FlashChip(), options.done),
       expander_(fpga_),
-      pcie_(options.slot) {}
+      pcie_(options.slot) {
+  fpga_.HoldLines(options.heldLines, options.heldLevels);
+}
 
 void ExpanderBoard::Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) {
   const bool selected = !IsPyx() || selector_.OnSpiMaster(Slot());

@@ -50,6 +50,8 @@ KEY=VALUE:
                      no nodes under /dev for them
   zynq-files=missing no control files under /sys (wend)
   expander=absent    the GPIO expander does not acknowledge (dax, pyx1, pyx2)
+  held=LINE:LEVEL    this line of the expander, 0 to 15, is stuck at LEVEL, 0 or 1; can be
+                     repeated
   flash-chip=absent  nothing answers on the SPI bus
   program-lost=N, erase-lost=N, register-lost=N
                      the Nth of these is acknowledged, but not done
@@ -168,6 +170,22 @@ bool TakeOrdinal(std::string_view value, std::uint64_t& out) {
   return Take(ParseNumber<std::uint64_t>(value), out) && out > 0;
 }
 
+/// "LINE:LEVEL"
+bool TakeHeldLine(std::string_view value, ModuleOptions& module) {
+  constexpr unsigned kLines = 16;
+  const std::size_t colon = value.find(':');
+  const auto line = ParseNumber<unsigned>(value.substr(0, colon));
+  const std::string_view level = colon == std::string_view::npos ? "" : value.substr(colon + 1);
+  if (!line || *line >= kLines || (level != "0" && level != "1")) {
+    return false;
+  }
+  const unsigned mask = 1U << *line;
+  module.heldLines = static_cast<std::uint16_t>(module.heldLines | mask);
+  module.heldLevels = static_cast<std::uint16_t>(level == "1" ? module.heldLevels | mask
+                                                              : module.heldLevels & ~mask);
+  return true;
+}
+
 bool TakeAddress(std::string_view value, std::vector<std::uint32_t>& out) {
   constexpr std::string_view kHexPrefix = "0x";
   const auto address = value.starts_with(kHexPrefix)
@@ -220,6 +238,7 @@ constexpr Key kKeys[] = {
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "absent", false, module.expander);
      }},
+    {"held", TakeHeldLine},
     {"flash-chip",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "absent", true, module.defects.absent);

@@ -66,6 +66,13 @@ TEST_F(ExpanderBoardTest, DaxFlashAnswersOnceItIsRoutedToTheController) {
   EXPECT_EQ(Identification(board), (Bytes{0x20, 0xBA, 0x18}));
 }
 
+TEST_F(ExpanderBoardTest, HeldLineStaysWhereItIs) {
+  ExpanderBoard board(
+      {.type = ModuleType::kDax, .slot = 2, .heldLines = 1, .heldLevels = 0}, flash_, selector_);
+  Drive(*board.FindI2c(0U, 0x21), 0xBD, 0x3E);
+  EXPECT_EQ(Identification(board), (Bytes{0, 0, 0}));  // one of the lines that route the SPI
+}
+
 TEST_F(ExpanderBoardTest, PyxFlashAnswersOnlyWhileItsSlotIsOnTheSpiMaster) {
   ExpanderBoard board = Board(ModuleType::kPyx1, 4);
   Drive(*board.FindI2c(std::nullopt, 0x20), 0xBD, 0x3E);

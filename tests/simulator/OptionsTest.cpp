@@ -114,6 +114,13 @@ TEST(OptionsTest, PartsOfTheWorldCanBeMissing) {
   EXPECT_FALSE(ParseModuleOf("wend@1,zynq-files=missing").controlFiles);
 }
 
+TEST(OptionsTest, HeldLinesAddUp) {
+  const ModuleOptions module = ParseModuleOf("dax@2,held=15:1,held=0:0,held=8:1");
+  EXPECT_EQ(module.heldLines, 0x8101);
+  EXPECT_EQ(module.heldLevels, 0x8100);
+  EXPECT_EQ(ParseModuleOf("dax@2").heldLines, 0);
+}
+
 TEST(OptionsTest, DefectsOfTheFlashAreTaken) {
   const FlashDefects defects =
       ParseModuleOf(
@@ -227,6 +234,10 @@ TEST(OptionsTest, UnknownValueIsRefused) {
                                  "i2cdev=none",
                                  "spidev=gone",
                                  "zynq-files=x",
+                                 "held=16:0",
+                                 "held=3:2",
+                                 "held=3",
+                                 "held=:1",
                                  "flash-chip=present",
                                  "program-lost=0",
                                  "erase-lost=x",
