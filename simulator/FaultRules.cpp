@@ -96,8 +96,8 @@ bool Suits(const FaultRule& rule) {
       return rule.kind == EventKind::kWrite || rule.kind == EventKind::kIoctl ||
              rule.kind == EventKind::kSpi || rule.kind == EventKind::kI2c;
     case Fault::Kind::kAnswer:
-      return rule.kind == EventKind::kRead || rule.kind == EventKind::kSpi ||
-             rule.kind == EventKind::kI2c || isDBus;
+      return rule.kind == EventKind::kRead || rule.kind == EventKind::kIoctl ||
+             rule.kind == EventKind::kSpi || rule.kind == EventKind::kI2c || isDBus;
   }
   return false;
 }

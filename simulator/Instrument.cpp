@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <sstream>
 #include <utility>
 
@@ -404,8 +405,9 @@ Outcome Instrument::SubmitI2c(std::string_view path,
 Outcome Instrument::ReadSetting(std::string_view path, SpiSetting setting) {
   const Node& node = FindNode(path);
   const std::string text = std::string(path) + " " + RequestName(setting, "RD");
+  const Fault fault = Arrive(EventKind::kIoctl, text);
   Outcome outcome;
-  if (IsSettled(Arrive(EventKind::kIoctl, text), outcome)) {
+  if (IsSettled(fault, outcome)) {
     return outcome;
   }
   if (!node.isSpi) {
@@ -413,7 +415,10 @@ Outcome Instrument::ReadSetting(std::string_view path, SpiSetting setting) {
     Complete(EventKind::kIoctl, text, ErrnoName(outcome.error));
     return outcome;
   }
-  const std::uint32_t value = node.settings.at(StoredAs(setting));
+  std::uint32_t value = node.settings.at(StoredAs(setting));
+  if (fault.kind == Fault::Kind::kAnswer) {
+    std::from_chars(fault.text.data(), fault.text.data() + fault.text.size(), value);
+  }
   for (unsigned byte = 0; byte < sizeof value; ++byte) {
     outcome.bytes.push_back(static_cast<std::uint8_t>(value >> (8 * byte)));
   }

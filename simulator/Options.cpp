@@ -70,8 +70,8 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
   ACTION  ENOENT or any other errno: it has no effect and fails so
           error[:NAME]: likewise for dbus, with this D-Bus error
           lost: it has no effect and succeeds (write, ioctl, spi, i2c)
-          data:TEXT: it takes its course, but TEXT comes back (read, spi, i2c, dbus);
-          with \n \t \r \" \\ \xHH for other bytes
+          data:TEXT: it takes its course, but TEXT comes back (read, spi, i2c, dbus;
+          ioctl: this number); with \n \t \r \" \\ \xHH for other bytes
           kill: it has no effect: SIGKILL for the program
   The first rule that hits an event decides.
 

@@ -124,7 +124,6 @@ TEST(FaultRuleTest, ActionThatDoesNotSuitTheKindIsRefused) {
                                  "open:data:x",
                                  "close:data:x",
                                  "write:data:x",
-                                 "ioctl:data:x",
                                  "sleep:data:x",
                                  "any:data:x",
                                  "dbus:EIO",

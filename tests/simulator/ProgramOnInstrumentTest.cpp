@@ -748,6 +748,15 @@ TEST_F(ProgramOnInstrumentTest, RequestsFail) {
       "3\nEINVAL\n0\nEIO\nEINVAL\n");
 }
 
+TEST_F(ProgramOnInstrumentTest, SettingIsReadWrong) {
+  run_.Option({"--fault", "ioctl:RD_MAX_SPEED:data:1000"});
+  EXPECT_EQ(WithoutConsole(run_.Probe({"open", "/dev/spidev1.0", "+", "speed", "0"}).log),
+            "open /dev/spidev1.0 O_RDWR\n"
+            "ioctl /dev/spidev1.0 SPI_IOC_RD_MAX_SPEED_HZ = 1000\n"
+            "ioctl /dev/spidev1.0 SPI_IOC_WR_MAX_SPEED_HZ 1000\n"
+            "exit 0\n");
+}
+
 TEST_F(ProgramOnInstrumentTest, DBusCallsFail) {
   run_.Option({"--fault",
                "dbus:GetI2CBus#1:error",
