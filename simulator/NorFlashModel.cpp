@@ -110,8 +110,8 @@ void NorFlashModel::ReadArray(std::span<const std::uint8_t> mosi,
 void NorFlashModel::ReadStatus(std::span<std::uint8_t> miso) {
   for (std::uint8_t& byte : miso) {
     byte = StatusRegister();
-    if (busyReads_ > 0 && --busyReads_ == 0 && !stuckBusy_) {
-      writeEnabled_ = false;
+    if (busyReads_ > 0 && --busyReads_ == 0) {
+      BeReady();
     }
   }
 }
@@ -172,7 +172,7 @@ void NorFlashModel::Program(std::size_t address, std::span<const std::uint8_t> d
       array_[page + (address + i) % kPageBytes] &= data[i];
     }
   }
-  BeBusy(kBusyReadsAfterProgram);
+  BeBusy(kBusyReadsAfterProgram, kLongestProgram);
 }
 
 void NorFlashModel::Erase(Range range) {
@@ -189,7 +189,8 @@ void NorFlashModel::Erase(Range range) {
       at = end;
     }
   }
-  BeBusy(kBusyReadsAfterErase);
+  const std::size_t sectors = std::max<std::size_t>(1, (range.end - range.begin) / kSectorBytes);
+  BeBusy(kBusyReadsAfterErase, static_cast<int>(sectors) * kLongestSectorErase);
 }
 
 void NorFlashModel::WriteRegisters(std::span<const std::uint8_t> values) {
@@ -211,6 +212,12 @@ void NorFlashModel::WriteRegisters(std::span<const std::uint8_t> values) {
 }
 
 void NorFlashModel::AdvanceTime(std::chrono::nanoseconds by) {
+  if (busyReads_ > 0) {
+    busyLeft_ -= std::min(by, busyLeft_);
+    if (busyLeft_.count() == 0) {
+      BeReady();
+    }
+  }
   if (registerWriteLeft_.count() == 0) {
     return;
   }
@@ -222,11 +229,17 @@ void NorFlashModel::AdvanceTime(std::chrono::nanoseconds by) {
   }
 }
 
-void NorFlashModel::BeBusy(int statusReads) {
+void NorFlashModel::BeBusy(int statusReads, std::chrono::nanoseconds longest) {
   busyReads_ = statusReads;
+  busyLeft_ = longest;
   if (Due(stayBusyAfter_)) {
     stuckBusy_ = true;
   }
+}
+
+void NorFlashModel::BeReady() {
+  busyReads_ = 0;
+  writeEnabled_ = writeEnabled_ && stuckBusy_;
 }
 
 std::uint8_t NorFlashModel::StatusRegister() const {

@@ -28,8 +28,9 @@ enum class Chip {
 ///   01 sr [cr]            write status (and, kMacronix only, configuration), needs write enable
 ///
 /// Status: bit 0 busy, bit 1 write enable latch. A program or an erase keeps the chip busy for a
-/// fixed number of status bytes read, a register write for a fixed instrument time; the new
-/// register values stand from its end on. While busy the chip hears nothing but register reads. The
+/// fixed number of status bytes read, or for the longest instrument time that it can take if nobody
+/// reads the status; a register write for a fixed instrument time; the new register values stand
+/// from its end on. While busy the chip hears nothing but register reads. The
 /// latch falls when the work is done.
 ///
 /// Block protection, level L from the status register: 65536 * 2^(L-1) bytes, the whole array from
@@ -42,6 +43,8 @@ class NorFlashModel {
   static constexpr std::size_t kBytes = 16U << 20;
   static constexpr int kBusyReadsAfterProgram = 2;  // status bytes that show busy
   static constexpr int kBusyReadsAfterErase = 3;
+  static constexpr std::chrono::nanoseconds kLongestProgram = std::chrono::milliseconds(5);
+  static constexpr std::chrono::nanoseconds kLongestSectorErase = std::chrono::seconds(1);
   static constexpr std::chrono::nanoseconds kRegisterWriteTime = std::chrono::milliseconds(40);
 
   /// A blank chip (all 0xFF), unprotected, as delivered.
@@ -61,7 +64,7 @@ class NorFlashModel {
   /// @throw std::invalid_argument when the lengths differ
   void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso);
 
-  /// Lets instrument time pass; only a register write depends on it.
+  /// Lets instrument time pass.
   void AdvanceTime(std::chrono::nanoseconds by);
 
   /// Whether something else on the chip's bus could boot from it: present and not stuck busy.
@@ -106,7 +109,8 @@ class NorFlashModel {
   void Program(std::size_t address, std::span<const std::uint8_t> data);
   void Erase(Range range);
   void WriteRegisters(std::span<const std::uint8_t> values);
-  void BeBusy(int statusReads);
+  void BeBusy(int statusReads, std::chrono::nanoseconds longest);
+  void BeReady();
   bool RefusedAsProtected(Range range);
   Range ProtectedRange() const;
 
@@ -117,7 +121,8 @@ class NorFlashModel {
   std::uint8_t nextStatus_ = 0;     // what a register write under way will leave
   std::uint8_t nextConfiguration_ = 0;
   bool writeEnabled_ = false;
-  int busyReads_ = 0;
+  int busyReads_ = 0;                     // of a program or an erase, as long as it is under way
+  std::chrono::nanoseconds busyLeft_{0};  // likewise
   std::chrono::nanoseconds registerWriteLeft_{0};
 
   bool present_ = true;

@@ -255,10 +255,45 @@ TEST_F(NorFlashModelTest, StatusCommandWithoutAByteClockedDoesNotCount) {
   EXPECT_EQ(Ask({0x05}, 3), Bytes({0x03, 0x03, 0x00}));
 }
 
-TEST_F(NorFlashModelTest, TimeDoesNotEndAProgram) {
+TEST_F(NorFlashModelTest, ProgramThatNobodyAsksAboutEndsInItsTime) {
+  Send({0x06});
+  Send({0x02, 0, 0, 0, 0x11});
+  flash_->AdvanceTime(4999999ns);
+  EXPECT_TRUE(flash_->Busy());
+  flash_->AdvanceTime(1ns);
+  EXPECT_EQ(Ask({0x05}, 2), Bytes({0x00, 0x00}));
+}
+
+TEST_F(NorFlashModelTest, EraseThatNobodyAsksAboutEndsInItsTime) {
+  Send({0x06});
+  Send({0xD8, 0, 0, 0});
+  flash_->AdvanceTime(999999999ns);
+  EXPECT_TRUE(flash_->Busy());
+  flash_->AdvanceTime(1ns);
+  EXPECT_EQ(Ask({0x05}, 2), Bytes({0x00, 0x00}));
+}
+
+TEST_F(NorFlashModelTest, ChipEraseTakesASecondForEachSector) {
+  Send({0x06});
+  Send({0x60});
+  flash_->AdvanceTime(std::chrono::seconds(255));
+  EXPECT_TRUE(flash_->Busy());
+  flash_->AdvanceTime(std::chrono::seconds(1));
+  EXPECT_FALSE(flash_->Busy());
+}
+
+TEST_F(NorFlashModelTest, TimeDoesNotFreeAChipThatIsStuck) {
+  flash_->StayBusyAfter(1);
   Send({0x06});
   Send({0x02, 0, 0, 0, 0x11});
   flash_->AdvanceTime(std::chrono::hours(1));
+  EXPECT_EQ(Ask({0x05}, 3), Bytes({0x03, 0x03, 0x03}));
+}
+
+TEST_F(NorFlashModelTest, TimeBeforeAProgramDoesNotCount) {
+  flash_->AdvanceTime(std::chrono::hours(1));
+  Send({0x06});
+  Send({0x02, 0, 0, 0, 0x11});
   EXPECT_EQ(Ask({0x05}, 3), Bytes({0x03, 0x03, 0x00}));
 }
 
