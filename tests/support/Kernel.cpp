@@ -4,7 +4,7 @@
 
 namespace {
 
-Kernel* current = nullptr;
+thread_local Kernel* current = nullptr;
 
 }  // namespace
 

@@ -6,8 +6,9 @@
 #include <cstddef>
 
 /// The system calls that our objects make through the link seams (Seam*.cpp). While an object of
-/// this class lives, they all end here, those of the test itself included; otherwise they reach the
-/// operating system. One at a time. Calls from within the C and C++ libraries are not seen.
+/// this class lives, all those of its thread end here, those of the test itself included; otherwise
+/// they reach the operating system. One at a time. Calls from within the C and C++ libraries are
+/// not seen.
 class Kernel {
  public:
   Kernel();
