@@ -1,4 +1,5 @@
-# The two ways to add code: tarnwick_add_library and tarnwick_add_test.
+# The ways to add code: tarnwick_add_library, tarnwick_add_executable, tarnwick_add_test and
+# tarnwick_add_fuzzer.
 
 find_package(Threads REQUIRED)
 
@@ -19,7 +20,14 @@ endif()
 # The sanitizers stand apart, because a library that is preloaded into foreign programs must do
 # without them. g++ links its runtimes statically: a shared one would have to be preloaded first.
 add_library(tarnwick_sanitizers INTERFACE)
-if(TARNWICK_SANITIZE)
+if(TARNWICK_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR " TARNWICK_FUZZ takes clang: -DCMAKE_CXX_COMPILER=clang++ (package clang).")
+  endif()
+  target_compile_options(tarnwick_sanitizers INTERFACE
+    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(tarnwick_sanitizers INTERFACE -fsanitize=address,undefined)
+elseif(TARNWICK_SANITIZE)
   target_compile_options(tarnwick_sanitizers INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(tarnwick_sanitizers INTERFACE -fsanitize=address,undefined)
@@ -41,6 +49,17 @@ function(tarnwick_add_library name)
     PRIVATE tarnwick_build_flags)
 endfunction()
 
+# tarnwick_wrap(TARGET symbol...)
+#   puts each named function behind the linker's --wrap, so that the program supplies it, or a
+#   library, wherever that stands on the linker's command line.
+function(tarnwick_wrap target)
+  # _FORTIFY_SOURCE renames open and read, which the link seams replace by name.
+  target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE)
+  foreach(symbol IN LISTS ARGN)
+    target_link_options(${target} PRIVATE "LINKER:--wrap=${symbol},--undefined=__wrap_${symbol}")
+  endforeach()
+endfunction()
+
 # tarnwick_add_executable(NAME SOURCES file... [DEPS target...])
 function(tarnwick_add_executable name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPS")
@@ -52,9 +71,7 @@ endfunction()
 # tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [LAUNCHER word...]
 #                   [TIMEOUT seconds])
 #   builds NAME.cpp (and SOURCES) into a GoogleTest program, registered as FOLDER.NAME with ctest.
-#   WRAP puts each named function behind the linker's --wrap, so that the test supplies it, or a
-#   library, wherever that stands on the linker's command line.
-#   LAUNCHER is the command that starts the program.
+#   WRAP lists the functions for tarnwick_wrap; LAUNCHER is the command that starts the program.
 function(tarnwick_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPS;WRAP;LAUNCHER")
   cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
@@ -65,11 +82,7 @@ function(tarnwick_add_test name)
     DEPS ${arg_DEPS} GTest::gmock GTest::gtest_main)
   set_target_properties(${target} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
-  # _FORTIFY_SOURCE renames open and read, which the link seams replace by name.
-  target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE)
-  foreach(symbol IN LISTS arg_WRAP)
-    target_link_options(${target} PRIVATE "LINKER:--wrap=${symbol},--undefined=__wrap_${symbol}")
-  endforeach()
+  tarnwick_wrap(${target} ${arg_WRAP})
   add_test(NAME ${folder}.${name} COMMAND ${arg_LAUNCHER} $<TARGET_FILE:${target}>)
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
@@ -79,4 +92,19 @@ function(tarnwick_add_test name)
   set(leaks "suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0")
   set_tests_properties(${folder}.${name} PROPERTIES TIMEOUT ${arg_TIMEOUT}
     ENVIRONMENT "LSAN_OPTIONS=${leaks}:fast_unwind_on_malloc=0:malloc_context_size=8")
+endfunction()
+
+# tarnwick_add_fuzzer(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...])
+#   builds NAME.cpp (and SOURCES) into a libFuzzer program, part of the target `fuzzers`. WRAP as for
+#   tarnwick_add_test.
+function(tarnwick_add_fuzzer name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPS;WRAP")
+  tarnwick_add_executable(${name} SOURCES ${name}.cpp ${arg_SOURCES} DEPS ${arg_DEPS})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/fuzzers")
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  tarnwick_wrap(${name} ${arg_WRAP})
+  if(NOT TARGET fuzzers)
+    add_custom_target(fuzzers)
+  endif()
+  add_dependencies(fuzzers ${name})
 endfunction()

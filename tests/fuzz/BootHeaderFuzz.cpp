@@ -1,0 +1,83 @@
+// The searches in a boot header and the decision about an upgrade: dump, image and the outcome of
+// every file call come from the fuzzer.
+//   input: disturbances (length byte, bytes), dump length (2 bytes), dump, image
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "programmers/BootHeader.h"
+#include "programmers/Pyx2FlashProgrammer.h"
+#include "tests/fuzz/CapturedConsole.h"
+#include "tests/fuzz/HostileBytes.h"
+#include "tests/fuzz/MemoryFiles.h"
+#include "tests/fuzz/Reference.h"
+#include "tests/fuzz/Require.h"
+
+namespace {
+
+using Header = std::optional<reference::BootHeader>;
+
+struct Input {
+  HostileBytes disturbances;
+  std::string dump;
+  std::string image;
+};
+
+/// Runs one function of the program over the two files.
+/// @param expected  called with both headers, when both files are long enough
+template <typename Function, typename Expected>
+void Compare(const Input& input, Function function, Expected expected) {
+  HostileBytes disturbances = input.disturbances;
+  MemoryFiles kernel(disturbances);
+  kernel.files = {{"dump", input.dump}, {"image", input.image}};
+  const CapturedConsole console;
+  const Header dump = reference::FindBootHeader(input.dump);
+  const Header image = reference::FindBootHeader(input.image);
+  try {
+    const auto found = function();
+    Require(!kernel.Disturbed() && dump && image, "a header that cannot be read throws");
+    Require(found == expected(*dump, *image), "the result is the reference's");
+    Require(kernel.OpenCount() == 0 || !dump->hasDelimiter || !image->hasDelimiter,
+            "files with a delimiter are closed");
+  } catch (const std::logic_error&) {
+    Require(kernel.Disturbed() || !dump || !image, "a header that can be read does not throw");
+    Require(console.Err().starts_with("ERROR: Can't ") ||
+                console.Err().find("\nERROR: Can't ") != std::string::npos,
+            "one line says why it throws");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  HostileBytes bytes(data, size);
+  const HostileBytes disturbances = bytes.Part();
+  const std::uint16_t dumpBytes = bytes.Word();
+  const std::string dump = bytes.Text(dumpBytes);
+  const Input input = {.disturbances = disturbances, .dump = dump, .image = bytes.RestAsText()};
+
+  // One file each; the other one is the same.
+  const Input dumpOnly = {.disturbances = disturbances, .dump = dump, .image = dump};
+  Compare(
+      dumpOnly,
+      [] { return SearchFilenameInUDFHeader("dump"); },
+      [](const auto& header, const auto&) { return header.filename; });
+  Compare(
+      dumpOnly,
+      [] { return SearchBuildDateInUDFHeader("dump"); },
+      [](const auto& header, const auto&) { return header.buildDate; });
+  Compare(
+      input,
+      [] { return IsFlashUpgradeRequired("dump", "image"); },
+      [](const auto& dumped, const auto& image) {
+        return reference::BuildDatesDiffer(dumped, image);
+      });
+  Compare(
+      input,
+      [] { return Pyx2FlashProgrammer::IsFlashUpgradeRequired("dump", "image"); },
+      [](const auto& dumped, const auto& image) {
+        return reference::BuildDatesDiffer(dumped, image);
+      });
+  return 0;
+}

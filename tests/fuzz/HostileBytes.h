@@ -1,0 +1,58 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+/// The fuzzer's bytes, taken from the front. Behind their end come zeros, which mean "nothing
+/// special" wherever a target asks.
+class HostileBytes {
+ public:
+  HostileBytes(const std::uint8_t* data, std::size_t size) : rest_(data, size) {}
+
+  [[nodiscard]] bool IsEmpty() const { return rest_.empty(); }
+
+  std::uint8_t Byte() {
+    const std::span<const std::uint8_t> byte = Take(1);
+    return byte.empty() ? std::uint8_t{0} : byte.front();
+  }
+
+  /// Little-endian.
+  std::uint16_t Word() {
+    const unsigned low = Byte();
+    return static_cast<std::uint16_t>(low | static_cast<unsigned>(Byte()) << 8U);
+  }
+
+  /// Little-endian.
+  std::uint32_t Long() {
+    const std::uint32_t low = Word();
+    return low | static_cast<std::uint32_t>(Word()) << 16U;
+  }
+
+  /// @return `count` bytes, fewer at the end
+  std::span<const std::uint8_t> Take(std::size_t count) {
+    const auto taken = rest_.first(std::min(count, rest_.size()));
+    rest_ = rest_.subspan(taken.size());
+    return taken;
+  }
+
+  /// Take() as text.
+  std::string Text(std::size_t count) {
+    const auto bytes = Take(count);
+    return {bytes.begin(), bytes.end()};
+  }
+
+  /// A part that tells its own length, in one byte.
+  HostileBytes Part() {
+    const auto bytes = Take(Byte());
+    return {bytes.data(), bytes.size()};
+  }
+
+  /// Everything that is left, as text.
+  std::string RestAsText() { return Text(rest_.size()); }
+
+ private:
+  std::span<const std::uint8_t> rest_;
+};

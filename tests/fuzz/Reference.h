@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+/// The rules about foreign bytes, written out as plainly as they can be said. The targets compare
+/// the program with them.
+namespace reference {
+
+/// The texts of a boot header's user-defined field. A file too short for the field has none.
+struct BootHeader {
+  bool hasDelimiter;
+  std::string filename;
+  std::string buildDate;
+};
+std::optional<BootHeader> FindBootHeader(const std::string& file);
+
+/// Whether the build dates of two headers ask for an upgrade.
+bool BuildDatesDiffer(const BootHeader& dump, const BootHeader& image);
+
+/// The word behind 30 01 A0 01, looked for in 4-byte steps. A short last step replaces only the
+/// first bytes of the word before.
+std::optional<std::uint32_t> FindTimeStamp(const std::string& file);
+
+/// The buffer size that the text of the module parameter stands for.
+std::size_t Bufsiz(const std::string& text);
+
+}  // namespace reference
