@@ -1,6 +1,7 @@
 #include "tests/support/RedirectedFile.h"
 
 #include <dlfcn.h>
+#include <sys/mman.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -21,7 +22,7 @@ std::optional<Redirection> redirection;
 
 /// A stream with a descriptor behind it, as the C++ library reads from that.
 std::FILE* OpenContents(const std::string& contents) {
-  std::FILE* const file = std::tmpfile();
+  std::FILE* const file = ::fdopen(::memfd_create("redirected", 0), "w+");
   if (file == nullptr ||
       std::fwrite(contents.data(), 1, contents.size(), file) != contents.size()) {
     std::abort();
