@@ -50,10 +50,10 @@ std::optional<std::uint32_t> FindTimeStamp(const std::string& file) {
   return std::nullopt;
 }
 
-std::size_t Bufsiz(const std::string& text) {
-  constexpr std::size_t kDefault = 4096;
+BufsizText ReadBufsiz(const std::string& text) {
   constexpr std::size_t kMax = std::numeric_limits<std::size_t>::max();
   const std::string line = text.substr(0, text.find('\n'));
+  BufsizText noNumber = {.line = line, .isNumber = line.empty(), .bytes = 4096};
   std::size_t at = 0;
   while (at < line.size() && std::string(" \t\v\f\r").find(line[at]) != std::string::npos) {
     ++at;
@@ -68,15 +68,17 @@ std::size_t Bufsiz(const std::string& text) {
   for (; at < line.size() && line[at] >= '0' && line[at] <= '9'; ++at) {
     const auto digit = static_cast<std::size_t>(line[at] - '0');
     if (value > (kMax - digit) / 10) {
-      return kDefault;  // out of range
+      return noNumber;  // out of range
     }
     value = value * 10 + digit;
     digits = true;
   }
   if (!digits) {
-    return kDefault;
+    return noNumber;
   }
-  return negative ? kMax - value + 1 : value;  // the C library negates, modulo the range
+  // A minus sign negates, modulo the range.
+  return {
+      .line = line, .isNumber = true, .bytes = negative && value != 0 ? kMax - value + 1 : value};
 }
 
 }  // namespace reference

@@ -24,7 +24,13 @@ bool BuildDatesDiffer(const BootHeader& dump, const BootHeader& image);
 /// first bytes of the word before.
 std::optional<std::uint32_t> FindTimeStamp(const std::string& file);
 
-/// The buffer size that the text of the module parameter stands for.
-std::size_t Bufsiz(const std::string& text);
+/// The buffer size that the first line of the module parameter stands for: a number, as the C
+/// library reads an unsigned one; or 4096, also for an empty line.
+struct BufsizText {
+  std::string line;
+  bool isNumber;  // or empty
+  std::size_t bytes;
+};
+BufsizText ReadBufsiz(const std::string& text);
 
 }  // namespace reference

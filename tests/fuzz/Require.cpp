@@ -1,11 +1,14 @@
 #include "tests/fuzz/Require.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 
 void Require(bool condition, const char* rule) {
   if (!condition) {
-    static_cast<void>(std::fprintf(stderr, "Does not hold: %s\n", rule));
+    // Not stderr, which may be captured.
+    static_cast<void>(::dprintf(STDERR_FILENO, "Does not hold: %s\n", rule));
     std::abort();
   }
 }
