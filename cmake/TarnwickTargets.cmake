@@ -25,7 +25,9 @@ if(TARNWICK_FUZZ)
     message(FATAL_ERROR " TARNWICK_FUZZ takes clang: -DCMAKE_CXX_COMPILER=clang++ (package clang).")
   endif()
   target_compile_options(tarnwick_sanitizers INTERFACE
-    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
+    # What is no code under test does without the coverage that guides the fuzzer.
+    $<$<NOT:$<BOOL:$<TARGET_PROPERTY:TARNWICK_NOT_UNDER_TEST>>>:-fsanitize=fuzzer-no-link>)
   target_link_options(tarnwick_sanitizers INTERFACE -fsanitize=address,undefined)
 elseif(TARNWICK_SANITIZE)
   target_compile_options(tarnwick_sanitizers INTERFACE
@@ -102,6 +104,7 @@ function(tarnwick_add_fuzzer name)
   tarnwick_add_executable(${name} SOURCES ${name}.cpp ${arg_SOURCES} DEPS ${arg_DEPS})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/fuzzers")
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  set_target_properties(${name} PROPERTIES TARNWICK_NOT_UNDER_TEST ON)
   tarnwick_wrap(${name} ${arg_WRAP})
   if(NOT TARGET fuzzers)
     add_custom_target(fuzzers)

@@ -11,6 +11,7 @@
 class HostileBytes {
  public:
   HostileBytes(const std::uint8_t* data, std::size_t size) : rest_(data, size) {}
+  explicit HostileBytes(std::span<const std::uint8_t> bytes) : rest_(bytes) {}
 
   [[nodiscard]] bool IsEmpty() const { return rest_.empty(); }
 
@@ -45,10 +46,10 @@ class HostileBytes {
   }
 
   /// A part that tells its own length, in one byte.
-  HostileBytes Part() {
-    const auto bytes = Take(Byte());
-    return {bytes.data(), bytes.size()};
-  }
+  HostileBytes Part() { return HostileBytes(Take(Byte())); }
+
+  /// The same, in two bytes.
+  HostileBytes LongPart() { return HostileBytes(Take(Word())); }
 
   /// Everything that is left, as text.
   std::string RestAsText() { return Text(rest_.size()); }
