@@ -24,6 +24,12 @@ int Fail(int error) {
 
 MemoryFiles* MemoryFiles::Current() { return dynamic_cast<MemoryFiles*>(Kernel::Current()); }
 
+std::size_t MemoryFiles::OpenCount(const std::string& path) const {
+  const auto count = std::count_if(
+      open_.begin(), open_.end(), [&](const auto& entry) { return entry.second.path == path; });
+  return static_cast<std::size_t>(count);
+}
+
 bool MemoryFiles::Fails() {
   if (disturbances_.Byte() != kFails) {
     return false;

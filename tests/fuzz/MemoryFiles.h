@@ -22,6 +22,8 @@ class MemoryFiles : public Kernel {
 
   /// @return how many descriptors are open
   [[nodiscard]] std::size_t OpenCount() const { return open_.size(); }
+  /// @return the same, of one file
+  [[nodiscard]] std::size_t OpenCount(const std::string& path) const;
 
   /// @return the one that lives, which is also Kernel::Current(); or null
   static MemoryFiles* Current();
