@@ -49,4 +49,12 @@ if(BUILD_TESTING)
       " GoogleTest not found: install libgtest-dev and libgmock-dev "
       "(switch the tests off with -DBUILD_TESTING=OFF).")
   endif()
+  if(TARNWICK_SIMULATOR)
+    find_package(rapidcheck QUIET)
+    if(NOT rapidcheck_FOUND)
+      message(FATAL_ERROR
+        " RapidCheck not found: install librapidcheck-dev (switch the tests off with "
+        "-DBUILD_TESTING=OFF, or the simulator with -DTARNWICK_SIMULATOR=OFF).")
+    endif()
+  endif()
 endif()
