@@ -225,6 +225,12 @@ void ShowWorn(std::ostream& out, std::string_view name, const std::vector<std::u
 
 }  // namespace
 
+std::vector<std::uint8_t> FlashStep::Mosi() const {
+  Bytes mosi = sent;
+  mosi.resize(sent.size() + received, 0x00);
+  return mosi;
+}
+
 const std::vector<std::uint8_t>& FlashPattern() {
   static const Bytes pattern = [] {
     Bytes bytes(kFlashBytes);
@@ -256,9 +262,10 @@ rc::Gen<std::size_t> FlashAddresses() {
       OneOf(FlashBorders()),
       Between<std::size_t>(0, 4),
       rc::gen::arbitrary<bool>());
-  const auto first = Between<std::size_t>(0, 4);
-  return rc::gen::weightedOneOf<std::size_t>(
-      {{3, first}, {9, close}, {1, Between<std::size_t>(0, kFlashBytes - 1)}});
+  return rc::gen::weightedOneOf<std::size_t>({{3, Between<std::size_t>(0, 4)},
+                                              {2, Between(kFlashBytes - 4, kFlashBytes - 1)},
+                                              {9, close},
+                                              {1, Between<std::size_t>(0, kFlashBytes - 1)}});
 }
 
 rc::Gen<FlashSession> FlashSessions() { return Sessions(rc::gen::just(NorFlashFaults())); }

@@ -20,6 +20,9 @@ struct FlashStep {
   std::vector<std::uint8_t> sent;
   std::size_t received = 0;
   std::chrono::nanoseconds wait{0};
+
+  /// What the controller drives: zeros while it receives.
+  std::vector<std::uint8_t> Mosi() const;
 };
 
 /// What a chip went through before, and then what it is told.
