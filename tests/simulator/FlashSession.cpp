@@ -205,6 +205,14 @@ rc::Gen<FlashSession> Sessions(const rc::Gen<NorFlashFaults>& faults) {
       rc::gen::set(&FlashSession::steps, StepLists()));
 }
 
+Bytes Pattern() {
+  Bytes bytes(kFlashBytes);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    bytes[i] = static_cast<std::uint8_t>(i + 3 * (i >> 8U) + 5 * (i >> 16U));
+  }
+  return bytes;
+}
+
 // Texts.
 
 std::string Hex(const Bytes& bytes) {
@@ -231,15 +239,10 @@ std::vector<std::uint8_t> FlashStep::Mosi() const {
   return mosi;
 }
 
-const std::vector<std::uint8_t>& FlashPattern() {
-  static const Bytes pattern = [] {
-    Bytes bytes(kFlashBytes);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-      bytes[i] = static_cast<std::uint8_t>(i + 3 * (i >> 8U) + 5 * (i >> 16U));
-    }
-    return bytes;
-  }();
-  return pattern;
+const std::vector<std::uint8_t>& FlashSession::Contents() const {
+  static const Bytes blank(kFlashBytes, 0xFF);
+  static const Bytes pattern = Pattern();
+  return written ? pattern : blank;
 }
 
 const std::vector<std::size_t>& FlashBorders() {

@@ -28,15 +28,15 @@ struct FlashStep {
 /// What a chip went through before, and then what it is told.
 struct FlashSession {
   Chip chip = Chip::kMicron;
-  bool written = false;  // holds FlashPattern() rather than being blank
+  bool written = false;  // holds bytes that differ from page to page, rather than being blank
   std::uint8_t status = 0;
   std::uint8_t configuration = 0;
   NorFlashFaults faults;
   std::vector<FlashStep> steps;
-};
 
-/// Bytes for the whole array that differ from page to page.
-const std::vector<std::uint8_t>& FlashPattern();
+  /// What the whole array holds at first.
+  const std::vector<std::uint8_t>& Contents() const;
+};
 
 /// Addresses on both sides of every border that the chip knows: of pages, subsectors, sectors,
 /// protected ranges and the array. Most of a session happens there.

@@ -34,16 +34,16 @@ std::uint8_t StoredConfiguration(std::uint8_t value) { return Without(value, {4,
 
 }  // namespace
 
-NaiveNorFlash::NaiveNorFlash(Chip chip, NorFlashFaults faults)
-    : memory(kArrayBytes, 0xFF),
-      storedConfiguration(chip == Chip::kMacronix ? 0x07 : 0x00),
-      chip_(chip),
-      faults_(std::move(faults)) {}
+NaiveNorFlash::NaiveNorFlash(Chip chip, NorFlashFaults faults, std::vector<std::uint8_t>& memory)
+    : chip_(chip),
+      faults_(std::move(faults)),
+      memory_(memory),
+      configuration_(chip == Chip::kMacronix ? 0x07 : 0x00) {}
 
 void NaiveNorFlash::LoadRegisters(std::uint8_t status, std::uint8_t configuration) {
-  storedStatus = StoredStatus(status);
+  storedStatus_ = StoredStatus(status);
   if (chip_ == Chip::kMacronix) {
-    storedConfiguration = StoredConfiguration(configuration);
+    configuration_ = StoredConfiguration(configuration);
   }
 }
 
@@ -71,7 +71,7 @@ std::uint8_t NaiveNorFlash::Clock(std::uint8_t in) {
     case 0x05:
       return PolledStatus();
     case 0x15:
-      return chip_ == Chip::kMacronix ? storedConfiguration : 0x00;
+      return chip_ == Chip::kMacronix ? configuration_ : 0x00;
     case 0x9F:
       return Busy() ? 0x00 : Identification(before - 1);
     case 0x03:
@@ -138,7 +138,7 @@ void NaiveNorFlash::Wait(std::chrono::nanoseconds time) {
 bool NaiveNorFlash::Busy() const { return stuck_ || pollsLeft_ > 0 || timeLeft_.count() > 0; }
 
 std::uint8_t NaiveNorFlash::Status() const {
-  return static_cast<std::uint8_t>(storedStatus + (latch_ ? 2 : 0) + (Busy() ? 1 : 0));
+  return static_cast<std::uint8_t>(storedStatus_ + (latch_ ? 2 : 0) + (Busy() ? 1 : 0));
 }
 
 std::uint8_t NaiveNorFlash::PolledStatus() {
@@ -160,7 +160,7 @@ std::uint8_t NaiveNorFlash::Identification(std::size_t index) const {
 }
 
 std::uint8_t NaiveNorFlash::ReadData(std::size_t index) const {
-  return memory[(Address() + index) % kArrayBytes];
+  return memory_[(Address() + index) % kArrayBytes];
 }
 
 /// The data pass through a buffer of a page, from the address on and round and round.
@@ -178,7 +178,7 @@ void NaiveNorFlash::Program() {
   ++programs_;
   if (programs_ != faults_.dropProgram && !WornPage(page)) {
     for (const auto& [place, byte] : buffer) {
-      std::uint8_t& cell = memory[page * 256 + place];
+      std::uint8_t& cell = memory_[page * 256 + place];
       cell = static_cast<std::uint8_t>(cell & byte);
     }
   }
@@ -194,7 +194,7 @@ void NaiveNorFlash::Erase(std::size_t unitBytes) {
   if (erases_ != faults_.dropErase) {
     for (std::size_t page = begin / 256; page < (begin + unitBytes) / 256; ++page) {
       if (!WornSector(page / kSectorPages)) {
-        std::fill_n(&memory[page * 256], 256, std::uint8_t{0xFF});
+        std::fill_n(&memory_[page * 256], 256, std::uint8_t{0xFF});
       }
     }
   }
@@ -212,13 +212,13 @@ void NaiveNorFlash::WriteRegisters() {
 
 void NaiveNorFlash::FinishRegisterWrite() {
   if (!registersToCome_.empty()) {
-    storedStatus = StoredStatus(registersToCome_[0]);
+    storedStatus_ = StoredStatus(registersToCome_[0]);
   }
   if (registersToCome_.size() == 2) {
-    const bool bottomForEver = Bit(storedConfiguration, 3);
-    storedConfiguration = StoredConfiguration(registersToCome_[1]);
-    if (bottomForEver && !Bit(storedConfiguration, 3)) {
-      storedConfiguration = static_cast<std::uint8_t>(storedConfiguration + 8);
+    const bool bottomForEver = Bit(configuration_, 3);
+    configuration_ = StoredConfiguration(registersToCome_[1]);
+    if (bottomForEver && !Bit(configuration_, 3)) {
+      configuration_ = static_cast<std::uint8_t>(configuration_ + 8);
     }
   }
   latch_ = false;
@@ -250,11 +250,11 @@ bool NaiveNorFlash::Protected(std::size_t sector) const {
   std::size_t level = 0;
   bool fromBottom = false;
   if (chip_ == Chip::kMacronix) {
-    level = storedStatus / 4 % 16;
-    fromBottom = Bit(storedConfiguration, 3);
+    level = storedStatus_ / 4 % 16;
+    fromBottom = Bit(configuration_, 3);
   } else {
-    level = storedStatus / 4 % 8 + (Bit(storedStatus, 6) ? 8 : 0);
-    fromBottom = Bit(storedStatus, 5);
+    level = storedStatus_ / 4 % 8 + (Bit(storedStatus_, 6) ? 8 : 0);
+    fromBottom = Bit(storedStatus_, 5);
   }
   const std::size_t count = kProtectedSectors[level];
   return fromBottom ? sector < count : sector >= kSectors - count;

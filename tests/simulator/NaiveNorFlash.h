@@ -24,12 +24,10 @@ struct NorFlashFaults {
 /// come down the line, one rule a function, and slow wherever that is the plainer way.
 class NaiveNorFlash {
  public:
-  NaiveNorFlash(Chip chip, NorFlashFaults faults);
+  /// @param memory  the array, borrowed: 16 MiB that hold what the chip holds
+  NaiveNorFlash(Chip chip, NorFlashFaults faults, std::vector<std::uint8_t>& memory);
 
-  std::vector<std::uint8_t> memory;
-  std::uint8_t storedStatus = 0;
-  std::uint8_t storedConfiguration;
-
+  /// The non-volatile bits, as an earlier life left them.
   void LoadRegisters(std::uint8_t status, std::uint8_t configuration);
 
   /// One chip select: `sent`, then zeros for as long as bytes are received.
@@ -39,6 +37,8 @@ class NaiveNorFlash {
 
   bool Busy() const;
   std::uint8_t Status() const;
+  std::uint8_t Configuration() const { return configuration_; }
+  const std::vector<std::uint8_t>& Memory() const { return memory_; }
 
  private:
   std::uint8_t Clock(std::uint8_t in);
@@ -61,6 +61,9 @@ class NaiveNorFlash {
 
   Chip chip_;
   NorFlashFaults faults_;
+  std::vector<std::uint8_t>& memory_;
+  std::uint8_t storedStatus_ = 0;
+  std::uint8_t configuration_;
   std::vector<std::uint8_t> heard_;  // since chip select fell
   bool latch_ = false;
   bool stuck_ = false;
