@@ -172,6 +172,11 @@ const Event kEvents[] = {
      [](const TakenStep& taken, Chip) {
        return taken.before.Latch() && taken.Opcode() == 0x02 && taken.Length() <= 4;
      }},
+    {"program without data",
+     [](const TakenStep& taken, Chip) {
+       return taken.before.Latch() && !taken.before.busy && taken.Opcode() == 0x02 &&
+              taken.Length() == 4;
+     }},
     {"overlong erase",
      [](const TakenStep& taken, Chip) {
        return taken.before.Latch() && taken.Opcode() == 0xD8 && taken.Length() > 4;
@@ -224,6 +229,19 @@ RC_GTEST_PROP(NorFlashModelProperty, NothingIsWrittenWithoutTheLatch, ()) {
       RC_ASSERT(taken.Changes().empty());
       RC_ASSERT(taken.after.Stored() == taken.before.Stored());
       RC_ASSERT(!taken.StartsWork());
+    }
+  });
+}
+
+RC_GTEST_PROP(NorFlashModelProperty, OnlyWholeCommandsStartWork, ()) {
+  const FlashSession session = *FaultyFlashSessions();
+  const std::size_t registers = session.chip == Chip::kMacronix ? 2 : 1;
+  AtEveryStep(session, [&](const TakenStep& taken) {
+    if (taken.StartsWork() && taken.Opcode() == 0x01) {
+      RC_ASSERT(taken.Length() > 1U);
+      RC_ASSERT(taken.Length() <= 1 + registers);
+    } else if (taken.StartsWork()) {
+      RC_ASSERT(!taken.Erased().Empty() || !taken.Programmed().Empty());
     }
   });
 }
