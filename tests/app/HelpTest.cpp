@@ -4,9 +4,9 @@
 #include <string>
 
 #include "app/Help.h"
+#include "tests/support/ScratchDirectory.h"
 #include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
-#include "tests/support/programmers/ScratchDirectory.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include "devices/SPIDev.h"
 #include "tests/app/PlatformDoubles.h"
 #include "tests/app/RunDoubles.h"
+#include "tests/support/ScratchDirectory.h"
 #include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
-#include "tests/support/programmers/ScratchDirectory.h"
 
 namespace {
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -69,18 +68,8 @@ std::vector<std::string> EnvironmentWith(
 
 }  // namespace
 
-VirtualInstrument::VirtualInstrument() {
-  std::string name = (fs::temp_directory_path() / "tarnwick-test.XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(), "mkdtemp");
-  }
-  directory_ = name;
+VirtualInstrument::VirtualInstrument() : directory_(temporary_.path()) {
   fs::create_directory(directory_ / "cwd");
-}
-
-VirtualInstrument::~VirtualInstrument() {
-  std::error_code ignored;
-  fs::remove_all(directory_, ignored);
 }
 
 void VirtualInstrument::Option(std::vector<std::string> words) {

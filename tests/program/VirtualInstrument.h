@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/TemporaryDirectory.h"
+
 namespace program_test {
 
 using Bytes = std::vector<unsigned char>;
@@ -25,7 +27,6 @@ class VirtualInstrument {
   VirtualInstrument();
   VirtualInstrument(const VirtualInstrument&) = delete;
   VirtualInstrument& operator=(const VirtualInstrument&) = delete;
-  ~VirtualInstrument();
 
   /// Adds an option of orvane-sim, such as {"--module", "wend@1"}.
   void Option(std::vector<std::string> words);
@@ -47,6 +48,7 @@ class VirtualInstrument {
  private:
   Outcome RunCommand(const std::vector<std::string>& command);
 
+  TemporaryDirectory temporary_;
   std::filesystem::path directory_;
   std::vector<std::string> options_;
   std::vector<std::pair<std::string, std::string>> environment_;

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "programmers/BootHeader.h"
+#include "tests/support/ScratchDirectory.h"
 #include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
 #include "tests/support/programmers/FileCallSeam.h"
-#include "tests/support/programmers/ScratchDirectory.h"
 
 namespace {
 

@@ -15,10 +15,10 @@
 
 #include "devices/SPIDev.h"
 #include "programmers/ZynqFlashProgrammer.h"
+#include "tests/support/ScratchDirectory.h"
 #include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
 #include "tests/support/programmers/FileCallSeam.h"
-#include "tests/support/programmers/ScratchDirectory.h"
 #include "tests/support/programmers/ScriptedFlash.h"
 
 namespace {

@@ -12,6 +12,7 @@
 #include "simulator/BootImage.h"
 #include "simulator/Gzip.h"
 #include "simulator/ImageMaker.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
@@ -25,12 +26,6 @@ struct Outcome {
 
 class ImageMakerTest : public testing::Test {
  protected:
-  ImageMakerTest() {
-    std::string name = (std::filesystem::temp_directory_path() / "image-maker-XXXXXX").string();
-    directory_ = mkdtemp(name.data());
-  }
-  ~ImageMakerTest() override { std::filesystem::remove_all(directory_); }
-
   static Outcome Run(std::vector<std::string> words) {
     words.insert(words.begin(), "orvane-image");
     std::vector<char*> argv;
@@ -66,9 +61,9 @@ class ImageMakerTest : public testing::Test {
     EXPECT_FALSE(std::filesystem::exists(File()));
     return outcome.err;
   }
-  std::string File() const { return (directory_ / "image.bin").string(); }
+  std::string File() const { return directory_.path() + "/image.bin"; }
 
-  std::filesystem::path directory_;
+  TemporaryDirectory directory_;
 };
 
 TEST_F(ImageMakerTest, ZynqWritesAnImageWithDefaults) {
@@ -240,7 +235,7 @@ TEST_F(ImageMakerTest, StampWordBeyondTheEndIsRefused) {
 }
 
 TEST_F(ImageMakerTest, FileThatCannotBeOpenedIsAnIoError) {
-  const std::string file = (directory_ / "missing" / "image.bin").string();
+  const std::string file = directory_.path() + "/missing/image.bin";
   const Outcome outcome = Run({"zynq", "--out", file});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "");

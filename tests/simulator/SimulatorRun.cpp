@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,13 +45,8 @@ void Check(int error, const char* what) {
 
 }  // namespace
 
-SimulatorRun::SimulatorRun() {
-  // A short path: orvane-sim is to take its own directory from it, sockets included.
-  std::string name = "/tmp/simrun.XXXXXX";
-  if (::mkdtemp(name.data()) == nullptr) {
-    Check(errno, "mkdtemp");
-  }
-  directory_ = name;
+// A short path: orvane-sim is to take its own directory from it, sockets included.
+SimulatorRun::SimulatorRun() : temporary_("/tmp"), directory_(temporary_.path()) {
   fs::create_directory(directory_ / "cwd");
   fs::create_directory(directory_ / "tmp");
 }
@@ -62,8 +56,6 @@ SimulatorRun::~SimulatorRun() {
     ::kill(process_, SIGKILL);
     ::waitpid(process_, nullptr, 0);
   }
-  std::error_code ignored;
-  fs::remove_all(directory_, ignored);
 }
 
 void SimulatorRun::Option(std::initializer_list<std::string> words) {

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/TemporaryDirectory.h"
+
 namespace orvane {
 
 /// What a finished orvane-sim left.
@@ -62,6 +64,7 @@ class SimulatorRun {
   void Start(std::vector<std::string> words, int outputEnd);
   std::vector<std::string> WithOptions(std::vector<std::string> command) const;
 
+  ::TemporaryDirectory temporary_;
   std::filesystem::path directory_;
   std::vector<std::string> options_;
   bool fast_ = true;

@@ -1,13 +1,13 @@
 #include "tests/support/TemporaryDirectory.h"
 
+#include <stdlib.h>
+
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <system_error>
 
-TemporaryDirectory::TemporaryDirectory()
-    : path_(std::filesystem::temp_directory_path() / "tarnwick-test-XXXXXX") {
+TemporaryDirectory::TemporaryDirectory(const std::string& parent)
+    : path_(parent + "/tarnwick-test-XXXXXX") {
   if (::mkdtemp(path_.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), path_);
   }

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 /// A fresh directory, removed with its contents in the end.
 class TemporaryDirectory {
  public:
-  TemporaryDirectory();
+  /// @throw std::system_error
+  explicit TemporaryDirectory(const std::string& parent = std::filesystem::temp_directory_path());
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
   ~TemporaryDirectory();

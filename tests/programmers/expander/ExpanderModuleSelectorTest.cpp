@@ -54,8 +54,8 @@ class ExpanderModuleSelectorTest : public ExpanderTest,
   ExpanderModuleSelectorTest()
       : pyx1_(MakeQuietly<Pyx1FlashProgrammer>(pyx1Lines_)),
         pyx2_(MakeQuietly<Pyx2FlashProgrammer>(pyx2Lines_)) {
-    std::filesystem::remove_all(directory_ / "slots");
-    std::filesystem::create_directory(directory_ / "slots");
+    std::filesystem::remove_all(slots_.path());
+    std::filesystem::create_directory(slots_.path());
   }
 
   ~ExpanderModuleSelectorTest() override {
@@ -76,8 +76,8 @@ class ExpanderModuleSelectorTest : public ExpanderTest,
     return std::string("selector.write ") + GetParam().text;
   }
 
-  [[nodiscard]] std::string SlotA() const { return (directory_ / "slots" / "slotA").string(); }
-  [[nodiscard]] std::string SlotB() const { return (directory_ / "slots" / "slotB").string(); }
+  [[nodiscard]] std::string SlotA() const { return slots_.path() + "/slotA"; }
+  [[nodiscard]] std::string SlotB() const { return slots_.path() + "/slotB"; }
 
  private:
   template <typename Programmer>
@@ -266,7 +266,7 @@ TEST_F(ExpanderDaxSelectorTest, SelectingDoesNothingAndSucceeds) {
     EXPECT_EQ(Record([&] { return programmer.Select_SPIMaster(module); }), 0);
     EXPECT_EQ(Record([&] { return programmer.Select_OTDR(module); }), 0);
   }
-  EXPECT_TRUE(std::filesystem::is_empty(directory_ / "slots"));
+  EXPECT_TRUE(std::filesystem::is_empty(slots_.path()));
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ TYPED_TEST(ExpanderReadDeviceTest, CreatesTheFileAndLeavesItOpen) {
   EXPECT_EQ(this->ReadDevice("dump", 13), 0);
   EXPECT_THAT(this->Recorded(),
               ElementsAre(this->kLine, "open dump 0101 0600 #1", "flash.ReadDevice 0 13 #1"));
-  EXPECT_EQ(this->ReadFile("dump"), "head of flash");
+  EXPECT_EQ(ReadFile("dump"), "head of flash");
   this->ExpectLeftOpen({1});
 }
 
@@ -57,11 +57,11 @@ TYPED_TEST(ExpanderReadDeviceTest, FileThatCannotBeCreatedIsOpenFileFailed) {
 }
 
 TYPED_TEST(ExpanderReadDeviceTest, LongerFileOfAnEarlierRunKeepsItsTail) {
-  this->WriteFile("dump", "0123456789");
+  WriteFile("dump", "0123456789");
   this->script_->flashHead = "abcd";
   EXPECT_EQ(this->ReadDevice("dump", 4), 0);
   static_cast<void>(this->Recorded());
-  EXPECT_EQ(this->ReadFile("dump"), "abcd456789");
+  EXPECT_EQ(ReadFile("dump"), "abcd456789");
   this->ExpectLeftOpen({1});
 }
 

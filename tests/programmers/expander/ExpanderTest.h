@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,6 +19,8 @@
 #include "programmers/Pyx2GpioProgramming.h"
 #include "tests/programmers/expander/ExpanderLog.h"
 #include "tests/programmers/expander/ExpanderScript.h"
+#include "tests/support/ScratchDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 /// The line map that main() gives to a programmer.
 template <typename Programmer>
@@ -78,21 +79,18 @@ class ExpanderTest : public testing::Test {
   /// Names the files, by their number in the log, that stay open when the test ends.
   void ExpectLeftOpen(std::set<int> files) { leftOpen_ = std::move(files); }
 
-  static void WriteFile(const std::string& path, const std::string& bytes);
-  static std::string ReadFile(const std::string& path);
-
   /// @return raw bytes, also those after a NUL
   template <std::size_t N>
   static std::string Bytes(const char (&text)[N]) {
     return std::string(text, N - 1);
   }
 
-  std::filesystem::path directory_;
+  TemporaryDirectory slots_;  // what the programmer finds below the selector's path
   PCA9535 expander_;
   std::optional<ExpanderScript> script_;
 
  private:
-  std::filesystem::path previous_;
+  ScratchDirectory directory_;
   std::unique_ptr<SPIDev> spi_;
   std::set<int> leftOpen_;
   std::unique_ptr<GpioProgrammingInterface> lines_;

@@ -113,7 +113,7 @@ TYPED_TEST(ExpanderTimeStampTest, EachFieldStandsAlone) {
   auto& programmer = this->template Ready<TypeParam>();
   int opened = 0;
   for (const auto& field : fields) {
-    this->WriteFile("image.bit", kHeader + std::string(field.stamp, 4));
+    WriteFile("image.bit", kHeader + std::string(field.stamp, 4));
     static_cast<void>(this->Record([&] { return programmer.FindTimeStampInFile("image.bit"); }));
     const std::string number = std::to_string(++opened);
     EXPECT_THAT(
@@ -205,7 +205,7 @@ TYPED_TEST(ExpanderTimeStampTest, EveryPlaceAroundABlockOfTheFileIsSearched) {
     for (std::size_t at = block - 12; at <= block + 8; ++at) {
       std::string bytes(block + 64, 'x');
       bytes.replace(at, 8, kHeader + "\x5A\x9E\x38\xC5");
-      this->WriteFile("image.bit", bytes);
+      WriteFile("image.bit", bytes);
       EXPECT_EQ(this->Record([&] { return programmer.FindTimeStampInFile("image.bit"); }),
                 at % 4 == 0 ? 0x5A9E38C5U : 0U)
           << at;
@@ -239,7 +239,7 @@ TYPED_TEST(ExpanderTimeStampTest, RandomFilesGiveWhatFourByteStepsGive) {
           bytes += std::string(below(6), static_cast<char>(below(256)));
       }
     }
-    this->WriteFile("image.bit", bytes);
+    WriteFile("image.bit", bytes);
     const unsigned int expected = StampByFourByteSteps("image.bit");
     found += expected != 0 ? 1 : 0;
     // Also when the kernel returns less than was asked for, in the middle of the file.
@@ -253,7 +253,7 @@ TYPED_TEST(ExpanderTimeStampTest, RandomFilesGiveWhatFourByteStepsGive) {
 }
 
 TYPED_TEST(ExpanderTimeStampTest, ImageOf16MebibytesWithoutAStampTakesFewReads) {
-  this->WriteFile("image.bit", "");
+  WriteFile("image.bit", "");
   std::filesystem::resize_file("image.bit", 16U << 20U);
   EXPECT_EQ(this->Find("image.bit"), 0U);
   this->ExpectNotFoundLog();

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "tests/support/TemporaryDirectory.h"
+
 /// A fresh working directory; the former one returns, and the directory goes, at the end.
 class ScratchDirectory {
  public:
@@ -13,10 +15,11 @@ class ScratchDirectory {
   ~ScratchDirectory();
 
  private:
+  TemporaryDirectory directory_;
   std::filesystem::path former_;
-  std::filesystem::path path_;
 };
 
+/// The file is a new one, whatever was there.
 void WriteFile(const std::string& path, std::string_view contents);
 
 /// @return the whole file; "(cannot be opened)" when that is so

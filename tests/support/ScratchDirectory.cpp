@@ -1,28 +1,21 @@
-#include "tests/support/programmers/ScratchDirectory.h"
+#include "tests/support/ScratchDirectory.h"
 
-#include <stdlib.h>
-
-#include <cerrno>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <system_error>
 
 ScratchDirectory::ScratchDirectory() : former_(std::filesystem::current_path()) {
-  std::string name = std::filesystem::temp_directory_path() / "tarnwick-test-XXXXXX";
-  if (::mkdtemp(name.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(), name);
-  }
-  path_ = name;
-  std::filesystem::current_path(path_);
+  std::filesystem::current_path(directory_.path());
 }
 
 ScratchDirectory::~ScratchDirectory() {
   std::error_code ignored;  // nothing to do about it at the end of a test
   std::filesystem::current_path(former_, ignored);
-  std::filesystem::remove_all(path_, ignored);
 }
 
 void WriteFile(const std::string& path, std::string_view contents) {
+  std::filesystem::remove(path);  // cutting a file short waits for the disk
   std::ofstream file(path, std::ios::binary);
   file << contents << std::flush;
   if (!file) {
