@@ -136,27 +136,36 @@ rc::Gen<FlashStep> Waits() {
 
 // Pieces of a session.
 
-/// Write enable, then work; then status reads and time, enough for it to end or not.
-rc::Gen<Steps> Operations() {
-  const auto waits = OneOf<std::chrono::nanoseconds>({40ms, 40ms - 1ns, 1ns});
-  return rc::gen::apply(
-      [](const FlashStep& work, std::size_t polls, std::chrono::nanoseconds wait) {
-        return Steps{Sent({0x06}), work, {.sent = {0x05}, .received = polls}, {.wait = wait}};
-      },
-      rc::gen::weightedOneOf<FlashStep>({{8, Work()}, {1, Malformed()}}),
-      rc::gen::weightedOneOf<std::size_t>(
-          {{4, rc::gen::just<std::size_t>(4)}, {1, Between<std::size_t>(0, 3)}}),
-      waits);
+rc::Gen<FlashStep> AnyStep() {
+  return rc::gen::weightedOneOf<FlashStep>({{4, Reads()},
+                                            {2, Work()},
+                                            {2, LatchCommands()},
+                                            {2, Malformed()},
+                                            {1, Unknown()},
+                                            {2, Waits()}});
 }
 
 rc::Gen<Steps> Strays() {
-  return rc::gen::map(rc::gen::weightedOneOf<FlashStep>({{4, Reads()},
-                                                         {2, Work()},
-                                                         {2, LatchCommands()},
-                                                         {2, Malformed()},
-                                                         {1, Unknown()},
-                                                         {2, Waits()}}),
-                      [](FlashStep step) { return Steps{std::move(step)}; });
+  return rc::gen::map(AnyStep(), [](FlashStep step) { return Steps{std::move(step)}; });
+}
+
+/// Write enable, then work; then, after a command too early or not, status reads and time, enough
+/// for it to end or not.
+rc::Gen<Steps> Operations() {
+  const auto waits = OneOf<std::chrono::nanoseconds>({40ms, 40ms - 1ns, 1ns});
+  const auto early = rc::gen::oneOf(rc::gen::just(Steps{}), Strays());
+  return rc::gen::apply(
+      [](const FlashStep& work, Steps steps, std::size_t polls, std::chrono::nanoseconds wait) {
+        steps.insert(steps.begin(), {Sent({0x06}), work});
+        steps.push_back({.sent = {0x05}, .received = polls});
+        steps.push_back({.wait = wait});
+        return steps;
+      },
+      rc::gen::weightedOneOf<FlashStep>({{8, Work()}, {1, Malformed()}}),
+      early,
+      rc::gen::weightedOneOf<std::size_t>(
+          {{4, rc::gen::just<std::size_t>(4)}, {1, Between<std::size_t>(0, 3)}}),
+      waits);
 }
 
 rc::Gen<Steps> StepLists() {

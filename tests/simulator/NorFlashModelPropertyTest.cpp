@@ -168,6 +168,11 @@ const Event kEvents[] = {
      [](const TakenStep& taken, Chip) {
        return taken.before.busy && taken.Opcode() == 0x03 && taken.Length() > 4;
      }},
+    {"configuration read while busy",
+     [](const TakenStep& taken, Chip chip) {
+       return chip == Chip::kMacronix && taken.before.busy && taken.Opcode() == 0x15 &&
+              taken.Length() > 1;
+     }},
     {"cut program",
      [](const TakenStep& taken, Chip) {
        return taken.before.Latch() && taken.Opcode() == 0x02 && taken.Length() <= 4;
@@ -383,6 +388,21 @@ RC_GTEST_PROP(NorFlashModelProperty, RegistersChangeWhenTheirWriteTimeIsOver, ()
       }
     }
     RC_ASSERT(taken.after.Stored() == expected);
+  });
+}
+
+RC_GTEST_PROP(NorFlashModelProperty, RegistersAreReadAtAnyTime, ()) {
+  AtEveryStep(*FlashSessions(), [](const TakenStep& taken) {
+    if (taken.Opcode() != 0x05 && taken.Opcode() != 0x15) {
+      return;
+    }
+    Bytes expected = {0x00};
+    if (taken.Opcode() == 0x15) {
+      expected.resize(taken.Length(), taken.before.configuration);
+      RC_ASSERT(taken.answer == expected);
+    } else if (taken.Length() > 1) {
+      RC_ASSERT(taken.answer.at(1) == taken.before.status);
+    }
   });
 }
 
