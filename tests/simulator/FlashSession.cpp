@@ -152,7 +152,9 @@ rc::Gen<Steps> Strays() {
 /// Write enable, then work; then, after a command too early or not, status reads and time, enough
 /// for it to end or not.
 rc::Gen<Steps> Operations() {
-  const auto waits = OneOf<std::chrono::nanoseconds>({40ms, 40ms - 1ns, 1ns});
+  const auto waits = rc::gen::weightedOneOf<std::chrono::nanoseconds>(
+      {{4, rc::gen::just<std::chrono::nanoseconds>(40ms)},
+       {1, OneOf<std::chrono::nanoseconds>({40ms - 1ns, 1ns})}});
   const auto early = rc::gen::oneOf(rc::gen::just(Steps{}), Strays());
   return rc::gen::apply(
       [](const FlashStep& work, Steps steps, std::size_t polls, std::chrono::nanoseconds wait) {
@@ -204,12 +206,13 @@ rc::Gen<NorFlashFaults> Faults() {
 }
 
 rc::Gen<FlashSession> Sessions(const rc::Gen<NorFlashFaults>& faults) {
-  const auto registers = rc::gen::oneOf(rc::gen::just<std::uint8_t>(0x00), AnyByte());
+  const auto status = rc::gen::oneOf(rc::gen::just<std::uint8_t>(0x00), AnyByte());
+  const auto configuration = rc::gen::oneOf(OneOf<std::uint8_t>({0x00, 0x08}), AnyByte());
   return rc::gen::build<FlashSession>(
       rc::gen::set(&FlashSession::chip, OneOf<Chip>({Chip::kMicron, Chip::kMacronix})),
       rc::gen::set(&FlashSession::written, rc::gen::arbitrary<bool>()),
-      rc::gen::set(&FlashSession::status, registers),
-      rc::gen::set(&FlashSession::configuration, registers),
+      rc::gen::set(&FlashSession::status, status),
+      rc::gen::set(&FlashSession::configuration, configuration),
       rc::gen::set(&FlashSession::faults, faults),
       rc::gen::set(&FlashSession::steps, StepLists()));
 }

@@ -196,6 +196,11 @@ const Event kEvents[] = {
      [](const TakenStep& taken, Chip) {
        return (taken.after.configuration & ~taken.before.configuration & 0x08) != 0;
      }},
+    {"attempt to clear the bottom bit",
+     [](const TakenStep& taken, Chip) {
+       return taken.StartsWork() && taken.Opcode() == 0x01 && taken.Length() == 3 &&
+              (taken.before.configuration & ~taken.mosi[2] & 0x08) != 0;
+     }},
     {"read over the end of the array",
      [](const TakenStep& taken, Chip) {
        return !taken.before.busy && taken.Opcode() == 0x03 && taken.Length() > 4 &&
