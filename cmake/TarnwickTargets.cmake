@@ -1,7 +1,9 @@
 # The ways to add code: tarnwick_add_library, tarnwick_add_executable, tarnwick_add_test and
 # tarnwick_add_fuzzer.
 
+include(CheckPIESupported)
 find_package(Threads REQUIRED)
+check_pie_supported()  # so that executables are linked with -pie, not only compiled for it
 
 # What every target of ours is compiled with; nothing is set globally.
 add_library(tarnwick_build_flags INTERFACE)
@@ -16,6 +18,15 @@ endif()
 if(TARNWICK_WERROR)
   target_compile_options(tarnwick_build_flags INTERFACE -Werror)
 endif()
+
+# Hardening: code at no fixed address, relocations read-only before main() runs, stacks guarded, and
+# checked copies in the C library, which take an optimiser.
+set_target_properties(tarnwick_build_flags PROPERTIES INTERFACE_POSITION_INDEPENDENT_CODE ON)
+target_compile_options(tarnwick_build_flags INTERFACE
+  -fstack-protector-strong -fstack-clash-protection)
+target_link_options(tarnwick_build_flags INTERFACE LINKER:-z,relro,-z,now)
+target_compile_definitions(tarnwick_build_flags INTERFACE
+  $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:_FORTIFY_SOURCE=3>)
 
 # The sanitizers stand apart, because a library that is preloaded into foreign programs must do
 # without them. g++ links its runtimes statically: a shared one would have to be preloaded first.
@@ -55,10 +66,18 @@ endfunction()
 #   puts each named function behind the linker's --wrap, so that the program supplies it, or a
 #   library, wherever that stands on the linker's command line.
 function(tarnwick_wrap target)
-  # _FORTIFY_SOURCE renames open and read, which the link seams replace by name.
+  # _FORTIFY_SOURCE renames open and read, which the link seams replace by name. What is linked from
+  # the libraries calls the checked forms where it is optimised; they take the same parameters first.
   target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE)
+  set(checked_open __open_2)
+  set(checked_read __read_chk)
   foreach(symbol IN LISTS ARGN)
     target_link_options(${target} PRIVATE "LINKER:--wrap=${symbol},--undefined=__wrap_${symbol}")
+    set(checked "${checked_${symbol}}")
+    if(checked)
+      target_link_options(${target} PRIVATE
+        "LINKER:--wrap=${checked},--defsym=__wrap_${checked}=__wrap_${symbol}")
+    endif()
   endforeach()
 endfunction()
 

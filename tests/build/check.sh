@@ -1,0 +1,56 @@
+#!/bin/sh
+# check.sh SOURCE BUILD COMPILER
+# Builds the program as it is installed on an instrument, and sees that it is hardened: by the ELF
+# file where that shows it, by the compile commands for the rest.
+set -eu
+source=$1 build=$2 compiler=$3
+
+rm -rf "$build"
+cmake -S "$source" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
+  -DTARNWICK_SIMULATOR=OFF -DBUILD_TESTING=OFF >/dev/null
+cmake --build "$build" >/dev/null
+
+failures=0
+# carries WHAT PATTERN TEXT: some line of TEXT matches the extended regular expression PATTERN.
+carries() {
+  if ! printf '%s\n' "$3" | grep -Eq -e "$2"; then
+    echo "not hardened: $1 is missing"
+    failures=$((failures + 1))
+  fi
+}
+
+program=$build/bin/tarnwick
+header=$(readelf -Wh "$program")
+segments=$(readelf -Wl "$program")
+dynamic=$(readelf -Wd "$program")
+symbols=$(readelf -W --dyn-syms "$program")
+carries "PIE (type of file)" '^ *Type: +DYN ' "$header"
+carries "PIE (flag)" '\(FLAGS_1\).*[ :]PIE' "$dynamic"
+carries "RELRO (segment)" '^ *GNU_RELRO ' "$segments"
+carries "full RELRO (bind now)" '\(BIND_NOW\)|\(FLAGS\).* BIND_NOW' "$dynamic"
+carries "the stack protector" ' UND __stack_chk_fail(@|$)' "$symbols"
+carries "a checked function of the C library" ' UND __[a-z_0-9]+_chk(@|$)' "$symbols"
+
+# One line for each file that is compiled.
+commands=$(sed -n 's/^ *"command": "\(.*\)",$/\1/p' "$build/compile_commands.json")
+files=$(find "$source/app" "$source/devices" "$source/flash" "$source/programmers" \
+  "$source/platform" -name '*.cpp' | wc -l)
+compiled=$(printf '%s\n' "$commands" | wc -l)
+if [ "$compiled" -ne "$files" ]; then
+  echo "$compiled compile commands for the $files source files of the program"
+  failures=$((failures + 1))
+fi
+for flag in -fstack-protector-strong -fstack-clash-protection -D_FORTIFY_SOURCE=3 '-O[23]' \
+  '-fPI[CE]'; do
+  bare=$(printf '%s\n' "$commands" | grep -Evc -e " $flag( |\$)" || true)
+  if [ "$bare" -ne 0 ]; then
+    echo "not hardened: $bare files are compiled without $flag"
+    failures=$((failures + 1))
+  fi
+done
+if printf '%s\n' "$commands" | grep -Eq -e ' (-U_FORTIFY_SOURCE|-fno-stack-[a-z]+)( |$)'; then
+  echo "not hardened: a file switches a protection off"
+  failures=$((failures + 1))
+fi
+[ "$failures" -eq 0 ]
