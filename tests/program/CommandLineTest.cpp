@@ -4,18 +4,17 @@
 
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "simulator/BootImage.h"
+#include "tests/program/Judgement.h"
 #include "tests/program/VirtualInstrument.h"
 
 namespace {
 
-using program_test::Outcome;
-using program_test::VirtualInstrument;
+using namespace program_test;
 
 const std::string kInvalid = "Could not run program with command line parameters provided.\n";
 const std::string kNotThere = "Could not connect to the device. Check Module # and power.\n";
@@ -24,18 +23,6 @@ const std::string kNoI2c = "ERROR: No I2C device found\n";
 std::string Help() {
   std::ifstream file(TARNWICK_GOLDEN_DIR "/help.txt", std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-/// What the program did to the instrument: the log without the console and the end.
-std::string Traffic(const Outcome& outcome) {
-  std::istringstream log(outcome.log);
-  std::string traffic;
-  for (std::string line; std::getline(log, line);) {
-    if (line.rfind("std", 0) != 0 && line.rfind("exit ", 0) != 0) {
-      traffic += line + "\n";
-    }
-  }
-  return traffic;
 }
 
 /// A search for the channel of a nameless bus: every adapter's path contains the empty name.
@@ -70,10 +57,10 @@ TEST_P(CommandLineTest, Ends) {
   VirtualInstrument instrument;
   instrument.Option({"--module", "wend@1"});
   const Outcome outcome = instrument.Run(GetParam().words);
-  EXPECT_EQ(outcome.out, GetParam().out);
-  EXPECT_EQ(outcome.err, GetParam().err);
-  EXPECT_EQ(outcome.exitCode, GetParam().exitCode);
-  EXPECT_EQ(Traffic(outcome), GetParam().traffic);
+  ExpectOut(outcome, GetParam().out);
+  ExpectErr(outcome, GetParam().err);
+  ExpectExitCode(outcome, GetParam().exitCode);
+  ExpectTraffic(outcome, GetParam().traffic);
 }
 
 std::string Echo(const std::string& command) { return "programming mode: " + command + "\n"; }
@@ -176,15 +163,11 @@ TEST_P(ClockSpeedTest, IsPrintedAndUsed) {
 
   const Outcome outcome = instrument.Run({"wend", "-sf", "1", "image.bin"});
 
-  EXPECT_EQ(outcome.exitCode, 11);
-  EXPECT_NE(outcome.out.find(std::string("\nSPI clock rate =") + GetParam().printedMHz + "MHz\n"),
-            std::string::npos)
-      << outcome.out;
-  EXPECT_NE(
-      outcome.log.find(std::string("\nspi /dev/spidev1.0 speed ") + GetParam().hz + " bits 8\n"),
-      std::string::npos)
-      << outcome.log;
-  EXPECT_EQ(outcome.err,
+  ExpectExitCode(outcome, 11);
+  ExpectOutContains(outcome, std::string("\nSPI clock rate =") + GetParam().printedMHz + "MHz\n");
+  ExpectTrafficContains(outcome,
+                        std::string("\nspi /dev/spidev1.0 speed ") + GetParam().hz + " bits 8\n");
+  ExpectErr(outcome,
             GetParam().warns ? "Warning: SPI speed >= 20MHz may prevent writing to the first "
                                "16Mebibytes on RQV-3000 platforms.\n"
                              : "");

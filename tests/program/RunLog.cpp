@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <sstream>
+#include <string_view>
+
+#include "simulator/Escape.h"
 
 namespace program_test::run_log {
 
@@ -48,20 +50,6 @@ std::string Text(const Lines& lines) {
   return text;
 }
 
-std::string FirstDifference(const Lines& expected, const std::string& log) {
-  std::istringstream actual(log);
-  std::string line;
-  std::size_t number = 0;
-  for (; std::getline(actual, line); ++number) {
-    const std::string wanted = number < expected.size() ? expected[number] : "(end of log)";
-    if (line != wanted) {
-      return "line " + std::to_string(number + 1) + ": expected: " + wanted +
-             "\nbut it is: " + line;
-    }
-  }
-  return number < expected.size() ? "the log ends before: " + expected[number] : "";
-}
-
 std::string ConsoleText(const Lines& log, const std::string& stream) {
   const std::string start = stream + " \"";
   std::string text;
@@ -69,22 +57,15 @@ std::string ConsoleText(const Lines& log, const std::string& stream) {
     if (line.rfind(start, 0) != 0) {
       continue;
     }
-    const std::string quoted = line.substr(start.size(), line.size() - start.size() - 1);
-    for (std::size_t i = 0; i < quoted.size(); ++i) {
-      if (quoted[i] != '\\') {
-        text += quoted[i];
-      } else {
-        ++i;
-        text += quoted[i] == 'n' ? '\n' : quoted[i];
-      }
-    }
+    text += orvane::Unescape(
+        std::string_view(line).substr(start.size(), line.size() - start.size() - 1));
   }
   return text;
 }
 
-Lines Console(const std::string& line) { return {"stdout \"" + line + "\\n\""}; }
+Lines Console(const std::string& line) { return {"stdout " + orvane::Quote(line + "\n")}; }
 
-Lines ErrorLine(const std::string& line) { return {"stderr \"" + line + "\\n\""}; }
+Lines ErrorLine(const std::string& line) { return {"stderr " + orvane::Quote(line + "\n")}; }
 
 Lines Request(const std::string& image) {
   return {R"(stdout "programming mode: -sf\n")",

@@ -15,10 +15,6 @@ Lines Join(const std::vector<Lines>& pieces);
 /// The text of a log, each line ended.
 std::string Text(const Lines& lines);
 
-/// Where a log departs from what was expected, with the lines on both sides; empty when it does
-/// not. A whole log can have tens of thousands of lines.
-std::string FirstDifference(const Lines& expected, const std::string& log);
-
 /// What the "stdout" or "stderr" lines of a log say, as it reaches the console.
 std::string ConsoleText(const Lines& log, const std::string& stream);
 

@@ -1,0 +1,33 @@
+#!/bin/sh
+# judge.sh LIST BINARY
+# Judges BINARY by the tables in LIST, a file with the path of a test program on each line. A row
+# that fails is named, with what differs below it. Ends with the number of rows that hold, and
+# with 1 unless all do.
+set -eu
+list=$1 binary=$2
+
+directory=$(mktemp -d)
+trap 'rm -rf "$directory"' EXIT
+trap 'exit 130' INT TERM
+
+# One program a processor; a program's failing rows come in a piece, its count last.
+export TARNWICK_BINARY="$binary" directory
+xargs -P "$(nproc)" -I '{}' sh -c '
+  "$1" --rows >"$directory/${1##*/}" 2>&1 || true' judge '{}' <"$list"
+
+rows=0 holding=0 unfinished=0
+while read -r program; do
+  report=$directory/${program##*/}
+  count=$(tail -n 1 "$report")
+  if expr "$count" : '[0-9][0-9]* [0-9][0-9]*$' >/dev/null; then
+    sed '$d' "$report"
+    rows=$((rows + ${count% *})) holding=$((holding + ${count#* }))
+  else
+    cat "$report"
+    echo "${program##*/} did not finish"
+    unfinished=1
+  fi
+done <"$list"
+
+echo "$holding of $rows rows hold"
+[ "$holding" -eq "$rows" ] && [ "$rows" -gt 0 ] && [ "$unfinished" -eq 0 ]
