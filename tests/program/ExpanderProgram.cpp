@@ -100,11 +100,11 @@ Lines ExpanderProgram::Dump() const {
         "write dumpflash.bin +512"}});
 }
 
-Lines ExpanderProgram::Stamp(const std::string& file, const std::string& year) {
-  return Join({{"open " + file + " O_RDONLY"},
-               Console("User Access Register found in file " + file + " with Time Stamp :  06/05/" +
-                       year + " 07:08:09"),
-               {"close " + file}});
+Lines ExpanderProgram::Stamp(const std::string& file, const std::string& text) {
+  return Join(
+      {{"open " + file + " O_RDONLY"},
+       Console("User Access Register found in file " + file + " with Time Stamp :  " + text),
+       {"close " + file}});
 }
 
 Lines ExpanderProgram::Date(const std::string& file, const std::string& line) {
@@ -116,17 +116,18 @@ Lines ExpanderProgram::Compare(const std::string& flashYear) const {
                           Date("dumpflash.bin",
                                "Flash header build date: " + flashYear + "-05-06 07:08:09"),
                           Date("image.bin", "Binary  file build date: 2024-05-06 07:08:09")})
-                  : Join({Stamp("dumpflash.bin", flashYear), Stamp("image.bin", "2024")});
+                  : Join({Stamp("dumpflash.bin", "06/05/" + flashYear + " 07:08:09"),
+                          Stamp("image.bin", "06/05/2024 07:08:09")});
 }
 
-Lines ExpanderProgram::Rewrite() const {
+Lines ExpanderProgram::Rewrite(int bytes) const {
   return Join({Console("Unlocking flash memory ... "),
                {R"(stdout "Erasing device ... ")", "open image.bin O_RDONLY"},
-               Erase(1, board_.slot),
+               Erase(SectorsOf(static_cast<std::size_t>(bytes)), board_.slot),
                Console("done."),
                {R"(stdout "Programming device ... ")", "open image.bin O_RDONLY"},
                OpenBus(board_.slot),
-               Program(kImageBytes, board_.slot),
+               Program(bytes, board_.slot),
                {"close image.bin"},
                Console("done.")});
 }

@@ -111,7 +111,7 @@ class ExpanderProgram : public testing::Test {
   Lines TakeFlash() const;
   Lines Connect() const;
   Lines Dump() const;
-  static Lines Stamp(const std::string& file, const std::string& year);
+  static Lines Stamp(const std::string& file, const std::string& text);
   static Lines Date(const std::string& file, const std::string& line);
   Lines Compare(const std::string& flashYear) const;
   Lines Decide() const { return Join({Connect(), Dump(), Compare("2023"), OpenCheck()}); }
@@ -120,7 +120,7 @@ class ExpanderProgram : public testing::Test {
   Lines OpenCheck() const { return IsPyx() ? Lines{} : Lines{"open image.bin O_RDONLY"}; }
   Lines CloseCheck() const { return IsPyx() ? Lines{} : Lines{"close image.bin"}; }
 
-  Lines Rewrite() const;
+  Lines Rewrite(int bytes = kImageBytes) const;
 
   /// The reset of a pyx module; DONE rises 20 ms after the last line is let go.
   Lines Reset(int polls) const;

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "simulator/Bitstream.h"
-#include "simulator/Gzip.h"
 #include "tests/program/ExpanderProgram.h"
 #include "tests/program/Judgement.h"
 #include "tests/program/RunLog.h"
@@ -140,14 +139,6 @@ TEST_P(ExpanderProgramTest, FailedPcieStepIsTheResultOfAPyxAfterSuccess) {
   ExpectFlashRewritten();
 }
 
-TEST_P(ExpanderProgramTest, GzipImageIsWrittenDecompressed) {
-  instrument_.WriteFile("image.bin", orvane::Gzip(image_));
-  PlugIn();
-  // The build is looked for in the compressed bytes, which hold none, or are no longer than that.
-  ExpectExitCode(Update(), 0);
-  ExpectFlashRewritten();
-}
-
 TEST_P(ExpanderProgramTest, LongerStaleDumpKeepsItsTail) {
   instrument_.WriteFile("dumpflash.bin", Bytes(700, 0x5A));
   PlugIn();
@@ -164,16 +155,6 @@ TEST_P(ExpanderProgramTest, FailedDumpIsNotReportedAndTheStaleFileDecides) {
   const Outcome outcome = Update();
   ExpectExitCode(outcome, 11);
   ExpectErr(outcome, "SpiDev::Read() SPI_IOC_MESSAGE error, errno = 5\n");
-  ExpectFlashUntouched();
-}
-
-TEST_P(ExpanderProgramTest, MissingImage) {
-  std::filesystem::remove(instrument_.File("image.bin"));
-  PlugIn();
-  const Outcome outcome = Update();
-  // A dax proves first that it can be opened, a pyx1 finds out when it erases, a pyx2 compares.
-  const int expected = IsPyx2() ? 134 : IsPyx() ? 3 : 2;
-  ExpectExitCode(outcome, expected);
   ExpectFlashUntouched();
 }
 

@@ -55,10 +55,14 @@ Lines SplitLines(const std::string& text) {
   return lines;
 }
 
+/// As it is, or quoted where that would not show all of it.
 std::string Shown(const std::string& line) {
   const bool isWhole = Ends(line, "\n");
-  const std::string quoted = orvane::Quote(isWhole ? line.substr(0, line.size() - 1) : line);
-  return quoted + (isWhole ? "" : " (no newline)");
+  const std::string text = isWhole ? line.substr(0, line.size() - 1) : line;
+  const bool isPlain = !Ends(text, " ") && std::all_of(text.begin(), text.end(), [](char byte) {
+    return byte >= ' ' && byte <= '~';
+  });
+  return (isPlain ? text : orvane::Quote(text)) + (isWhole ? "" : " (no newline)");
 }
 
 void Show(std::ostream& text, char sign, Lines::const_iterator first, Lines::const_iterator last) {
@@ -169,9 +173,9 @@ void ExpectTrafficContains(const Outcome& outcome, const std::string& text, bool
 void ExpectRun(const Outcome& outcome, int exitCode, const Lines& log) {
   const std::string out = run_log::ConsoleText(log, "stdout");
   const std::string err = run_log::ConsoleText(log, "stderr");
-  ExpectExitCode(outcome, exitCode);
   ExpectOut(outcome, out);
   ExpectErr(outcome, err);
+  ExpectExitCode(outcome, exitCode);
   const std::string expected = run_log::Text(log);
   const bool sameTraffic = ExpectLog(expected, outcome.log);
   if (sameTraffic && outcome.exitCode == exitCode && outcome.out == out && outcome.err == err) {

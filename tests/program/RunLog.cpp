@@ -154,12 +154,12 @@ Lines Erase(int sectors, int slot) {
   return lines;
 }
 
-Lines Program(int bytes, int slot) {
+Lines Program(int bytes, int slot, int address) {
   Lines lines;
-  for (int address = 0; address < bytes; address += 256) {
+  for (int at = 0; at < bytes; at += 256) {
     lines += {
         Spi(slot) + "WREN",
-        Spi(slot) + "PP " + Hex24(address) + " +" + std::to_string(std::min(256, bytes - address))};
+        Spi(slot) + "PP " + Hex24(address + at) + " +" + std::to_string(std::min(256, bytes - at))};
     lines += BusyPolls(2, slot);
   }
   return lines;

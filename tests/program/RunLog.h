@@ -38,7 +38,8 @@ Lines Compare(const std::string& scratch,
               const std::string& image,
               const std::string& imageDate);  ///< boot headers found and reported
 Lines Erase(int sectors, int slot = 1);       ///< whole 64 KiB sectors from address 0
-Lines Program(int bytes, int slot = 1);       ///< pages from address 0
-Lines Done(int polls);                        ///< DONE polled in vain `polls` times, then high
+/// Pages from an address on.
+Lines Program(int bytes, int slot = 1, int address = 0);
+Lines Done(int polls);  ///< DONE polled in vain `polls` times, then high
 
 }  // namespace program_test::run_log

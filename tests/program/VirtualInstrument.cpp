@@ -99,6 +99,14 @@ Outcome VirtualInstrument::Run(const std::vector<std::string>& words) {
   return RunCommand(command);
 }
 
+Outcome VirtualInstrument::RunLimited(const std::vector<std::string>& words) {
+  // The soft limit alone: the hard one would end the run in SIGKILL, as other things may.
+  std::vector<std::string> command = {
+      "/bin/sh", "-c", R"(ulimit -c 0; ulimit -S -t 1; exec "$@")", "sh", Program()};
+  command.insert(command.end(), words.begin(), words.end());
+  return RunCommand(command);
+}
+
 Outcome VirtualInstrument::RunShell(const std::string& command) {
   Environment("TARNWICK", Program());
   return RunCommand({"/bin/sh", "-c", command});

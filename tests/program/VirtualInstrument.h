@@ -20,6 +20,9 @@ struct Outcome {
   std::string log;  ///< every event in true order, console included, one a line
 };
 
+/// The exit code of a run that has used up its processor time.
+inline constexpr int kOutOfTime = 152;
+
 /// A virtual instrument in a fresh working directory of its own, which goes with it. The real
 /// executable runs on it with shortened sleeps; its clocks are its own.
 class VirtualInstrument {
@@ -36,6 +39,10 @@ class VirtualInstrument {
 
   /// Runs the program with these words behind its name. Paths are relative to the directory.
   Outcome Run(const std::vector<std::string>& words);
+
+  /// The same with one second of processor time: far more than any run takes that ends by itself,
+  /// so one that is out of time never ends.
+  Outcome RunLimited(const std::vector<std::string>& words);
 
   /// Runs a shell command on the instrument; "$TARNWICK" in it is the program.
   Outcome RunShell(const std::string& command);

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "simulator/BootImage.h"
-#include "simulator/Gzip.h"
 #include "tests/program/Judgement.h"
 #include "tests/program/RunLog.h"
 #include "tests/program/VirtualInstrument.h"
@@ -135,21 +134,6 @@ TEST_F(WendProgramTest, ASecondRunFindsTheFlashUpToDate) {
                      Compare("./FlashDevice.bin", kName, kNewDate, "image.bin", kNewDate),
                      End(kUpToDate, 11)}));
   ExpectFlashRewritten();
-}
-
-// What the compressed bytes hold where a boot header would be is left to zlib, so the lines of the
-// comparisons are left out.
-TEST_F(WendProgramTest, GzipImageIsWrittenButFailsTheComparisonThatVerifiesIt) {
-  instrument_.WriteFile("image.bin", orvane::Gzip(image_));
-  PlugIn();
-  const Outcome outcome = Update();
-  const std::string lastError =
-      "ERROR: SPI flash upgrade failed - Try to remove WEND if present !\n";
-  ExpectErrEnds(outcome, lastError);
-  ExpectExitCode(outcome, 6);
-  ExpectFlashRewritten();
-  ExpectTrafficContains(outcome, "write /sys/platform_m1/qspi_prg/value \"1\"\n");
-  ExpectTrafficContains(outcome, "write /sys/platform_m1/qspi_prg/value \"0\"\n", false);
 }
 
 TEST_F(WendProgramTest, LongerStaleDumpsKeepTheirTails) {
@@ -386,49 +370,6 @@ TEST_F(WendProgramTest, DumpFileThatCannotBeOpenedFailsAndTheFlashIsNotRead) {
                       "close -1"},
                      ErrorLine("ERROR: Can't read Flash device !"),
                      End(kConnectFailed, 1)}));
-  ExpectFlashUntouched();
-}
-
-/// The end of a run whose image has no readable boot header.
-Lines AbortedByLogicError(const std::string& message) {
-  return Join({ErrorLine(message),
-               ErrorLine("terminate called after throwing an instance of 'std::logic_error'"),
-               ErrorLine("  what():  basic_string::_M_construct null not valid"),
-               {"killed SIGABRT"}});
-}
-
-/// The decision up to where the image is opened.
-Lines DecideBeforeImage() {
-  Lines lines = Decide();
-  lines.resize(lines.size() - kImageDate.size());
-  return lines;
-}
-
-TEST_F(WendProgramTest, MissingImageEndsTheProcessBeforeAnythingIsErased) {
-  std::filesystem::remove(instrument_.File("image.bin"));
-  PlugIn();
-  ExpectUpdate(134,
-               Join({DecideBeforeImage(),
-                     {"open image.bin O_RDONLY = ENOENT"},
-                     AbortedByLogicError("ERROR: Can't open file 'image.bin'")}));
-  ExpectFlashUntouched();
-}
-
-TEST_F(WendProgramTest, ImageOneByteTooShortForABootHeaderEndsTheProcess) {
-  instrument_.WriteFile("image.bin", Bytes(image_.begin(), image_.begin() + 151));
-  PlugIn();
-  ExpectUpdate(
-      134, Join({DecideBeforeImage(), kOpenImage, AbortedByLogicError("ERROR: Can't read file")}));
-  ExpectFlashUntouched();
-}
-
-TEST_F(WendProgramTest, ImageThatIsAPipeEndsTheProcess) {
-  std::filesystem::remove(instrument_.File("image.bin"));
-  PlugIn();
-  const Outcome outcome = instrument_.RunShell(
-      "mkfifo image.bin; : >image.bin & exec \"$TARNWICK\" wend -sf 1 image.bin");
-  ExpectErr(outcome, ConsoleText(AbortedByLogicError("ERROR: Can't seek file"), "stderr"));
-  ExpectExitCode(outcome, 134);
   ExpectFlashUntouched();
 }
 
@@ -748,100 +689,7 @@ TEST_F(WendProgramTest, ModuleWithoutControlFilesEndsTheProcess) {
             {"exit 1"}}));
 }
 
-// --- The transfer limit: of the log, only the pieces of the first dump are counted
-
-struct BufsizRow {
-  const char* name;
-  const char* text;
-  std::string error;
-  int pieces;
-};
-
-void PrintTo(const BufsizRow& row, std::ostream* out) { *out << row.name; }
-
-class BufsizTest : public WendProgramTest, public testing::WithParamInterface<BufsizRow> {};
-
-TEST_P(BufsizTest, CutsTheDump) {
-  instrument_.Option({"--bufsiz", GetParam().text});
-  PlugIn();
-  const Outcome outcome = Update();
-  ExpectExitCode(outcome, 0);
-  ExpectErr(outcome, GetParam().error);
-  const std::string dump = outcome.log.substr(0, outcome.log.find("close ./FlashDevice.bin"));
-  int pieces = 0;
-  for (std::size_t at = dump.find(" READ "); at != std::string::npos;
-       at = dump.find(" READ ", at + 1)) {
-    ++pieces;
-  }
-  EXPECT_EQ(pieces, GetParam().pieces);
-  ExpectFlashRewritten();
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values,
-    BufsizTest,
-    testing::Values(
-        BufsizRow{"Missing", "none", "Can't open: /sys/module/spidev/parameters/bufsiz\n", 1},
-        BufsizRow{"Letters", "abc", "Can't convert bufsiz: abc\n", 1},
-        BufsizRow{"BlanksAndUnit", "  8192 kB", "", 1},
-        BufsizRow{"TwoPages", "512", "", 8},
-        BufsizRow{"Large", "65536", "", 1},
-        BufsizRow{"Huge", "1099511627776", "", 1}),
-    [](const auto& row) { return row.param.name; });
-
-TEST_F(WendProgramTest, TransferLimitOfZeroFailsTheDump) {
-  instrument_.Option({"--bufsiz", "0"});
-  PlugIn();
-  const Outcome outcome = Update();
-  ExpectExitCode(outcome, 1);
-  ExpectErr(outcome, "ERROR: Can't read Flash device !\n");
-  ExpectFlashUntouched();
-}
-
-TEST_F(WendProgramTest, TransferLimitOfOnePageRefusesEveryPageWithItsCommand) {
-  instrument_.Option({"--bufsiz", "256"});
-  PlugIn();
-  const Outcome outcome = Update();
-  ExpectExitCode(outcome, 6);
-  const std::string refused =
-      "SpiDev::Write() SPI_IOC_MESSAGE error, errno = Message too long file: /dev/spidev1.0\n";
-  // A piece of 256 bytes makes a message of 260; the last piece, of 88, fits.
-  ExpectErr(outcome, refused + refused);
-  Bytes expected = Flashed(image_, old_);
-  std::fill_n(expected.begin(), 512, 0xFF);
-  ExpectFlash(expected);
-}
-
-TEST_F(WendProgramTest, TransferLimitThatIsNoMultipleOfAPageWrapsInsidePagesUnnoticed) {
-  instrument_.Option({"--bufsiz", "300"});
-  PlugIn();
-  const Outcome outcome = Update();
-  ExpectExitCode(outcome, 0);
-  ExpectErr(outcome, "");
-  // The second piece starts at 300: its first 256 bytes run over the end of their page and go on at
-  // its start, its last 44 stand from 556 on.
-  Bytes expected = Flashed(Bytes(image_.begin(), image_.begin() + 300), old_);
-  for (std::size_t i = 0; i < 256; ++i) {
-    expected[256 + (44 + i) % 256] &= image_[300 + i];
-  }
-  std::copy(image_.begin() + 556, image_.end(), expected.begin() + 556);
-  ExpectFlash(expected);
-}
-
-// --- Large images, and closed standard descriptors
-
-TEST_F(WendProgramTest, ImageOfOneMebibyteIsWrittenByteForByteOnBothChips) {
-  image_ = Image(kNewDate, 1U << 20U);
-  instrument_.WriteFile("image.bin", image_);
-  instrument_.WriteFile("flash2.bin", old_);
-  PlugIn();
-  instrument_.Option(
-      {"--module", "wend@2,chip=macronix,flash=" + instrument_.File("flash2.bin").string()});
-  ExpectExitCode(instrument_.Run({"wend", "-sf", "1", "image.bin"}), 0);
-  ExpectExitCode(instrument_.Run({"wend", "-sf", "2", "image.bin"}), 0);
-  ExpectFlashRewritten();
-  ExpectContents("flash2.bin", instrument_.ReadFile("flash2.bin"), Flashed(image_, old_));
-}
+// --- Closed standard descriptors
 
 TEST_F(WendProgramTest, ClosedStandardDescriptorsAreOpenedOnTheNullDeviceFirst) {
   PlugIn();

@@ -4,7 +4,7 @@
 # that fails is named, with what differs below it. Ends with the number of rows that hold, and
 # with 1 unless all do.
 set -eu
-list=$1 binary=$2
+list=$1 binary=$(realpath "$2")
 
 directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT

@@ -1,0 +1,280 @@
+// Every kind of image file on the modules behind a GPIO expander, whose flash is older. Every test
+// compares console, exit code, the whole log and the flash.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "simulator/Bitstream.h"
+#include "simulator/BootImage.h"
+#include "tests/program/ExpanderProgram.h"
+#include "tests/program/FileSearch.h"
+#include "tests/program/ImageKinds.h"
+#include "tests/program/Judgement.h"
+#include "tests/program/PipeFeeder.h"
+#include "tests/program/RunLog.h"
+
+namespace {
+
+using namespace program_test;
+using namespace program_test::run_log;
+using namespace program_test::expander;
+
+constexpr std::size_t kHeaderBytes = 152;  // up to the end of the text in a boot header
+constexpr int kAllPolls = 10'000;
+
+/// Which of the modules look for a time stamp, and which is the one that compares boot headers.
+const auto kStampBoards = testing::Values(kDax, kPyx1);
+const auto kBoards = testing::Values(kDax, kPyx1, kPyx2);
+
+std::string WordOf(const testing::TestParamInfo<Board>& row) { return row.param.word; }
+
+class ExpanderImage : public ExpanderProgram {
+ protected:
+  using ExpanderProgram::ExpanderProgram;
+
+  /// @param file  what stands in image.bin
+  void Store(const Bytes& file) {
+    file_ = file;
+    instrument_.WriteFile("image.bin", file);
+  }
+
+  Bytes Head() const { return {old_.begin(), old_.begin() + 512}; }
+
+  Lines SearchStamp(const std::string& path, const Bytes& file) const {
+    const std::uint32_t stamp = StampIn(file);
+    if (stamp != 0) {
+      return Stamp(path, StampText(stamp));
+    }
+    return Join({{"open " + path + " O_RDONLY"},
+                 IsPyx() ? ErrorLine("No User Access Register found in file '" + path + "'")
+                         : Console("No User Access Register found " + path),
+                 {"close " + path}});
+  }
+
+  static Lines SearchHeader(const std::string& path, const Bytes& file, bool isImage) {
+    return SearchDate(path,
+                      file,
+                      {.found = isImage ? "Binary  file build date: " : "Flash header build date: ",
+                       .missing = isImage ? "ERROR: Can't find uboot build date in BIN file"
+                                          : "ERROR: Can't find uboot build date in dumpfile",
+                       .noDelimiter = "Can't find delimiter # in BOOTHEADER"});
+  }
+
+  /// Up to where the image is opened.
+  Lines BeforeImage() const {
+    return Join({Connect(),
+                 Dump(),
+                 IsPyx2() ? Join({{R"(stdout "\n")"}, SearchHeader("dumpflash.bin", Head(), false)})
+                          : SearchStamp("dumpflash.bin", Head())});
+  }
+
+  Lines Decision() const {
+    return Join(
+        {BeforeImage(),
+         IsPyx2() ? SearchHeader("image.bin", file_, true) : SearchStamp("image.bin", file_),
+         OpenCheck()});
+  }
+
+  /// The end of a run that has written the flash so: an FPGA that cannot boot from it stays
+  /// without DONE.
+  std::pair<int, Lines> Ending(const Bytes& flash) const {
+    const bool boots =
+        IsPyx2() ? orvane::HasPlausibleBootHeader(flash) : orvane::HasPlausibleBitstream(flash);
+    if (boots || !IsPyx()) {
+      return {0, Join({Restart(), End(FinalDirections(), kSuccess, 0)})};
+    }
+    return {7, Join({Reset(kAllPolls), Pcie(), End(FinalDirections(), kNoDone, 7)})};
+  }
+
+  void ExpectWritten(const Bytes& contents) {
+    const Bytes flash = Flashed(contents, old_);
+    const auto [exitCode, ending] = Ending(flash);
+    PlugIn();
+    ExpectUpdate(exitCode, Join({Decision(), Rewrite(static_cast<int>(contents.size())), ending}));
+    ExpectFlash(flash);
+  }
+
+  /// Of a pyx2: the exception is not caught.
+  void ExpectAborted(const Lines& open, const std::string& message) {
+    PlugIn();
+    ExpectUpdate(
+        134,
+        Join({BeforeImage(),
+              open,
+              ErrorLine(message),
+              ErrorLine("terminate called after throwing an instance of 'std::logic_error'"),
+              ErrorLine("  what():  basic_string::_M_construct null not valid"),
+              {"killed SIGABRT"}}));
+    ExpectFlashUntouched();
+  }
+
+  /// Of a pyx1: nothing notices before the flash is to be erased.
+  void ExpectEraseFailed(const Lines& open) {
+    PlugIn();
+    ExpectUpdate(3,
+                 Join({BeforeImage(),
+                       open,
+                       Console("Unlocking flash memory ... "),
+                       {R"(stdout "Erasing device ... ")"},
+                       open,
+                       Pcie(),
+                       End(board_.directions, kEraseFailed, 3)}));
+    ExpectFlashUntouched();
+  }
+
+  /// Of a dax: the image is opened once more for that purpose.
+  void ExpectOpenFailed(const Lines& open) {
+    PlugIn();
+    ExpectUpdate(2, Join({BeforeImage(), open, open, End(board_.directions, kOpenFailed, 2)}));
+    ExpectFlashUntouched();
+  }
+
+  void ExpectCannotBeOpened(const std::string& error) {
+    const Lines open = {"open image.bin O_RDONLY = " + error};
+    if (IsPyx2()) {
+      ExpectAborted(open, "ERROR: Can't open file 'image.bin'");
+    } else if (IsPyx()) {
+      ExpectEraseFailed(open);
+    } else {
+      ExpectOpenFailed(open);
+    }
+  }
+
+  /// The program does not come to an end; the last it did is the last of the log.
+  void ExpectEndless(const Lines& log) {
+    PlugIn();
+    ExpectRun(instrument_.RunLimited({board_.word, "-sf", Slot(), "image.bin"}),
+              kOutOfTime,
+              Join({log, {"killed SIGXCPU"}}));
+    ExpectFlashUntouched();
+  }
+
+  Bytes file_ = image_;
+};
+
+class ExpanderReadableImageTest : public ExpanderImage,
+                                  public testing::WithParamInterface<std::tuple<Board, ImageKind>> {
+ protected:
+  ExpanderReadableImageTest() : ExpanderImage(std::get<0>(GetParam())) {}
+};
+
+TEST_P(ExpanderReadableImageTest, IsWrittenWhenItsBuildDiffers) {
+  const ImageKind& kind = std::get<1>(GetParam());
+  const Bytes plain = CutTo(kind.bytes, Image(2024, std::max(kind.bytes, kHeaderBytes)));
+  const Bytes file = kind.file(plain);
+  if (IsPyx2() && file.size() < kHeaderBytes) {
+    instrument_.WriteFile("image.bin", file);
+    ExpectAborted({"open image.bin O_RDONLY"}, "ERROR: Can't read file");
+  } else {
+    Store(file);
+    ExpectWritten(kind.contents(plain));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Images,
+                         ExpanderReadableImageTest,
+                         testing::Combine(kBoards, testing::ValuesIn(ReadableImages())),
+                         [](const auto& row) {
+                           return std::get<0>(row.param).word + std::string("_") +
+                                  std::get<1>(row.param).name;
+                         });
+
+class ExpanderImageTest : public ExpanderImage, public testing::WithParamInterface<Board> {
+ protected:
+  ExpanderImageTest() : ExpanderImage(GetParam()) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Boards, ExpanderImageTest, kBoards, WordOf);
+
+TEST_P(ExpanderImageTest, SpoiltGzipKeepsTheProgramRunningAndNothingIsErased) {
+  Store(SpoiltGzip(image_));
+  ExpectEndless(Join({Decision(),
+                      Console("Unlocking flash memory ... "),
+                      {R"(stdout "Erasing device ... ")", "open image.bin O_RDONLY"}}));
+}
+
+TEST_P(ExpanderImageTest, MissingImageIsFoundOutAtDifferentSteps) {
+  std::filesystem::remove(instrument_.File("image.bin"));
+  ExpectCannotBeOpened("ENOENT");
+}
+
+TEST_P(ExpanderImageTest, UnreadableImageIsFoundOutAtDifferentSteps) {
+  Fault("open:image.bin:EACCES");
+  ExpectCannotBeOpened("EACCES");
+}
+
+TEST_P(ExpanderImageTest, DirectoryEndsTheProcessOrKeepsItRunning) {
+  std::filesystem::remove(instrument_.File("image.bin"));
+  std::filesystem::create_directory(instrument_.File("image.bin"));
+  const Lines open = {"open image.bin O_RDONLY"};
+  if (IsPyx2()) {
+    ExpectAborted(open, "ERROR: Can't read file");
+    return;
+  }
+  // Whether the search for a stamp ends is open; the measuring of the image never does.
+  PlugIn();
+  const Outcome outcome = instrument_.RunLimited({board_.word, "-sf", Slot(), "image.bin"});
+  ExpectExitCode(outcome, kOutOfTime);
+  ExpectRunStarts(outcome, Join({BeforeImage(), open}));
+  ExpectTrafficContains(outcome, " SE ", false);
+  ExpectFlashUntouched();
+}
+
+TEST_P(ExpanderImageTest, PipeIsWrittenWhenEachOpeningIsFedOrEndsTheProcess) {
+  if (IsPyx2()) {
+    const PipeFeeder feeder(instrument_.File("image.bin"), image_, 1);
+    ExpectAborted({"open image.bin O_RDONLY"}, "ERROR: Can't seek file");
+  } else {
+    const int openings = IsPyx() ? 3 : 4;  // stamp, dax: check, erase, program
+    const PipeFeeder feeder(instrument_.File("image.bin"), image_, openings);
+    ExpectWritten(image_);
+  }
+}
+
+/// The modules that look for a time stamp.
+class StampImageTest : public ExpanderImageTest {};
+
+INSTANTIATE_TEST_SUITE_P(Boards, StampImageTest, kStampBoards, WordOf);
+
+TEST_P(StampImageTest, MissingImageIsUpToDateWhenTheFlashHasNoStamp) {
+  old_ = orvane::MakeBitstream({.bytes = 5000});
+  instrument_.WriteFile("flash.bin", old_);
+  std::filesystem::remove(instrument_.File("image.bin"));
+  PlugIn();
+  ExpectUpdate(11,
+               Join({BeforeImage(),
+                     {"open image.bin O_RDONLY = ENOENT"},
+                     Console("No need to update Flash device "),
+                     End(board_.directions, kUpToDate, 11)}));
+  ExpectFlashUntouched();
+}
+
+TEST_P(StampImageTest, StampAtAnOffsetThatIsNoMultipleOfFourIsNotFound) {
+  Bytes file = image_;
+  file.insert(file.begin(), 2, 0xFF);
+  Store(file);
+  ExpectWritten(file_);
+}
+
+TEST_P(StampImageTest, StampMayStandAnywhereInTheImage) {
+  Store(orvane::MakeBitstream(
+      {.bytes = 5000, .userAccess = 0x5A9E38C5, .stampWordOffset = 5000 / 4 - 2}));
+  ExpectWritten(file_);
+}
+
+/// One of the modules, for what does not depend on which: it takes its time.
+class LargestImageTest : public ExpanderImage {
+ protected:
+  LargestImageTest() : ExpanderImage(kPyx1) {}
+};
+
+TEST_F(LargestImageTest, ImageOfExactlyTheSizeOfTheFlashIsWritten) {
+  Store(Image(2024, kFlashBytes));
+  ExpectWritten(file_);
+}
+
+}  // namespace

@@ -1,0 +1,183 @@
+// Every kind of image file on a wend, whose flash is older. Every test compares console, exit code,
+// the whole log and the flash.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "simulator/Gzip.h"
+#include "tests/program/FileSearch.h"
+#include "tests/program/ImageKinds.h"
+#include "tests/program/Judgement.h"
+#include "tests/program/PipeFeeder.h"
+#include "tests/program/RunLog.h"
+#include "tests/program/WendProgram.h"
+
+namespace {
+
+using namespace program_test;
+using namespace program_test::run_log;
+using namespace program_test::wend;
+
+constexpr std::size_t kHeaderBytes = 152;  // up to the end of the text in a boot header
+
+class WendImageTest : public WendProgram {
+ protected:
+  /// @param file  what stands in image.bin
+  void Store(const Bytes& file) {
+    file_ = file;
+    instrument_.WriteFile("image.bin", file);
+  }
+
+  Lines ImageDateLines() const {
+    return SearchDate("image.bin",
+                      file_,
+                      {.found = "Binary  file build date: ",
+                       .missing = "ERROR: Can't find uboot build date in BIN file",
+                       .noDelimiter = "ERROR: Can't find delimiter # in BOOTHEADER"});
+  }
+
+  /// A scratch file that holds the head of the flash is compared with the image.
+  Lines CompareLines(const std::string& scratch, const Bytes& flash) const {
+    return Join({{R"(stdout "\n")"},
+                 SearchName(scratch, flash),
+                 SearchDate(scratch,
+                            flash,
+                            {.found = "Flash header build date: ",
+                             .missing = "ERROR: Can't find uboot build date in dumpfile",
+                             .noDelimiter = "ERROR: Can't find delimiter # in BOOTHEADER"}),
+                 ImageDateLines()});
+  }
+
+  Lines BeforeImage() const {
+    Lines lines =
+        Join({Connect(), Dump("./FlashDevice.bin"), CompareLines("./FlashDevice.bin", old_)});
+    lines.resize(lines.size() - ImageDateLines().size());
+    return lines;
+  }
+
+  Lines Aborted(const Lines& open, const std::string& message) const {
+    return Join({BeforeImage(),
+                 open,
+                 ErrorLine(message),
+                 ErrorLine("terminate called after throwing an instance of 'std::logic_error'"),
+                 ErrorLine("  what():  basic_string::_M_construct null not valid"),
+                 {"killed SIGABRT"}});
+  }
+
+  /// The end of a run that has written the flash so.
+  std::pair<int, Lines> Ending(const Bytes& flash) const {
+    if (!SameDate(flash, file_)) {
+      return {6,
+              Join({ErrorLine("ERROR: SPI flash upgrade failed - Try to remove WEND if present !"),
+                    End(kProgramFailed, 6)})};
+    }
+    return {0, Join({FinalSteps(20), kDone, End(kSuccess, 0)})};
+  }
+
+  void ExpectWritten(const Bytes& contents) {
+    const Bytes flash = Flashed(contents, old_);
+    const auto [exitCode, ending] = Ending(flash);
+    PlugIn();
+    ExpectUpdate(exitCode,
+                 Join({BeforeImage(),
+                       ImageDateLines(),
+                       EraseStep(SectorsOf(contents.size())),
+                       ProgramStep(static_cast<int>(contents.size())),
+                       Dump("./FlashDevice_verif.bin"),
+                       CompareLines("./FlashDevice_verif.bin", flash),
+                       ending}));
+    ExpectFlash(flash);
+  }
+
+  void ExpectAborted(const Lines& open, const std::string& message) {
+    PlugIn();
+    ExpectUpdate(134, Aborted(open, message));
+    ExpectFlashUntouched();
+  }
+
+  Bytes file_ = image_;
+};
+
+class WendReadableImageTest : public WendImageTest,
+                              public testing::WithParamInterface<ImageKind> {};
+
+TEST_P(WendReadableImageTest, IsWrittenWhenItHasABootHeader) {
+  const ImageKind& kind = GetParam();
+  const Bytes plain = CutTo(kind.bytes, Image(kNewDate, std::max(kind.bytes, kHeaderBytes)));
+  const Bytes file = kind.file(plain);
+  if (file.size() < kHeaderBytes) {
+    instrument_.WriteFile("image.bin", file);
+    ExpectAborted(kOpenImage, "ERROR: Can't read file");
+  } else {
+    Store(file);
+    ExpectWritten(kind.contents(plain));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Images,
+                         WendReadableImageTest,
+                         testing::ValuesIn(ReadableImages()),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(WendImageTest, ImageOfExactlyTheSizeOfTheFlashIsWritten) {
+  Store(Image(kNewDate, kFlashBytes));
+  ExpectWritten(file_);
+}
+
+TEST_F(WendImageTest, ImageThatIsNoMoreThanABootHeaderIsWritten) {
+  Store(Image(kNewDate, kHeaderBytes));
+  ExpectWritten(file_);
+}
+
+TEST_F(WendImageTest, ImageOneByteShorterThanABootHeaderEndsTheProcess) {
+  instrument_.WriteFile("image.bin", CutTo(kHeaderBytes - 1, image_));
+  ExpectAborted(kOpenImage, "ERROR: Can't read file");
+}
+
+TEST_F(WendImageTest, GzipImageIsWrittenButFailsTheComparisonThatVerifiesIt) {
+  Store(orvane::Gzip(image_));
+  ASSERT_FALSE(SameDate(image_, file_));
+  ExpectWritten(image_);
+}
+
+TEST_F(WendImageTest, ImageWithoutBootHeaderTextIsWrittenAndFailsTheComparison) {
+  Store(Bytes(600, 0x5A));
+  ExpectWritten(file_);
+}
+
+TEST_F(WendImageTest, SpoiltGzipKeepsTheProgramRunningAndNothingIsErased) {
+  Store(SpoiltGzip(image_));
+  PlugIn();
+  ExpectRun(
+      instrument_.RunLimited({"wend", "-sf", "1", "image.bin"}),
+      kOutOfTime,
+      Join(
+          {BeforeImage(), ImageDateLines(), kUnlocking, kErasing, kOpenImage, {"killed SIGXCPU"}}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendImageTest, MissingImageEndsTheProcess) {
+  std::filesystem::remove(instrument_.File("image.bin"));
+  ExpectAborted({"open image.bin O_RDONLY = ENOENT"}, "ERROR: Can't open file 'image.bin'");
+}
+
+TEST_F(WendImageTest, UnreadableImageEndsTheProcess) {
+  Fault("open:image.bin:EACCES");
+  ExpectAborted({"open image.bin O_RDONLY = EACCES"}, "ERROR: Can't open file 'image.bin'");
+}
+
+TEST_F(WendImageTest, DirectoryEndsTheProcess) {
+  std::filesystem::remove(instrument_.File("image.bin"));
+  std::filesystem::create_directory(instrument_.File("image.bin"));
+  ExpectAborted(kOpenImage, "ERROR: Can't read file");
+}
+
+TEST_F(WendImageTest, PipeEndsTheProcess) {
+  const PipeFeeder feeder(instrument_.File("image.bin"), image_, 1);
+  ExpectAborted(kOpenImage, "ERROR: Can't seek file");
+}
+
+}  // namespace
