@@ -66,9 +66,12 @@ TEST_P(CommandLineTest, Ends) {
 std::string Echo(const std::string& command) { return "programming mode: " + command + "\n"; }
 
 /// A number that is taken, for a slot that is empty.
-Words EmptySlot(const char* name, const std::string& word, const std::string& number) {
+Words EmptySlot(const char* name,
+                const std::string& word,
+                const std::string& number,
+                const std::string& target = "wend") {
   return {name,
-          {"wend", "-sf", word, "f"},
+          {target, "-sf", word, "f"},
           1,
           Echo("-sf") + "module number: " + number + "\nFPGA bitstream: 'f'\n" + kNotThere,
           kNoI2c,
@@ -98,6 +101,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Words{"NoWordsShowHelp", {}, 0, Help(), "", ""},
         Words{"OneWordShowsHelp", {"--help"}, 0, Help(), "", ""},
+        Words{"TwoWordsShowHelp", {"wend", "-sf"}, 0, Help(), "", ""},
+        Words{"SixWordsShowHelp", {"wend", "-sf", "1", "f", "g", "h"}, 0, Help(), "", ""},
         Words{"ThreeWordsShowHelp", {"wend", "-sf", "1"}, 0, Help(), "", ""},
         Words{"FiveWordsShowHelp", {"wend", "-sf", "1", "f", "g"}, 0, Help(), "", ""},
         Words{"UnknownTargetInThreeWordsShowsHelp", {"foo", "-x", "1"}, 0, Help(), "", ""},
@@ -117,12 +122,22 @@ INSTANTIATE_TEST_SUITE_P(
         NoNumber("ModuleOfLetters", "abc"),
         NoNumber("EmptyModule", ""),
         NoNumber("ModuleOfBlanks", "  "),
+        NoNumber("ModuleOfASignAlone", "-"),
+        NoNumber("ModuleOfTwoSigns", "+-1"),
         NoNumber("ModuleOfTwentyNines", "99999999999999999999"),
         NoNumber("ModuleOneBeyond64Bits", "18446744073709551616"),
         EmptySlot("NegativeModuleWraps", "-1", "4294967295"),
         EmptySlot("LargestModuleIsCutTo32Bits", "18446744073709551615", "4294967295"),
         EmptySlot("ModuleIsCutTo32Bits", "4294967298", "2"),
+        EmptySlot("LargestNegativeModuleWraps", "-18446744073709551613", "3"),
+        EmptySlot("Largest32BitModule", "4294967295", "4294967295"),
+        EmptySlot("ModuleOneBeyond32BitsIsZero", "4294967296", "0"),
+        EmptySlot("ZeroModule", "0", "0"),
         EmptySlot("BlankBeforeModule", " 7", "7"),
+        EmptySlot("TabBeforeModule", "\t7", "7"),
+        EmptySlot("BlankBehindModule", "7 ", "7"),
+        EmptySlot("Pyx1OfEmptySlot", "3", "3", "pyx1"),
+        EmptySlot("Pyx2OfEmptySlot", "3", "3", "pyx2"),
         EmptySlot("PlusBeforeModule", "+7", "7"),
         EmptySlot("LettersBehindModule", "7abc", "7"),
         EmptySlot("HexadecimalModuleIsZero", "0x1", "0"),
@@ -133,12 +148,51 @@ INSTANTIATE_TEST_SUITE_P(
               Echo("--spi-flash") + "module number: 3\nFPGA bitstream: 'a b'\n" + kNotThere,
               kNoI2c,
               "dbus GetModuleLocations = 1\n"},
+        Words{"EmptyFileNameIsTaken",
+              {"wend", "-sf", "3", ""},
+              1,
+              Echo("-sf") + "module number: 3\nFPGA bitstream: ''\n" + kNotThere,
+              kNoI2c,
+              "dbus GetModuleLocations = 1\n"},
         Words{"DaxOfEmptySlotLooksForAMuxOfNoBus",
               {"dax", "-sf", "3", "f"},
               1,
               Echo("-sf") + "module number: 3\nFPGA bitstream: 'f'\n" + kNotThere,
               kNoI2c,
               "dbus GetModuleLocations = 1\n" + EveryAdapterAsked()}),
+    [](const auto& row) { return row.param.name; });
+
+struct Inventory {
+  const char* name;
+  std::vector<std::string> option;
+  const char* locations;  // as the log shows them
+};
+
+void PrintTo(const Inventory& row, std::ostream* out) { *out << row.name; }
+
+class InventoryTest : public testing::TestWithParam<Inventory> {};
+
+TEST_P(InventoryTest, ModuleThatIsNotInItIsNotAskedFor) {
+  VirtualInstrument instrument;
+  for (const char* module : {"wend@1", "wend@2", "pyx1@4"}) {
+    instrument.Option({"--module", module});
+  }
+  instrument.Option(GetParam().option);
+  const Outcome outcome = instrument.Run({"wend", "-sf", "3", "f"});
+  ExpectOut(outcome, Echo("-sf") + "module number: 3\nFPGA bitstream: 'f'\n" + kNotThere);
+  ExpectErr(outcome, kNoI2c);
+  ExpectExitCode(outcome, 1);
+  ExpectTraffic(outcome, std::string("dbus GetModuleLocations = ") + GetParam().locations + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Locations,
+    InventoryTest,
+    testing::Values(Inventory{"OneTwoAndFour", {"--fast"}, "1 2 4"},
+                    Inventory{"Empty", {"--fault", "dbus:GetModuleLocations:data:"}, "none"},
+                    Inventory{"NegativeAndTheSameDigits",
+                              {"--fault", "dbus:GetModuleLocations:data:-3 33 13"},
+                              "-3 33 13"}),
     [](const auto& row) { return row.param.name; });
 
 struct ClockSpeed {
@@ -181,6 +235,10 @@ INSTANTIATE_TEST_SUITE_P(
                     ClockSpeed{"SlowestWithWarning", "20", "20", "20000000", true},
                     ClockSpeed{"LettersLeaveTheDefault", "abc", "19", "19000000", false},
                     ClockSpeed{"EmptyLeavesTheDefault", "", "19", "19000000", false},
+                    ClockSpeed{"BlankLeavesTheDefault", " ", "19", "19000000", false},
+                    ClockSpeed{"SignAloneLeavesTheDefault", "-", "19", "19000000", false},
+                    ClockSpeed{"Zero", "0", "0", "0", false},
+                    ClockSpeed{"FractionIsCut", "1.5", "1", "1000000", false},
                     ClockSpeed{"LettersBehindAreIgnored", "25abc", "25", "25000000", true},
                     ClockSpeed{"BlankBeforeIsSkipped", " 25", "25", "25000000", true},
                     ClockSpeed{"PlusIsTaken", "+7", "7", "7000000", false},

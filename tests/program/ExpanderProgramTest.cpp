@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <tuple>
 
 #include "simulator/Bitstream.h"
 #include "tests/program/ExpanderProgram.h"
@@ -130,14 +131,106 @@ TEST_P(ExpanderProgramTest, PageThatDoesNotProgramIsRevealedByDoneAtTheEarliest)
   ExpectFlash(expected);
 }
 
-TEST_P(ExpanderProgramTest, FailedPcieStepIsTheResultOfAPyxAfterSuccess) {
-  Fault("write:/sys/class/pci_bus:EIO");
-  PlugIn();
+TEST_P(ExpanderProgramTest, EmptyI2cNameFails) {
+  PlugIn(",i2c=none");
   const Outcome outcome = Update();
-  ExpectExitCode(outcome, IsPyx() ? 10 : 0);
-  ExpectTrafficContains(outcome, "enable", false);
+  ExpectOut(outcome,
+            "programming mode: -sf\nmodule number: " + Slot() + "\nFPGA bitstream: 'image.bin'\n" +
+                kConnectFailed + "\n");
+  ExpectErr(outcome, "ERROR: No I2C device found\n");
+  ExpectExitCode(outcome, 1);
+  ExpectTrafficContains(outcome, "GetSPIDev", false);
+}
+
+TEST_P(ExpanderProgramTest, EmptySpiNameFailsBeforeTheSelectorAndTheEndpointAreTouched) {
+  PlugIn(",spi=none");
+  Lines log = Find();
+  const std::string asked = "dbus GetSPIDev " + Slot() + " = ";
+  log.erase(std::find(log.begin(), log.end(), asked + "\"spidev" + Slot() + ".0\""), log.end());
+  ExpectUpdate(1,
+               Join({log,
+                     {asked + "\"\""},
+                     ErrorLine("ERROR: No SPI device found"),
+                     Console(kConnectFailed),
+                     {"close -1", "exit 1"}}));
+}
+
+TEST_P(ExpanderProgramTest, MissingI2cNodeFailsToConnect) {
+  PlugIn(",i2cdev=missing");
+  const Outcome outcome = Update();
+  ExpectOutEnds(
+      outcome,
+      std::string("Connecting ...\n") + (IsPyx() ? "" : "Connect:121\n") + kConnectFailed + "\n");
+  ExpectErr(outcome, "");
+  ExpectExitCode(outcome, 1);
+  ExpectTrafficContains(outcome, "/enable \"1\"", IsPyx());
+  ExpectFlashUntouched();
+}
+
+TEST_P(ExpanderProgramTest, SectorThatStaysBusyFailsTheEraseAfterFiveSeconds) {
+  instrument_.Option({"--clock-step", "600"});
+  PlugIn(",busy-after=1");
+  const Outcome outcome = Update();
+  ExpectOutEnds(outcome, "Erasing device ... " + kEraseFailed + "\n");
+  ExpectExitCode(outcome, 3);
+}
+
+struct PcieStep {
+  const char* name;
+  const char* path;   // a part of it
+  std::size_t lines;  // of the update, up to the write that fails
+};
+
+void PrintTo(const PcieStep& step, std::ostream* out) { *out << step.name; }
+
+class PcieStepTest : public ExpanderProgram,
+                     public testing::WithParamInterface<std::tuple<Board, PcieStep>> {
+ protected:
+  PcieStepTest() : ExpanderProgram(std::get<0>(GetParam())) {
+    const PcieStep& step = std::get<1>(GetParam());
+    Fault(std::string("write:") + step.path + ":EIO");
+    PlugIn();
+  }
+
+  /// The steps up to the one that fails, without those behind it.
+  Lines FailedPcie() const {
+    Lines lines = Pcie();
+    lines.resize(std::get<1>(GetParam()).lines + 1);
+    lines.at(lines.size() - 2) += " = EIO";
+    return lines;
+  }
+};
+
+TEST_P(PcieStepTest, FailureEndsTheUpdateOfTheEndpointAndIsTheResultAfterSuccess) {
+  ExpectUpdate(10,
+               Join({Decide(),
+                     Rewrite(),
+                     Reset(20),
+                     DoneSeen(),
+                     Console("done."),
+                     FailedPcie(),
+                     End(FinalDirections(), kPcieFailed, 10)}));
   ExpectFlashRewritten();
 }
+
+TEST_P(PcieStepTest, FailureIsHiddenByAFailureOfTheProgramming) {
+  Fault("spi:SE:EIO");
+  const Outcome outcome = Update();
+  ExpectOutEnds(outcome, "Erasing device ... " + kEraseFailed + "\n");
+  ExpectExitCode(outcome, 3);
+  ExpectTrafficContains(outcome, Text(FailedPcie()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps,
+                         PcieStepTest,
+                         testing::Combine(testing::Values(kPyx1, kPyx2),
+                                          testing::Values(PcieStep{"Remove", "/remove", 5},
+                                                          PcieStep{"Rescan", "/rescan", 11},
+                                                          PcieStep{"Enable", "/enable", 17})),
+                         [](const auto& row) {
+                           return std::get<0>(row.param).word + std::string("_") +
+                                  std::get<1>(row.param).name;
+                         });
 
 TEST_P(ExpanderProgramTest, LongerStaleDumpKeepsItsTail) {
   instrument_.WriteFile("dumpflash.bin", Bytes(700, 0x5A));
@@ -167,6 +260,7 @@ TEST_P(ExpanderProgramTest, SlotFiveHasItsExpanderOneAddressUp) {
   const std::string base = IsPyx() ? " 0x20 " : " 0x21 ";
   ExpectTrafficContains(outcome, up + "w 02 r ff ff\n");
   ExpectTrafficContains(outcome, base, false);
+  ExpectTrafficContains(outcome, "/sys/platform/module_selector/slotB \"SPIFIFO\"", IsPyx());
   ExpectFlashRewritten();
 }
 
@@ -225,6 +319,47 @@ TEST_P(DoneCheckTest, TwoMissingStampsAreUpToDate) {
             IsPyx() ? "No User Access Register found in file 'dumpflash.bin'\n" + pyx1Line : "");
   ExpectOutContains(outcome, "No User Access Register found image.bin\n", !IsPyx());
   ExpectFlashUntouched();
+}
+
+/// The module behind a multiplexer.
+class MuxTest : public ExpanderProgram {
+ protected:
+  MuxTest() : ExpanderProgram(kDax) {}
+
+  void ExpectNoBus() {
+    PlugIn();
+    const Outcome outcome = Update();
+    ExpectErr(outcome, "ERROR: No I2C device found\n");
+    ExpectOutEnds(outcome, "FPGA bitstream: 'image.bin'\n" + kConnectFailed + "\n");
+    ExpectExitCode(outcome, 1);
+  }
+
+  const std::string channel_ = "/sys/devices/platform/soc/i2c-2/i2c-11/name";
+};
+
+TEST_F(MuxTest, ChannelWhoseNameHasATrailingBlankIsNotTaken) {
+  Fault("read:" + channel_ + ":data:i2c-2-mux (chan_id 0) \\n");
+  ExpectNoBus();
+}
+
+TEST_F(MuxTest, ChannelOfAnotherMuxIsNotTaken) {
+  Fault("read:" + channel_ + ":data:i2c-20-mux (chan_id 0)\\n");
+  ExpectNoBus();
+}
+
+TEST_F(MuxTest, ChannelWithAnotherNumberIsNotTaken) {
+  Fault("read:" + channel_ + ":data:i2c-2-mux (chan_id 3)\\n");
+  ExpectNoBus();
+}
+
+TEST_F(MuxTest, ChannelWithAnEmptyNameIsNotTaken) {
+  Fault("read:" + channel_ + ":data:");
+  ExpectNoBus();
+}
+
+TEST_F(MuxTest, ChannelWhoseNameCannotBeReadIsSkipped) {
+  Fault("open:" + channel_ + ":EACCES");
+  ExpectNoBus();
 }
 
 /// The modules behind the module selector.

@@ -148,6 +148,53 @@ TEST_F(WendImageTest, ImageWithoutBootHeaderTextIsWrittenAndFailsTheComparison) 
   ExpectWritten(file_);
 }
 
+struct HeaderRow {
+  const char* name;
+  std::string field;  // at byte 76, up to 76 bytes; the rest is as in any other image
+};
+
+std::ostream& operator<<(std::ostream& out, const HeaderRow& row) { return out << row.name; }
+
+class HeaderTextTest : public WendImageTest, public testing::WithParamInterface<HeaderRow> {};
+
+TEST_P(HeaderTextTest, DecidesWhetherTheWrittenFlashIsTakenForTheImage) {
+  Bytes file = image_;
+  std::copy(GetParam().field.begin(), GetParam().field.end(), file.begin() + 76);
+  Store(file);
+  ExpectWritten(file_);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Fields,
+    HeaderTextTest,
+    testing::Values(HeaderRow{"DateBetweenTwoDelimiters", "u-boot-vexa.bin#2031-01-01#filler"},
+                    HeaderRow{"DateUpToTheEndOfTheField",
+                              std::string("name#2031-01-01") + std::string(61, '\0')},
+                    HeaderRow{"DateOfOneByteAtTheEnd", std::string(74, 'n') + "#d"},
+                    HeaderRow{"DelimiterAsTheLastByte", std::string(75, 'n') + "#"},
+                    HeaderRow{"EmptyName", "#2031-01-01#"},
+                    HeaderRow{"EmptyDate", "name##2031-01-01"},
+                    HeaderRow{"NoDelimiter", std::string(76, 'n')},
+                    HeaderRow{"BlanksAroundTheDate", "name# 2023-01-02 03:04:05 #"},
+                    HeaderRow{"BytesThatAreNoText", "na\xFFme#\x01\x80\t#"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(WendImageTest, MissingDateOfTheFlashStandsForTheTextDate1) {
+  instrument_.WriteFile("flash.bin", old_ = Bytes(5000, 0x5A));
+  Store(Image("date1", 600));
+  PlugIn();
+  ExpectUpdate(11, Join({BeforeImage(), ImageDateLines(), End(kUpToDate, 11)}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendImageTest, MissingDateOfTheImageStandsForTheTextDate2) {
+  instrument_.WriteFile("flash.bin", old_ = Image("date2", 5000));
+  Store(Bytes(600, 0x5A));
+  PlugIn();
+  ExpectUpdate(11, Join({BeforeImage(), ImageDateLines(), End(kUpToDate, 11)}));
+  ExpectFlashUntouched();
+}
+
 TEST_F(WendImageTest, SpoiltGzipKeepsTheProgramRunningAndNothingIsErased) {
   Store(SpoiltGzip(image_));
   PlugIn();

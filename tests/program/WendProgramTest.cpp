@@ -405,6 +405,28 @@ TEST_F(WendProgramTest, FailedPollWhileErasingFailsTheErase) {
                      End(kEraseFailed, 3)}));
 }
 
+// How often the program looks at the clock is left out.
+TEST_F(WendProgramTest, SectorThatStaysBusyFailsTheEraseAfterFiveSeconds) {
+  instrument_.Option({"--clock-step", "600"});
+  PlugIn(",busy-after=1");
+  const Outcome outcome = Update();
+  ExpectRunStarts(outcome, Join({Decide(), kUnlocking, kErasing, kOpenImage}));
+  ExpectOutEnds(outcome, "Erasing device ... " + kEraseFailed + "\n");
+  ExpectExitCode(outcome, 3);
+  ExpectTrafficContains(outcome, " PP ", false);
+}
+
+TEST_F(WendProgramTest, PageThatStaysBusyFailsTheProgrammingAndTheRestIsStillTried) {
+  instrument_.Option({"--bufsiz", "512"});  // one piece of the image is two pages
+  instrument_.Option({"--clock-step", "600"});
+  PlugIn(",busy-after=2");
+  const Outcome outcome = Update();
+  ExpectOutEnds(outcome, "Programming device ... " + kProgramFailed + "\n");
+  ExpectExitCode(outcome, 6);
+  ExpectTrafficContains(outcome, " PP 0x000100 ", false);
+  ExpectTrafficContains(outcome, " PP 0x000200 ");
+}
+
 TEST_F(WendProgramTest, ChipThatStaysLockedRefusesTheErase) {
   PlugIn(",chip=macronix,register-lost=2");
   const Lines registers = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 24"};
