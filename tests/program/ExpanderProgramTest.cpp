@@ -167,6 +167,24 @@ TEST_P(ExpanderProgramTest, MissingI2cNodeFailsToConnect) {
   ExpectFlashUntouched();
 }
 
+TEST_P(ExpanderProgramTest, RoutingThatIsRefusedIsNotReportedButTheFlashIsOutOfReach) {
+  const std::string routing = std::string("w 02 ") + board_.routed;
+  Fault("i2c:" + routing + "#1:EIO");
+  PlugIn();
+  Lines take = TakeFlash();
+  take.back() += " = EIO";
+  ExpectUpdate(1,
+               Join({Find(),
+                     ConnectExpander(),
+                     take,
+                     OpenBus(board_.slot),
+                     Identify("00 00 00", board_.slot),
+                     Drive(board_.released, board_.released),
+                     Pcie(),
+                     End(board_.directions, kConnectFailed, 1)}));
+  ExpectFlashUntouched();
+}
+
 TEST_P(ExpanderProgramTest, SectorThatStaysBusyFailsTheEraseAfterFiveSeconds) {
   instrument_.Option({"--clock-step", "600"});
   PlugIn(",busy-after=1");
@@ -304,6 +322,24 @@ TEST_P(DoneCheckTest, FpgaWithoutDoneIsBroughtIntoPsMode) {
   const Outcome outcome = Update();
   ExpectRunStarts(outcome, start);
   ExpectExitCode(outcome, IsPyx() ? 7 : 0);
+  ExpectFlashRewritten();
+}
+
+TEST_P(DoneCheckTest, DoneThatCannotBeReadCountsAsLowAndIsNotReported) {
+  Fault("i2c:w 00#1:EIO");
+  PlugIn();
+  const Outcome outcome = Update();
+  ExpectRunStarts(outcome,
+                  Join({Find(),
+                        ConnectExpander(),
+                        {I2c() + "w 00 r +2 = EIO"},
+                        Console(kDoneLow),
+                        Drive(board_.released, "3d fe"),
+                        {"sleep 1 s"},
+                        Drive("3d fe", "bd fe"),
+                        OpenBus(board_.slot)}));
+  ExpectErr(outcome, "");
+  ExpectExitCode(outcome, 0);
   ExpectFlashRewritten();
 }
 

@@ -12,6 +12,7 @@ trap 'exit 130' INT TERM
 
 # One program a processor; a program's failing rows come in a piece, its count last.
 export TARNWICK_BINARY="$binary" directory
+# shellcheck disable=SC2016 # for the inner shell
 xargs -P "$(nproc)" -I '{}' sh -c '
   "$1" --rows >"$directory/${1##*/}" 2>&1 || true' judge '{}' <"$list"
 
