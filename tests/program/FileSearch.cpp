@@ -13,6 +13,13 @@ namespace {
 constexpr std::ptrdiff_t kFieldStart = 76;
 constexpr std::ptrdiff_t kFieldBytes = 76;
 
+/// What a search says.
+struct SearchLines {
+  std::string found;        // in front of the text
+  std::string missing;      // when there is none
+  std::string noDelimiter;  // when there is no '#'
+};
+
 Lines Search(const std::string& path,
              bool hasDelimiter,
              const std::string& text,
@@ -45,19 +52,34 @@ bool SameDate(const Bytes& dump, const Bytes& image) {
   return !date.empty() && date == TextInHeader(image).date;
 }
 
-Lines SearchName(const std::string& path, const Bytes& file) {
-  const HeaderText text = TextInHeader(file);
+Lines SearchName(const std::string& path, const Bytes& dump) {
+  const HeaderText text = TextInHeader(dump);
   return Search(path,
                 text.isThere,
                 text.name,
                 {.found = "Flash header binary filename: ",
                  .missing = "ERROR: Can't find uboot filename in dumpfile",
-                 .noDelimiter = "ERROR: Can't find delimiter # in BOOTHEADER"});
+                 .noDelimiter = kNoDelimiter});
 }
 
-Lines SearchDate(const std::string& path, const Bytes& file, const SearchLines& lines) {
-  const HeaderText text = TextInHeader(file);
-  return Search(path, text.isThere, text.date, lines);
+Lines SearchDumpDate(const std::string& path, const Bytes& dump, const std::string& noDelimiter) {
+  const HeaderText text = TextInHeader(dump);
+  return Search(path,
+                text.isThere,
+                text.date,
+                {.found = "Flash header build date: ",
+                 .missing = "ERROR: Can't find uboot build date in dumpfile",
+                 .noDelimiter = noDelimiter});
+}
+
+Lines SearchImageDate(const std::string& path, const Bytes& image, const std::string& noDelimiter) {
+  const HeaderText text = TextInHeader(image);
+  return Search(path,
+                text.isThere,
+                text.date,
+                {.found = "Binary  file build date: ",
+                 .missing = "ERROR: Can't find uboot build date in BIN file",
+                 .noDelimiter = noDelimiter});
 }
 
 std::uint32_t StampIn(const Bytes& file) {

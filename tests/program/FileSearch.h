@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -8,6 +9,9 @@
 
 /// How the program looks for a build in a file, worked out from the file's bytes.
 namespace program_test {
+
+/// Where the text in a boot header ends: no shorter file has one.
+inline constexpr std::size_t kHeaderBytes = 152;
 
 /// The two texts that a boot header may hold; empty where there is none.
 struct HeaderText {
@@ -22,15 +26,16 @@ HeaderText TextInHeader(const Bytes& file);
 /// Whether the date in the dump is that in the image; a missing one is equal to none.
 bool SameDate(const Bytes& dump, const Bytes& image);
 
-/// What a search for a text in a boot header says.
-struct SearchLines {
-  std::string found;        // in front of the text
-  std::string missing;      // when there is none
-  std::string noDelimiter;  // when there is no '#'
-};
+inline const std::string kNoDelimiter = "ERROR: Can't find delimiter # in BOOTHEADER";
 
-run_log::Lines SearchName(const std::string& path, const Bytes& file);
-run_log::Lines SearchDate(const std::string& path, const Bytes& file, const SearchLines& lines);
+// The searches, as the log shows them. A file without a '#' stays open.
+run_log::Lines SearchName(const std::string& path, const Bytes& dump);
+run_log::Lines SearchDumpDate(const std::string& path,
+                              const Bytes& dump,
+                              const std::string& noDelimiter = kNoDelimiter);
+run_log::Lines SearchImageDate(const std::string& path,
+                               const Bytes& image,
+                               const std::string& noDelimiter = kNoDelimiter);
 
 /// The USR_ACCESS stamp of a bitstream, 0 for none.
 std::uint32_t StampIn(const Bytes& file);

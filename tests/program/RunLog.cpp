@@ -178,4 +178,11 @@ Lines Done(int polls) {
   return lines;
 }
 
+Lines UnreadableHeader(const std::string& message) {
+  return Join({ErrorLine(message),
+               ErrorLine("terminate called after throwing an instance of 'std::logic_error'"),
+               ErrorLine("  what():  basic_string::_M_construct null not valid"),
+               {"killed SIGABRT"}});
+}
+
 }  // namespace program_test::run_log

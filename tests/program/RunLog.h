@@ -42,4 +42,8 @@ Lines Erase(int sectors, int slot = 1);       ///< whole 64 KiB sectors from add
 Lines Program(int bytes, int slot = 1, int address = 0);
 Lines Done(int polls);  ///< DONE polled in vain `polls` times, then high
 
+/// The end of a run whose dump or image has no boot header that can be read: an exception that
+/// nobody catches, behind its message.
+Lines UnreadableHeader(const std::string& message);
+
 }  // namespace program_test::run_log
