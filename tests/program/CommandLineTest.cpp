@@ -34,8 +34,8 @@ std::string EveryAdapterAsked() {
                                    std::pair{"i2c-10/i2c-11", "i2c-10-mux (chan_id 0)"},
                                    std::pair{"i2c-10/i2c-12", "i2c-10-mux (chan_id 1)"}}) {
     const std::string file = std::string("/sys/devices/platform/soc/") + path + "/name";
-    traffic +=
-        "open " + file + " O_RDONLY\nread " + file + " \"" + name + "\\n\"\nclose " + file + "\n";
+    traffic.append("open ").append(file).append(" O_RDONLY\nread ").append(file);
+    traffic.append(" \"").append(name).append("\\n\"\nclose ").append(file).append("\n");
   }
   return traffic;
 }
