@@ -49,6 +49,32 @@ elseif(TARNWICK_SANITIZE)
   endif()
 endif()
 
+# The counts are written when a process ends, and past the seams and the simulator's shim: these
+# show what the program does, so the library that writes calls the C library by its inner names.
+if(TARNWICK_COVERAGE)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    message(FATAL_ERROR " TARNWICK_COVERAGE takes g++, which brings gcov.")
+  endif()
+  set(gcov_folder "${CMAKE_BINARY_DIR}/gcov")
+  file(MAKE_DIRECTORY "${gcov_folder}")
+  execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-file-name=libgcov.a
+    OUTPUT_VARIABLE gcov_library OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND "${CMAKE_OBJCOPY}" --redefine-sym open=__open
+    --redefine-sym close=__close --redefine-sym fclose=_IO_fclose
+    "${gcov_library}" "${gcov_folder}/libgcov.a" COMMAND_ERROR_IS_FATAL ANY)
+endif()
+
+# tarnwick_count_coverage(TARGET): counts what is executed of a target in one of the program's
+# folders; the tests and the simulator are not measured.
+function(tarnwick_count_coverage target)
+  cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
+    BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" OUTPUT_VARIABLE folder)
+  if(TARNWICK_COVERAGE AND folder MATCHES "^(app|devices|flash|platform|programmers)(/|$)")
+    target_compile_options(${target} PRIVATE --coverage)
+    target_link_options(${target} PUBLIC --coverage "-L${gcov_folder}")
+  endif()
+endfunction()
+
 # tarnwick_add_library(NAME SOURCES file... [DEPS target...])
 #   adds the static library tarnwick_NAME, alias tarnwick::NAME; includes are written from the
 #   repository root.
@@ -60,6 +86,7 @@ function(tarnwick_add_library name)
   target_link_libraries(tarnwick_${name}
     PUBLIC ${arg_DEPS} tarnwick_sanitizers
     PRIVATE tarnwick_build_flags)
+  tarnwick_count_coverage(tarnwick_${name})
 endfunction()
 
 # tarnwick_wrap(TARGET symbol...)
@@ -87,6 +114,7 @@ function(tarnwick_add_executable name)
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE ${arg_DEPS} tarnwick_build_flags tarnwick_sanitizers)
+  tarnwick_count_coverage(${name})
 endfunction()
 
 # tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [LAUNCHER word...]
