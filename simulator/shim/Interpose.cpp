@@ -578,9 +578,9 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept {
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* left) {
-  int error = 0;
   timespec end{};
   if (IsValid(wanted)) {
+    int error = 0;
     std::int64_t nanoseconds = Nanoseconds(*wanted);
     timespec now{};
     if ((flags & TIMER_ABSTIME) != 0 && NEXT(clock_gettime)(clock, &now) == 0) {

@@ -306,8 +306,8 @@ TEST_F(MT25QL128OnChipTest, SectorThatStaysBusyFailsTheEraseAfterFiveSeconds) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(flash_->EraseDevice(0, 4 * 65536), 3);
   EXPECT_EQ(kernel_->CountSent(0xD8), 2);
-  EXPECT_GT(std::chrono::steady_clock::now() - start, 5s);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 6s);
+  EXPECT_GT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
 }
 
 TEST_F(MT25QL128OnChipTest, PageThatStaysBusyFailsTheProgrammingAndTheRestIsStillTried) {

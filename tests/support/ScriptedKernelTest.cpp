@@ -67,7 +67,7 @@ TEST(ScriptedKernelTest, SleepsAdvanceTheFakeClock) {
   Ignore(::usleep(250'000));
   Ignore(::sleep(2));
   std::this_thread::sleep_for(1500ms);
-  EXPECT_EQ(std::chrono::steady_clock::now() - start, 3750ms);
+  EXPECT_EQ(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3750));
 }
 
 TEST(ScriptedKernelTest, MissingCallFailsTheTest) {

@@ -44,7 +44,7 @@ void ExpanderLog::Stop() {
   static_cast<void>(std::fflush(stdout));
   TakeConsole("unflushed| ");
   recording_ = false;
-  for (Console& console : consoles_) {
+  for (const Console& console : consoles_) {
     ::dup2(console.original, console.descriptor);
     ::close(console.original);
     ::close(console.file);
