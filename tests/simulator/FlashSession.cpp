@@ -130,7 +130,8 @@ rc::Gen<FlashStep> Unknown() {
 }
 
 rc::Gen<FlashStep> Waits() {
-  return rc::gen::map(OneOf<std::chrono::nanoseconds>({1ns, 20ms, 40ms - 1ns, 40ms, 1h}),
+  return rc::gen::map(OneOf<std::chrono::nanoseconds>(
+                          {1ns, 5ms - 1ns, 5ms, 20ms, 40ms - 1ns, 40ms, 1s - 1ns, 1s, 1h}),
                       [](std::chrono::nanoseconds wait) { return FlashStep{.wait = wait}; });
 }
 
@@ -154,7 +155,7 @@ rc::Gen<Steps> Strays() {
 rc::Gen<Steps> Operations() {
   const auto waits = rc::gen::weightedOneOf<std::chrono::nanoseconds>(
       {{4, rc::gen::just<std::chrono::nanoseconds>(40ms)},
-       {1, OneOf<std::chrono::nanoseconds>({40ms - 1ns, 1ns})}});
+       {2, OneOf<std::chrono::nanoseconds>({40ms - 1ns, 1ns, 5ms - 1ns, 5ms, 1s - 1ns, 1s})}});
   const auto early = rc::gen::oneOf(rc::gen::just(Steps{}), Strays());
   return rc::gen::apply(
       [](const FlashStep& work, Steps steps, std::size_t polls, std::chrono::nanoseconds wait) {

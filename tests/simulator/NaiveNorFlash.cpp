@@ -126,6 +126,13 @@ void NaiveNorFlash::Deselect() {
 }
 
 void NaiveNorFlash::Wait(std::chrono::nanoseconds time) {
+  if (pollsLeft_ > 0) {
+    workTimeLeft_ -= time;
+    if (workTimeLeft_.count() <= 0) {
+      pollsLeft_ = 0;
+      latch_ = latch_ && stuck_;
+    }
+  }
   if (timeLeft_.count() > 0) {
     timeLeft_ -= time;
     if (timeLeft_.count() <= 0) {
@@ -182,7 +189,7 @@ void NaiveNorFlash::Program() {
       cell = static_cast<std::uint8_t>(cell & byte);
     }
   }
-  StartWork(2);
+  StartWork(2, std::chrono::milliseconds(5));
 }
 
 void NaiveNorFlash::Erase(std::size_t unitBytes) {
@@ -198,7 +205,7 @@ void NaiveNorFlash::Erase(std::size_t unitBytes) {
       }
     }
   }
-  StartWork(3);
+  StartWork(3, std::chrono::seconds(unitBytes == kArrayBytes ? 256 : 1));
 }
 
 void NaiveNorFlash::WriteRegisters() {
@@ -224,8 +231,9 @@ void NaiveNorFlash::FinishRegisterWrite() {
   latch_ = false;
 }
 
-void NaiveNorFlash::StartWork(int polls) {
+void NaiveNorFlash::StartWork(int polls, std::chrono::nanoseconds longest) {
   pollsLeft_ = polls;
+  workTimeLeft_ = longest;
   stuck_ = programs_ + erases_ == faults_.stayBusyAfter;
 }
 

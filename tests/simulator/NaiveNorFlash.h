@@ -51,7 +51,7 @@ class NaiveNorFlash {
   void Erase(std::size_t unitBytes);
   void WriteRegisters();
   void FinishRegisterWrite();
-  void StartWork(int polls);
+  void StartWork(int polls, std::chrono::nanoseconds longest);
 
   std::size_t Address() const;
   bool MayChange(std::size_t address, std::size_t bytes);
@@ -67,7 +67,8 @@ class NaiveNorFlash {
   std::vector<std::uint8_t> heard_;  // since chip select fell
   bool latch_ = false;
   bool stuck_ = false;
-  int pollsLeft_ = 0;
+  int pollsLeft_ = 0;                         // of a program or an erase
+  std::chrono::nanoseconds workTimeLeft_{0};  // likewise
   std::chrono::nanoseconds timeLeft_{0};
   std::vector<std::uint8_t> registersToCome_;
   std::uint64_t programs_ = 0;

@@ -357,11 +357,28 @@ RC_GTEST_PROP(NorFlashModelProperty, ReadsRunOverTheEndOfTheArrayToItsStart, ())
   }
 }
 
-RC_GTEST_PROP(NorFlashModelProperty, ProgramsShowBusyTwiceAndErasesThreeTimes, ()) {
+/// The longest that this program or erase can take.
+std::chrono::nanoseconds LongestWork(const TakenStep& taken) {
+  using namespace std::chrono_literals;
+  if (taken.Opcode() == 0x02) {
+    return 5ms;
+  }
+  return taken.Length() == 1 ? 256s : 1s;  // the chip: a second a sector
+}
+
+RC_GTEST_PROP(NorFlashModelProperty, WorkShowsBusyTwoOrThreeTimesOrForItsLongestTime, ()) {
   int left = 0;
+  std::chrono::nanoseconds timeLeft{0};
   AtEveryStep(*FlashSessions(), [&](const TakenStep& taken) {
     if (taken.StartsWork()) {
       left = taken.Opcode() == 0x02 ? 2 : taken.Opcode() == 0x01 ? 0 : 3;
+      timeLeft = LongestWork(taken);
+    } else if (taken.Waits() && left > 0) {
+      timeLeft -= taken.wait;
+      if (timeLeft.count() <= 0) {
+        left = 0;
+        RC_ASSERT((taken.after.status & 0x03) == 0x00);
+      }
     } else if (taken.Opcode() == 0x05 && left > 0) {
       for (std::size_t i = 1; i < taken.answer.size(); ++i, --left) {
         RC_ASSERT((taken.answer[i] & 0x03) == (left > 0 ? 0x03 : 0x00));
