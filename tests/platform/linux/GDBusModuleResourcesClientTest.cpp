@@ -10,7 +10,7 @@
 #include "platform/GDBusModuleResourcesClient.h"
 #include "tests/support/BusService.h"
 #include "tests/support/EnvironmentVariable.h"
-#include "tests/support/PrivateBus.h"
+#include "tests/support/PrivateSystemBus.h"
 
 namespace {
 
@@ -56,7 +56,7 @@ class GDBusModuleResourcesClientTest : public testing::Test {
     return Serve(Answer::Reply("('i2c-12',)"), Answer::Reply("('spidev3.1',)"));
   }
 
-  PrivateBus bus_;
+  PrivateSystemBus bus_;
   std::unique_ptr<BusService> service_;
 };
 

@@ -10,7 +10,7 @@
 #include "platform/GDBusSystemInventoryClient.h"
 #include "tests/support/BusService.h"
 #include "tests/support/EnvironmentVariable.h"
-#include "tests/support/PrivateBus.h"
+#include "tests/support/PrivateSystemBus.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ class GDBusSystemInventoryClientTest : public testing::Test {
     return *service_;
   }
 
-  PrivateBus bus_;
+  PrivateSystemBus bus_;
   std::unique_ptr<BusService> service_;
 };
 
