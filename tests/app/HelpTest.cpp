@@ -5,8 +5,8 @@
 
 #include "app/Help.h"
 #include "tests/support/ScratchDirectory.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
+#include "tests/support/programmers/LoggedConsole.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ std::string Golden() { return ReadFile(TARNWICK_GOLDEN_FOLDER "/help.txt"); }
 class HelpTest : public testing::Test {
  protected:
   EventLog log_;
-  ConsoleCapture console_{log_};
+  LoggedConsole console_{log_};
 };
 
 TEST_F(HelpTest, TextIsTheGoldenFileByteForByte) {

@@ -5,8 +5,8 @@
 
 #include "app/ModuleResources.h"
 #include "tests/app/PlatformDoubles.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
+#include "tests/support/programmers/LoggedConsole.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ class ModuleResourcesTest : public testing::Test {
   }
 
   EventLog log_;
-  ConsoleCapture console_{log_};
+  LoggedConsole console_{log_};
   PlatformDoubles platform_{log_};
 };
 

@@ -4,15 +4,15 @@
 
 #include "app/PcieUpdate.h"
 #include "tests/app/PlatformDoubles.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
+#include "tests/support/programmers/LoggedConsole.h"
 
 namespace {
 
 class PcieUpdateTest : public testing::Test {
  protected:
   EventLog log_;
-  ConsoleCapture console_{log_};
+  LoggedConsole console_{log_};
   PlatformDoubles platform_{log_};
 };
 

@@ -12,8 +12,8 @@
 #include "tests/app/PlatformDoubles.h"
 #include "tests/app/RunDoubles.h"
 #include "tests/support/ScratchDirectory.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
+#include "tests/support/programmers/LoggedConsole.h"
 
 namespace {
 
@@ -72,7 +72,7 @@ class RunSequenceTest : public testing::Test {
 
   SpiClockVariable spiClock_;
   EventLog log_;
-  ConsoleCapture console_{log_};
+  LoggedConsole console_{log_};
   PlatformDoubles platform_{log_};
   RunDoubles run_{log_};
 };

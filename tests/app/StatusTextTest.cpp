@@ -7,8 +7,8 @@
 #include <string>
 
 #include "app/StatusText.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
+#include "tests/support/programmers/LoggedConsole.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ FpgaProgrammerInterface::Status Status(std::int32_t value) {
 class StatusTextTest : public testing::TestWithParam<StatusRow> {
  protected:
   EventLog log_;
-  ConsoleCapture console_{log_};
+  LoggedConsole console_{log_};
 };
 
 TEST_P(StatusTextTest, DescriptionIsThatOfTheRowAndNothingIsPrinted) {

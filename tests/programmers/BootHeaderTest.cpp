@@ -11,9 +11,9 @@
 
 #include "programmers/BootHeader.h"
 #include "tests/support/ScratchDirectory.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
 #include "tests/support/programmers/FileCallSeam.h"
+#include "tests/support/programmers/LoggedConsole.h"
 
 namespace {
 
@@ -57,7 +57,7 @@ class BootHeaderTest : public testing::Test {
 
   ScratchDirectory directory_;
   EventLog log_;
-  ConsoleCapture console_{log_};
+  LoggedConsole console_{log_};
   FileCallSeam files_{log_};
   std::vector<std::string> leftOpen_;
 };

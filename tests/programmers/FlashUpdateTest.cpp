@@ -2,8 +2,8 @@
 
 #include "flash/MT25QL128.h"
 #include "programmers/FlashUpdate.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
+#include "tests/support/programmers/LoggedConsole.h"
 #include "tests/support/programmers/ScriptedFlash.h"
 
 namespace {
@@ -13,7 +13,7 @@ class FlashUpdateTest : public testing::Test {
   FlashUpdateTest() { log_.Clear(); }
 
   EventLog log_;
-  ConsoleCapture console_{log_};
+  LoggedConsole console_{log_};
   ScriptedFlash script_{log_};
   MT25QL128 flash_{nullptr};
 };

@@ -5,8 +5,8 @@
 
 #include "programmers/FpgaProgrammerInterface.h"
 #include "tests/support/VirtualSlot.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
+#include "tests/support/programmers/LoggedConsole.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ class OptionalOperationTest : public testing::TestWithParam<OptionalOperation> {
 
 TEST_P(OptionalOperationTest, WritesOneLineAndYieldsProgramFailed) {
   EventLog log;
-  const ConsoleCapture console(log);
+  const LoggedConsole console(log);
   BareProgrammer programmer;
   EXPECT_EQ((programmer.*GetParam().operation)(), 6);
   EXPECT_EQ(console.Err(), "Function Not Implemented\n");

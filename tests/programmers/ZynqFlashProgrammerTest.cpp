@@ -16,9 +16,9 @@
 #include "devices/SPIDev.h"
 #include "programmers/ZynqFlashProgrammer.h"
 #include "tests/support/ScratchDirectory.h"
-#include "tests/support/programmers/ConsoleCapture.h"
 #include "tests/support/programmers/EventLog.h"
 #include "tests/support/programmers/FileCallSeam.h"
+#include "tests/support/programmers/LoggedConsole.h"
 #include "tests/support/programmers/ScriptedFlash.h"
 
 namespace {
@@ -98,7 +98,7 @@ class ZynqFlashProgrammerTest : public testing::Test {
 
   ScratchDirectory directory_;
   EventLog log_;
-  ConsoleCapture console_{log_};
+  LoggedConsole console_{log_};
   FileCallSeam files_{log_};
   ScriptedFlash flash_{log_};
   ZynqFlashProgrammer programmer_{NoDevice(), 3};
@@ -381,7 +381,7 @@ write /sys/platform_m3/zynq_hw_reset_n/value "0" -> Input/output error
 void ProgramWithoutGivingBack() {
   static EventLog log;
   endedLog = &log;
-  const ConsoleCapture console(log);
+  const LoggedConsole console(log);
   FileCallSeam files(log);
   ScriptedFlash flash(log);
   for (const char* const path : {"./FlashDevice.bin", "./FlashDevice_verif.bin", "image.bin"}) {

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <iostream>
 #include <system_error>
 
 ConsoleCapture::Stream::Stream(int fd) : fd_(fd), saved_(::dup(fd)), file_(std::tmpfile()) {
@@ -44,12 +43,4 @@ std::string ConsoleCapture::Stream::ReadFrom(long position) {
   }
 }
 
-ConsoleCapture::ConsoleCapture() : out_(STDOUT_FILENO), err_(STDERR_FILENO) {
-  outFormat_.copyfmt(std::cout);
-  errFormat_.copyfmt(std::cerr);
-}
-
-ConsoleCapture::~ConsoleCapture() {
-  std::cout.copyfmt(outFormat_);
-  std::cerr.copyfmt(errFormat_);
-}
+ConsoleCapture::ConsoleCapture() : out_(STDOUT_FILENO), err_(STDERR_FILENO) {}

@@ -1,8 +1,9 @@
 #pragma once
 
 #include <cstdio>
-#include <ios>
 #include <string>
+
+#include "tests/support/ConsoleFormat.h"
 
 /// Takes over descriptors 1 and 2 and gives them back when destroyed, together with the format
 /// state of std::cout and std::cerr, which code under test may leave changed. Whatever a failed
@@ -12,7 +13,6 @@ class ConsoleCapture {
   ConsoleCapture();
   ConsoleCapture(const ConsoleCapture&) = delete;
   ConsoleCapture& operator=(const ConsoleCapture&) = delete;
-  ~ConsoleCapture();
 
   /// What has reached the descriptor since the last call. Text that was not flushed is not there.
   std::string TakeOut() { return out_.Take(); }
@@ -37,8 +37,7 @@ class ConsoleCapture {
     long taken_ = 0;
   };
 
-  std::ios outFormat_{nullptr};
-  std::ios errFormat_{nullptr};
   Stream out_;
   Stream err_;
+  ConsoleFormat format_;
 };

@@ -1,20 +1,21 @@
 #pragma once
 
-#include <ios>
 #include <streambuf>
 #include <string>
 
+#include "tests/support/ConsoleFormat.h"
 #include "tests/support/programmers/EventLog.h"
 
-/// Takes std::cout and std::cerr over while it lives. Text becomes an event, out "..." or
-/// err "...", when it is flushed and not before, so a missing flush puts it out of order; text that
-/// is never flushed fails the test. Also restores the streams' formatting.
-class ConsoleCapture {
+/// Takes std::cout and std::cerr over while it lives, in one order with all other events; what is
+/// written past the streams is not seen (ConsoleCapture sees it). Text becomes an event, out "..."
+/// or err "...", when it is flushed and not before, so a missing flush puts it out of order; text
+/// that is never flushed fails the test. Also restores the streams' formatting.
+class LoggedConsole {
  public:
-  explicit ConsoleCapture(EventLog& log);
-  ConsoleCapture(const ConsoleCapture&) = delete;
-  ConsoleCapture& operator=(const ConsoleCapture&) = delete;
-  ~ConsoleCapture();
+  explicit LoggedConsole(EventLog& log);
+  LoggedConsole(const LoggedConsole&) = delete;
+  LoggedConsole& operator=(const LoggedConsole&) = delete;
+  ~LoggedConsole();
 
   /// @return everything flushed so far
   [[nodiscard]] const std::string& Out() const { return out_.flushed(); }
@@ -42,5 +43,5 @@ class ConsoleCapture {
   Buffer err_;
   std::streambuf* originalOut_;
   std::streambuf* originalErr_;
-  std::ios outFormat_{nullptr};
+  ConsoleFormat format_;
 };

@@ -1,21 +1,21 @@
-#include "tests/support/programmers/ConsoleCapture.h"
+#include "tests/support/programmers/LoggedConsole.h"
 
 #include <gtest/gtest.h>
 
 #include <iostream>
 #include <utility>
 
-ConsoleCapture::Buffer::Buffer(EventLog& log, std::string stream)
+LoggedConsole::Buffer::Buffer(EventLog& log, std::string stream)
     : log_(log), stream_(std::move(stream)) {}
 
-ConsoleCapture::Buffer::int_type ConsoleCapture::Buffer::overflow(int_type byte) {
+LoggedConsole::Buffer::int_type LoggedConsole::Buffer::overflow(int_type byte) {
   if (!traits_type::eq_int_type(byte, traits_type::eof())) {
     pending_ += traits_type::to_char_type(byte);
   }
   return traits_type::not_eof(byte);
 }
 
-int ConsoleCapture::Buffer::sync() {
+int LoggedConsole::Buffer::sync() {
   if (!pending_.empty()) {
     log_.AddText(stream_, pending_);
     flushed_ += pending_;
@@ -24,18 +24,15 @@ int ConsoleCapture::Buffer::sync() {
   return 0;
 }
 
-ConsoleCapture::ConsoleCapture(EventLog& log)
+LoggedConsole::LoggedConsole(EventLog& log)
     : out_(log, "out"),
       err_(log, "err"),
       originalOut_(std::cout.rdbuf(&out_)),
-      originalErr_(std::cerr.rdbuf(&err_)) {
-  outFormat_.copyfmt(std::cout);
-}
+      originalErr_(std::cerr.rdbuf(&err_)) {}
 
-ConsoleCapture::~ConsoleCapture() {
+LoggedConsole::~LoggedConsole() {
   EXPECT_EQ(out_.pending(), "") << "never flushed";
   EXPECT_EQ(err_.pending(), "") << "never flushed";
   std::cout.rdbuf(originalOut_);
   std::cerr.rdbuf(originalErr_);
-  std::cout.copyfmt(outFormat_);
 }
