@@ -31,7 +31,7 @@ unsigned short PCA9535::getPort(unsigned short /*bits*/) { return 0; }
 void PCA9535::disconnect(unsigned short /*mask*/) {}
 
 PEX8606BA::PEX8606BA() = default;
-PEX8606BA::~PEX8606BA() = default;
+PEX8606BA::~PEX8606BA() {}
 bool PEX8606BA::RemoveDevice(unsigned /*module*/) { return false; }
 bool PEX8606BA::RescanPciBus(unsigned /*module*/) { return false; }
 bool PEX8606BA::EnableDevice(unsigned /*module*/) { return false; }
