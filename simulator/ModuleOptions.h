@@ -34,8 +34,8 @@ struct ModuleOptions {
   std::optional<std::string> spiName;
   bool i2cNode = true;  // whether the nodes under /dev are there
   bool spiNode = true;
-  bool expander = true;      // whether a GPIO expander acknowledges its address
-  bool controlFiles = true;  // whether a Zynq's control files are there
+  bool expander = true;         // whether a GPIO expander acknowledges its address
+  bool controlFiles = true;     // whether a Zynq's control files are there
   std::uint16_t heldLines = 0;  // of the expander: stuck for ever, whoever drives them
   std::uint16_t heldLevels = 0;
   FlashDefects defects;

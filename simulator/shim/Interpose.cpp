@@ -583,7 +583,8 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec
     int error = 0;
     std::int64_t nanoseconds = Nanoseconds(*wanted);
     timespec now{};
-    if ((flags & TIMER_ABSTIME) != 0 && NEXT(clock_gettime)(clock, &now) == 0) {
+    const int unknown = NEXT(clock_gettime)(clock, &now);
+    if ((flags & TIMER_ABSTIME) != 0 && unknown == 0) {
       // The machine sleeps by its own clock.
       nanoseconds -= clock == CLOCK_MONOTONIC ? clockLead.load() : 0;
       end = TimeSpec(nanoseconds < 0 ? 0 : nanoseconds);

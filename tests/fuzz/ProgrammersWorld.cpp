@@ -57,6 +57,15 @@ std::FILE* OpenStream(const char* path, const char* mode, const char* symbol) {
   return world != nullptr && world->OpenStream(path, next, file) ? file : next(path, mode);
 }
 
+/// The three bytes behind the opcode; 0 when they are not all there.
+std::size_t AddressIn(const std::vector<std::uint8_t>& tx) {
+  std::size_t address = 0;
+  for (std::size_t i = 1; i < 4 && tx.size() >= 4; ++i) {
+    address = address * 0x100 + tx[i];
+  }
+  return address;
+}
+
 }  // namespace
 
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved
@@ -236,8 +245,7 @@ int ProgrammersWorld::SpiMessage(const spi_ioc_transfer* transfers, std::size_t 
 }
 
 void ProgrammersWorld::Command(const Bytes& tx, std::uint8_t* rx, std::size_t rxBytes) {
-  const std::size_t address =
-      tx.size() < 4 ? 0 : tx[1] * std::size_t{0x10000} + tx[2] * std::size_t{0x100} + tx[3];
+  const std::size_t address = AddressIn(tx);
   switch (tx[0]) {
     case 0x06:
       writeEnabled_ = true;
@@ -274,8 +282,7 @@ void ProgrammersWorld::Change(const Bytes& tx) {
     return;
   }
   writeEnabled_ = false;
-  const std::size_t address =
-      tx.size() < 4 ? 0 : tx[1] * std::size_t{0x10000} + tx[2] * std::size_t{0x100} + tx[3];
+  const std::size_t address = AddressIn(tx);
   constexpr std::uint8_t kLevel = 0x3C;
   if (tx[0] == 0x01) {
     status_ = tx.at(1) & 0x7CU;

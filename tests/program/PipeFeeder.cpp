@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 #include <utility>
 
@@ -55,7 +56,9 @@ void PipeFeeder::Feed(const Bytes& contents) {
     } else {
       fs::remove(path_);
     }
-    static_cast<void>(::write(writer, contents.data(), contents.size()));
+    if (::write(writer, contents.data(), contents.size()) < 0 && errno != EPIPE) {
+      std::perror("PipeFeeder");
+    }
     ::close(writer);
   }
 }

@@ -131,7 +131,7 @@ rc::Gen<FlashStep> Unknown() {
 
 rc::Gen<FlashStep> Waits() {
   return rc::gen::map(OneOf<std::chrono::nanoseconds>(
-                          {1ns, 5ms - 1ns, 5ms, 20ms, 40ms - 1ns, 40ms, 1s - 1ns, 1s, 1h}),
+                          {1ns, 4999999ns, 5ms, 20ms, 39999999ns, 40ms, 999999999ns, 1000ms, 1h}),
                       [](std::chrono::nanoseconds wait) { return FlashStep{.wait = wait}; });
 }
 
@@ -155,7 +155,8 @@ rc::Gen<Steps> Strays() {
 rc::Gen<Steps> Operations() {
   const auto waits = rc::gen::weightedOneOf<std::chrono::nanoseconds>(
       {{4, rc::gen::just<std::chrono::nanoseconds>(40ms)},
-       {2, OneOf<std::chrono::nanoseconds>({40ms - 1ns, 1ns, 5ms - 1ns, 5ms, 1s - 1ns, 1s})}});
+       {2,
+        OneOf<std::chrono::nanoseconds>({39999999ns, 1ns, 4999999ns, 5ms, 999999999ns, 1000ms})}});
   const auto early = rc::gen::oneOf(rc::gen::just(Steps{}), Strays());
   return rc::gen::apply(
       [](const FlashStep& work, Steps steps, std::size_t polls, std::chrono::nanoseconds wait) {
@@ -291,8 +292,11 @@ rc::Gen<FlashSession> FaultyFlashSessions() { return Sessions(Faults()); }
 void showValue(const FlashStep& step, std::ostream& out) {
   constexpr std::size_t kShownBytes = 16;
   if (step.sent.empty()) {
-    const bool whole = step.wait % 1ms == 0ns;
-    out << "sleep " << (whole ? step.wait / 1ms : step.wait / 1ns) << (whole ? " ms" : " ns");
+    constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
+    const std::int64_t wait = step.wait.count();
+    const bool whole = wait % kNanosecondsPerMillisecond == 0;
+    out << "sleep " << (whole ? wait / kNanosecondsPerMillisecond : wait)
+        << (whole ? " ms" : " ns");
     return;
   }
   out << DescribeSpi(step.sent, step.received).command;

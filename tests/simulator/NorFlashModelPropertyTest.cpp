@@ -82,8 +82,8 @@ class Flash {
 
  private:
   static NorFlashModel& Shared() {
-    static NorFlashModel model(Chip::kMicron);
-    return model;
+    static NorFlashModel shared(Chip::kMicron);
+    return shared;
   }
 
   NorFlashModel& model_;
@@ -359,11 +359,10 @@ RC_GTEST_PROP(NorFlashModelProperty, ReadsRunOverTheEndOfTheArrayToItsStart, ())
 
 /// The longest that this program or erase can take.
 std::chrono::nanoseconds LongestWork(const TakenStep& taken) {
-  using namespace std::chrono_literals;
   if (taken.Opcode() == 0x02) {
-    return 5ms;
+    return std::chrono::milliseconds(5);
   }
-  return taken.Length() == 1 ? 256s : 1s;  // the chip: a second a sector
+  return std::chrono::seconds(taken.Length() == 1 ? 256 : 1);  // the chip: a second a sector
 }
 
 RC_GTEST_PROP(NorFlashModelProperty, WorkShowsBusyTwoOrThreeTimesOrForItsLongestTime, ()) {
@@ -389,7 +388,6 @@ RC_GTEST_PROP(NorFlashModelProperty, WorkShowsBusyTwoOrThreeTimesOrForItsLongest
 }
 
 RC_GTEST_PROP(NorFlashModelProperty, RegistersChangeWhenTheirWriteTimeIsOver, ()) {
-  using namespace std::chrono_literals;
   const FlashSession session = *FlashSessions();
   Bytes written;  // by the register write under way
   std::chrono::nanoseconds left{0};
@@ -397,11 +395,11 @@ RC_GTEST_PROP(NorFlashModelProperty, RegistersChangeWhenTheirWriteTimeIsOver, ()
     std::pair<int, int> expected = taken.before.Stored();
     if (taken.StartsWork() && taken.Opcode() == 0x01) {
       written.assign(taken.mosi.begin() + 1, taken.mosi.end());
-      left = 40ms;
-    } else if (taken.Waits() && left > 0ns) {
+      left = std::chrono::milliseconds(40);
+    } else if (taken.Waits() && left.count() > 0) {
       left -= taken.wait;
-      RC_ASSERT(taken.after.busy == (left > 0ns));
-      if (left <= 0ns) {
+      RC_ASSERT(taken.after.busy == (left.count() > 0));
+      if (left.count() <= 0) {
         expected.first = written.at(0) & 0xFC;
         if (written.size() > 1) {
           RC_ASSERT(session.chip == Chip::kMacronix);
