@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace maps {
+
+/// An event of an undisturbed update, and where in the update it stands.
+struct Event {
+  std::string kind;               ///< as in the log: "spi"
+  std::string text;               ///< behind the kind
+  std::string result;             ///< behind " = "
+  std::string step;               ///< "erase"
+  std::string label;              ///< what the event is for, without numbers of devices
+  std::size_t ordinal = 0;        ///< among the events of its kind, counted from 1
+  std::size_t statusRead = 0;     ///< among the status reads, counted from 1; 0: none
+  std::size_t program = 0;        ///< among the page programs, likewise
+  std::size_t erase = 0;          ///< among the sector erases, likewise
+  std::size_t operation = 0;      ///< among programs and erases together, likewise
+  std::size_t registerWrite = 0;  ///< among the register writes, likewise
+};
+
+/// Reads the events out of a log. Of the page loop it keeps the first, the second, the middle and
+/// the last two pages.
+std::vector<Event> EventsOf(const std::vector<std::string>& log);
+
+}  // namespace maps
