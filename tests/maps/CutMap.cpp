@@ -117,8 +117,7 @@ bool IsInUse(const Observation& seen) {
          seen.state.find("pcie=present") == std::string::npos;
 }
 
-Run Carry(const Job& job) {
-  Run run;
+void Carry(const Job& job, Run& run) {
   run.chip = job.scenario.chip;
   run.row = {.target = job.scenario.target,
              .step = job.event.step,
@@ -137,7 +136,6 @@ Run Carry(const Job& job) {
   if (run.isDeceived && !job.powerFails) {
     CheckRecovery(job, run);
   }
-  return run;
 }
 
 constexpr const char* kIntroduction = R"(# The cut map

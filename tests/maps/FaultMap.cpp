@@ -35,10 +35,10 @@ std::vector<Job> AllJobs() {
   return jobs;
 }
 
-MapRun Carry(const Job& job) {
+void Carry(const Job& job, MapRun& run) {
   const auto& [scenario, fault] = job;
-  MapRun run{.row = {scenario.target, fault.step, fault.event, fault.what, {}},
-             .chip = scenario.chip};
+  run.chip = scenario.chip;
+  run.row = {scenario.target, fault.step, fault.event, fault.what, {}};
   const Observation seen = Observe(scenario, fault.keys, fault.rules);
   const Ending ending = EndingOf(seen.out, seen.err, seen.log.back());
   run.flash = seen.flash;
@@ -47,7 +47,6 @@ MapRun Carry(const Job& job) {
   if (ending.exit == "11" && seen.flash != Flash::kOld) {
     run.violations.emplace_back("the flash was called up to date, but has been changed");
   }
-  return run;
 }
 
 constexpr const char* kIntroduction = R"(# The fault map

@@ -67,11 +67,12 @@ int Finish(const MapOptions& options,
            const std::function<std::string()>& document);
 
 /// Makes a map: carries the jobs out, on all cores.
+/// @param carry  names its run before it does anything that can fail
 /// @return the exit status of the program
 template <typename Job, typename Run>
 int MakeMap(const MapOptions& options,
             const std::vector<Job>& jobs,
-            Run (*carry)(const Job&),
+            void (*carry)(const Job&, Run&),
             std::string (*document)(const std::vector<Run>&)) {
   std::vector<Job> taken;
   for (std::size_t i = 0; i < jobs.size(); i += options.sample) {
@@ -81,9 +82,9 @@ int MakeMap(const MapOptions& options,
   std::vector<Run> runs(taken.size());
   RunJobs(taken.size(), [&](std::size_t i) {
     try {
-      runs[i] = carry(taken[i]);
+      carry(taken[i], runs[i]);
     } catch (const std::exception& error) {
-      runs[i].violations = {error.what()};
+      runs[i].violations.emplace_back(error.what());
     }
   });
   return Finish(

@@ -67,14 +67,14 @@ bool Changes(const std::string& line) {
                                       Contains(line, " SSE ") || Contains(line, " CE"));
 }
 
-/// Whether the fault hits one of the accesses that give the lines back.
+/// Whether the fault hits one of the accesses that give the lines back: the expander's registers,
+/// or all transfers from some point on.
 bool HitsRelease(const MappedFault& fault) {
-  return fault.lasts || Contains(fault.event, " the directions");
+  return Contains(fault.event, " the directions") ||
+         (fault.lasts && !fault.rules.empty() && fault.rules.front().starts_with("i2c#"));
 }
 
-bool HitsSelector(const MappedFault& fault) {
-  return fault.lasts || Contains(fault.event, "module selector");
-}
+bool HitsSelector(const MappedFault& fault) { return Contains(fault.event, "module selector"); }
 
 /// The two ways in which a run ends without a result line.
 bool MayLackResult(const Scenario& scenario, const Observation& observation) {

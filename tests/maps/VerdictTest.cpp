@@ -89,7 +89,12 @@ TEST(VerdictTest, LinesMustBeReleasedUnlessTheFaultHitsThem) {
   EXPECT_EQ(Violations(seen), Lines({"the expander still drives lines: " + seen.state}));
   EXPECT_EQ(Violations(seen, {.event = "PP, first page"}).size(), 1U);
   EXPECT_EQ(Violations(seen, {.event = "write the directions ff ff"}), Lines());
-  EXPECT_EQ(Violations(seen, {.event = "read the inputs", .lasts = true}), Lines());
+  EXPECT_EQ(
+      Violations(seen, {.event = "read the inputs", .rules = {"i2c#7+:ENXIO"}, .lasts = true}),
+      Lines());
+  EXPECT_EQ(Violations(seen, {.event = "read the inputs", .rules = {"i2c#7:ENXIO"}}).size(), 1U);
+  EXPECT_EQ(Violations(seen, {.event = "RDSR", .rules = {"spi#7+:EIO"}, .lasts = true}).size(), 1U);
+  EXPECT_EQ(Violations(seen, {.event = "line 9 of the expander", .lasts = true}).size(), 1U);
 }
 
 TEST(VerdictTest, SelectorMustBeBackUnlessTheFaultHitsIt) {
@@ -97,6 +102,9 @@ TEST(VerdictTest, SelectorMustBeBackUnlessTheFaultHitsIt) {
   seen.state = "done=1 driven=0x0000 pcie=enabled selector=SPIFIFO";
   EXPECT_EQ(Violations(seen), Lines({"the selector is not on SPILVDS: " + seen.state}));
   EXPECT_EQ(Violations(seen, {.event = "write the directions ff ff"}).size(), 1U);
+  EXPECT_EQ(Violations(seen, {.event = "read the inputs", .rules = {"i2c#7+:ENXIO"}, .lasts = true})
+                .size(),
+            1U);
   EXPECT_EQ(Violations(seen, {.event = "open the module selector"}), Lines());
 }
 
