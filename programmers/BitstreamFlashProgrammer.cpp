@@ -47,7 +47,7 @@ class UserAccessSearch {
   std::uint32_t previous_ = 0;
 };
 
-/// @param fd  read from its offset to the end of the file, or to a read that fails
+/// @param fd  read from its offset to the end of the file
 std::optional<std::uint32_t> FindUserAccess(int fd) {
   UserAccessSearch search;
   std::array<std::uint8_t, kReadBytes> buffer;
@@ -55,7 +55,9 @@ std::optional<std::uint32_t> FindUserAccess(int fd) {
   for (;;) {
     const ssize_t count = ::read(fd, buffer.data() + held, buffer.size() - held);
     if (count < 0) {
-      return std::nullopt;
+      // Deliberate: only the end of the file ends the search. A file that cannot be read must not
+      // pass for one without a stamp, which is up to date over a flash without one.
+      continue;
     }
     if (count == 0) {
       return held == 0 ? std::nullopt : search.Next(buffer.data(), held);

@@ -32,20 +32,10 @@ class Search : public BitstreamFlashProgrammer {
   int reports_ = 0;
 };
 
-/// Knows how far the file has been read.
+/// Knows whether the file could be opened.
 class ObservedFiles : public MemoryFiles {
  public:
   using MemoryFiles::MemoryFiles;
-
-  ssize_t Read(int fd, void* buffer, std::size_t length) override {
-    const ssize_t count = MemoryFiles::Read(fd, buffer, length);
-    if (count < 0) {
-      failed_ = true;
-    } else {
-      delivered_ += static_cast<std::size_t>(count);
-    }
-    return count;
-  }
 
   int Open(const char* path, int flags, mode_t mode) override {
     const int fd = MemoryFiles::Open(path, flags, mode);
@@ -55,16 +45,8 @@ class ObservedFiles : public MemoryFiles {
 
   [[nodiscard]] bool HasOpened() const { return opened_; }
 
-  /// @return what a reader knows of the file: all of it, or the words before a read that failed
-  [[nodiscard]] std::string Known() const {
-    const std::string& file = files.at("file");
-    return failed_ ? file.substr(0, delivered_ / 4 * 4) : file;
-  }
-
  private:
   bool opened_ = false;
-  bool failed_ = false;
-  std::size_t delivered_ = 0;
 };
 
 std::string FoundLine(std::uint32_t stamp) {
@@ -100,7 +82,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             "a file that cannot be opened gives 0, in silence");
     return 0;
   }
-  const std::optional<std::uint32_t> expected = reference::FindTimeStamp(kernel.Known());
+  // Reads that fail or fall short change nothing: they are made again, and joined.
+  const std::optional<std::uint32_t> expected = reference::FindTimeStamp(kernel.files.at("file"));
   Require(found == expected.value_or(0), "the stamp is the reference's");
   Require(search.Reports() == (expected ? 0 : 1), "a file without a stamp is reported");
   Require(console.Out() == (expected ? FoundLine(*expected) : ""), "a stamp is printed as a date");

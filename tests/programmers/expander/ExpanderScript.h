@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,9 +36,9 @@ class ExpanderScript {
   std::string flashHead = {};  ///< written by ReadDevice as it is, also when that fails
 
   // Files that the tested code opens itself. Those still open are known by their number in the log.
-  std::size_t readLimit = 0;   ///< most bytes a read() returns; 0 for no limit
-  int readsUntilFailure = -1;  ///< every later read() fails; -1 for none
-  int reads = 0;               ///< calls so far
+  std::size_t readLimit = 0;        ///< most bytes a read() returns; 0 for no limit
+  std::set<int> failingReads = {};  ///< the read() calls that fail, counted from 1
+  int reads = 0;                    ///< calls so far
   int filesOpened = 0;
   std::map<int, int> openFiles = {};  ///< number, by descriptor
 

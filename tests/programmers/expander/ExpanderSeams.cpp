@@ -104,9 +104,7 @@ ssize_t WrapRead(int fd, void* buffer, std::size_t length) {
   if (script == nullptr || !script->openFiles.contains(fd)) {
     return RealRead(fd, buffer, length);
   }
-  ++script->reads;
-  if (script->readsUntilFailure >= 0 && script->readsUntilFailure-- == 0) {
-    script->readsUntilFailure = 0;
+  if (script->failingReads.contains(++script->reads)) {
     errno = EIO;
     return -1;
   }

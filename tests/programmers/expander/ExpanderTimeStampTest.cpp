@@ -186,17 +186,21 @@ TYPED_TEST(ExpanderTimeStampTest, MissingFileIs0WithoutAMessage) {
   EXPECT_THAT(this->Recorded(), ElementsAre("open missing.bit 00 failed"));
 }
 
-TYPED_TEST(ExpanderTimeStampTest, DirectoryIsReportedAsHoldingNone) {
-  std::filesystem::create_directory("image.bit");
-  EXPECT_EQ(this->Find("image.bit"), 0U);
-  this->ExpectNotFoundLog();
+TYPED_TEST(ExpanderTimeStampTest, ReadsThatFailAreMadeAgain) {
+  this->script_->readLimit = 3;
+  this->script_->failingReads = {1, 2, 4, 6};
+  EXPECT_EQ(this->FindIn(kHeader + "\x5A\x9E\x38\xC5"), 0x5A9E38C5U);
+  this->ExpectLog("11/05/2015 03:35:05");
+  EXPECT_EQ(this->script_->reads, 7);
 }
 
-TYPED_TEST(ExpanderTimeStampTest, ReadThatFailsLaterEndsTheSearchAsNotFound) {
-  this->script_->readLimit = 4;
-  this->script_->readsUntilFailure = 1;
-  EXPECT_EQ(this->FindIn(kHeader + "\x5A\x9E\x38\xC5"), 0U);
+TYPED_TEST(ExpanderTimeStampTest, OnlyTheEndOfTheFileEndsTheSearchWithoutAStamp) {
+  for (int read = 1; read <= 1000; ++read) {
+    this->script_->failingReads.insert(read);
+  }
+  EXPECT_EQ(this->FindIn("xxxx"), 0U);
   this->ExpectNotFoundLog();
+  EXPECT_EQ(this->script_->reads, 1002);
 }
 
 TYPED_TEST(ExpanderTimeStampTest, EveryPlaceAroundABlockOfTheFileIsSearched) {
