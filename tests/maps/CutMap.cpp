@@ -179,7 +179,7 @@ not touch either. Switch the module off and on, or recover as above.
 
 )";
 
-std::string Document(const std::vector<Run>& runs) {
+std::string Head(const std::vector<Run>& runs) {
   const auto count = [&runs](const std::function<bool(const Run&)>& wanted, const char* how) {
     return Count<Run>(runs, wanted, how);
   };
@@ -203,12 +203,10 @@ std::string Document(const std::vector<Run>& runs) {
   text += "\n";
   text += kDeceived + excerpt(&Run::isDeceived);
   text += kNotRunning + excerpt(&Run::isNotRunning);
-  text += Tables(Select<Run>(runs, [](const Run&) { return true; }), "## ");
-  text.pop_back();
   return text;
 }
 
-int Make(const MapOptions& options) { return MakeMap(options, AllJobs(), Carry, Document); }
+int Make(const MapOptions& options) { return MakeMap(options, AllJobs(), Carry, Head); }
 
 }  // namespace
 }  // namespace maps

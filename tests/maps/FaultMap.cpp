@@ -120,7 +120,7 @@ bool DoneMayTell(const MapRun& run) {
 
 bool OnlyDoneTells(const MapRun& run) { return run.row.outcome[0] == "7" && !IsGood(run); }
 
-std::string Document(const std::vector<MapRun>& runs) {
+std::string Head(const std::vector<MapRun>& runs) {
   const auto count = [&runs](const std::function<bool(const MapRun&)>& wanted, const char* how) {
     return Count<MapRun>(runs, wanted, how);
   };
@@ -142,12 +142,10 @@ std::string Document(const std::vector<MapRun>& runs) {
   text += kNothingTells + excerpt(NothingTells);
   text += kDoneMayTell + excerpt(DoneMayTell);
   text += kOnlyDoneTells + excerpt(OnlyDoneTells);
-  text += Tables(Select<MapRun>(runs, [](const MapRun&) { return true; }), "## ");
-  text.pop_back();
   return text;
 }
 
-int Make(const MapOptions& options) { return MakeMap(options, AllJobs(), Carry, Document); }
+int Make(const MapOptions& options) { return MakeMap(options, AllJobs(), Carry, Head); }
 
 }  // namespace
 }  // namespace maps

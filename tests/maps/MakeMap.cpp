@@ -90,7 +90,7 @@ std::string Tables(const std::vector<const MapRun*>& runs, const std::string& he
 
 int Finish(const MapOptions& options,
            const std::vector<const MapRun*>& runs,
-           const std::function<std::string()>& document) {
+           const std::function<std::string()>& head) {
   bool allWell = true;
   for (const MapRun* const run : runs) {
     for (const std::string& violation : run->violations) {
@@ -99,7 +99,9 @@ int Finish(const MapOptions& options,
     }
   }
   if (!options.write.empty() && allWell) {
-    WriteDocument(options.write, document());
+    std::string text = head() + Tables(runs, "## ");
+    text.pop_back();  // the line behind the last table
+    WriteDocument(options.write, text);
   }
   if (!options.check.empty()) {
     allWell = Holds(options.check, TableOf(runs).Runs()) && allWell;

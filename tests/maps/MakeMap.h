@@ -61,10 +61,11 @@ std::string Count(const std::vector<Run>& runs,
 
 /// Shows what runs did that none may do, writes or compares the document, as asked for. Nothing is
 /// written unless all is well.
+/// @param head  what the document says above the tables of all runs
 /// @return the exit status of the program
 int Finish(const MapOptions& options,
            const std::vector<const MapRun*>& runs,
-           const std::function<std::string()>& document);
+           const std::function<std::string()>& head);
 
 /// Makes a map: carries the jobs out, on all cores.
 /// @param carry  names its run before it does anything that can fail
@@ -73,7 +74,7 @@ template <typename Job, typename Run>
 int MakeMap(const MapOptions& options,
             const std::vector<Job>& jobs,
             void (*carry)(const Job&, Run&),
-            std::string (*document)(const std::vector<Run>&)) {
+            std::string (*head)(const std::vector<Run>&)) {
   std::vector<Job> taken;
   for (std::size_t i = 0; i < jobs.size(); i += options.sample) {
     taken.push_back(jobs[i]);
@@ -88,7 +89,7 @@ int MakeMap(const MapOptions& options,
     }
   });
   return Finish(
-      options, Select<Run>(runs, [](const Run&) { return true; }), [&] { return document(runs); });
+      options, Select<Run>(runs, [](const Run&) { return true; }), [&] { return head(runs); });
 }
 
 /// The main function of a program that makes a map.
