@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <stdexcept>
 #include <string>
 
@@ -147,5 +148,17 @@ INSTANTIATE_TEST_SUITE_P(Operations,
                                          "resources: SetupDeviceAddress 4",
                                          "resources: GetI2CBus",
                                          "resources: GetSPIDev"));
+
+class ClientDestructionTest : public ModuleResourcesTest,
+                              public testing::WithParamInterface<const char*> {};
+
+TEST_P(ClientDestructionTest, EndsTheProcessWhenItThrows) {
+  platform_.throwAt = GetParam();
+  EXPECT_EXIT(getSolutionI2C(4), testing::KilledBySignal(SIGABRT), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Clients,
+                         ClientDestructionTest,
+                         testing::Values("inventory: destroy", "resources: destroy"));
 
 }  // namespace

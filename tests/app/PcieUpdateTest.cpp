@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <stdexcept>
 
 #include "app/PcieUpdate.h"
@@ -77,5 +78,10 @@ INSTANTIATE_TEST_SUITE_P(Steps,
                                          "switch: RemoveDevice 4",
                                          "switch: RescanPciBus 4",
                                          "switch: EnableDevice 4"));
+
+TEST_F(PcieUpdateTest, ExceptionFromTheSwitchsDestructionEndsTheProcess) {
+  platform_.throwAt = "switch: destroy";
+  EXPECT_EXIT(updatePCIE(4), testing::KilledBySignal(SIGABRT), "");
+}
 
 }  // namespace

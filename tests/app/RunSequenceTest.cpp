@@ -704,6 +704,13 @@ INSTANTIATE_TEST_SUITE_P(Operations,
                                          "expander: construct with 1",
                                          "resources: GetSPIDev"));
 
+TEST_F(RunSequenceTest, ExceptionOfThePcieSwitchPassesOnWithoutAResultLine) {
+  platform_.throwAt = "switch: RescanPciBus 4";
+  EXPECT_THROW(Run({"tarnwick", "pyx1", "-sf", "4", "f"}), std::runtime_error);
+  EXPECT_TRUE(console_.Out().ends_with("Connecting ...\n"));
+  EXPECT_EQ(console_.Err(), "");
+}
+
 TEST_F(RunSequenceTest, UnreadableBootHeaderPassesOnWithoutAResultLine) {
   run_.unreadableHeader = true;
   EXPECT_THROW(Run({"tarnwick", "wend", "-sf", "1", "f"}), std::logic_error);

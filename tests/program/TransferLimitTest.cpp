@@ -202,6 +202,20 @@ INSTANTIATE_TEST_SUITE_P(Limits, WendSufficientLimitTest, kSufficient, [](const 
   return std::string(row.param.name);
 });
 
+TEST_F(WendTransferLimitTest, LimitThatCannotBeReadCountsAs4096WithoutAWord) {
+  Fault("read:" + kParameter + ":EIO");
+  PlugIn();
+  ExpectUpdate(0,
+               Replaced(Join({wend::Decide(),
+                              wend::UpdateSteps(),
+                              wend::FinalSteps(20),
+                              wend::kDone,
+                              wend::End(kSuccess, 0)}),
+                        {"read " + kParameter + " \"4096\\n\""},
+                        {"read " + kParameter + " = EIO"}));
+  ExpectFlash(Flashed(image_, old_));
+}
+
 TEST_F(WendTransferLimitTest, LimitOfOnePageRefusesEveryFullPage) {
   PlugInWith("256");
   const Lines log =

@@ -195,6 +195,30 @@ TEST_F(WendImageTest, UnreadableImageEndsTheProcess) {
   ExpectAborted({"open image.bin O_RDONLY = EACCES"}, "ERROR: Can't open file 'image.bin'");
 }
 
+TEST_F(WendImageTest, ImageThatIsGoneAfterTheDecisionFailsTheErase) {
+  Fault("open:image.bin#2:ENOENT");
+  PlugIn();
+  ExpectUpdate(3,
+               Join({Decide(),
+                     kUnlocking,
+                     kErasing,
+                     {"open image.bin O_RDONLY = ENOENT"},
+                     End(kEraseFailed, 3)}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendImageTest, ImageThatIsGoneAfterTheEraseFailsTheProgrammingBeforeTheDeviceIsTouched) {
+  Fault("open:image.bin#3:ENOENT");
+  PlugIn();
+  ExpectUpdate(6,
+               Join({Decide(),
+                     EraseStep(),
+                     kProgramming,
+                     {"open image.bin O_RDONLY = ENOENT"},
+                     End(kProgramFailed, 6)}));
+  ExpectFlash(Flashed({0xFF}, old_));
+}
+
 TEST_F(WendImageTest, DirectoryEndsTheProcess) {
   std::filesystem::remove(instrument_.File("image.bin"));
   std::filesystem::create_directory(instrument_.File("image.bin"));

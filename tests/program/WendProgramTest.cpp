@@ -20,6 +20,59 @@ using namespace program_test;
 using namespace program_test::run_log;
 using namespace program_test::wend;
 
+// On a Macronix chip level 9 is 1001 in bits 2 to 5; the latch that WREN set shows as bit 1.
+const Lines kLocked = Join({Console("Locked 256 NOR flash sectors."), {"sleep 500 ms"}});
+const Lines kUnprotected = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 00"};
+
+Lines ConnectMacronix() {
+  return Join({Find(),
+               Control("qspi_prg", "1"),
+               OpenBus(),
+               Identify("c2 20 18"),
+               Console("Chip is matronix, enabling lock logic.")});
+}
+
+Lines DecideOnMacronix() {
+  return Join({ConnectMacronix(),
+               Lock("07", "02", "26 0f"),
+               kLocked,
+               Dump("./FlashDevice.bin"),
+               CompareWithOld()});
+}
+
+Lines ProgramStepOnMacronix() {
+  return Join({kProgramming,
+               kUnprotected,
+               kOpenImage,
+               OpenBus(),
+               Program(kImageBytes),
+               kCloseImage,
+               kDone});
+}
+
+/// Up to the lock that ends it.
+Lines UpdateStepsOnMacronix() {
+  return Join({kUnlocking,
+               Lock("0f", "24", "00 0f"),
+               {"sleep 500 ms"},
+               kErasing,
+               kUnprotected,
+               kOpenImage,
+               Erase(1),
+               kDone,
+               ProgramStepOnMacronix(),
+               VerifyStep()});
+}
+
+/// The registers are not written, and nothing is waited for.
+Lines FailedLock(const std::string& config, const std::string& status, const std::string& written) {
+  Lines lines = Lock(config, status, written);
+  lines.back() += " = EIO";
+  return Join({lines,
+               ErrorLine(kWriteError),
+               ErrorLine("Failed to send set control registers.  Cannot lock memory.")});
+}
+
 class WendProgramTest : public WendProgram {};
 
 // --- The ways that lead to the end
@@ -62,37 +115,11 @@ TEST_F(WendProgramTest, TheConsoleOfASuccessfulRun) {
 
 TEST_F(WendProgramTest, MacronixFlashIsLockedUnlockedAndLockedAgain) {
   PlugIn(",chip=macronix");
-  // Level 9 is 1001 in bits 2 to 5; the latch that WREN set shows as bit 1.
-  const Lines locked = Join({Console("Locked 256 NOR flash sectors."), {"sleep 500 ms"}});
-  const Lines guard = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 00"};
   ExpectUpdate(0,
-               Join({Find(),
-                     Control("qspi_prg", "1"),
-                     OpenBus(),
-                     Identify("c2 20 18"),
-                     Console("Chip is matronix, enabling lock logic."),
-                     Lock("07", "02", "26 0f"),
-                     locked,
-                     Dump("./FlashDevice.bin"),
-                     CompareWithOld(),
-                     kUnlocking,
-                     Lock("0f", "24", "00 0f"),
-                     {"sleep 500 ms"},
-                     kErasing,
-                     guard,
-                     kOpenImage,
-                     Erase(1),
-                     kDone,
-                     kProgramming,
-                     guard,
-                     kOpenImage,
-                     OpenBus(),
-                     Program(kImageBytes),
-                     kCloseImage,
-                     kDone,
-                     VerifyStep(),
+               Join({DecideOnMacronix(),
+                     UpdateStepsOnMacronix(),
                      Lock("0f", "00", "24 0f"),
-                     locked,
+                     kLocked,
                      FinalSteps(20),
                      kDone,
                      End(kSuccess, 0)}));
@@ -405,16 +432,35 @@ TEST_F(WendProgramTest, FailedPollWhileErasingFailsTheErase) {
                      End(kEraseFailed, 3)}));
 }
 
-// How often the program looks at the clock is left out.
-TEST_F(WendProgramTest, SectorThatStaysBusyFailsTheEraseAfterFiveSeconds) {
-  instrument_.Option({"--clock-step", "600"});
+struct WaitRow {
+  const char* name;
+  const char* clockStep;  // milliseconds from one look at the clock to the next
+  std::size_t polls;
+};
+
+std::ostream& operator<<(std::ostream& out, const WaitRow& row) { return out << row.name; }
+
+class SectorThatStaysBusyTest : public WendProgramTest,
+                                public testing::WithParamInterface<WaitRow> {};
+
+TEST_P(SectorThatStaysBusyTest, FailsTheEraseAfterFiveSecondsAndIsLeftAlone) {
+  instrument_.Option({"--clock-step", GetParam().clockStep});
   PlugIn(",busy-after=1");
-  const Outcome outcome = Update();
-  ExpectRunStarts(outcome, Join({Decide(), kUnlocking, kErasing, kOpenImage}));
-  ExpectOutEnds(outcome, "Erasing device ... " + kEraseFailed + "\n");
-  ExpectExitCode(outcome, 3);
-  ExpectTrafficContains(outcome, " PP ", false);
+  ExpectUpdate(3,
+               Join({Decide(),
+                     kUnlocking,
+                     kErasing,
+                     kOpenImage,
+                     {"spi /dev/spidev1.0 WREN", "spi /dev/spidev1.0 SE 0x000000"},
+                     Lines(GetParam().polls, "spi /dev/spidev1.0 RDSR = 03"),
+                     End(kEraseFailed, 3)}));
 }
+
+INSTANTIATE_TEST_SUITE_P(Waits,
+                         SectorThatStaysBusyTest,
+                         testing::Values(WaitRow{"FourSecondsAreNotTooLong", "4000", 3},
+                                         WaitRow{"JustOverFiveSecondsAre", "5001", 2}),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(WendProgramTest, PageThatStaysBusyFailsTheProgrammingAndTheRestIsStillTried) {
   instrument_.Option({"--bufsiz", "512"});  // one piece of the image is two pages
@@ -431,16 +477,7 @@ TEST_F(WendProgramTest, ChipThatStaysLockedRefusesTheErase) {
   PlugIn(",chip=macronix,register-lost=2");
   const Lines registers = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 24"};
   ExpectUpdate(3,
-               Join({Find(),
-                     Control("qspi_prg", "1"),
-                     OpenBus(),
-                     Identify("c2 20 18"),
-                     Console("Chip is matronix, enabling lock logic."),
-                     Lock("07", "02", "26 0f"),
-                     Console("Locked 256 NOR flash sectors."),
-                     {"sleep 500 ms"},
-                     Dump("./FlashDevice.bin"),
-                     CompareWithOld(),
+               Join({DecideOnMacronix(),
                      kUnlocking,
                      Lock("0f", "24", "00 0f"),
                      {"sleep 500 ms"},
@@ -452,6 +489,63 @@ TEST_F(WendProgramTest, ChipThatStaysLockedRefusesTheErase) {
                      ErrorLine("Addr: 0 is within protected size (16777216)"),
                      End(kEraseFailed, 3)}));
   ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, ChipThatCannotBeUnlockedIsReportedAndRefusesTheErase) {
+  Fault("spi:WRSR#2:EIO");
+  PlugIn(",chip=macronix");
+  // The latch that the last WREN set is still there.
+  const Lines registers = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 26"};
+  ExpectUpdate(3,
+               Join({DecideOnMacronix(),
+                     kUnlocking,
+                     FailedLock("0f", "24", "00 0f"),
+                     kErasing,
+                     registers,
+                     registers,
+                     registers,
+                     registers,
+                     ErrorLine("Addr: 0 is within protected size (16777216)"),
+                     End(kEraseFailed, 3)}));
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendProgramTest, ChipThatCannotBeLockedAgainIsReportedAndTheRunSucceeds) {
+  Fault("spi:WRSR#3:EIO");
+  PlugIn(",chip=macronix");
+  ExpectUpdate(0,
+               Join({DecideOnMacronix(),
+                     UpdateStepsOnMacronix(),
+                     FailedLock("0f", "00", "24 0f"),
+                     FinalSteps(20),
+                     kDone,
+                     End(kSuccess, 0)}));
+  ExpectFlashRewritten();
+}
+
+TEST_F(WendProgramTest, ProtectionThatCannotBeReadIsReportedAndCountsAsNone) {
+  Fault("spi:RDCR#3:EIO");  // the guard of the erase
+  PlugIn(",chip=macronix");
+  ExpectUpdate(0,
+               Join({DecideOnMacronix(),
+                     kUnlocking,
+                     Lock("0f", "24", "00 0f"),
+                     {"sleep 500 ms"},
+                     kErasing,
+                     {"spi /dev/spidev1.0 RDCR = EIO"},
+                     ErrorLine(kReadError),
+                     ErrorLine("Failed to read configuration register.  Cannot lock memory."),
+                     kOpenImage,
+                     Erase(1),
+                     kDone,
+                     ProgramStepOnMacronix(),
+                     VerifyStep(),
+                     Lock("0f", "00", "24 0f"),
+                     kLocked,
+                     FinalSteps(20),
+                     kDone,
+                     End(kSuccess, 0)}));
+  ExpectFlashRewritten();
 }
 
 struct LockRow {
@@ -474,11 +568,7 @@ TEST_P(LockTest, FailureWhileConnectingIsReportedAndTheRunGoesOn) {
   Lines attempt = Lock("07", "02", "26 0f");
   attempt.resize(GetParam().made);
   attempt.back() = "spi /dev/spidev1.0 " + GetParam().failed + " = EIO";
-  const Lines start = Join({Find(),
-                            Control("qspi_prg", "1"),
-                            OpenBus(),
-                            Identify("c2 20 18"),
-                            Console("Chip is matronix, enabling lock logic."),
+  const Lines start = Join({ConnectMacronix(),
                             attempt,
                             ErrorLine(GetParam().busError),
                             ErrorLine(GetParam().message),
