@@ -3,50 +3,47 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "simulator/BootImage.h"
 #include "tests/program/Judgement.h"
+#include "tests/program/ResultLines.h"
+#include "tests/program/RunLog.h"
 #include "tests/program/VirtualInstrument.h"
 
 namespace {
 
 using namespace program_test;
+using namespace program_test::run_log;
 
-const std::string kInvalid = "Could not run program with command line parameters provided.\n";
-const std::string kNotThere = "Could not connect to the device. Check Module # and power.\n";
-const std::string kNoI2c = "ERROR: No I2C device found\n";
+const Lines kInvalid = Console("Could not run program with command line parameters provided.");
+const Lines kNoI2c = Join({ErrorLine("ERROR: No I2C device found"), Console(kConnectFailed)});
 
-std::string Help() {
+/// Line by line, each written by itself.
+Lines Help() {
   std::ifstream file(TARNWICK_GOLDEN_DIR "/help.txt", std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  Lines log;
+  for (std::string line; std::getline(file, line);) {
+    log = Join({log, Console(line)});
+  }
+  return log;
 }
 
 /// A search for the channel of a nameless bus: every adapter's path contains the empty name.
-std::string EveryAdapterAsked() {
-  std::string traffic;
-  for (const auto& [path, name] : {std::pair{"i2c-0", "Orvane chassis"},
-                                   std::pair{"i2c-1", "Orvane slot 1"},
-                                   std::pair{"i2c-10", "Orvane chassis"},
-                                   std::pair{"i2c-10/i2c-11", "i2c-10-mux (chan_id 0)"},
-                                   std::pair{"i2c-10/i2c-12", "i2c-10-mux (chan_id 1)"}}) {
-    const std::string file = std::string("/sys/devices/platform/soc/") + path + "/name";
-    traffic.append("open ").append(file).append(" O_RDONLY\nread ").append(file);
-    traffic.append(" \"").append(name).append("\\n\"\nclose ").append(file).append("\n");
-  }
-  return traffic;
+Lines EveryAdapterAsked() {
+  return Join({AdapterName("i2c-0", "Orvane chassis"),
+               AdapterName("i2c-1", "Orvane slot 1"),
+               AdapterName("i2c-10", "Orvane chassis"),
+               AdapterName("i2c-10/i2c-11", "i2c-10-mux (chan_id 0)"),
+               AdapterName("i2c-10/i2c-12", "i2c-10-mux (chan_id 1)")});
 }
 
 struct Words {
   const char* name;
   std::vector<std::string> words;
   int exitCode;
-  std::string out;
-  std::string err;
-  std::string traffic;
+  Lines log;  // without the exit
 };
 
 void PrintTo(const Words& row, std::ostream* out) { *out << row.name; }
@@ -56,110 +53,114 @@ class CommandLineTest : public testing::TestWithParam<Words> {};
 TEST_P(CommandLineTest, Ends) {
   VirtualInstrument instrument;
   instrument.Option({"--module", "wend@1"});
-  const Outcome outcome = instrument.Run(GetParam().words);
-  ExpectOut(outcome, GetParam().out);
-  ExpectErr(outcome, GetParam().err);
-  ExpectExitCode(outcome, GetParam().exitCode);
-  ExpectTraffic(outcome, GetParam().traffic);
+  const int exitCode = GetParam().exitCode;
+  ExpectRun(instrument.Run(GetParam().words),
+            exitCode,
+            Join({GetParam().log, {"exit " + std::to_string(exitCode)}}));
 }
 
-std::string Echo(const std::string& command) { return "programming mode: " + command + "\n"; }
+Lines Mode(const std::string& command) { return Console("programming mode: " + command); }
+
+/// All words echoed, then the inventory.
+Lines Echo(const std::string& command,
+           const std::string& number,
+           const std::string& file,
+           const std::string& locations = "1") {
+  return Join({Mode(command),
+               Console("module number: " + number),
+               Console("FPGA bitstream: '" + file + "'"),
+               {"dbus GetModuleLocations = " + locations}});
+}
 
 /// A number that is taken, for a slot that is empty.
 Words EmptySlot(const char* name,
                 const std::string& word,
                 const std::string& number,
                 const std::string& target = "wend") {
-  return {name,
-          {target, "-sf", word, "f"},
-          1,
-          Echo("-sf") + "module number: " + number + "\nFPGA bitstream: 'f'\n" + kNotThere,
-          kNoI2c,
-          "dbus GetModuleLocations = 1\n"};
+  return {name, {target, "-sf", word, "f"}, 1, Join({Echo("-sf", number, "f"), kNoI2c})};
 }
 
 Words NoNumber(const char* name, const std::string& word) {
-  return {name,
-          {"wend", "-sf", word, "f"},
-          255,
-          Echo("-sf") + kInvalid,
-          "ERROR: Could not resolve the HETNET address param\n",
-          ""};
+  return {
+      name,
+      {"wend", "-sf", word, "f"},
+      255,
+      Join(
+          {Mode("-sf"), ErrorLine("ERROR: Could not resolve the HETNET address param"), kInvalid})};
 }
 
 Words NotHandled(const char* name, const std::string& target, const std::string& command) {
-  return {name, {target, command, "1", "f"}, 255, "ERROR: Module not handled\n" + kInvalid, "", ""};
+  return {name,
+          {target, command, "1", "f"},
+          255,
+          Join({Console("ERROR: Module not handled"), kInvalid})};
 }
 
 Words NotRecognized(const char* name, const std::string& command) {
-  return {name, {"wend", command, "1", "f"}, 255, kInvalid, "ERROR: Command not recognized\n", ""};
+  return {name,
+          {"wend", command, "1", "f"},
+          255,
+          Join({ErrorLine("ERROR: Command not recognized"), kInvalid})};
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Words,
     CommandLineTest,
-    testing::Values(
-        Words{"NoWordsShowHelp", {}, 0, Help(), "", ""},
-        Words{"OneWordShowsHelp", {"--help"}, 0, Help(), "", ""},
-        Words{"TwoWordsShowHelp", {"wend", "-sf"}, 0, Help(), "", ""},
-        Words{"SixWordsShowHelp", {"wend", "-sf", "1", "f", "g", "h"}, 0, Help(), "", ""},
-        Words{"ThreeWordsShowHelp", {"wend", "-sf", "1"}, 0, Help(), "", ""},
-        Words{"FiveWordsShowHelp", {"wend", "-sf", "1", "f", "g"}, 0, Help(), "", ""},
-        Words{"UnknownTargetInThreeWordsShowsHelp", {"foo", "-x", "1"}, 0, Help(), "", ""},
-        Words{"LongHelpIgnoresModuleAndFile", {"wend", "--help", "x", "y"}, 0, Help(), "", ""},
-        Words{"ShortHelpIgnoresModuleAndFile", {"dax", "-h", "x", ""}, 0, Help(), "", ""},
-        Words{"Pyx1KnowsHelp", {"pyx1", "-h", "1", "f"}, 0, Help(), "", ""},
-        Words{"Pyx2KnowsHelp", {"pyx2", "--help", "1", "f"}, 0, Help(), "", ""},
-        NotHandled("HelpForUnknownTargetIsRefusedOnStandardOutput", "foo", "--help"),
-        NotHandled("TargetIsCaseSensitive", "WEND", "-sf"),
-        NotHandled("TargetWithTailIsUnknown", "wend1", "-sf"),
-        NotHandled("EmptyTargetIsUnknown", "", "-sf"),
-        NotHandled("Pyx3IsUnknown", "pyx3", "-sf"),
-        NotRecognized("UnknownCommand", "-x"),
-        NotRecognized("EmptyCommand", ""),
-        NotRecognized("CommandIsCaseSensitive", "-SF"),
-        NotRecognized("CommandWithTail", "-sf "),
-        NoNumber("ModuleOfLetters", "abc"),
-        NoNumber("EmptyModule", ""),
-        NoNumber("ModuleOfBlanks", "  "),
-        NoNumber("ModuleOfASignAlone", "-"),
-        NoNumber("ModuleOfTwoSigns", "+-1"),
-        NoNumber("ModuleOfTwentyNines", "99999999999999999999"),
-        NoNumber("ModuleOneBeyond64Bits", "18446744073709551616"),
-        EmptySlot("NegativeModuleWraps", "-1", "4294967295"),
-        EmptySlot("LargestModuleIsCutTo32Bits", "18446744073709551615", "4294967295"),
-        EmptySlot("ModuleIsCutTo32Bits", "4294967298", "2"),
-        EmptySlot("LargestNegativeModuleWraps", "-18446744073709551613", "3"),
-        EmptySlot("Largest32BitModule", "4294967295", "4294967295"),
-        EmptySlot("ModuleOneBeyond32BitsIsZero", "4294967296", "0"),
-        EmptySlot("ZeroModule", "0", "0"),
-        EmptySlot("BlankBeforeModule", " 7", "7"),
-        EmptySlot("TabBeforeModule", "\t7", "7"),
-        EmptySlot("BlankBehindModule", "7 ", "7"),
-        EmptySlot("Pyx1OfEmptySlot", "3", "3", "pyx1"),
-        EmptySlot("Pyx2OfEmptySlot", "3", "3", "pyx2"),
-        EmptySlot("PlusBeforeModule", "+7", "7"),
-        EmptySlot("LettersBehindModule", "7abc", "7"),
-        EmptySlot("HexadecimalModuleIsZero", "0x1", "0"),
-        EmptySlot("LeadingZeroIsDecimal", "010", "10"),
-        Words{"LongCommandIsEchoedAsTyped",
-              {"wend", "--spi-flash", "3", "a b"},
-              1,
-              Echo("--spi-flash") + "module number: 3\nFPGA bitstream: 'a b'\n" + kNotThere,
-              kNoI2c,
-              "dbus GetModuleLocations = 1\n"},
-        Words{"EmptyFileNameIsTaken",
-              {"wend", "-sf", "3", ""},
-              1,
-              Echo("-sf") + "module number: 3\nFPGA bitstream: ''\n" + kNotThere,
-              kNoI2c,
-              "dbus GetModuleLocations = 1\n"},
-        Words{"DaxOfEmptySlotLooksForAMuxOfNoBus",
-              {"dax", "-sf", "3", "f"},
-              1,
-              Echo("-sf") + "module number: 3\nFPGA bitstream: 'f'\n" + kNotThere,
-              kNoI2c,
-              "dbus GetModuleLocations = 1\n" + EveryAdapterAsked()}),
+    testing::Values(Words{"NoWordsShowHelp", {}, 0, Help()},
+                    Words{"OneWordShowsHelp", {"--help"}, 0, Help()},
+                    Words{"TwoWordsShowHelp", {"wend", "-sf"}, 0, Help()},
+                    Words{"SixWordsShowHelp", {"wend", "-sf", "1", "f", "g", "h"}, 0, Help()},
+                    Words{"ThreeWordsShowHelp", {"wend", "-sf", "1"}, 0, Help()},
+                    Words{"FiveWordsShowHelp", {"wend", "-sf", "1", "f", "g"}, 0, Help()},
+                    Words{"UnknownTargetInThreeWordsShowsHelp", {"foo", "-x", "1"}, 0, Help()},
+                    Words{"LongHelpIgnoresModuleAndFile", {"wend", "--help", "x", "y"}, 0, Help()},
+                    Words{"ShortHelpIgnoresModuleAndFile", {"dax", "-h", "x", ""}, 0, Help()},
+                    Words{"Pyx1KnowsHelp", {"pyx1", "-h", "1", "f"}, 0, Help()},
+                    Words{"Pyx2KnowsHelp", {"pyx2", "--help", "1", "f"}, 0, Help()},
+                    NotHandled("HelpForUnknownTargetIsRefusedOnStandardOutput", "foo", "--help"),
+                    NotHandled("TargetIsCaseSensitive", "WEND", "-sf"),
+                    NotHandled("TargetWithTailIsUnknown", "wend1", "-sf"),
+                    NotHandled("EmptyTargetIsUnknown", "", "-sf"),
+                    NotHandled("Pyx3IsUnknown", "pyx3", "-sf"),
+                    NotRecognized("UnknownCommand", "-x"),
+                    NotRecognized("EmptyCommand", ""),
+                    NotRecognized("CommandIsCaseSensitive", "-SF"),
+                    NotRecognized("CommandWithTail", "-sf "),
+                    NoNumber("ModuleOfLetters", "abc"),
+                    NoNumber("EmptyModule", ""),
+                    NoNumber("ModuleOfBlanks", "  "),
+                    NoNumber("ModuleOfASignAlone", "-"),
+                    NoNumber("ModuleOfTwoSigns", "+-1"),
+                    NoNumber("ModuleOfTwentyNines", "99999999999999999999"),
+                    NoNumber("ModuleOneBeyond64Bits", "18446744073709551616"),
+                    EmptySlot("NegativeModuleWraps", "-1", "4294967295"),
+                    EmptySlot("LargestModuleIsCutTo32Bits", "18446744073709551615", "4294967295"),
+                    EmptySlot("ModuleIsCutTo32Bits", "4294967298", "2"),
+                    EmptySlot("LargestNegativeModuleWraps", "-18446744073709551613", "3"),
+                    EmptySlot("Largest32BitModule", "4294967295", "4294967295"),
+                    EmptySlot("ModuleOneBeyond32BitsIsZero", "4294967296", "0"),
+                    EmptySlot("ZeroModule", "0", "0"),
+                    EmptySlot("BlankBeforeModule", " 7", "7"),
+                    EmptySlot("TabBeforeModule", "\t7", "7"),
+                    EmptySlot("BlankBehindModule", "7 ", "7"),
+                    EmptySlot("Pyx1OfEmptySlot", "3", "3", "pyx1"),
+                    EmptySlot("Pyx2OfEmptySlot", "3", "3", "pyx2"),
+                    EmptySlot("PlusBeforeModule", "+7", "7"),
+                    EmptySlot("LettersBehindModule", "7abc", "7"),
+                    EmptySlot("HexadecimalModuleIsZero", "0x1", "0"),
+                    EmptySlot("LeadingZeroIsDecimal", "010", "10"),
+                    Words{"LongCommandIsEchoedAsTyped",
+                          {"wend", "--spi-flash", "3", "a b"},
+                          1,
+                          Join({Echo("--spi-flash", "3", "a b"), kNoI2c})},
+                    Words{"EmptyFileNameIsTaken",
+                          {"wend", "-sf", "3", ""},
+                          1,
+                          Join({Echo("-sf", "3", ""), kNoI2c})},
+                    Words{"DaxOfEmptySlotLooksForAMuxOfNoBus",
+                          {"dax", "-sf", "3", "f"},
+                          1,
+                          Join({Echo("-sf", "3", "f"), EveryAdapterAsked(), kNoI2c})}),
     [](const auto& row) { return row.param.name; });
 
 struct Inventory {
@@ -178,11 +179,9 @@ TEST_P(InventoryTest, ModuleThatIsNotInItIsNotAskedFor) {
     instrument.Option({"--module", module});
   }
   instrument.Option(GetParam().option);
-  const Outcome outcome = instrument.Run({"wend", "-sf", "3", "f"});
-  ExpectOut(outcome, Echo("-sf") + "module number: 3\nFPGA bitstream: 'f'\n" + kNotThere);
-  ExpectErr(outcome, kNoI2c);
-  ExpectExitCode(outcome, 1);
-  ExpectTraffic(outcome, std::string("dbus GetModuleLocations = ") + GetParam().locations + "\n");
+  ExpectRun(instrument.Run({"wend", "-sf", "3", "f"}),
+            1,
+            Join({Echo("-sf", "3", "f", GetParam().locations), kNoI2c, {"exit 1"}}));
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -87,6 +87,15 @@ Lines Clock() {
           "close /sys/module/spidev/parameters/bufsiz"};
 }
 
+Lines AdapterAsked(const std::string& adapter, const std::string& answer) {
+  const std::string file = "/sys/devices/platform/soc/" + adapter + "/name";
+  return {"open " + file + " O_RDONLY", "read " + file + " " + answer, "close " + file};
+}
+
+Lines AdapterName(const std::string& adapter, const std::string& name) {
+  return AdapterAsked(adapter, orvane::Quote(name + "\n"));
+}
+
 Lines Programmer() { return {R"(stdout "WEND Programming\n")", R"(stdout "Connecting ...\n")"}; }
 
 Lines Control(const std::string& file, const std::string& value) {

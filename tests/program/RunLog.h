@@ -23,7 +23,10 @@ Lines ErrorLine(const std::string& line);  ///< one line on standard error
 Lines Request(const std::string& image);   ///< the echoed words
 Lines Discovery();                         ///< inventory, I2C bus; both again for the spidev
 Lines Clock();                             ///< the clock line, the transfer limit
-Lines Programmer();                        ///< the target's line, then "Connecting ..."
+Lines AdapterAsked(const std::string& adapter,
+                   const std::string& answer);  ///< for its name; the answer as the log shows it
+Lines AdapterName(const std::string& adapter, const std::string& name);  ///< told
+Lines Programmer();  ///< the target's line, then "Connecting ..."
 Lines Control(const std::string& file, const std::string& value);  ///< a control file written
 Lines OpenBus(int slot = 1);                          ///< the spidev node opened, mode and speed
 Lines Identify(const std::string& id, int slot = 1);  ///< "20 ba 18", with the three lines printed
