@@ -316,7 +316,9 @@ int ShimServer::OpenProblem(std::string_view path, Kind kind, int flags, std::st
     case Kind::kSysfs:
       realPath = testbed_.RealPath(path);
       if (::access(realPath.c_str(), F_OK) != 0) {
-        return (flags & O_CREAT) != 0 ? EACCES : ENOENT;  // sysfs creates nothing
+        const std::string folder = realPath.substr(0, realPath.rfind('/'));
+        const bool creates = (flags & O_CREAT) != 0 && ::access(folder.c_str(), F_OK) == 0;
+        return creates ? EACCES : ENOENT;  // sysfs creates nothing
       }
       return 0;
     case Kind::kFile:

@@ -389,13 +389,19 @@ TEST_F(ProgramOnInstrumentTest, AttributeIsNeitherCreatedNorCut) {
                                                "/sys/platform_m1/none/value",
                                                "1",
                                                "ofstream",
+                                               "/sys/platform_m1/zynq_done/none",
+                                               "1",
+                                               "ofstream",
                                                "/sys/platform_m1/zynq_done/value",
                                                "1",
                                                "ifstream",
                                                "/sys/platform_m1/zynq_done/value"});
-  EXPECT_EQ(outcome.out, "failed\nwritten\nline 0\n");
+  EXPECT_EQ(outcome.out, "failed\nfailed\nwritten\nline 0\n");
   EXPECT_THAT(outcome.log,
               HasSubstr("open /sys/platform_m1/none/value "
+                        "O_WRONLY|O_CREAT|O_TRUNC 0666 = ENOENT\n"
+                        "stdout \"failed\\n\"\n"
+                        "open /sys/platform_m1/zynq_done/none "
                         "O_WRONLY|O_CREAT|O_TRUNC 0666 = EACCES\n"));
 }
 
