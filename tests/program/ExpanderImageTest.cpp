@@ -2,6 +2,8 @@
 // compares console, exit code, the whole log and the flash.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <tuple>
@@ -10,6 +12,7 @@
 
 #include "simulator/Bitstream.h"
 #include "simulator/BootImage.h"
+#include "simulator/Escape.h"
 #include "tests/program/ExpanderProgram.h"
 #include "tests/program/FileSearch.h"
 #include "tests/program/ImageKinds.h"
@@ -46,13 +49,7 @@ class ExpanderImage : public ExpanderProgram {
 
   Lines SearchStamp(const std::string& path, const Bytes& file) const {
     const std::uint32_t stamp = StampIn(file);
-    if (stamp != 0) {
-      return Stamp(path, StampText(stamp));
-    }
-    return Join({{"open " + path + " O_RDONLY"},
-                 IsPyx() ? ErrorLine("No User Access Register found in file '" + path + "'")
-                         : Console("No User Access Register found " + path),
-                 {"close " + path}});
+    return stamp != 0 ? Stamp(path, StampText(stamp)) : NoStamp(path);
   }
 
   /// Up to where the image is opened.
@@ -127,6 +124,23 @@ class ExpanderImage : public ExpanderProgram {
     } else {
       ExpectOpenFailed(open);
     }
+  }
+
+  /// Piece by piece, each of -1 byte: what is left of its command is the opcode and two bytes of an
+  /// address that counts down from 0. The chip does not program for it.
+  Lines ProgramLessThanNothing(std::size_t lines) const {
+    const std::string spi = "spi /dev/spidev" + Slot() + ".0 ";
+    Lines log;
+    for (unsigned address = 0; log.size() < lines; --address) {
+      const unsigned char sent[] = {0x02,
+                                    static_cast<unsigned char>(address >> 16),
+                                    static_cast<unsigned char>(address >> 8)};
+      log.push_back(spi + "WREN");
+      log.push_back(spi + orvane::HexBytes({reinterpret_cast<const char*>(sent), sizeof sent}));
+      log.push_back(spi + "RDSR = 02");
+    }
+    log.resize(lines);
+    return log;
   }
 
   /// The program does not come to an end; the last it did is the last of the log.
@@ -208,7 +222,7 @@ TEST_P(ExpanderImageTest, PipeIsWrittenWhenEachOpeningIsFedOrEndsTheProcess) {
     const PipeFeeder feeder(instrument_.File("image.bin"), image_, 1);
     ExpectAborted({"open image.bin O_RDONLY"}, "ERROR: Can't seek file");
   } else {
-    const int openings = IsPyx() ? 3 : 4;  // stamp, dax: check, erase, program
+    const std::size_t openings = IsPyx() ? 3 : 4;  // stamp, dax: check, erase, program
     const PipeFeeder feeder(instrument_.File("image.bin"), image_, openings);
     ExpectWritten(image_);
   }
@@ -247,10 +261,53 @@ TEST_P(StampImageTest, StampAtAnOffsetThatIsNoMultipleOfFourIsNotFound) {
   ExpectWritten(file_);
 }
 
+TEST_P(StampImageTest, StampInTheFirstTwoWordsIsPrintedWithItsDateAndTime) {
+  const Bytes stamp = {0x30, 0x01, 0xA0, 0x01, 0x5A, 0x9E, 0x38, 0xC5};
+  std::copy(stamp.begin(), stamp.end(), image_.begin());
+  Store(image_);
+  const Bytes flash = Flashed(image_, old_);
+  const auto [exitCode, ending] = Ending(flash);
+  PlugIn();
+  ExpectUpdate(exitCode,
+               Join({BeforeImage(),
+                     {"open image.bin O_RDONLY"},
+                     Console("User Access Register found in file image.bin with Time Stamp :  "
+                             "11/05/2015 03:35:05"),
+                     {"close image.bin"},
+                     OpenCheck(),
+                     Rewrite(),
+                     ending}));
+  ExpectFlash(flash);
+}
+
 TEST_P(StampImageTest, StampMayStandAnywhereInTheImage) {
   Store(orvane::MakeBitstream(
       {.bytes = 5000, .userAccess = 0x5A9E38C5, .stampWordOffset = 5000 / 4 - 2}));
   ExpectWritten(file_);
+}
+
+/// The module that reads its image to the end whenever it opens it: for the stamp, to erase and to
+/// program.
+class ReopenedImageTest : public ExpanderImage {
+ protected:
+  ReopenedImageTest() : ExpanderImage(kPyx1) {}
+};
+
+TEST_F(ReopenedImageTest, GzipThatIsSpoiltWhenItIsProgrammedKeepsTheProgramRunning) {
+  const PipeFeeder feeder(instrument_.File("image.bin"), {image_, image_, SpoiltGzip(image_)});
+  PlugIn();
+  const Outcome outcome = instrument_.RunLimited({board_.word, "-sf", Slot(), "image.bin"});
+
+  const Lines start = Join({Decision(), BeginRewrite()});
+  constexpr std::ptrdiff_t kTimes = 300;  // at the least
+  const auto lines = std::count(outcome.log.begin(), outcome.log.end(), '\n');
+  ASSERT_GT(lines, static_cast<std::ptrdiff_t>(start.size()) + 3 * kTimes);
+  ExpectRun(outcome,
+            kOutOfTime,
+            Join({start,
+                  ProgramLessThanNothing(static_cast<std::size_t>(lines - 1) - start.size()),
+                  {"killed SIGXCPU"}}));
+  ExpectFlash(Flashed({0xFF}, old_));  // erased, and nothing else
 }
 
 /// One of the modules, for what does not depend on which: it takes its time.

@@ -1,7 +1,5 @@
 #include "tests/program/ExpanderProgram.h"
 
-#include <utility>
-
 #include "simulator/Bitstream.h"
 #include "simulator/BootImage.h"
 
@@ -31,25 +29,23 @@ void ExpanderProgram::ExpectFlash(const Bytes& contents) {
   ExpectContents("flash", instrument_.ReadFile("flash.bin"), PaddedTo(kFlashBytes, contents));
 }
 
+Lines ExpanderProgram::AskForBus() const {
+  const std::string slot = Slot();
+  return Join({Console("programming mode: -sf"),
+               Console("module number: " + slot),
+               Console("FPGA bitstream: 'image.bin'"),
+               {"dbus GetModuleLocations = " + otherLocations_ + slot,
+                "dbus GetI2CBus " + slot + " = \"i2c-" + slot + "\""}});
+}
+
 Lines ExpanderProgram::Find() const {
   const std::string slot = Slot();
-  Lines lines = Join({Console("programming mode: -sf"),
-                      Console("module number: " + slot),
-                      Console("FPGA bitstream: 'image.bin'"),
-                      {"dbus GetModuleLocations = " + slot,
-                       "dbus GetI2CBus " + slot + " = \"i2c-" + slot + "\""}});
-  if (!IsPyx()) {
-    for (const auto& [path, name] : {std::pair{"i2c-2", "Orvane slot 2"},
-                                     std::pair{"i2c-2/i2c-11", "i2c-2-mux (chan_id 0)"}}) {
-      const std::string file = std::string("/sys/devices/platform/soc/") + path + "/name";
-      lines = Join({lines,
-                    {"open " + file + " O_RDONLY",
-                     "read " + file + " \"" + name + "\\n\"",
-                     "close " + file}});
-    }
-  }
-  return Join({lines,
-               {"dbus GetModuleLocations = " + slot,
+  const std::string parent = "i2c-" + slot;
+  return Join({AskForBus(),
+               IsPyx() ? Lines{}
+                       : Join({AdapterName(parent, "Orvane slot " + slot),
+                               AdapterName(parent + "/i2c-11", parent + "-mux (chan_id 0)")}),
+               {"dbus GetModuleLocations = " + otherLocations_ + slot,
                 "dbus GetSPIDev " + slot + " = \"spidev" + slot + ".0\""},
                Clock(),
                Console(board_.line),
@@ -58,13 +54,19 @@ Lines ExpanderProgram::Find() const {
 }
 
 Lines ExpanderProgram::Select(const std::string& route) const {
+  if (!IsPyx()) {
+    return {};
+  }
   const std::string file =
       std::string("/sys/platform/module_selector/slot") + (board_.slot == 4 ? "A" : "B");
-  return IsPyx() ? Lines{"open " + file + " O_WRONLY|O_CREAT|O_TRUNC 0666",
-                         "sleep 100 ms",
-                         "write " + file + " \"" + route + "\"",
-                         "close " + file}
-                 : Lines{};
+  const std::string open = "open " + file + " O_WRONLY|O_CREAT|O_TRUNC 0666";
+  if (const auto error = selectorErrors_.find(route); error != selectorErrors_.end()) {
+    // Only pyx1 says so on standard output, and only as it selects the SPI master.
+    const bool onStandardOutput = !IsPyx2() && route == "SPIFIFO";
+    return Join({{open + " = " + error->second},
+                 onStandardOutput ? Console(kNoSelector) : ErrorLine(kNoSelector)});
+  }
+  return {open, "sleep 100 ms", "write " + file + " \"" + route + "\"", "close " + file};
 }
 
 Lines ExpanderProgram::Drive(const std::string& before, const std::string& after) const {
@@ -100,6 +102,13 @@ Lines ExpanderProgram::Dump() const {
         "write dumpflash.bin +512"}});
 }
 
+Lines ExpanderProgram::NoStamp(const std::string& file) const {
+  return Join({{"open " + file + " O_RDONLY"},
+               IsPyx() ? ErrorLine("No User Access Register found in file '" + file + "'")
+                       : Console("No User Access Register found " + file),
+               {"close " + file}});
+}
+
 Lines ExpanderProgram::Stamp(const std::string& file, const std::string& text) {
   return Join(
       {{"open " + file + " O_RDONLY"},
@@ -120,16 +129,18 @@ Lines ExpanderProgram::Compare(const std::string& flashYear) const {
                           Stamp("image.bin", "06/05/2024 07:08:09")});
 }
 
-Lines ExpanderProgram::Rewrite(int bytes) const {
+Lines ExpanderProgram::BeginRewrite(int bytes) const {
   return Join({Console("Unlocking flash memory ... "),
                {R"(stdout "Erasing device ... ")", "open image.bin O_RDONLY"},
                Erase(SectorsOf(static_cast<std::size_t>(bytes)), board_.slot),
                Console("done."),
                {R"(stdout "Programming device ... ")", "open image.bin O_RDONLY"},
-               OpenBus(board_.slot),
-               Program(bytes, board_.slot),
-               {"close image.bin"},
-               Console("done.")});
+               OpenBus(board_.slot)});
+}
+
+Lines ExpanderProgram::Rewrite(int bytes) const {
+  return Join(
+      {BeginRewrite(bytes), Program(bytes, board_.slot), {"close image.bin"}, Console("done.")});
 }
 
 Lines ExpanderProgram::Reset(int polls) const {
@@ -177,6 +188,17 @@ Lines ExpanderProgram::End(const std::string& directions,
                {"close /dev/spidev" + Slot() + ".0", "close -1"},
                Console(result),
                {"close -1", "exit " + std::to_string(exitCode)}});
+}
+
+Lines ExpanderProgram::FlashOutOfReach() const {
+  return Join({Find(),
+               ConnectExpander(),
+               TakeFlash(),
+               OpenBus(board_.slot),
+               Identify("00 00 00", board_.slot),
+               Drive(board_.routed, board_.released),
+               Pcie(),
+               End(board_.directions, kConnectFailed, 1)});
 }
 
 }  // namespace program_test::expander

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <map>
 #include <ostream>
 #include <string>
 
@@ -20,6 +21,8 @@ using namespace run_log;
 inline constexpr int kImageBytes = 600;  // two pages and 88 bytes
 
 inline const std::string kNoUpdate = "No need to update Flash device ";
+
+inline const std::string kNoSelector = "Could not open the module_selector file";
 
 inline const std::string kDoneHigh =
     "FPGA DONE detected, do not reset the FPGA  and try to read the flash header ";
@@ -104,6 +107,7 @@ class ExpanderProgram : public testing::Test {
   std::string Bus() const { return "/dev/i2c-" + std::to_string(board_.bus); }
   std::string I2c() const { return "i2c " + Bus() + " " + board_.address + " "; }
 
+  Lines AskForBus() const;  ///< the words echoed, then the name of the module's bus
   Lines Find() const;
   Lines Select(const std::string& route) const;
   Lines Drive(const std::string& before, const std::string& after) const;
@@ -111,6 +115,7 @@ class ExpanderProgram : public testing::Test {
   Lines TakeFlash() const;
   Lines Connect() const;
   Lines Dump() const;
+  Lines NoStamp(const std::string& file) const;
   static Lines Stamp(const std::string& file, const std::string& text);
   static Lines Date(const std::string& file, const std::string& line);
   Lines Compare(const std::string& flashYear) const;
@@ -120,6 +125,7 @@ class ExpanderProgram : public testing::Test {
   Lines OpenCheck() const { return IsPyx() ? Lines{} : Lines{"open image.bin O_RDONLY"}; }
   Lines CloseCheck() const { return IsPyx() ? Lines{} : Lines{"close image.bin"}; }
 
+  Lines BeginRewrite(int bytes = kImageBytes) const;  ///< up to the first page
   Lines Rewrite(int bytes = kImageBytes) const;
 
   /// The reset of a pyx module; DONE rises 20 ms after the last line is let go.
@@ -135,8 +141,13 @@ class ExpanderProgram : public testing::Test {
   /// What the directions are at the end of a successful run.
   std::string FinalDirections() const { return IsPyx() ? "ff ff" : board_.directions; }
 
+  /// A run whose flash answers nothing but zeros, on a module that was running.
+  Lines FlashOutOfReach() const;
+
   VirtualInstrument instrument_;
   Board board_;
+  std::string otherLocations_;                         ///< in front of the module's: "1 2 "
+  std::map<std::string, std::string> selectorErrors_;  ///< of opening it, by the route
   Bytes old_;
   Bytes image_;
 };

@@ -77,15 +77,7 @@ TEST_P(ExpanderProgramTest, SilentExpanderFailsToConnectAndAPyxIsStillReenumerat
 
 TEST_P(ExpanderProgramTest, AbsentFlashLeavesTheRunPatternAndFailsToConnect) {
   PlugIn(",flash-chip=absent,done=high");
-  ExpectUpdate(1,
-               Join({Find(),
-                     ConnectExpander(),
-                     TakeFlash(),
-                     OpenBus(board_.slot),
-                     Identify("00 00 00", board_.slot),
-                     Drive(board_.routed, board_.released),
-                     Pcie(),
-                     End(board_.directions, kConnectFailed, 1)}));
+  ExpectUpdate(1, FlashOutOfReach());
 }
 
 TEST_P(ExpanderProgramTest, MissingSpiNodeIsDestroyedOnceAndFailsToConnect) {
@@ -348,12 +340,13 @@ TEST_P(DoneCheckTest, TwoMissingStampsAreUpToDate) {
   old_ = orvane::MakeBitstream({.bytes = 5000, .seed = 2});
   instrument_.WriteFile("flash.bin", old_);
   PlugIn();
-  const Outcome outcome = Update();
-  ExpectExitCode(outcome, 11);
-  const std::string pyx1Line = "No User Access Register found in file 'image.bin'\n";
-  ExpectErr(outcome,
-            IsPyx() ? "No User Access Register found in file 'dumpflash.bin'\n" + pyx1Line : "");
-  ExpectOutContains(outcome, "No User Access Register found image.bin\n", !IsPyx());
+  ExpectUpdate(11,
+               Join({Connect(),
+                     Dump(),
+                     NoStamp("dumpflash.bin"),
+                     NoStamp("image.bin"),
+                     Console(kNoUpdate),
+                     End(board_.directions, kUpToDate, 11)}));
   ExpectFlashUntouched();
 }
 
@@ -362,40 +355,80 @@ class MuxTest : public ExpanderProgram {
  protected:
   MuxTest() : ExpanderProgram(kDax) {}
 
-  void ExpectNoBus() {
+  /// @param adapters  that are asked, in their order
+  void ExpectNoBus(const Lines& adapters) {
     PlugIn();
-    const Outcome outcome = Update();
-    ExpectErr(outcome, "ERROR: No I2C device found\n");
-    ExpectOutEnds(outcome, "FPGA bitstream: 'image.bin'\n" + kConnectFailed + "\n");
-    ExpectExitCode(outcome, 1);
+    ExpectUpdate(1,
+                 Join({AskForBus(),
+                       adapters,
+                       ErrorLine("ERROR: No I2C device found"),
+                       Console(kConnectFailed),
+                       {"exit 1"}}));
+    ExpectFlashUntouched();
+  }
+
+  /// @param channel  the log of the one that would be the right one
+  void ExpectNotTaken(const Lines& channel) {
+    ExpectNoBus(Join({AdapterName("i2c-2", "Orvane slot 2"),
+                      channel,
+                      AdapterName("i2c-2/i2c-12", "i2c-2-mux (chan_id 1)")}));
+  }
+
+  void ExpectNotTakenForItsName(const std::string& name) {
+    Fault("read:" + channel_ + ":data:" + name + "\\n");
+    ExpectNotTaken(AdapterName("i2c-2/i2c-11", name));
   }
 
   const std::string channel_ = "/sys/devices/platform/soc/i2c-2/i2c-11/name";
 };
 
 TEST_F(MuxTest, ChannelWhoseNameHasATrailingBlankIsNotTaken) {
-  Fault("read:" + channel_ + ":data:i2c-2-mux (chan_id 0) \\n");
-  ExpectNoBus();
+  ExpectNotTakenForItsName("i2c-2-mux (chan_id 0) ");
 }
 
 TEST_F(MuxTest, ChannelOfAnotherMuxIsNotTaken) {
-  Fault("read:" + channel_ + ":data:i2c-20-mux (chan_id 0)\\n");
-  ExpectNoBus();
+  ExpectNotTakenForItsName("i2c-20-mux (chan_id 0)");
 }
 
 TEST_F(MuxTest, ChannelWithAnotherNumberIsNotTaken) {
-  Fault("read:" + channel_ + ":data:i2c-2-mux (chan_id 3)\\n");
-  ExpectNoBus();
+  ExpectNotTakenForItsName("i2c-2-mux (chan_id 3)");
 }
 
 TEST_F(MuxTest, ChannelWithAnEmptyNameIsNotTaken) {
   Fault("read:" + channel_ + ":data:");
-  ExpectNoBus();
+  ExpectNotTaken(AdapterAsked("i2c-2/i2c-11", "\"\""));
+}
+
+TEST_F(MuxTest, ChannelWhoseNameCannotBeOpenedIsSkipped) {
+  Fault("open:" + channel_ + ":EACCES");
+  ExpectNotTaken({"open " + channel_ + " O_RDONLY = EACCES"});
 }
 
 TEST_F(MuxTest, ChannelWhoseNameCannotBeReadIsSkipped) {
-  Fault("open:" + channel_ + ":EACCES");
-  ExpectNoBus();
+  Fault("read:" + channel_ + ":EIO");
+  ExpectNotTaken(AdapterAsked("i2c-2/i2c-11", "= EIO"));
+}
+
+/// In slot 1, whose bus i2c-1 begins the name of the chassis bus i2c-10, which has a mux too.
+class MuxOfSlotOneTest : public MuxTest {
+ protected:
+  MuxOfSlotOneTest() { board_.slot = 1; }
+};
+
+TEST_F(MuxOfSlotOneTest, OlderFlashIsRewritten) {
+  PlugIn();
+  ExpectUpdate(0, Join({Decide(), Rewrite(), Restart(), End(FinalDirections(), kSuccess, 0)}));
+  ExpectFlashRewritten();
+}
+
+TEST_F(MuxOfSlotOneTest, ChannelOfTheMuxOnBusTenIsAskedButNotTaken) {
+  Fault("read:/i2c-1/i2c-11/name:data:i2c-1-mux (chan_id 7)\\n");
+  ExpectNoBus(Join({AdapterName("i2c-1", "Orvane slot 1"),
+                    AdapterName("i2c-1/i2c-11", "i2c-1-mux (chan_id 7)"),
+                    AdapterName("i2c-1/i2c-12", "i2c-1-mux (chan_id 1)"),
+                    AdapterName("i2c-10", "Orvane chassis"),
+                    AdapterName("i2c-10/i2c-13", "i2c-10-mux (chan_id 0)"),
+                    AdapterName("i2c-10/i2c-14", "i2c-10-mux (chan_id 1)")}));
 }
 
 /// The modules behind the module selector.
@@ -407,14 +440,34 @@ INSTANTIATE_TEST_SUITE_P(Boards, SelectorTest, testing::Values(kPyx1, kPyx2), []
 
 TEST_P(SelectorTest, MissingSelectorIsReportedTwiceAndTheFlashIsOutOfReach) {
   instrument_.Option({"--without", "selector"});
+  selectorErrors_ = {{"SPIFIFO", "ENOENT"}, {"SPILVDS", "ENOENT"}};
   PlugIn();
-  const Outcome outcome = Update();
-  ExpectExitCode(outcome, 1);
-  const std::string line = "Could not open the module_selector file\n";
-  // Only pyx1 says so on standard output, and only as it selects the SPI master.
-  ExpectErr(outcome, IsPyx2() ? line + line : line);
-  ExpectOutContains(outcome, line, !IsPyx2());
-  ExpectOutContains(outcome, "Flash Manufacturer ID   : 0x00\n");
+  ExpectUpdate(1, FlashOutOfReach());
+  ExpectFlashUntouched();
+}
+
+TEST_P(SelectorTest, SelectorThatCannotBeOpenedIsReportedTwiceAndTheFlashIsOutOfReach) {
+  Fault("open:/sys/platform/module_selector/:EACCES");
+  selectorErrors_ = {{"SPIFIFO", "EACCES"}, {"SPILVDS", "EACCES"}};
+  PlugIn();
+  ExpectUpdate(1, FlashOutOfReach());
+  ExpectFlashUntouched();
+}
+
+TEST_P(SelectorTest, SelectorThatCannotBeOpenedForTheMasterLeavesTheFlashOutOfReach) {
+  Fault("open:/sys/platform/module_selector/#1:EACCES");
+  selectorErrors_ = {{"SPIFIFO", "EACCES"}};
+  PlugIn();
+  ExpectUpdate(1, FlashOutOfReach());
+  ExpectFlashUntouched();
+}
+
+TEST_P(SelectorTest, SelectorThatCannotBeOpenedAtTheEndIsReportedAndTheRunIsASuccess) {
+  Fault("open:/sys/platform/module_selector/#2:EACCES");
+  selectorErrors_ = {{"SPILVDS", "EACCES"}};
+  PlugIn();
+  ExpectUpdate(0, Join({Decide(), Rewrite(), Restart(), End(FinalDirections(), kSuccess, 0)}));
+  ExpectFlashRewritten();
 }
 
 TEST_P(SelectorTest, LostSelectionIsNotNoticedButTheFlashIsOutOfReach) {
@@ -423,6 +476,44 @@ TEST_P(SelectorTest, LostSelectionIsNotNoticedButTheFlashIsOutOfReach) {
   const Outcome outcome = Update();
   ExpectExitCode(outcome, 1);
   ExpectErr(outcome, "");
+}
+
+/// In slots that the other tests leave empty: the selector of slot B is theirs too.
+class SlotBTest : public ExpanderProgram,
+                  public testing::WithParamInterface<std::tuple<Board, int>> {
+ protected:
+  SlotBTest() : ExpanderProgram(std::get<0>(GetParam())) {
+    board_.slot = std::get<1>(GetParam());
+    board_.bus = board_.slot;
+  }
+};
+
+TEST_P(SlotBTest, OlderFlashIsRewritten) {
+  PlugIn();
+  ExpectUpdate(0, Join({Decide(), Rewrite(), Restart(), End(FinalDirections(), kSuccess, 0)}));
+  ExpectFlashRewritten();
+}
+
+INSTANTIATE_TEST_SUITE_P(Slots,
+                         SlotBTest,
+                         testing::Combine(testing::Values(kPyx1, kPyx2), testing::Range(0, 4)),
+                         [](const auto& row) {
+                           return std::get<0>(row.param).word + std::string("_") +
+                                  std::to_string(std::get<1>(row.param));
+                         });
+
+/// One module of several.
+class SeveralModulesTest : public ExpanderProgram {
+ protected:
+  SeveralModulesTest() : ExpanderProgram(kPyx1) {}
+};
+
+TEST_F(SeveralModulesTest, OnlyTheNamedOneIsAskedForAndTouched) {
+  instrument_.Option({"--module", "wend@1", "--module", "wend@2"});
+  otherLocations_ = "1 2 ";
+  PlugIn();
+  ExpectUpdate(0, Join({Decide(), Rewrite(), Restart(), End(FinalDirections(), kSuccess, 0)}));
+  ExpectFlashRewritten();
 }
 
 }  // namespace

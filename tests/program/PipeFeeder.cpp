@@ -14,16 +14,15 @@ namespace program_test {
 
 namespace fs = std::filesystem;
 
-PipeFeeder::PipeFeeder(fs::path path, const Bytes& contents, int openings)
-    : path_(std::move(path)) {
-  for (int opening = 0; opening < openings; ++opening) {
+PipeFeeder::PipeFeeder(fs::path path, std::vector<Bytes> contents) : path_(std::move(path)) {
+  for (std::size_t opening = 0; opening < contents.size(); ++opening) {
     pipes_.push_back(path_.string() + "." + std::to_string(opening));
     if (::mkfifo(pipes_.back().c_str(), 0600) != 0) {
       throw std::system_error(errno, std::generic_category(), "mkfifo");
     }
   }
   PutInPlace(0);
-  thread_ = std::thread([this, contents] { Feed(contents); });
+  thread_ = std::thread([this, contents = std::move(contents)] { Feed(contents); });
 }
 
 PipeFeeder::~PipeFeeder() {
@@ -44,7 +43,7 @@ void PipeFeeder::PutInPlace(std::size_t pipe) {
   fs::rename(link, path_);
 }
 
-void PipeFeeder::Feed(const Bytes& contents) {
+void PipeFeeder::Feed(const std::vector<Bytes>& contents) {
   sigset_t signals;
   ::sigemptyset(&signals);
   ::sigaddset(&signals, SIGPIPE);  // a reader may leave before the end
@@ -56,7 +55,7 @@ void PipeFeeder::Feed(const Bytes& contents) {
     } else {
       fs::remove(path_);
     }
-    if (::write(writer, contents.data(), contents.size()) < 0 && errno != EPIPE) {
+    if (::write(writer, contents[pipe].data(), contents[pipe].size()) < 0 && errno != EPIPE) {
       std::perror("PipeFeeder");
     }
     ::close(writer);

@@ -1,27 +1,34 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/program/VirtualInstrument.h"
 
 namespace program_test {
 
-/// Puts a named pipe in a file's place and feeds whoever opens it with the same bytes. Each opening
-/// has a pipe of its own, so that no reader gets the bytes of two: the path stands for the next
-/// pipe from the moment at which the one before it has been opened.
+/// Puts a named pipe in a file's place and feeds whoever opens it. Each opening has a pipe of its
+/// own, so that no reader gets the bytes of two: before a reader finds the end of its pipe, the
+/// path stands for the next one.
 class PipeFeeder {
  public:
-  /// @param contents  not more than a pipe holds, 64 KiB
-  /// @param openings  that many are fed; the path then stands for no file
-  PipeFeeder(std::filesystem::path path, const Bytes& contents, int openings);
+  /// @param contents  of each opening, not more than a pipe holds, 64 KiB; behind the last the path
+  ///                  stands for no file
+  PipeFeeder(std::filesystem::path path, std::vector<Bytes> contents);
+
+  /// Feeds so many openings with the same bytes.
+  PipeFeeder(std::filesystem::path path, const Bytes& contents, std::size_t openings)
+      : PipeFeeder(std::move(path), std::vector<Bytes>(openings, contents)) {}
+
   PipeFeeder(const PipeFeeder&) = delete;
   PipeFeeder& operator=(const PipeFeeder&) = delete;
   ~PipeFeeder();
 
  private:
-  void Feed(const Bytes& contents);
+  void Feed(const std::vector<Bytes>& contents);
   void PutInPlace(std::size_t pipe);
 
   std::filesystem::path path_;
