@@ -162,10 +162,6 @@ void ExpectErrEnds(const Outcome& outcome, const std::string& text) {
   }
 }
 
-void ExpectTraffic(const Outcome& outcome, const std::string& expected) {
-  ExpectSame("device traffic", expected, TrafficOf(outcome.log));
-}
-
 void ExpectTrafficContains(const Outcome& outcome, const std::string& text, bool wanted) {
   ExpectContains("device traffic", outcome.log, text, wanted);
 }

@@ -18,8 +18,6 @@ void ExpectOutEnds(const Outcome& outcome, const std::string& text);
 void ExpectErrStarts(const Outcome& outcome, const std::string& text);
 void ExpectErrEnds(const Outcome& outcome, const std::string& text);
 
-/// The log without the console and the end, whole.
-void ExpectTraffic(const Outcome& outcome, const std::string& expected);
 void ExpectTrafficContains(const Outcome& outcome, const std::string& text, bool wanted = true);
 
 /// Console, exit code and traffic apart, then the order in which they stand in the log.
