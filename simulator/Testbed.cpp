@@ -19,12 +19,28 @@ namespace orvane {
 
 namespace {
 
-constexpr const char* kDirectoryVariable = "TMPDIR";
+constexpr const char* kTemporaryFilesVariable = "TMPDIR";
+constexpr const char* kTestbedVariable = "UMOCKDEV_DIR";
 
 std::string TakeText(char* text) {
   std::string copy = text == nullptr ? "" : text;
   g_free(text);
   return copy;
+}
+
+/// The library builds its tree in the directory for temporary files, which GLib looks up once. The
+/// variable is put back: the command is to find its own.
+void SettleTemporaryFiles(const std::string& directory) {
+  const char* const before = std::getenv(kTemporaryFilesVariable);
+  const std::optional<std::string> saved =
+      before == nullptr ? std::nullopt : std::optional<std::string>(before);
+  g_setenv(kTemporaryFilesVariable, directory.c_str(), TRUE);
+  static_cast<void>(g_get_tmp_dir());
+  if (saved) {
+    g_setenv(kTemporaryFilesVariable, saved->c_str(), TRUE);
+  } else {
+    g_unsetenv(kTemporaryFilesVariable);
+  }
 }
 
 /// Below /sys/devices, as the kernel shows a bus behind a multiplexer.
@@ -39,18 +55,11 @@ std::string DevicePath(const I2cAdapter& adapter) {
 }  // namespace
 
 Testbed::Testbed(const std::string& directory) {
-  // The library builds its tree in the directory for temporary files, which it looks up once. The
-  // variable is put back: the command is to find its own.
-  const char* const before = std::getenv(kDirectoryVariable);
-  const std::optional<std::string> saved =
-      before == nullptr ? std::nullopt : std::optional<std::string>(before);
-  g_setenv(kDirectoryVariable, directory.c_str(), TRUE);
+  SettleTemporaryFiles(directory);
+  // The library starts a thread, which looks variables up, and sets this one only then. Where it is
+  // set already, the others stay where they are.
+  g_setenv(kTestbedVariable, "", TRUE);
   testbed_ = umockdev_testbed_new();
-  if (saved) {
-    g_setenv(kDirectoryVariable, saved->c_str(), TRUE);
-  } else {
-    g_unsetenv(kDirectoryVariable);
-  }
   if (testbed_ == nullptr) {
     throw std::runtime_error("cannot create the device trees in " + directory);
   }
