@@ -73,6 +73,18 @@ Lines FailedLock(const std::string& config, const std::string& status, const std
                ErrorLine("Failed to send set control registers.  Cannot lock memory.")});
 }
 
+/// The registers are read twice to tell that the chip is protected, and twice to say how far.
+Lines RefusedErase(const std::string& status) {
+  const Lines level = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = " + status};
+  return Join({kErasing,
+               level,
+               level,
+               level,
+               level,
+               ErrorLine("Addr: 0 is within protected size (16777216)"),
+               End(kEraseFailed, 3)});
+}
+
 class WendProgramTest : public WendProgram {};
 
 // --- The ways that lead to the end
@@ -475,19 +487,12 @@ TEST_F(WendProgramTest, PageThatStaysBusyFailsTheProgrammingAndTheRestIsStillTri
 
 TEST_F(WendProgramTest, ChipThatStaysLockedRefusesTheErase) {
   PlugIn(",chip=macronix,register-lost=2");
-  const Lines registers = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 24"};
   ExpectUpdate(3,
                Join({DecideOnMacronix(),
                      kUnlocking,
                      Lock("0f", "24", "00 0f"),
                      {"sleep 500 ms"},
-                     kErasing,
-                     registers,
-                     registers,
-                     registers,
-                     registers,
-                     ErrorLine("Addr: 0 is within protected size (16777216)"),
-                     End(kEraseFailed, 3)}));
+                     RefusedErase("24")}));
   ExpectFlashUntouched();
 }
 
@@ -495,18 +500,9 @@ TEST_F(WendProgramTest, ChipThatCannotBeUnlockedIsReportedAndRefusesTheErase) {
   Fault("spi:WRSR#2:EIO");
   PlugIn(",chip=macronix");
   // The latch that the last WREN set is still there.
-  const Lines registers = {"spi /dev/spidev1.0 RDCR = 0f", "spi /dev/spidev1.0 RDSR = 26"};
-  ExpectUpdate(3,
-               Join({DecideOnMacronix(),
-                     kUnlocking,
-                     FailedLock("0f", "24", "00 0f"),
-                     kErasing,
-                     registers,
-                     registers,
-                     registers,
-                     registers,
-                     ErrorLine("Addr: 0 is within protected size (16777216)"),
-                     End(kEraseFailed, 3)}));
+  ExpectUpdate(
+      3,
+      Join({DecideOnMacronix(), kUnlocking, FailedLock("0f", "24", "00 0f"), RefusedErase("26")}));
   ExpectFlashUntouched();
 }
 
