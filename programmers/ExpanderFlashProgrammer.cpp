@@ -124,6 +124,9 @@ bool ExpanderFlashProgrammer::toggleReset() {
 bool ExpanderFlashProgrammer::waitForSignalToGoHigh(unsigned short bits,
                                                     const std::chrono::milliseconds& timeout) {
   const auto maxPolls = timeout.count();
+  if (maxPolls < 1) {
+    return false;
+  }
   std::chrono::milliseconds::rep polls = 0;
   while (polls < maxPolls && expander_->getPort(bits) == 0) {
     ++polls;

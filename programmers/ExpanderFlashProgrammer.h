@@ -49,7 +49,8 @@ class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
   bool toggleReset();
 
   /// Polls every millisecond, at most as often as the time-out has milliseconds.
-  /// @param bits  the expander lines to watch
+  /// @param bits     the expander lines to watch
+  /// @param timeout  below 1 ms the expander is not asked at all
   /// @return true when one was high with at least one poll left
   bool waitForSignalToGoHigh(unsigned short bits, const std::chrono::milliseconds& timeout);
 

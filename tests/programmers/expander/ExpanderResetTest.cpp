@@ -92,7 +92,7 @@ class ExpanderDoneTest : public ExpanderResetTest {
   static constexpr bool kIsPyx2 = std::is_same_v<Programmer, Pyx2FlashProgrammer>;
 
   /// Watches line 2 for a number of milliseconds, without logging the polls.
-  bool WaitFor(long timeout) {
+  bool WaitFor(milliseconds::rep timeout) {
     script_->logsPolls = false;
     auto& programmer = Ready<Programmer>();
     return Record([&] { return programmer.waitForSignalToGoHigh(0x0004, milliseconds{timeout}); });
@@ -179,6 +179,13 @@ TYPED_TEST(ExpanderDoneTest, WaitOf2SeesALineThatIsHighAtOnce) {
   this->HighFromPoll(1);
   EXPECT_TRUE(this->WaitFor(2));
   EXPECT_EQ(this->script_->polls, 1);
+  EXPECT_EQ(this->script_->usleeps, 0);
+}
+
+TYPED_TEST(ExpanderDoneTest, ShortestTimeoutThereIsReadsNothing) {
+  this->HighFromPoll(1);
+  EXPECT_FALSE(this->WaitFor(milliseconds::min().count()));
+  EXPECT_EQ(this->script_->polls, 0);
   EXPECT_EQ(this->script_->usleeps, 0);
 }
 
