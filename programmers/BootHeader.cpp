@@ -93,7 +93,7 @@ std::string FindBuildDate(const std::string& file, const char* noDelimiterMessag
 
 bool BuildDatesDiffer(const std::string& dump,
                       const std::string& image,
-                      std::string (*findBuildDate)(std::string file)) {
+                      const std::function<std::string(std::string file)>& findBuildDate) {
   // The fallback dates differ, so a missing date asks for an upgrade.
   const std::string dumpDate = ReportOrFallBack(findBuildDate(dump),
                                                 "Flash header build date: ",

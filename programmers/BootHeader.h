@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 /// Reads the text that the build puts into the user-defined field of a Zynq boot image header (76
@@ -35,6 +36,6 @@ std::string FindBuildDate(const std::string& file, const char* noDelimiterMessag
 /// @param findBuildDate  called with `dump`, then with `image`
 bool BuildDatesDiffer(const std::string& dump,
                       const std::string& image,
-                      std::string (*findBuildDate)(std::string file));
+                      const std::function<std::string(std::string file)>& findBuildDate);
 
 }  // namespace boot_header

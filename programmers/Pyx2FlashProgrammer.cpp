@@ -41,7 +41,8 @@ std::string Pyx2FlashProgrammer::SearchBuildDateInUDFHeader(std::string file) {
 
 bool Pyx2FlashProgrammer::IsFlashUpgradeRequired(std::string dump, std::string image) {
   std::cout << std::endl;
-  return boot_header::BuildDatesDiffer(dump, image, SearchBuildDateInUDFHeader);
+  return boot_header::BuildDatesDiffer(
+      dump, image, [this](const std::string& file) { return SearchBuildDateInUDFHeader(file); });
 }
 
 int Pyx2FlashProgrammer::Select_SPIMaster(int module) {

@@ -17,10 +17,10 @@ class Pyx2FlashProgrammer : public ExpanderFlashProgrammer {
   Pyx2FlashProgrammer& operator=(const Pyx2FlashProgrammer&) = delete;
 
   /// As the free function, with its own line for a field without '#'.
-  static std::string SearchBuildDateInUDFHeader(std::string file);
+  std::string SearchBuildDateInUDFHeader(std::string file);
 
   /// As the free function, without the file name.
-  static bool IsFlashUpgradeRequired(std::string dump, std::string image);
+  bool IsFlashUpgradeRequired(std::string dump, std::string image);
 
   /// Routes the slot's SPI lines to the controller.
   /// @return 0, or -1 after one line on standard error

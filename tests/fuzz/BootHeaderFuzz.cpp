@@ -6,8 +6,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "devices/I2CDev.h"
+#include "platform/PCA9535.h"
 #include "programmers/BootHeader.h"
 #include "programmers/Pyx2FlashProgrammer.h"
+#include "programmers/Pyx2GpioProgramming.h"
 #include "tests/fuzz/CapturedConsole.h"
 #include "tests/fuzz/HostileBytes.h"
 #include "tests/fuzz/MemoryFiles.h"
@@ -23,6 +26,16 @@ struct Input {
   std::string dump;
   std::string image;
 };
+
+/// A programmer for its searches alone. It lives as long as the process: its end would ask for the
+/// expander, which is not there.
+Pyx2FlashProgrammer& Programmer() {
+  static I2CDev bus("");
+  static PCA9535 expander(&bus, 1);
+  static Pyx2GpioProgramming lines;
+  static auto* const programmer = new Pyx2FlashProgrammer(&expander, nullptr, &lines, 0);
+  return *programmer;
+}
 
 /// Runs one function of the program over the two files.
 /// @param expected  called with both headers, when both files are long enough
@@ -51,6 +64,7 @@ void Compare(const Input& input, Function function, Expected expected) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static Pyx2FlashProgrammer& pyx2 = Programmer();
   HostileBytes bytes(data, size);
   const HostileBytes disturbances = bytes.Part();
   const std::uint16_t dumpBytes = bytes.Word();
@@ -75,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       });
   Compare(
       input,
-      [] { return Pyx2FlashProgrammer::IsFlashUpgradeRequired("dump", "image"); },
+      [] { return pyx2.IsFlashUpgradeRequired("dump", "image"); },
       [](const auto& dumped, const auto& image) {
         return reference::BuildDatesDiffer(dumped, image);
       });

@@ -18,20 +18,23 @@ class ExpanderPyx2BootHeaderTest : public ExpanderTest {
   /// The build date of a file `image` with these bytes.
   std::string DateOf(const std::string& bytes) {
     WriteFile("image", bytes);
-    return Record([] { return Pyx2FlashProgrammer::SearchBuildDateInUDFHeader("image"); });
+    auto& programmer = Ready<Pyx2FlashProgrammer>();
+    return Record([&] { return programmer.SearchBuildDateInUDFHeader("image"); });
   }
 
   bool IsUpgradeRequired(const std::string& dump, const std::string& image) {
     WriteFile("dump", dump);
     WriteFile("image", image);
-    return Record([] { return Pyx2FlashProgrammer::IsFlashUpgradeRequired("dump", "image"); });
+    auto& programmer = Ready<Pyx2FlashProgrammer>();
+    return Record([&] { return programmer.IsFlashUpgradeRequired("dump", "image"); });
   }
 
   /// What the exception of a search of `image` says.
   std::string ErrorOf(const std::string& path) {
+    auto& programmer = Ready<Pyx2FlashProgrammer>();
     return Record([&]() -> std::string {
       try {
-        static_cast<void>(Pyx2FlashProgrammer::SearchBuildDateInUDFHeader(path));
+        static_cast<void>(programmer.SearchBuildDateInUDFHeader(path));
       } catch (const std::logic_error& error) {
         return error.what();
       }
