@@ -80,13 +80,14 @@ ParsedArguments ShowHelp() {
   return {.exitCode = 0};
 }
 
+/// Reads 64 bits on every machine, also where `unsigned long` has 32.
 /// @return the number, cut to 32 bits; nothing when the word is none
 std::optional<unsigned> ParseModuleNumber(const char* word) {
   if (word == nullptr) {
     return std::nullopt;
   }
   try {
-    return static_cast<unsigned>(std::stoul(word));
+    return static_cast<unsigned>(std::stoull(word));
   } catch (...) {
     return std::nullopt;
   }

@@ -400,6 +400,7 @@ INSTANTIATE_TEST_SUITE_P(Words,
                                          Module{"Largest32Bit", "4294967295", "4294967295"},
                                          Module{"OneMoreThan32BitWraps", "4294967296", "0"},
                                          Module{"TwoMoreThan32BitWraps", "4294967297", "1"},
+                                         Module{"SixMoreThan32BitWraps", "4294967301", "5"},
                                          Module{
                                              "Largest64Bit", "18446744073709551615", "4294967295"},
                                          Module{"MinusLargest64Bit", "-18446744073709551615", "1"}),
