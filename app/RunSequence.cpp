@@ -1,9 +1,11 @@
 #include "app/RunSequence.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,32 +36,64 @@ constexpr unsigned kHzPerMHz = 1'000'000;
 constexpr std::uint8_t kSpiMode = 0;
 constexpr std::uint8_t kSpiBitsPerWord = 8;
 constexpr unsigned char kExpanderFlags = 1;
-constexpr int kDaxMuxChannel = 0;
 constexpr unsigned kModuleWithoutCommand = 42;
 
-enum class Target { kWend, kDax, kPyx1, kPyx2 };
+/// A programmer and the line map it borrows; the programmer goes first.
+struct ModuleProgrammer {
+  std::unique_ptr<GpioProgrammingInterface> lines;
+  std::unique_ptr<FpgaProgrammerInterface> programmer;
+};
 
-std::optional<Target> ParseTarget(const std::string& word) {
-  constexpr struct {
-    const char* word;
-    Target target;
-  } kTargets[] = {{"wend", Target::kWend},
-                  {"dax", Target::kDax},
-                  {"pyx1", Target::kPyx1},
-                  {"pyx2", Target::kPyx2}};
-  for (const auto& row : kTargets) {
-    if (word == row.word) {
-      return row.target;
-    }
-  }
-  return std::nullopt;
+ModuleProgrammer CreateZynqProgrammer(PCA9535* /*expander*/, SPIDev* spi, unsigned moduleNumber) {
+  return {nullptr, std::make_unique<ZynqFlashProgrammer>(spi, moduleNumber)};
 }
 
-bool IsPyx(Target target) { return target == Target::kPyx1 || target == Target::kPyx2; }
+template <typename Lines, typename Programmer>
+ModuleProgrammer CreateExpanderProgrammer(PCA9535* expander, SPIDev* spi, unsigned moduleNumber) {
+  auto lines = std::make_unique<Lines>();
+  auto programmer = std::make_unique<Programmer>(expander, spi, lines.get(), moduleNumber);
+  return {std::move(lines), std::move(programmer)};
+}
+
+/// What differs between the module types, as far as the run sequence is concerned.
+struct Target {
+  const char* word;               ///< on the command line
+  const char* line;               ///< printed before the programmer is created
+  std::optional<int> muxChannel;  ///< of the multiplexer that the expander sits behind
+  bool hasPcieEndpoint;           ///< to be enumerated again after an update
+  ModuleProgrammer (*createProgrammer)(PCA9535* expander, SPIDev* spi, unsigned moduleNumber);
+};
+
+constexpr Target kTargets[] = {
+    {"wend", "WEND Programming", std::nullopt, false, CreateZynqProgrammer},
+    {"dax",
+     "DAX Gpio Programming",
+     0,
+     false,
+     CreateExpanderProgrammer<DaxGpioProgramming, DaxFlashProgrammer>},
+    {"pyx1",
+     "Pyx1 Gpio Programming",
+     std::nullopt,
+     true,
+     CreateExpanderProgrammer<Pyx1GpioProgramming, Pyx1FlashProgrammer>},
+    {"pyx2",
+     "Pyx2 Gpio Programming",
+     std::nullopt,
+     true,
+     CreateExpanderProgrammer<Pyx2GpioProgramming, Pyx2FlashProgrammer>},
+};
+
+/// @return the row of the table; null for a word that names no module type
+const Target* FindTarget(const std::string& word) {
+  const auto* const found = std::find_if(std::begin(kTargets),
+                                         std::end(kTargets),
+                                         [&](const Target& target) { return word == target.word; });
+  return found == std::end(kTargets) ? nullptr : found;
+}
 
 /// What the command line asks for.
 struct Request {
-  Target target;
+  const Target& target;
   unsigned moduleNumber = kModuleWithoutCommand;
   std::string bitstreamPath;
 };
@@ -105,8 +139,8 @@ ParsedArguments ParseArguments(int argc, char** argv) {
   if (targetWord == nullptr) {
     return Refuse(std::cerr, "ERROR: Invalid input params");
   }
-  const std::optional<Target> target = ParseTarget(targetWord);
-  if (!target) {
+  const Target* const target = FindTarget(targetWord);
+  if (target == nullptr) {
     // Deliberate: on standard output, unlike every other error line. Update scripts that drop
     // standard error must still see that this module type is not theirs to handle.
     return Refuse(std::cout, "ERROR: Module not handled");
@@ -154,45 +188,8 @@ unsigned SpiClockMHz() {
 
 std::string I2CBusName(const Request& request) {
   const std::string moduleBus = getSolutionI2C(request.moduleNumber);
-  // The dax expander sits behind a multiplexer on the module's bus.
-  return request.target == Target::kDax
-             ? I2CDev::FindI2CBusNameOfMuxChannel(moduleBus, kDaxMuxChannel)
-             : moduleBus;
-}
-
-/// A programmer and the line map it borrows; the programmer goes first.
-struct ModuleProgrammer {
-  std::unique_ptr<GpioProgrammingInterface> lines;
-  std::unique_ptr<FpgaProgrammerInterface> programmer;
-};
-
-template <typename Lines, typename Programmer>
-ModuleProgrammer CreateExpanderProgrammer(PCA9535* expander, SPIDev* spi, unsigned moduleNumber) {
-  auto lines = std::make_unique<Lines>();
-  auto programmer = std::make_unique<Programmer>(expander, spi, lines.get(), moduleNumber);
-  return {std::move(lines), std::move(programmer)};
-}
-
-/// Creates the target's programmer, after the line that names it; none for an unknown target.
-ModuleProgrammer CreateProgrammer(const Request& request, PCA9535* expander, SPIDev* spi) {
-  switch (request.target) {
-    case Target::kWend:
-      std::cout << "WEND Programming" << std::endl;
-      return {nullptr, std::make_unique<ZynqFlashProgrammer>(spi, request.moduleNumber)};
-    case Target::kDax:
-      std::cout << "DAX Gpio Programming" << std::endl;
-      return CreateExpanderProgrammer<DaxGpioProgramming, DaxFlashProgrammer>(
-          expander, spi, request.moduleNumber);
-    case Target::kPyx1:
-      std::cout << "Pyx1 Gpio Programming" << std::endl;
-      return CreateExpanderProgrammer<Pyx1GpioProgramming, Pyx1FlashProgrammer>(
-          expander, spi, request.moduleNumber);
-    case Target::kPyx2:
-      std::cout << "Pyx2 Gpio Programming" << std::endl;
-      return CreateExpanderProgrammer<Pyx2GpioProgramming, Pyx2FlashProgrammer>(
-          expander, spi, request.moduleNumber);
-  }
-  return {};  // GCOVR_EXCL_LINE: every target that is parsed has its case above
+  const std::optional<int> muxChannel = request.target.muxChannel;
+  return muxChannel ? I2CDev::FindI2CBusNameOfMuxChannel(moduleBus, *muxChannel) : moduleBus;
 }
 
 /// Connects and programs, then re-enumerates the endpoint of a pyx module.
@@ -203,7 +200,7 @@ Status Program(const Request& request, FpgaProgrammerInterface& programmer) {
   if (result == FpgaProgrammerInterface::Success) {
     result = programmer.ProgramDevice(request.bitstreamPath);
   }
-  if (!IsPyx(request.target) || result == FpgaProgrammerInterface::UpToDate) {
+  if (!request.target.hasPcieEndpoint || result == FpgaProgrammerInterface::UpToDate) {
     return result;
   }
   // Deliberate: also after a failure, even a failed Connect. The endpoint may have gone away with
@@ -239,13 +236,9 @@ int runTarnwick(int argc, char** argv) {
   std::cout << "SPI clock rate =" << spiClockMHz << "MHz" << std::endl;
   SPIDevOwner spi("/dev/" + spiDevName, spiClockMHz * kHzPerMHz, kSpiMode, kSpiBitsPerWord);
 
-  ModuleProgrammer module = CreateProgrammer(request, &expander, spi.get());
-  if (module.programmer == nullptr) {
-    // GCOVR_EXCL_START: every target that is parsed has its programmer
-    std::cerr << "ERROR: Module not recognized" << std::endl;
-    return printStatus(FpgaProgrammerInterface::InvalidParams);
-    // GCOVR_EXCL_STOP
-  }
+  std::cout << request.target.line << std::endl;
+  ModuleProgrammer module =
+      request.target.createProgrammer(&expander, spi.get(), request.moduleNumber);
   const Status result = Program(request, *module.programmer);
 
   // The result line comes after the flash and the SPI bus are let go.
