@@ -19,12 +19,12 @@
 #include "devices/SPIDevOwner.h"
 #include "platform/PCA9535.h"
 #include "programmers/DaxFlashProgrammer.h"
-#include "programmers/DaxGpioProgramming.h"
 #include "programmers/Pyx1FlashProgrammer.h"
-#include "programmers/Pyx1GpioProgramming.h"
 #include "programmers/Pyx2FlashProgrammer.h"
-#include "programmers/Pyx2GpioProgramming.h"
 #include "programmers/ZynqFlashProgrammer.h"
+#include "programmers/lines/DaxGpioProgramming.h"
+#include "programmers/lines/Pyx1GpioProgramming.h"
+#include "programmers/lines/Pyx2GpioProgramming.h"
 
 namespace {
 

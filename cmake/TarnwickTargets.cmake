@@ -1,5 +1,5 @@
-# The ways to add code: tarnwick_add_library, tarnwick_add_executable, tarnwick_add_test and
-# tarnwick_add_fuzzer.
+# The ways to add code: tarnwick_add_library, tarnwick_add_header_library, tarnwick_add_executable,
+# tarnwick_add_test and tarnwick_add_fuzzer.
 
 include(CheckPIESupported)
 find_package(Threads REQUIRED)
@@ -70,7 +70,7 @@ endif()
 function(tarnwick_count_coverage target)
   cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
     BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" OUTPUT_VARIABLE folder)
-  if(TARNWICK_COVERAGE AND folder MATCHES "^(app|devices|flash|platform|programmers)(/|$)")
+  if(TARNWICK_COVERAGE AND folder MATCHES "^(app|base|devices|flash|platform|programmers)(/|$)")
     target_compile_options(${target} PRIVATE --coverage)
     target_link_options(${target} PUBLIC --coverage "-L${gcov_folder}")
   endif()
@@ -88,6 +88,15 @@ function(tarnwick_add_library name)
     PUBLIC ${arg_DEPS} tarnwick_sanitizers
     PRIVATE tarnwick_build_flags)
   tarnwick_count_coverage(tarnwick_${name})
+endfunction()
+
+# tarnwick_add_header_library(NAME file...)
+#   the same for a folder that holds nothing but headers.
+function(tarnwick_add_header_library name)
+  add_library(tarnwick_${name} INTERFACE)
+  add_library(tarnwick::${name} ALIAS tarnwick_${name})
+  target_sources(tarnwick_${name} PRIVATE ${ARGN})
+  target_include_directories(tarnwick_${name} INTERFACE "${PROJECT_SOURCE_DIR}")
 endfunction()
 
 # tarnwick_wrap(TARGET symbol...)

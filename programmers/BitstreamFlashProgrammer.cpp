@@ -9,8 +9,8 @@
 #include <iostream>
 #include <optional>
 
-#include "devices/FileDescriptor.h"
-#include "programmers/GpioProgrammingInterface.h"
+#include "base/FileDescriptor.h"
+#include "programmers/lines/GpioProgrammingInterface.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "devices/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 
 namespace {
 

@@ -5,12 +5,12 @@
 
 #include <iostream>
 
-#include "devices/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "devices/SPIDev.h"
 #include "flash/MT25QL128.h"
 #include "platform/PCA9535.h"
 #include "programmers/FlashUpdate.h"
-#include "programmers/GpioProgrammingInterface.h"
+#include "programmers/lines/GpioProgrammingInterface.h"
 
 namespace {
 

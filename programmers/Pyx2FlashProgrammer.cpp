@@ -5,8 +5,8 @@
 #include <iostream>
 
 #include "programmers/BootHeader.h"
-#include "programmers/GpioProgrammingInterface.h"
 #include "programmers/ModuleSelector.h"
+#include "programmers/lines/GpioProgrammingInterface.h"
 
 namespace {
 

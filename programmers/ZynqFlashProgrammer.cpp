@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "devices/FileDescriptor.h"
+#include "base/FileDescriptor.h"
 #include "devices/SPIDev.h"
 #include "flash/MT25QL128.h"
 #include "programmers/BootHeader.h"

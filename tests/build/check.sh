@@ -36,7 +36,7 @@ fi
 
 # One line for each file that is compiled.
 commands=$(sed -n 's/^ *"command": "\(.*\)",$/\1/p' "$build/compile_commands.json")
-files=$(find "$source/app" "$source/devices" "$source/flash" "$source/programmers" \
+files=$(find "$source/app" "$source/base" "$source/devices" "$source/flash" "$source/programmers" \
   "$source/platform" -name '*.cpp' | wc -l)
 compiled=$(printf '%s\n' "$commands" | wc -l)
 if [ "$compiled" -ne "$files" ]; then

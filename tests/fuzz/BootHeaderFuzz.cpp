@@ -10,7 +10,7 @@
 #include "platform/PCA9535.h"
 #include "programmers/BootHeader.h"
 #include "programmers/Pyx2FlashProgrammer.h"
-#include "programmers/Pyx2GpioProgramming.h"
+#include "programmers/lines/Pyx2GpioProgramming.h"
 #include "tests/fuzz/CapturedConsole.h"
 #include "tests/fuzz/HostileBytes.h"
 #include "tests/fuzz/MemoryFiles.h"

@@ -5,11 +5,11 @@
 #include <string>
 
 #include "devices/SPIDev.h"
+#include "tests/doubles/RedirectedFile.h"
 #include "tests/fuzz/CapturedConsole.h"
 #include "tests/fuzz/HostileBytes.h"
 #include "tests/fuzz/Reference.h"
 #include "tests/fuzz/Require.h"
-#include "tests/support/RedirectedFile.h"
 
 namespace {
 

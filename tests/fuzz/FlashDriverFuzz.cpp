@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "flash/MT25QL128.h"
+#include "tests/doubles/RedirectedFile.h"
 #include "tests/fuzz/CapturedConsole.h"
 #include "tests/fuzz/HostileBytes.h"
 #include "tests/fuzz/HostileChip.h"
@@ -23,7 +24,6 @@
 #include "tests/fuzz/MemoryFiles.h"
 #include "tests/fuzz/Require.h"
 #include "tests/fuzz/SteadyClock.h"
-#include "tests/support/RedirectedFile.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <map>
 #include <string>
 
+#include "tests/doubles/Kernel.h"
 #include "tests/fuzz/HostileBytes.h"
-#include "tests/support/Kernel.h"
 
 /// A kernel that keeps its files in memory and disturbs the calls as the fuzzer says, which gives
 /// one byte per call: 0 leaves it alone, 255 fails it, anything between cuts a read or a write to

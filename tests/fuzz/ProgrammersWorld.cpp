@@ -16,9 +16,9 @@
 #include <cstring>
 #include <span>
 
+#include "tests/doubles/KernelCall.h"
 #include "tests/fuzz/Require.h"
 #include "tests/fuzz/SteadyClock.h"
-#include "tests/support/KernelCall.h"
 
 namespace {
 

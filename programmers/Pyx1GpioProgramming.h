@@ -1,9 +1,0 @@
-#pragma once
-
-#include "programmers/GpioLineMap.h"
-
-/// Expander lines of the pyx1 module: those of the dax module behind another expander address.
-class Pyx1GpioProgramming final : public GpioLineMap {
- public:
-  Pyx1GpioProgramming();
-};

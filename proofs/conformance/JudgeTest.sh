@@ -1,0 +1,102 @@
+#!/bin/sh
+# JudgeTest.sh TABLE DEVIANT
+# Sees that the judgement of TABLE, a test program, on DEVIANT says what departs, and only that.
+set -eu
+folder=$(dirname "$0") table=$1 deviant=$2
+directory=$(mktemp -d)
+trap 'rm -rf "$directory"' EXIT
+
+echo "$table" >"$directory/list"
+export GTEST_FILTER='*Ends/NoWordsShowHelp:*Ends/LongCommandIsEchoedAsTyped'
+failed=0
+
+# expect EXIT-CODE DEVIATION: the report is what stands on standard input.
+expect() {
+  cat >"$directory/expected"
+  code=0
+  DEVIATION=$2 "$folder/judge.sh" "$directory/list" "$deviant" >"$directory/report" || code=$?
+  if [ "$code" -ne "$1" ] || ! diff "$directory/expected" "$directory/report"; then
+    echo "deviation '$2': exit code $code, expected $1" >&2
+    failed=1
+  fi
+}
+
+expect 0 none <<'END'
+2 of 2 rows hold
+END
+expect 1 "exit code" <<'END'
+FAILS Words/CommandLineTest.Ends/NoWordsShowHelp
+    exit code
+        expected 0, but it is 1
+FAILS Words/CommandLineTest.Ends/LongCommandIsEchoedAsTyped
+    exit code
+        expected 1, but it is 2
+0 of 2 rows hold
+END
+expect 1 stdout <<'END'
+FAILS Words/CommandLineTest.Ends/NoWordsShowHelp
+    stdout
+        from line 1 on (- expected, + is)
+        + This is not tarnwick.
+FAILS Words/CommandLineTest.Ends/LongCommandIsEchoedAsTyped
+    stdout
+        from line 1 on (- expected, + is)
+        + This is not tarnwick.
+0 of 2 rows hold
+END
+expect 1 stderr <<'END'
+FAILS Words/CommandLineTest.Ends/NoWordsShowHelp
+    stderr
+        from line 1 on (- expected, + is)
+        + This is not tarnwick.
+FAILS Words/CommandLineTest.Ends/LongCommandIsEchoedAsTyped
+    stderr
+        from line 1 on (- expected, + is)
+        + This is not tarnwick.
+0 of 2 rows hold
+END
+expect 1 "device traffic" <<'END'
+FAILS Words/CommandLineTest.Ends/NoWordsShowHelp
+    device traffic
+        from line 1 on (- expected, + is)
+        + open /dev/spidev1.0 O_RDONLY
+        + close /dev/spidev1.0
+FAILS Words/CommandLineTest.Ends/LongCommandIsEchoedAsTyped
+    device traffic
+        from line 1 on (- expected, + is)
+        + open /dev/spidev1.0 O_RDONLY
+        + close /dev/spidev1.0
+0 of 2 rows hold
+END
+
+# What is right in every part, but comes too late.
+GTEST_FILTER='WendProgramTest.EmptySpiNameFails'
+echo "$(dirname "$table")/e2e_WendProgramTest" >"$directory/list"
+expect 1 order <<'END'
+FAILS WendProgramTest.EmptySpiNameFails
+    order of console and device traffic
+        from line 1 on (- expected, + is)
+        - stdout "programming mode: -sf\n"
+        - stdout "module number: 1\n"
+        - stdout "FPGA bitstream: 'image.bin'\n"
+        - dbus GetModuleLocations = 1
+        - dbus GetI2CBus 1 = "i2c-1"
+        - dbus GetModuleLocations = 1
+        - ... and 4 more
+        + dbus GetModuleLocations = 1
+        + dbus GetI2CBus 1 = "i2c-1"
+        + dbus GetModuleLocations = 1
+        + dbus GetSPIDev 1 = ""
+        + stderr "ERROR: No SPI device found\n"
+        + close -1
+        + ... and 1 more
+0 of 1 rows hold
+END
+
+# A program that holds no table, or breaks off, is no table in which every row holds.
+echo /bin/true >"$directory/list"
+expect 1 none <<'END'
+true did not finish
+0 of 0 rows hold
+END
+exit $failed

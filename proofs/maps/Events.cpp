@@ -1,0 +1,225 @@
+#include "proofs/maps/Events.h"
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <string_view>
+#include <utility>
+
+namespace maps {
+
+namespace {
+
+bool Contains(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+/// Which step of an update a line of the console opens; empty: none.
+std::string StepAfter(std::string_view console, const std::string& step) {
+  constexpr std::pair<std::string_view, const char*> kOpeners[] = {
+      {"SPI clock rate", "set-up"},
+      {"Connecting ...", "connect"},
+      {"Flash Memory Capacity", "compare"},
+      {"Unlocking flash memory", "unlock"},
+      {"Erasing device", "erase"},
+      {"Programming device", "program"},
+      {"Toggling reset", "reset"},
+  };
+  for (const auto& [text, opened] : kOpeners) {
+    if (Contains(console, text)) {
+      return opened;
+    }
+  }
+  if (Contains(console, "done.\\n") && step == "program") {
+    return "after the write";
+  }
+  return Contains(console, "done.\\n") && step == "reset" ? "end" : step;
+}
+
+std::string ShortPath(std::string_view path) {
+  constexpr std::pair<std::string_view, const char*> kNames[] = {
+      {"/qspi_prg/", "qspi_prg"},
+      {"/zynq_hw_reset_n/", "zynq_hw_reset_n"},
+      {"/zynq_done/", "zynq_done"},
+      {"/module_selector/", "the module selector"},
+      {"/bufsiz", "bufsiz"},
+      {"/address", "the PCIe address"},
+      {"/remove", "PCIe remove"},
+      {"/rescan", "PCIe rescan"},
+      {"/enable", "PCIe enable"},
+      {"/name", "the adapter's name"},
+      {"/dev/spidev", "the spidev node"},
+      {"/dev/i2c", "the I2C node"},
+      {"FlashDevice_verif.bin", "the second dump"},
+      {"FlashDevice.bin", "the dump"},
+      {"dumpflash.bin", "the dump"},
+      {"image.bin", "the image"},
+      {"-1", "descriptor -1"},
+  };
+  for (const auto& [part, name] : kNames) {
+    if (Contains(path, part)) {
+      return name;
+    }
+  }
+  return std::string(path);
+}
+
+/// "/dev/i2c-11 0x21 w 02 a0 3e" by the register that it is about.
+std::string ExpanderLabel(std::string_view text) {
+  constexpr std::pair<std::string_view, const char*> kRegisters[] = {
+      {" w 00", "inputs"}, {" w 02", "outputs"}, {" w 06", "directions"}};
+  for (const auto& [start, name] : kRegisters) {
+    const std::size_t at = text.find(start);
+    if (at == std::string_view::npos) {
+      continue;
+    }
+    const std::string_view rest = text.substr(at + start.size());
+    return rest.starts_with(" r") ? std::string("read the ") + name
+                                  : std::string("write the ") + name + std::string(rest);
+  }
+  return std::string(text);
+}
+
+std::string FirstWord(std::string_view text) { return std::string(text.substr(0, text.find(' '))); }
+
+std::string AfterFirstWord(std::string_view text) {
+  const std::size_t space = text.find(' ');
+  return std::string(space == std::string_view::npos ? "" : text.substr(space + 1));
+}
+
+/// What stands behind " = ", and cuts it off.
+std::string CutResult(std::string& text) {
+  const std::size_t at = text.rfind(" = ");
+  std::string result = at == std::string::npos ? "" : text.substr(at + 3);
+  text.resize(std::min(at, text.size()));
+  return result;
+}
+
+std::string Label(const std::string& kind, const std::string& text) {
+  if (kind == "open" || kind == "close" || kind == "read") {
+    return kind + " " + ShortPath(text);
+  }
+  if (kind == "write") {
+    const std::size_t value = text.find('"');
+    return "write " + ShortPath(text) +
+           (value == std::string::npos ? "" : " " + text.substr(value));
+  }
+  if (kind == "i2c") {
+    return ExpanderLabel(text);
+  }
+  if (kind == "ioctl") {
+    const std::string request = FirstWord(AfterFirstWord(text));
+    return request.substr(std::string_view("SPI_IOC_").size());
+  }
+  if (kind == "dbus") {
+    return FirstWord(text);
+  }
+  return kind == "spi" ? FirstWord(AfterFirstWord(text)) : kind + " " + text;
+}
+
+/// SPI messages in their place: which sector, which page, and what a write enable is for.
+class Placer {
+ public:
+  explicit Placer(std::vector<Event>& events) : events_(events) {
+    pages_ = static_cast<std::size_t>(std::count_if(
+        events.begin(), events.end(), [](const Event& event) { return event.program != 0; }));
+  }
+
+  /// Labels the events and drops those of the pages that are not looked at.
+  void Place() {
+    std::string place;
+    bool isKept = true;
+    std::vector<Event> kept;
+    for (std::size_t i = 0; i < events_.size(); ++i) {
+      Event& event = events_[i];
+      const bool isSpi = event.kind == "spi";
+      if (isSpi && event.label == "WREN") {
+        const Event& aim = NextSpi(i);
+        place = PlaceOf(aim);
+        isKept = aim.program == 0 || IsSample(aim.program);
+        event.label += " for " + aim.label;
+      } else if (!isSpi) {
+        place.clear();
+        isKept = true;
+      }
+      event.label += place;
+      if (isKept) {
+        kept.push_back(event);
+      }
+    }
+    events_ = std::move(kept);
+  }
+
+ private:
+  const Event& NextSpi(std::size_t from) const {
+    return *std::find_if(events_.begin() + static_cast<std::ptrdiff_t>(from) + 1,
+                         events_.end(),
+                         [](const Event& event) { return event.kind == "spi"; });
+  }
+
+  bool IsSample(std::size_t page) const {
+    return page <= 2 || page == pages_ / 2 || page + 1 >= pages_;
+  }
+
+  std::string PlaceOf(const Event& event) const {
+    if (event.erase != 0) {
+      return ", sector " + std::to_string(event.erase);
+    }
+    if (event.program == 0) {
+      return "";
+    }
+    const std::map<std::size_t, std::string> names = {{1, ", first page"},
+                                                      {2, ", second page"},
+                                                      {pages_ / 2, ", middle page"},
+                                                      {pages_ - 1, ", last page but one"},
+                                                      {pages_, ", last page"}};
+    const auto found = names.find(event.program);
+    return found == names.end() ? "" : found->second;
+  }
+
+  std::vector<Event>& events_;
+  std::size_t pages_;
+};
+
+}  // namespace
+
+std::vector<Event> EventsOf(const std::vector<std::string>& log) {
+  std::vector<Event> events;
+  std::map<std::string, std::size_t> ordinals;
+  std::size_t statusReads = 0;
+  std::size_t programs = 0;
+  std::size_t erases = 0;
+  std::size_t registerWrites = 0;
+  std::string step = "discovery";
+  for (const std::string& line : log) {
+    Event event{.kind = FirstWord(line), .text = AfterFirstWord(line)};
+    if (event.kind == "stdout" || event.kind == "stderr") {
+      step = StepAfter(event.text, step);
+      continue;
+    }
+    if (event.kind == "exit" || Contains(event.text, " speed ")) {
+      continue;  // no event
+    }
+    event.ordinal = ++ordinals[event.kind];
+    event.step = step;
+    event.result = CutResult(event.text);
+    event.label = Label(event.kind, event.text);
+    if (event.kind == "spi" && event.label == "RDSR") {
+      event.statusRead = ++statusReads;
+      event.label += event.result.ends_with('3') ? " busy" : " ready";
+    } else if (event.kind == "spi" && event.label == "PP") {
+      event.program = ++programs;
+      event.operation = programs + erases;
+    } else if (event.kind == "spi" && event.label == "SE") {
+      event.erase = ++erases;
+      event.operation = programs + erases;
+    } else if (event.kind == "spi" && event.label == "WRSR") {
+      event.registerWrite = ++registerWrites;
+    }
+    events.push_back(std::move(event));
+  }
+  Placer(events).Place();
+  return events;
+}
+
+}  // namespace maps

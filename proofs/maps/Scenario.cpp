@@ -1,0 +1,150 @@
+#include "proofs/maps/Scenario.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+
+#include "simulator/chips/NorFlashModel.h"
+#include "simulator/images/Bitstream.h"
+#include "simulator/images/BootImage.h"
+
+namespace maps {
+
+namespace {
+
+using program_test::Bytes;
+using program_test::VirtualInstrument;
+
+constexpr std::size_t kNewBytes = 131'000;  // 512 pages, the last of them not whole
+constexpr std::size_t kOldBytes = 200'000;
+constexpr std::uint32_t kNewSeed = 2;
+constexpr std::uint32_t kOldSeed = 1;
+
+// An event costs the program's clock nothing by itself. So a chip that never gets ready is given up
+// after ten looks, which no other wait in an update needs.
+constexpr const char* kClockStepMilliseconds = "500";
+
+// More events than any run that ends can have.
+constexpr const char* kEndOfEndlessRuns = "any#200000:kill";
+
+bool HasBootHeader(const Scenario& scenario) {
+  return scenario.target == "wend" || scenario.target == "pyx2";
+}
+
+Bytes Image(const Scenario& scenario, int year, std::size_t bytes, std::uint32_t seed) {
+  if (HasBootHeader(scenario)) {
+    return orvane::MakeZynqImage(
+        {.buildDate = std::to_string(year) + "-05-06 07:08:09", .bytes = bytes, .seed = seed});
+  }
+  return orvane::MakeBitstream(
+      {.bytes = bytes, .userAccess = orvane::PackStamp({year, 5, 6, 7, 8, 9}), .seed = seed});
+}
+
+/// All that an update compares, stamp or build date, stands in here.
+constexpr std::ptrdiff_t kHeadBytes = 256;
+
+Flash Classify(const Scenario& scenario, const Bytes& flash) {
+  Bytes old = OldImage(scenario);
+  old.resize(orvane::NorFlashModel::kBytes, 0xFF);
+  if (flash == old) {
+    return Flash::kOld;
+  }
+  const Bytes image = NewImage(scenario);
+  if (std::equal(image.begin(), image.end(), flash.begin())) {
+    return Flash::kImage;
+  }
+  return std::equal(image.begin(), image.begin() + kHeadBytes, flash.begin()) ? Flash::kLooksNew
+                                                                              : Flash::kDamaged;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+/// "1 done=1 qspi_prg=0\n" without the slot.
+std::string StateOf(const VirtualInstrument& instrument) {
+  const Bytes file = instrument.ReadFile("state");
+  const std::string line(file.begin(), std::find(file.begin(), file.end(), '\n'));
+  return line.substr(line.find(' ') + 1);
+}
+
+void SupplyFiles(const Scenario& scenario, const VirtualInstrument& instrument) {
+  instrument.WriteFile("flash.bin", OldImage(scenario));
+  instrument.WriteFile("image.bin", NewImage(scenario));
+  instrument.WriteFile("other.bin", OldImage(scenario));
+}
+
+Observation Run(const Scenario& scenario,
+                VirtualInstrument& instrument,
+                const std::string& keys,
+                const std::vector<std::string>& faults,
+                const std::string& command) {
+  const std::string slot = std::to_string(scenario.slot);
+  instrument.Option({"--clock-step",
+                     kClockStepMilliseconds,
+                     "--state",
+                     instrument.File("state").string(),
+                     "--module",
+                     scenario.target + "@" + slot + ",chip=" + scenario.chip +
+                         ",flash=" + instrument.File("flash.bin").string() + keys});
+  for (const std::string& fault : faults) {
+    instrument.Option({"--fault", fault});
+  }
+  instrument.Option({"--fault", kEndOfEndlessRuns});
+  const program_test::Outcome outcome =
+      command.empty() ? instrument.Run({scenario.target, "-sf", slot, "image.bin"})
+                      : instrument.RunShell(command);
+  return {.out = outcome.out,
+          .err = outcome.err,
+          .exitCode = outcome.exitCode,
+          .log = Lines(outcome.log),
+          .state = StateOf(instrument),
+          .flash = Classify(scenario, instrument.ReadFile("flash.bin"))};
+}
+
+}  // namespace
+
+std::vector<Scenario> AllScenarios() {
+  std::vector<Scenario> all;
+  for (const auto& [target, slot] :
+       {std::pair{"wend", 1U}, {"dax", 2U}, {"pyx1", 4U}, {"pyx2", 5U}}) {
+    for (const char* const chip : {"micron", "macronix"}) {
+      all.push_back({target, slot, chip});
+    }
+  }
+  return all;
+}
+
+Bytes NewImage(const Scenario& scenario) { return Image(scenario, 2024, kNewBytes, kNewSeed); }
+
+Bytes OldImage(const Scenario& scenario) { return Image(scenario, 2023, kOldBytes, kOldSeed); }
+
+std::string UpdateCommand(const Scenario& scenario, const std::string& image) {
+  return "\"$TARNWICK\" " + scenario.target + " -sf " + std::to_string(scenario.slot) + " " + image;
+}
+
+Observation Observe(const Scenario& scenario,
+                    const std::string& keys,
+                    const std::vector<std::string>& faults,
+                    const std::string& command) {
+  VirtualInstrument instrument;
+  SupplyFiles(scenario, instrument);
+  return Run(scenario, instrument, keys, faults, command);
+}
+
+PowerFailure ObservePowerFailure(const Scenario& scenario, const std::string& rule) {
+  VirtualInstrument before;
+  SupplyFiles(scenario, before);
+  PowerFailure failure{.cut = Run(scenario, before, "", {rule}, ""), .second = {}};
+  VirtualInstrument after;
+  std::filesystem::copy(before.File(""), after.File(""), std::filesystem::copy_options::recursive);
+  failure.second = Run(scenario, after, "", {}, "");
+  return failure;
+}
+
+}  // namespace maps

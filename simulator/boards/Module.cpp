@@ -1,0 +1,48 @@
+#include "simulator/boards/Module.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "simulator/boards/ExpanderBoard.h"
+#include "simulator/boards/WendModule.h"
+
+namespace orvane {
+
+Module::Module(ModuleOptions options, std::span<const std::uint8_t> flashContents)
+    : options_(std::move(options)), flash_(options_.chip) {
+  flash_.Load(flashContents);
+  const FlashDefects& defects = options_.defects;
+  flash_.SetPresent(!defects.absent);
+  flash_.DropProgram(defects.lostProgram);
+  flash_.DropErase(defects.lostErase);
+  flash_.DropRegisterWrite(defects.lostRegisterWrite);
+  flash_.StayBusyAfter(defects.busyAfter);
+  for (const std::uint32_t address : defects.wornPages) {
+    flash_.WearOutPage(address);
+  }
+  for (const std::uint32_t address : defects.wornSectors) {
+    flash_.WearOutSector(address);
+  }
+}
+
+I2cDevice* Module::FindI2c(std::optional<unsigned> /*channel*/, std::uint16_t /*address*/) {
+  return nullptr;
+}
+
+void Module::AdvanceTime(std::chrono::nanoseconds by) { flash_.AdvanceTime(by); }
+
+std::unique_ptr<Module> MakeModule(const ModuleOptions& options,
+                                   std::span<const std::uint8_t> flashContents,
+                                   const ModuleSelectorModel& selector) {
+  switch (options.type) {
+    case ModuleType::kWend:
+      return std::make_unique<WendModule>(options, flashContents);
+    case ModuleType::kDax:
+    case ModuleType::kPyx1:
+    case ModuleType::kPyx2:
+      return std::make_unique<ExpanderBoard>(options, flashContents, selector);
+  }
+  throw std::logic_error("no such type of module");
+}
+
+}  // namespace orvane

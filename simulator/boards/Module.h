@@ -1,0 +1,74 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/boards/AttributeFiles.h"
+#include "simulator/boards/ModuleOptions.h"
+#include "simulator/chips/ModuleSelectorModel.h"
+#include "simulator/chips/NorFlashModel.h"
+
+namespace orvane {
+
+/// A chip on an I2C bus.
+class I2cDevice {
+ public:
+  I2cDevice() = default;
+  I2cDevice(const I2cDevice&) = delete;
+  I2cDevice& operator=(const I2cDevice&) = delete;
+  virtual ~I2cDevice() = default;
+
+  /// The bytes of one message to the chip.
+  virtual void Write(std::span<const std::uint8_t> bytes) = 0;
+  /// The bytes of one message from the chip, filled whole.
+  virtual void Read(std::span<std::uint8_t> bytes) = 0;
+};
+
+/// A plug-in module: a board with a configuration flash, and what decides who reaches it. What a
+/// kind of board has beyond that, its class adds.
+class Module : public AttributeFiles {
+ public:
+  /// @param flashContents  what the flash holds at power-on, at most NorFlashModel::kBytes
+  Module(ModuleOptions options, std::span<const std::uint8_t> flashContents);
+  const ModuleOptions& Options() const { return options_; }
+  unsigned Slot() const { return options_.slot; }
+  const NorFlashModel& Flash() const { return flash_; }
+
+  /// Everything between chip select falling and rising on the module's SPI bus.
+  /// @param miso  as long as `mosi`, filled whole
+  virtual void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) = 0;
+
+  /// Whether the module's I2C bus has a multiplexer, whose channels are adapters of their own.
+  virtual bool HasMux() const { return false; }
+
+  /// @param channel  of the multiplexer; none: in front of it
+  /// @return the chip that acknowledges this address, owned by the module; or null
+  virtual I2cDevice* FindI2c(std::optional<unsigned> channel, std::uint16_t address);
+
+  /// Lets instrument time pass.
+  virtual void AdvanceTime(std::chrono::nanoseconds by);
+
+  /// What the module's outside shows, as words NAME=VALUE: "done=1", and what its board has beyond.
+  virtual std::string DescribeState() const = 0;
+
+ protected:
+  NorFlashModel& FlashChip() { return flash_; }
+
+ private:
+  ModuleOptions options_;
+  NorFlashModel flash_;
+};
+
+/// Builds the class for options.type.
+/// @param selector  borrowed; outlives the module
+std::unique_ptr<Module> MakeModule(const ModuleOptions& options,
+                                   std::span<const std::uint8_t> flashContents,
+                                   const ModuleSelectorModel& selector);
+
+}  // namespace orvane

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/chips/DonePolicy.h"
+#include "simulator/chips/NorFlashModel.h"
+
+namespace orvane {
+
+enum class ModuleType { kWend, kDax, kPyx1, kPyx2 };
+
+/// What is broken about a flash chip; see NorFlashModel. 0: not broken so.
+struct FlashDefects {
+  bool absent = false;
+  std::uint64_t lostProgram = 0;
+  std::uint64_t lostErase = 0;
+  std::uint64_t lostRegisterWrite = 0;
+  std::uint64_t busyAfter = 0;
+  std::vector<std::uint32_t> wornPages;
+  std::vector<std::uint32_t> wornSectors;
+};
+
+/// One module of the instrument, as the command line describes it.
+struct ModuleOptions {
+  ModuleType type = ModuleType::kWend;
+  unsigned slot = 1;
+  std::string flashFile;  // empty: a blank chip that is forgotten at the end
+  Chip chip = Chip::kMicron;
+  DonePolicy done;
+  std::optional<std::string> i2cName;  // what the resource service answers; none: the truth
+  std::optional<std::string> spiName;
+  bool i2cNode = true;  // whether the nodes under /dev are there
+  bool spiNode = true;
+  bool expander = true;         // whether a GPIO expander acknowledges its address
+  bool controlFiles = true;     // whether a Zynq's control files are there
+  std::uint16_t heldLines = 0;  // of the expander: stuck for ever, whoever drives them
+  std::uint16_t heldLevels = 0;
+  FlashDefects defects;
+};
+
+}  // namespace orvane

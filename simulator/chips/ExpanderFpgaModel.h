@@ -1,0 +1,76 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <span>
+
+#include "simulator/chips/DonePolicy.h"
+#include "simulator/chips/FpgaBoot.h"
+#include "simulator/chips/NorFlashModel.h"
+#include "simulator/chips/Pca9535Model.h"
+
+namespace orvane {
+
+enum class ExpanderModule { kDax, kPyx1, kPyx2 };
+
+/// The FPGA of a dax, pyx1 or pyx2 module, its GPIO expander and the lines between them. A line
+/// that the expander does not drive is at the level of the board's pulls, which let the FPGA run
+/// from its flash; the FPGA drives DONE and INIT_B, which falls in reset and while it clears
+/// itself.
+///
+///                                    dax, pyx1                pyx2
+///   in reset while low               line 7 (PROGRAM_B)       line 9
+///   INIT_B, DONE                     lines 6, 8               lines 1, 0
+///   PROGRAM_B, read only             -                        line 4, follows line 9
+///   the lines that route the SPI     0xEC9F                   0x0204
+///   pulls, and flash to FPGA         0x2C80                   0x0200
+///   controller to flash              0x2C9D                   0x0204
+///   controller to FPGA and flash     0xEC9D                   -
+///
+/// Released, the FPGA boots when the SPI is routed from flash to FPGA from the end of clearing (5
+/// ms) until DONE (kBootTime after the release) and the flash holds a plausible bitstream (pyx2:
+/// boot header). It looks once: lines that come right later do nothing before the next reset. At
+/// power-on it has booted long ago if it could.
+class ExpanderFpgaModel {
+ public:
+  static constexpr std::chrono::nanoseconds kBootTime = FpgaBoot::kBootTime;
+
+  /// @param slot   the expander in slot 5 has an address of its own: one higher
+  /// @param flash  borrowed; loaded before, and outlives this object
+  ExpanderFpgaModel(ExpanderModule module,
+                    unsigned slot,
+                    const NorFlashModel& flash,
+                    DonePolicy policy);
+
+  /// 7-bit I2C address: 0x21 dax, 0x20 pyx1 and pyx2, and one more in slot 5.
+  std::uint8_t ExpanderAddress() const { return address_; }
+  /// Everything after the address byte; the FPGA sees every single register change.
+  void WriteExpander(std::span<const std::uint8_t> bytes);
+  void ReadExpander(std::span<std::uint8_t> bytes) const { expander_.Read(bytes); }
+
+  /// False: the controller's spidev reads zeros and reaches no chip.
+  bool FlashAnswersController() const;
+  bool InReset() const { return boot_.InReset(); }
+  bool Done() const { return boot_.Done(); }
+  std::uint16_t Lines() const { return expander_.Lines(); }
+  /// The lines that the expander drives: none of those it was lent once a run has let go of them.
+  std::uint16_t DrivenLines() const { return expander_.Driven(); }
+  void AdvanceTime(std::chrono::nanoseconds by);
+
+  /// A fault: the lines in `mask` stay at `levels`, whoever drives them; mask 0 ends it.
+  void HoldLines(std::uint16_t mask, std::uint16_t levels);
+
+  struct Wiring;  // what differs from module to module
+
+ private:
+  void Settle();
+  bool FlashBootable() const;
+
+  const Wiring& wiring_;
+  const NorFlashModel& flash_;
+  std::uint8_t address_;
+  Pca9535Model expander_;
+  FpgaBoot boot_;
+};
+
+}  // namespace orvane

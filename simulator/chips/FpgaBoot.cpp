@@ -1,0 +1,60 @@
+#include "simulator/chips/FpgaBoot.h"
+
+#include <algorithm>
+
+namespace orvane {
+
+FpgaBoot::FpgaBoot(DonePolicy policy, std::chrono::nanoseconds clearTime, bool configured)
+    : policy_(policy),
+      clearTime_(clearTime),
+      phase_(configured ? Phase::kConfigured : Phase::kFailed),
+      sinceRelease_(std::max(policy.delay, kBootTime)) {}  // longer ago than anything waits for
+
+void FpgaBoot::Update(bool inReset, bool flashBootable) {
+  flashBootable_ = flashBootable;
+  if (inReset) {
+    phase_ = Phase::kReset;
+    return;
+  }
+  if (phase_ == Phase::kReset) {
+    phase_ = Phase::kBooting;
+    sinceRelease_ = std::chrono::nanoseconds(0);
+  }
+  LookForFlash();
+}
+
+void FpgaBoot::AdvanceTime(std::chrono::nanoseconds by) {
+  if (phase_ != Phase::kReset) {
+    sinceRelease_ += by;
+    LookForFlash();
+  }
+}
+
+void FpgaBoot::LookForFlash() {
+  if (phase_ != Phase::kBooting || sinceRelease_ < clearTime_) {
+    return;
+  }
+  if (!flashBootable_) {
+    phase_ = Phase::kFailed;
+  } else if (sinceRelease_ >= kBootTime) {
+    phase_ = Phase::kConfigured;
+  }
+}
+
+bool FpgaBoot::Cleared() const { return phase_ != Phase::kReset && sinceRelease_ >= clearTime_; }
+
+bool FpgaBoot::Done() const {
+  switch (policy_.kind) {
+    case DonePolicy::Kind::kAuto:
+      return phase_ == Phase::kConfigured;
+    case DonePolicy::Kind::kHigh:
+      return true;
+    case DonePolicy::Kind::kLow:
+      return false;
+    case DonePolicy::Kind::kAfter:
+      return phase_ != Phase::kReset && sinceRelease_ >= policy_.delay;
+  }
+  return false;
+}
+
+}  // namespace orvane

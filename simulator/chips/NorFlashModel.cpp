@@ -1,0 +1,286 @@
+#include "simulator/chips/NorFlashModel.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+
+namespace orvane {
+namespace {
+
+// Command set: opcode, then what travels with it.
+constexpr std::uint8_t kWriteRegisters = 0x01;      // status, on kMacronix configuration too
+constexpr std::uint8_t kPageProgram = 0x02;         // 3 address bytes, data
+constexpr std::uint8_t kRead = 0x03;                // 3 address bytes, data back
+constexpr std::uint8_t kWriteDisable = 0x04;        //
+constexpr std::uint8_t kReadStatus = 0x05;          // status back, repeated while clocked
+constexpr std::uint8_t kWriteEnable = 0x06;         //
+constexpr std::uint8_t kReadConfiguration = 0x15;   // configuration back, repeated while clocked
+constexpr std::uint8_t kEraseSubsector = 0x20;      // 3 address bytes
+constexpr std::uint8_t kEraseChip = 0x60;           //
+constexpr std::uint8_t kReadIdentification = 0x9F;  // 3 bytes back
+constexpr std::uint8_t kEraseChipToo = 0xC7;        //
+constexpr std::uint8_t kEraseSector = 0xD8;         // 3 address bytes
+
+constexpr std::size_t kCommandBytes = 4;  // opcode and address
+constexpr std::size_t kPageBytes = 256;
+constexpr std::size_t kSubsectorBytes = 4096;
+constexpr std::size_t kSectorBytes = 65536;
+constexpr std::uint8_t kErased = 0xFF;
+
+constexpr std::uint8_t kStatusBusy = 0x01;
+constexpr std::uint8_t kStatusWriteEnabled = 0x02;
+constexpr std::uint8_t kStatusStored = 0xFC;  // non-volatile
+constexpr unsigned kWholeArrayLevel = 9;
+
+constexpr std::uint8_t kMacronixBottom = 0x08;         // configuration: protect from address 0
+constexpr std::uint8_t kMacronixConfigStored = 0xCF;   // bits 4 and 5 are reserved
+constexpr std::uint8_t kMacronixConfigDefault = 0x07;  // output drivers as delivered
+constexpr std::uint8_t kMicronBottom = 0x20;           // status: protect from address 0
+
+constexpr std::array<std::uint8_t, 3> kMicronIdentification = {0x20, 0xBA, 0x18};
+constexpr std::array<std::uint8_t, 3> kMacronixIdentification = {0xC2, 0x20, 0x18};
+
+/// The address of a command that is long enough to have one.
+std::size_t Address(std::span<const std::uint8_t> command) {
+  return std::size_t{command[1]} << 16U | std::size_t{command[2]} << 8U | command[3];
+}
+
+unsigned ProtectLevel(Chip chip, std::uint8_t status) {
+  return chip == Chip::kMacronix ? (status >> 2U) & 0x0FU
+                                 : ((status >> 2U) & 0x07U) | ((status >> 3U) & 0x08U);
+}
+
+/// Counts one event against a countdown; true when it is the one that was asked for.
+bool Due(std::uint64_t& countdown) { return countdown > 0 && --countdown == 0; }
+
+}  // namespace
+
+NorFlashModel::NorFlashModel(Chip chip)
+    : chip_(chip),
+      array_(kBytes, kErased),
+      configuration_(chip == Chip::kMacronix ? kMacronixConfigDefault : 0) {}
+
+void NorFlashModel::Load(std::span<const std::uint8_t> contents) {
+  if (contents.size() > kBytes) {
+    throw std::length_error("more than 16 MiB for the flash");
+  }
+  const auto end = std::copy(contents.begin(), contents.end(), array_.begin());
+  std::fill(end, array_.end(), kErased);
+}
+
+void NorFlashModel::Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) {
+  if (mosi.size() != miso.size()) {
+    throw std::invalid_argument("every byte out has a byte in");
+  }
+  std::fill(miso.begin(), miso.end(), std::uint8_t{0});
+  if (!present_ || mosi.empty()) {
+    return;
+  }
+  // The registers can be read at any time; every other command is not decoded while busy.
+  if (mosi[0] == kReadStatus) {
+    ReadStatus(miso.subspan(1));
+  } else if (mosi[0] == kReadConfiguration) {
+    std::fill(miso.begin() + 1, miso.end(), configuration_);  // 0 on a chip that has none
+  } else if (!Busy()) {
+    if (mosi[0] == kRead) {
+      ReadArray(mosi, miso);
+    } else if (mosi[0] == kReadIdentification) {
+      // What follows the three bytes is a matter of the single part, and nobody may rely on it.
+      const auto& id = chip_ == Chip::kMacronix ? kMacronixIdentification : kMicronIdentification;
+      std::copy_n(id.begin(), std::min(id.size(), miso.size() - 1), miso.begin() + 1);
+    } else {
+      Execute(mosi);
+    }
+  }
+}
+
+void NorFlashModel::ReadArray(std::span<const std::uint8_t> mosi,
+                              std::span<std::uint8_t> miso) const {
+  if (mosi.size() <= kCommandBytes) {
+    return;
+  }
+  miso = miso.subspan(kCommandBytes);
+  for (std::size_t at = Address(mosi); !miso.empty(); at = 0) {
+    const std::size_t run = std::min(miso.size(), kBytes - at);
+    std::copy_n(array_.begin() + static_cast<std::ptrdiff_t>(at), run, miso.begin());
+    miso = miso.subspan(run);
+  }
+}
+
+void NorFlashModel::ReadStatus(std::span<std::uint8_t> miso) {
+  for (std::uint8_t& byte : miso) {
+    byte = StatusRegister();
+    if (busyReads_ > 0 && --busyReads_ == 0) {
+      BeReady();
+    }
+  }
+}
+
+/// Commands that bring nothing back. Each is carried out when chip select rises after exactly the
+/// bytes it consists of, and ignored otherwise.
+void NorFlashModel::Execute(std::span<const std::uint8_t> command) {
+  if (command[0] == kWriteEnable || command[0] == kWriteDisable) {
+    if (command.size() == 1) {
+      writeEnabled_ = command[0] == kWriteEnable;
+    }
+    return;
+  }
+  if (!writeEnabled_) {
+    return;
+  }
+  switch (command[0]) {
+    case kPageProgram:
+      if (command.size() > kCommandBytes) {
+        Program(Address(command), command.subspan(kCommandBytes));
+      }
+      break;
+    case kEraseSubsector:
+    case kEraseSector:
+      if (command.size() == kCommandBytes) {
+        const std::size_t bytes = command[0] == kEraseSector ? kSectorBytes : kSubsectorBytes;
+        const std::size_t begin = Address(command) / bytes * bytes;
+        Erase({.begin = begin, .end = begin + bytes});
+      }
+      break;
+    case kEraseChip:
+    case kEraseChipToo:
+      if (command.size() == 1) {
+        Erase({.begin = 0, .end = kBytes});
+      }
+      break;
+    case kWriteRegisters:
+      WriteRegisters(command.subspan(1));
+      break;
+    default:
+      break;
+  }
+}
+
+void NorFlashModel::Program(std::size_t address, std::span<const std::uint8_t> data) {
+  const std::size_t page = address / kPageBytes * kPageBytes;
+  if (RefusedAsProtected({.begin = page, .end = page + kPageBytes})) {
+    return;
+  }
+  const bool lost = Due(dropProgram_) ||
+                    std::find(wornPages_.begin(), wornPages_.end(), page) != wornPages_.end();
+  if (!lost) {
+    if (data.size() > kPageBytes) {  // the page buffer went round: the last bytes stand
+      address += data.size() - kPageBytes;
+      data = data.last(kPageBytes);
+    }
+    for (std::size_t i = 0; i < data.size(); ++i) {
+      array_[page + (address + i) % kPageBytes] &= data[i];
+    }
+  }
+  BeBusy(kBusyReadsAfterProgram, kLongestProgram);
+}
+
+void NorFlashModel::Erase(Range range) {
+  if (RefusedAsProtected(range)) {
+    return;
+  }
+  if (!Due(dropErase_)) {
+    for (std::size_t at = range.begin; at < range.end;) {  // in runs within one sector
+      const std::size_t sector = at / kSectorBytes * kSectorBytes;
+      const std::size_t end = std::min(range.end, sector + kSectorBytes);
+      if (std::find(wornSectors_.begin(), wornSectors_.end(), sector) == wornSectors_.end()) {
+        std::fill_n(array_.begin() + static_cast<std::ptrdiff_t>(at), end - at, kErased);
+      }
+      at = end;
+    }
+  }
+  const std::size_t sectors = std::max<std::size_t>(1, (range.end - range.begin) / kSectorBytes);
+  BeBusy(kBusyReadsAfterErase, static_cast<int>(sectors) * kLongestSectorErase);
+}
+
+void NorFlashModel::WriteRegisters(std::span<const std::uint8_t> values) {
+  const std::size_t most = chip_ == Chip::kMacronix ? 2 : 1;
+  if (values.empty() || values.size() > most) {
+    return;
+  }
+  nextStatus_ = status_;
+  nextConfiguration_ = configuration_;
+  if (!Due(dropRegisterWrite_)) {
+    nextStatus_ = values[0] & kStatusStored;
+    if (values.size() == 2) {
+      // The bottom bit is one-time programmable.
+      nextConfiguration_ = static_cast<std::uint8_t>((values[1] & kMacronixConfigStored) |
+                                                     (configuration_ & kMacronixBottom));
+    }
+  }
+  registerWriteLeft_ = kRegisterWriteTime;
+}
+
+void NorFlashModel::AdvanceTime(std::chrono::nanoseconds by) {
+  if (busyReads_ > 0) {
+    busyLeft_ -= std::min(by, busyLeft_);
+    if (busyLeft_.count() == 0) {
+      BeReady();
+    }
+  }
+  if (registerWriteLeft_.count() == 0) {
+    return;
+  }
+  registerWriteLeft_ -= std::min(by, registerWriteLeft_);
+  if (registerWriteLeft_.count() == 0) {
+    status_ = nextStatus_;
+    configuration_ = nextConfiguration_;
+    writeEnabled_ = false;
+  }
+}
+
+void NorFlashModel::BeBusy(int statusReads, std::chrono::nanoseconds longest) {
+  busyReads_ = statusReads;
+  busyLeft_ = longest;
+  if (Due(stayBusyAfter_)) {
+    stuckBusy_ = true;
+  }
+}
+
+void NorFlashModel::BeReady() {
+  busyReads_ = 0;
+  writeEnabled_ = writeEnabled_ && stuckBusy_;
+}
+
+std::uint8_t NorFlashModel::StatusRegister() const {
+  return static_cast<std::uint8_t>(status_ | (writeEnabled_ ? kStatusWriteEnabled : 0) |
+                                   (Busy() ? kStatusBusy : 0));
+}
+
+void NorFlashModel::LoadRegisters(std::uint8_t status, std::uint8_t configuration) {
+  status_ = status & kStatusStored;
+  if (chip_ == Chip::kMacronix) {
+    configuration_ = configuration & kMacronixConfigStored;
+  }
+}
+
+NorFlashModel::Range NorFlashModel::ProtectedRange() const {
+  const unsigned level = ProtectLevel(chip_, status_);
+  if (level == 0) {
+    return {};
+  }
+  const std::size_t bytes = level >= kWholeArrayLevel ? kBytes : kSectorBytes << (level - 1);
+  const bool bottom = chip_ == Chip::kMacronix ? (configuration_ & kMacronixBottom) != 0
+                                               : (status_ & kMicronBottom) != 0;
+  return bottom ? Range{.begin = 0, .end = bytes} : Range{.begin = kBytes - bytes, .end = kBytes};
+}
+
+bool NorFlashModel::RefusedAsProtected(Range range) {
+  const Range locked = ProtectedRange();
+  if (range.begin >= locked.end || range.end <= locked.begin) {
+    return false;
+  }
+  // A kMicron keeps its latch until its flags are cleared or it is told to let go.
+  writeEnabled_ = writeEnabled_ && chip_ == Chip::kMicron;
+  return true;
+}
+
+void NorFlashModel::WearOutPage(std::uint32_t address) {
+  wornPages_.push_back(address % kBytes / kPageBytes * kPageBytes);
+}
+
+void NorFlashModel::WearOutSector(std::uint32_t address) {
+  wornSectors_.push_back(address % kBytes / kSectorBytes * kSectorBytes);
+}
+
+}  // namespace orvane

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <string_view>
+
+#include "simulator/chips/DonePolicy.h"
+#include "simulator/chips/FpgaBoot.h"
+#include "simulator/chips/NorFlashModel.h"
+
+namespace orvane {
+
+/// The Zynq of a wend module, as its three control files show it. At power-on the Zynq owns its
+/// flash, is not in reset, and DONE is high when the flash holds a plausible boot header.
+///
+/// DONE falls in reset. It rises kBootTime after the release when the Zynq owns the flash from the
+/// release on and finds a plausible boot header there. It looks once: a flash that comes back later
+/// is not noticed before the next reset. A configured Zynq does not mind losing its flash.
+class ZynqModel {
+ public:
+  static constexpr std::chrono::nanoseconds kBootTime = FpgaBoot::kBootTime;
+
+  /// @param flash  borrowed; loaded before, and outlives this object
+  ZynqModel(const NorFlashModel& flash, DonePolicy policy);
+
+  /// "1": the controller owns the flash; "0": the Zynq owns it; anything else is ignored.
+  void WriteQspiPrg(std::string_view value);
+  /// "0": in reset; "1": released; anything else is ignored.
+  void WriteHwReset(std::string_view value);
+
+  /// False: the controller's spidev reads zeros and reaches no chip.
+  bool ControllerOwnsFlash() const { return controllerOwnsFlash_; }
+  bool InReset() const { return inReset_; }
+  bool Done() const { return boot_.Done(); }
+  void AdvanceTime(std::chrono::nanoseconds by) { boot_.AdvanceTime(by); }
+
+ private:
+  void Update();
+
+  const NorFlashModel& flash_;
+  bool controllerOwnsFlash_ = false;
+  bool inReset_ = false;
+  FpgaBoot boot_;
+};
+
+}  // namespace orvane

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "simulator/instrument/EventKind.h"
+
+namespace orvane {
+
+/// Writes one line for each event, in the order of the calls.
+class EventLog {
+ public:
+  /// @param out  borrowed; null: nothing is written
+  explicit EventLog(std::ostream* out) : out_(out) {}
+
+  /// Whether anything is written, so that the texts are worth composing.
+  bool IsOn() const { return out_ != nullptr; }
+
+  /// "spi /dev/spidev1.0 RDSR = 03"; without a result, nothing follows the text.
+  void Event(EventKind kind, std::string_view text, std::string_view result = {});
+
+  /// One write to standard output, one line.
+  void StandardOutput(std::string_view bytes);
+
+  /// A write to standard error. Programs write it in pieces, so pieces are put together: a line for
+  /// each line of text, and one for an unfinished line that something else follows.
+  void StandardError(std::string_view bytes);
+
+  /// The end of the run: "exit 0", "killed SIGSEGV".
+  void End(std::string_view text);
+
+ private:
+  void FinishStandardError();
+
+  std::ostream* out_;
+  std::string standardError_;
+};
+
+}  // namespace orvane

@@ -1,0 +1,145 @@
+#include "simulator/instrument/FaultRules.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+#include <stdexcept>
+
+#include "simulator/instrument/ErrnoName.h"
+#include "simulator/instrument/Escape.h"
+
+namespace orvane {
+
+namespace {
+
+constexpr std::string_view kAnyWord = "any";
+constexpr std::string_view kDefaultDBusError = "org.freedesktop.DBus.Error.Failed";
+
+[[noreturn]] void Refuse(const std::string& why) { throw std::invalid_argument(why); }
+
+bool CutPrefix(std::string_view& text, std::string_view prefix) {
+  if (!text.starts_with(prefix)) {
+    return false;
+  }
+  text.remove_prefix(prefix.size());
+  return true;
+}
+
+/// @return nothing when `text` is no action
+std::optional<Fault> ParseAction(std::string_view text) {
+  if (text == "lost") {
+    return Fault{.kind = Fault::Kind::kLose};
+  }
+  if (text == "kill") {
+    return Fault{.kind = Fault::Kind::kKill};
+  }
+  if (text == "error") {
+    return Fault{.kind = Fault::Kind::kFail, .text = std::string(kDefaultDBusError)};
+  }
+  if (std::string_view name = text; CutPrefix(name, "error:") && !name.empty()) {
+    return Fault{.kind = Fault::Kind::kFail, .text = std::string(name)};
+  }
+  if (std::string_view answer = text; CutPrefix(answer, "data:")) {
+    return Fault{.kind = Fault::Kind::kAnswer, .text = Unescape(answer)};
+  }
+  if (const std::optional<int> error = ErrnoFromName(text)) {
+    return Fault{.kind = Fault::Kind::kFail, .error = *error};
+  }
+  return std::nullopt;
+}
+
+/// Cuts "#N" or "#N+" off the end of a place.
+void ParseCount(std::string_view& place, FaultRule& rule) {
+  const std::size_t hash = place.rfind('#');
+  if (hash == std::string_view::npos) {
+    return;
+  }
+  std::string_view digits = place.substr(hash + 1);
+  const bool onwards = digits.ends_with('+');
+  if (onwards) {
+    digits.remove_suffix(1);
+  }
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  if (digits.empty() || error != std::errc() || end != digits.data() + digits.size()) {
+    return;  // a '#' of the text
+  }
+  if (number == 0) {
+    Refuse("events are counted from 1");
+  }
+  rule.first = number;
+  rule.onwards = onwards;
+  place = place.substr(0, hash);
+}
+
+std::optional<EventKind> ParseKind(std::string_view word) {
+  if (word == kAnyWord) {
+    return std::nullopt;
+  }
+  const auto* const found = std::find(kEventWords.begin(), kEventWords.end(), word);
+  if (found == kEventWords.end()) {
+    Refuse("'" + std::string(word) +
+           "' is no kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep, any)");
+  }
+  return static_cast<EventKind>(found - kEventWords.begin());
+}
+
+bool Suits(const FaultRule& rule) {
+  const bool isDBus = rule.kind == EventKind::kDBus;
+  switch (rule.fault.kind) {
+    case Fault::Kind::kNone:
+    case Fault::Kind::kKill:
+      return true;
+    case Fault::Kind::kFail:
+      return rule.kind.has_value() && isDBus == !rule.fault.text.empty();
+    case Fault::Kind::kLose:
+      return rule.kind == EventKind::kWrite || rule.kind == EventKind::kIoctl ||
+             rule.kind == EventKind::kSpi || rule.kind == EventKind::kI2c;
+    case Fault::Kind::kAnswer:
+      return rule.kind == EventKind::kRead || rule.kind == EventKind::kIoctl ||
+             rule.kind == EventKind::kSpi || rule.kind == EventKind::kI2c || isDBus;
+  }
+  return false;
+}
+
+}  // namespace
+
+FaultRule FaultRule::Parse(std::string_view text) {
+  // Texts contain colons too: the place ends at the first colon that an action follows.
+  for (std::size_t colon = text.find(':'); colon != std::string_view::npos;
+       colon = text.find(':', colon + 1)) {
+    const std::optional<Fault> fault = ParseAction(text.substr(colon + 1));
+    if (!fault) {
+      continue;
+    }
+    FaultRule rule{.fault = *fault};
+    std::string_view place = text.substr(0, colon);
+    ParseCount(place, rule);
+    const std::size_t wordEnd = place.find(':');
+    rule.kind = ParseKind(place.substr(0, wordEnd));
+    rule.text = wordEnd == std::string_view::npos ? "" : place.substr(wordEnd + 1);
+    if (!Suits(rule)) {
+      Refuse("this cannot happen to such an event");
+    }
+    return rule;
+  }
+  Refuse("it does not end in an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+}
+
+Fault FaultRules::Judge(EventKind kind, std::string_view text) {
+  const Fault* hit = nullptr;
+  for (CountedRule& counted : rules_) {
+    const FaultRule& rule = counted.rule;
+    if (rule.kind.value_or(kind) != kind || text.find(rule.text) == std::string_view::npos) {
+      continue;
+    }
+    ++counted.seen;
+    const bool hits = counted.seen == rule.first || (rule.onwards && counted.seen > rule.first);
+    if (hits && hit == nullptr) {
+      hit = &rule.fault;
+    }
+  }
+  return hit == nullptr ? Fault{} : *hit;
+}
+
+}  // namespace orvane

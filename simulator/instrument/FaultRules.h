@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/instrument/EventKind.h"
+
+namespace orvane {
+
+/// What happens to one event.
+struct Fault {
+  enum class Kind {
+    kNone,    // it takes its course
+    kFail,    // it has no effect and fails with `error` (D-Bus: with the error named `text`)
+    kLose,    // it has no effect and succeeds
+    kAnswer,  // it takes its course, but the program gets `text` for an answer
+    kKill,    // it has no effect: the program is killed
+  };
+  Kind kind = Kind::kNone;
+  int error = 0;
+  std::string text;
+};
+
+/// One rule, KIND[:TEXT][#N[+]]:ACTION.
+struct FaultRule {
+  std::optional<EventKind> kind;  // none: any
+  std::string text;               // a part of the event's text; empty: any
+  std::uint64_t first = 1;        // the first of the matching events that is hit
+  bool onwards = true;            // and those after it
+  Fault fault;
+
+  /// @throw std::invalid_argument, with a text for the user
+  static FaultRule Parse(std::string_view text);
+};
+
+/// The rules of a run. Each counts the events that match it, whichever rule hits them in the end.
+class FaultRules {
+ public:
+  void Add(FaultRule rule) { rules_.push_back({std::move(rule)}); }
+  bool Empty() const { return rules_.empty(); }
+
+  /// To be asked exactly once for each event.
+  /// @param text  the event as the log shows it, without its result
+  /// @return the fault of the first rule that hits it
+  Fault Judge(EventKind kind, std::string_view text);
+
+ private:
+  struct CountedRule {
+    FaultRule rule;
+    std::uint64_t seen = 0;
+  };
+
+  std::vector<CountedRule> rules_;
+};
+
+}  // namespace orvane

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "simulator/host/PrivateBus.h"
+#include "tests/doubles/EnvironmentVariable.h"
+#include "tests/doubles/TemporaryDirectory.h"
+
+/// A real dbus-daemon of the test's own, which is the system bus of this process as long as the
+/// object lives.
+class PrivateSystemBus {
+ public:
+  [[nodiscard]] const std::string& address() const { return address_; }
+
+  /// Ends the daemon and waits until it is gone. The address stays and leads nowhere.
+  void Stop() { daemon_.reset(); }
+
+ private:
+  TemporaryDirectory directory_{"/tmp"};  // a socket's address is short
+  std::optional<orvane::PrivateBus> daemon_{directory_.path()};
+  std::string address_ = daemon_->Address();
+  EnvironmentVariable variable_{"DBUS_SYSTEM_BUS_ADDRESS", address_};
+};

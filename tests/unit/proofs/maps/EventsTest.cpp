@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "proofs/maps/Events.h"
+
+namespace maps {
+namespace {
+
+/// "step: label" of each event.
+std::vector<std::string> Labels(const std::vector<std::string>& log) {
+  std::vector<std::string> labels;
+  for (const Event& event : EventsOf(log)) {
+    labels.push_back(event.step + ": " + event.label);
+  }
+  return labels;
+}
+
+/// A page program with two status reads.
+void AppendPage(std::vector<std::string>& log, int page) {
+  const std::string node = "spi /dev/spidev1.0 ";
+  log.insert(log.end(),
+             {node + "WREN",
+              node + "PP 0x" + std::to_string(page) + " +256",
+              node + "RDSR = 03",
+              node + "RDSR = 00"});
+}
+
+TEST(EventsTest, ConsoleLinesOpenTheSteps) {
+  EXPECT_EQ(Labels({"dbus GetModuleLocations = 1",
+                    R"(stdout "SPI clock rate =19MHz\n")",
+                    "open /sys/module/spidev/parameters/bufsiz O_RDONLY",
+                    R"(stdout "Connecting ...\n")",
+                    "sleep 5 s",
+                    R"(stdout "Toggling reset ... ")",
+                    "sleep 10 ms",
+                    R"(stdout "done.\n")",
+                    "close -1",
+                    "exit 0"}),
+            (std::vector<std::string>{"discovery: GetModuleLocations",
+                                      "set-up: open bufsiz",
+                                      "connect: sleep 5 s",
+                                      "reset: sleep 10 ms",
+                                      "end: close descriptor -1"}));
+}
+
+TEST(EventsTest, ExpanderTransfersAreNamedByTheirRegister) {
+  EXPECT_EQ(Labels({"i2c /dev/i2c-11 0x21 w 02 r ff ff",
+                    "i2c /dev/i2c-11 0x21 w 02 a0 3e",
+                    "i2c /dev/i2c-11 0x21 w 06 ff ff",
+                    "i2c /dev/i2c-11 0x21 w 00 r c0 2d"}),
+            (std::vector<std::string>{"discovery: read the outputs",
+                                      "discovery: write the outputs a0 3e",
+                                      "discovery: write the directions ff ff",
+                                      "discovery: read the inputs"}));
+}
+
+TEST(EventsTest, EventsAreCountedByKind) {
+  const std::vector<Event> events = EventsOf({"open a O_RDONLY",
+                                              "spi /dev/spidev1.0 speed 19000000 bits 8",
+                                              "spi /dev/spidev1.0 RDID = 20 ba 18",
+                                              "close a",
+                                              "spi /dev/spidev1.0 RDSR = 00",
+                                              "open b O_RDONLY"});
+  ASSERT_EQ(events.size(), 5U);
+  EXPECT_EQ(events[0].ordinal, 1U);
+  EXPECT_EQ(events[1].ordinal, 1U);
+  EXPECT_EQ(events[1].result, "20 ba 18");
+  EXPECT_EQ(events[3].ordinal, 2U);
+  EXPECT_EQ(events[3].statusRead, 1U);
+  EXPECT_EQ(events[4].ordinal, 2U);
+}
+
+TEST(EventsTest, FiveOfThePagesAreKept) {
+  std::vector<std::string> log = {
+      "spi /dev/spidev1.0 WREN", "spi /dev/spidev1.0 SE 0x000000", "spi /dev/spidev1.0 RDSR = 00"};
+  for (int page = 0; page < 9; ++page) {
+    AppendPage(log, page);
+  }
+  std::vector<std::string> expected = {"discovery: WREN for SE, sector 1",
+                                       "discovery: SE, sector 1",
+                                       "discovery: RDSR ready, sector 1"};
+  for (const std::string page :
+       {"first page", "second page", "middle page", "last page but one", "last page"}) {
+    expected.insert(expected.end(),
+                    {"discovery: WREN for PP, " + page,
+                     "discovery: PP, " + page,
+                     "discovery: RDSR busy, " + page,
+                     "discovery: RDSR ready, " + page});
+  }
+  EXPECT_EQ(Labels(log), expected);
+}
+
+TEST(EventsTest, ProgramsAndErasesAreCountedApartAndTogether) {
+  std::vector<std::string> log = {"spi /dev/spidev1.0 SE 0x000000"};
+  AppendPage(log, 0);
+  const std::vector<Event> events = EventsOf(log);
+  EXPECT_EQ(events[0].erase, 1U);
+  EXPECT_EQ(events[0].operation, 1U);
+  EXPECT_EQ(events[2].program, 1U);
+  EXPECT_EQ(events[2].operation, 2U);
+}
+
+}  // namespace
+}  // namespace maps

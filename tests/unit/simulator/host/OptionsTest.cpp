@@ -1,0 +1,285 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "simulator/host/Options.h"
+
+namespace orvane {
+namespace {
+
+Options Parse(std::initializer_list<const char*> words) {
+  const std::vector<const char*> copy(words);
+  return ParseOptions(copy);
+}
+
+ModuleOptions ParseModuleOf(const char* text) {
+  return Parse({"--module", text, "--", "true"}).modules.at(0);
+}
+
+std::string ProblemWith(std::initializer_list<const char*> words) {
+  try {
+    Parse(words);
+  } catch (const UsageError& error) {
+    return error.what();
+  }
+  return "none";
+}
+
+TEST(OptionsTest, CommandAloneRunsOnOneModuleOfEachType) {
+  const Options options = Parse({"--", "tarnwick", "-x", "--"});
+  EXPECT_EQ(options.command, (std::vector<std::string>{"tarnwick", "-x", "--"}));
+  ASSERT_EQ(options.modules.size(), 4U);
+  EXPECT_EQ(options.modules[0].type, ModuleType::kWend);
+  EXPECT_EQ(options.modules[0].slot, 1U);
+  EXPECT_EQ(options.modules[1].type, ModuleType::kDax);
+  EXPECT_EQ(options.modules[1].slot, 2U);
+  EXPECT_EQ(options.modules[2].type, ModuleType::kPyx1);
+  EXPECT_EQ(options.modules[2].slot, 4U);
+  EXPECT_EQ(options.modules[3].type, ModuleType::kPyx2);
+  EXPECT_EQ(options.modules[3].slot, 5U);
+  EXPECT_EQ(options.modules[0].flashFile, "");
+  EXPECT_EQ(options.modules[0].chip, Chip::kMicron);
+  EXPECT_EQ(options.modules[0].done.kind, DonePolicy::Kind::kAuto);
+  EXPECT_FALSE(options.fast);
+  EXPECT_EQ(options.logFile, "");
+  EXPECT_EQ(options.bufsiz, "4096");
+  EXPECT_TRUE(options.withBus);
+  EXPECT_TRUE(options.withInventory);
+  EXPECT_TRUE(options.withResources);
+  EXPECT_TRUE(options.withSelector);
+  EXPECT_EQ(options.stateFile, "");
+  EXPECT_TRUE(options.faults.empty());
+}
+
+TEST(OptionsTest, StateFileIsTaken) {
+  EXPECT_EQ(Parse({"--state", "how", "--", "true"}).stateFile, "how");
+  EXPECT_EQ(ProblemWith({"--state", "", "--", "x"}), "--state needs a file name");
+}
+
+TEST(OptionsTest, SelectorCanBeLeftOut) {
+  EXPECT_FALSE(Parse({"--without", "selector", "--", "true"}).withSelector);
+}
+
+TEST(OptionsTest, ExpanderCanBeAbsent) {
+  EXPECT_FALSE(Parse({"--module", "dax@2,expander=absent", "--", "true"}).modules.at(0).expander);
+  EXPECT_TRUE(Parse({"--module", "pyx1@4", "--", "true"}).modules.at(0).expander);
+}
+
+TEST(OptionsTest, HelpNeedsNoCommand) { EXPECT_TRUE(Parse({"--help"}).help); }
+
+TEST(OptionsTest, HelpBehindTheCommandIsTheCommands) {
+  EXPECT_FALSE(Parse({"--", "tarnwick", "--help"}).help);
+}
+
+TEST(OptionsTest, FastAndLogAreTaken) {
+  const Options options = Parse({"--fast", "--log", "events", "--", "true"});
+  EXPECT_TRUE(options.fast);
+  EXPECT_EQ(options.logFile, "events");
+}
+
+TEST(OptionsTest, ModuleKeysAreTaken) {
+  const ModuleOptions module = ParseModuleOf("wend@3,flash=a b.bin,chip=macronix,done=low");
+  EXPECT_EQ(module.slot, 3U);
+  EXPECT_EQ(module.flashFile, "a b.bin");
+  EXPECT_EQ(module.chip, Chip::kMacronix);
+  EXPECT_EQ(module.done.kind, DonePolicy::Kind::kLow);
+}
+
+TEST(OptionsTest, DoneHighIsTaken) {
+  EXPECT_EQ(ParseModuleOf("wend@1,done=high").done.kind, DonePolicy::Kind::kHigh);
+}
+
+TEST(OptionsTest, DoneAfterCountsMilliseconds) {
+  const DonePolicy done = ParseModuleOf("wend@1,done=after:9999").done;
+  EXPECT_EQ(done.kind, DonePolicy::Kind::kAfter);
+  EXPECT_EQ(done.delay, std::chrono::milliseconds(9999));
+}
+
+TEST(OptionsTest, NamesFromTheServiceCanBeEmptyOrOthers) {
+  const ModuleOptions module = ParseModuleOf("wend@1,i2c=none,spi=spidev9.9");
+  EXPECT_EQ(module.i2cName, "");
+  EXPECT_EQ(module.spiName, "spidev9.9");
+}
+
+TEST(OptionsTest, PartsOfTheWorldCanBeMissing) {
+  const ModuleOptions all = ParseModuleOf("wend@1");
+  EXPECT_TRUE(all.i2cNode);
+  EXPECT_TRUE(all.spiNode);
+  EXPECT_TRUE(all.controlFiles);
+  EXPECT_FALSE(ParseModuleOf("wend@1,i2cdev=missing").i2cNode);
+  EXPECT_FALSE(ParseModuleOf("wend@1,spidev=missing").spiNode);
+  EXPECT_FALSE(ParseModuleOf("wend@1,zynq-files=missing").controlFiles);
+}
+
+TEST(OptionsTest, HeldLinesAddUp) {
+  const ModuleOptions module = ParseModuleOf("dax@2,held=15:1,held=0:0,held=8:1");
+  EXPECT_EQ(module.heldLines, 0x8101);
+  EXPECT_EQ(module.heldLevels, 0x8100);
+  EXPECT_EQ(ParseModuleOf("dax@2").heldLines, 0);
+}
+
+TEST(OptionsTest, DefectsOfTheFlashAreTaken) {
+  const FlashDefects defects =
+      ParseModuleOf(
+          "wend@1,flash-chip=absent,program-lost=3,erase-lost=2,register-lost=1,busy-after=7,"
+          "worn-page=0x1000,worn-page=512,worn-sector=16777215")
+          .defects;
+  EXPECT_TRUE(defects.absent);
+  EXPECT_EQ(defects.lostProgram, 3U);
+  EXPECT_EQ(defects.lostErase, 2U);
+  EXPECT_EQ(defects.lostRegisterWrite, 1U);
+  EXPECT_EQ(defects.busyAfter, 7U);
+  EXPECT_EQ(defects.wornPages, (std::vector<std::uint32_t>{4096, 512}));
+  EXPECT_EQ(defects.wornSectors, (std::vector<std::uint32_t>{16'777'215}));
+}
+
+TEST(OptionsTest, SeveralModulesKeepTheirOrder) {
+  const Options options = Parse({"--module", "wend@4", "--module", "wend@2", "--", "true"});
+  ASSERT_EQ(options.modules.size(), 2U);
+  EXPECT_EQ(options.modules[0].slot, 4U);
+  EXPECT_EQ(options.modules[1].slot, 2U);
+}
+
+TEST(OptionsTest, FaultsKeepTheirOrder) {
+  const Options options = Parse({"--fault", "spi#1:EIO", "--fault", "open:lib:ENOENT", "--", "x"});
+  ASSERT_EQ(options.faults.size(), 2U);
+  EXPECT_EQ(options.faults[0].kind, EventKind::kSpi);
+  EXPECT_EQ(options.faults[1].text, "lib");
+}
+
+TEST(OptionsTest, ServicesCanBeLeftOut) {
+  EXPECT_FALSE(Parse({"--without", "inventory", "--", "x"}).withInventory);
+  EXPECT_FALSE(Parse({"--without", "resources", "--", "x"}).withResources);
+  EXPECT_FALSE(Parse({"--without", "bus", "--", "x"}).withBus);
+}
+
+struct LimitRow {
+  const char* text;
+  std::uint64_t limit;
+};
+
+TEST(OptionsTest, DriverLimitIsThePositiveNumberInBufsizOrTheDefault) {
+  for (const LimitRow& row : {LimitRow{"4096", 4096},
+                              {"1", 1},
+                              {"65536", 65536},
+                              {"1099511627776", 1'099'511'627'776},
+                              {"0", 4096},
+                              {"-1", 4096},
+                              {"abc", 4096},
+                              {"  8192 kB", 4096},
+                              {"", 4096},
+                              {"none", 4096}}) {
+    EXPECT_EQ(Parse({"--bufsiz", row.text, "--", "x"}).SpiLimit(), row.limit) << row.text;
+  }
+}
+
+TEST(OptionsTest, BufsizNoneMeansNoFile) {
+  EXPECT_EQ(Parse({"--bufsiz", "none", "--", "x"}).bufsiz, std::nullopt);
+  EXPECT_EQ(Parse({"--bufsiz", "abc", "--", "x"}).bufsiz, "abc");
+}
+
+TEST(OptionsTest, CommandMustBeThere) {
+  EXPECT_EQ(ProblemWith({}), "no COMMAND, which goes behind --");
+  EXPECT_EQ(ProblemWith({"--fast"}), "no COMMAND, which goes behind --");
+  EXPECT_EQ(ProblemWith({"--"}), "no COMMAND, which goes behind --");
+}
+
+TEST(OptionsTest, CommandWithoutTheDashesIsRefused) {
+  EXPECT_EQ(ProblemWith({"tarnwick"}), "'tarnwick' is no option known here");
+}
+
+TEST(OptionsTest, OptionWithoutItsValueIsRefused) {
+  for (const char* const option : {"--module", "--log", "--bufsiz", "--fault", "--without"}) {
+    EXPECT_EQ(ProblemWith({option}), std::string(option) + " needs a value");
+  }
+}
+
+TEST(OptionsTest, EmptyLogNameIsRefused) {
+  EXPECT_EQ(ProblemWith({"--log", "", "--", "x"}), "--log needs a file name");
+}
+
+TEST(OptionsTest, UnknownTypeIsRefused) {
+  EXPECT_EQ(ProblemWith({"--module", "Wend@1", "--", "x"}),
+            "'Wend' is no type of module (wend, dax, pyx1 or pyx2)");
+}
+
+TEST(OptionsTest, SlotMustBeANumber) {
+  for (const char* const text :
+       {"wend", "wend@", "wend@x", "wend@-1", "wend@1x", "wend@2147483648"}) {
+    EXPECT_EQ(ProblemWith({"--module", text, "--", "x"}),
+              "--module '" + std::string(text) + "': TYPE must be followed by @ and a slot number");
+  }
+  EXPECT_EQ(ProblemWith({"--module", "wend@2147483647", "--", "x"}), "none");
+}
+
+TEST(OptionsTest, UnknownKeyIsRefused) {
+  EXPECT_EQ(ProblemWith({"--module", "wend@1,colour=red", "--", "x"}),
+            "--module 'wend@1,colour=red': 'colour=red' is no KEY=VALUE known here");
+  EXPECT_EQ(ProblemWith({"--module", "wend@1,chip", "--", "x"}),
+            "--module 'wend@1,chip': 'chip' is no KEY=VALUE known here");
+}
+
+TEST(OptionsTest, UnknownValueIsRefused) {
+  for (const char* const pair : {"flash=",
+                                 "chip=other",
+                                 "done=maybe",
+                                 "done=after:",
+                                 "done=after:x",
+                                 "done=after:3600001",
+                                 "i2c=",
+                                 "spi=",
+                                 "i2cdev=none",
+                                 "spidev=gone",
+                                 "zynq-files=x",
+                                 "held=16:0",
+                                 "held=3:2",
+                                 "held=3",
+                                 "held=:1",
+                                 "flash-chip=present",
+                                 "program-lost=0",
+                                 "erase-lost=x",
+                                 "register-lost=-1",
+                                 "busy-after=",
+                                 "worn-page=0x1000000",
+                                 "worn-sector=0xg"}) {
+    const std::string text = std::string("wend@1,") + pair;
+    EXPECT_EQ(ProblemWith({"--module", text.c_str(), "--", "x"}),
+              "--module '" + text + "': '" + pair + "' has no such value");
+  }
+}
+
+TEST(OptionsTest, TwoModulesInOneSlotAreRefused) {
+  EXPECT_EQ(ProblemWith({"--module", "wend@2", "--module", "wend@2", "--", "x"}),
+            "two modules in slot 2");
+}
+
+TEST(OptionsTest, TwoModulesWithOneFlashFileAreRefused) {
+  EXPECT_EQ(ProblemWith({"--module", "wend@1,flash=f", "--module", "wend@2,flash=f", "--", "x"}),
+            "two modules with the flash file 'f'");
+}
+
+TEST(OptionsTest, BadFaultIsRefusedWithItsText) {
+  EXPECT_EQ(ProblemWith({"--fault", "spi#0:EIO", "--", "x"}),
+            "--fault 'spi#0:EIO': events are counted from 1");
+}
+
+TEST(OptionsTest, ClockStepIsANumberOfMillisecondsUpToAnHour) {
+  EXPECT_EQ(Parse({"--", "x"}).clockStep, std::chrono::milliseconds(0));
+  EXPECT_EQ(Parse({"--clock-step", "3600000", "--", "x"}).clockStep, std::chrono::hours(1));
+  for (const char* const text : {"", "-1", "x", "3600001"}) {
+    EXPECT_EQ(
+        ProblemWith({"--clock-step", text, "--", "x"}),
+        "--clock-step '" + std::string(text) + "': not a number of milliseconds up to an hour");
+  }
+}
+
+TEST(OptionsTest, UnknownServiceIsRefused) {
+  EXPECT_EQ(ProblemWith({"--without", "shoes", "--", "x"}),
+            "--without 'shoes': not inventory, resources, bus or selector");
+}
+
+}  // namespace
+}  // namespace orvane

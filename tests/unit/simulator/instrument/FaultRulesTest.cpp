@@ -1,0 +1,199 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <string>
+
+#include "simulator/instrument/FaultRules.h"
+
+namespace orvane {
+namespace {
+
+using testing::HasSubstr;
+
+FaultRules Rules(std::initializer_list<const char*> texts) {
+  FaultRules rules;
+  for (const char* const text : texts) {
+    rules.Add(FaultRule::Parse(text));
+  }
+  return rules;
+}
+
+std::string ProblemWith(const char* text) {
+  try {
+    FaultRule::Parse(text);
+  } catch (const std::invalid_argument& error) {
+    return error.what();
+  }
+  return "none";
+}
+
+TEST(FaultRuleTest, PathWithColonsBelongsToThePlace) {
+  const FaultRule rule = FaultRule::Parse("open:/sys/a:b/value#2:ENOENT");
+  EXPECT_EQ(rule.kind, EventKind::kOpen);
+  EXPECT_EQ(rule.text, "/sys/a:b/value");
+  EXPECT_EQ(rule.first, 2U);
+  EXPECT_FALSE(rule.onwards);
+  EXPECT_EQ(rule.fault.kind, Fault::Kind::kFail);
+  EXPECT_EQ(rule.fault.error, ENOENT);
+}
+
+TEST(FaultRuleTest, KindAloneMeansEveryEventOfIt) {
+  const FaultRule rule = FaultRule::Parse("spi:lost");
+  EXPECT_EQ(rule.kind, EventKind::kSpi);
+  EXPECT_EQ(rule.text, "");
+  EXPECT_EQ(rule.first, 1U);
+  EXPECT_TRUE(rule.onwards);
+  EXPECT_EQ(rule.fault.kind, Fault::Kind::kLose);
+}
+
+TEST(FaultRuleTest, AnyKindHasNoKind) {
+  const FaultRule rule = FaultRule::Parse("any#17:kill");
+  EXPECT_EQ(rule.kind, std::nullopt);
+  EXPECT_EQ(rule.first, 17U);
+  EXPECT_EQ(rule.fault.kind, Fault::Kind::kKill);
+}
+
+TEST(FaultRuleTest, PlusMeansOnwards) {
+  const FaultRule rule = FaultRule::Parse("i2c:0x21 w 02#3+:ENXIO");
+  EXPECT_EQ(rule.text, "0x21 w 02");
+  EXPECT_EQ(rule.first, 3U);
+  EXPECT_TRUE(rule.onwards);
+}
+
+TEST(FaultRuleTest, HashWithoutNumberBelongsToTheText) {
+  const FaultRule rule = FaultRule::Parse("open:a#b:EIO");
+  EXPECT_EQ(rule.text, "a#b");
+  EXPECT_TRUE(rule.onwards);
+}
+
+TEST(FaultRuleTest, DataMayContainAnything) {
+  const FaultRule rule = FaultRule::Parse("read:/sys/x#1:data:1:EIO\\x00\\n");
+  EXPECT_EQ(rule.text, "/sys/x");
+  EXPECT_EQ(rule.fault.kind, Fault::Kind::kAnswer);
+  EXPECT_EQ(rule.fault.text, std::string("1:EIO\0\n", 7));
+}
+
+TEST(FaultRuleTest, EmptyDataIsAnAnswerWithoutBytes) {
+  const FaultRule rule = FaultRule::Parse("read:done#1:data:");
+  EXPECT_EQ(rule.fault.kind, Fault::Kind::kAnswer);
+  EXPECT_EQ(rule.fault.text, "");
+}
+
+TEST(FaultRuleTest, DBusErrorHasADefaultName) {
+  EXPECT_EQ(FaultRule::Parse("dbus:GetI2CBus#1:error").fault.text,
+            "org.freedesktop.DBus.Error.Failed");
+}
+
+TEST(FaultRuleTest, DBusErrorCanBeNamed) {
+  EXPECT_EQ(FaultRule::Parse("dbus:error:org.x.Y").fault.text, "org.x.Y");
+}
+
+TEST(FaultRuleTest, UnknownKindIsRefused) {
+  EXPECT_EQ(ProblemWith("spy:EIO"),
+            "'spy' is no kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep, "
+            "any)");
+}
+
+TEST(FaultRuleTest, UnknownActionIsRefused) {
+  EXPECT_EQ(ProblemWith("spi#1:EWRONG"),
+            "it does not end in an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+}
+
+TEST(FaultRuleTest, MissingActionIsRefused) {
+  EXPECT_EQ(ProblemWith("spi"),
+            "it does not end in an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+}
+
+TEST(FaultRuleTest, EventZeroIsRefused) {
+  EXPECT_EQ(ProblemWith("spi#0:EIO"), "events are counted from 1");
+}
+
+TEST(FaultRuleTest, BadEscapeInDataIsRefused) {
+  EXPECT_THAT(ProblemWith("read:x:data:\\q"), HasSubstr("the backslash must be followed by"));
+}
+
+TEST(FaultRuleTest, ActionThatDoesNotSuitTheKindIsRefused) {
+  for (const char* const text : {"open:lost",
+                                 "close:lost",
+                                 "read:lost",
+                                 "sleep:lost",
+                                 "dbus:lost",
+                                 "any:lost",
+                                 "open:data:x",
+                                 "close:data:x",
+                                 "write:data:x",
+                                 "sleep:data:x",
+                                 "any:data:x",
+                                 "dbus:EIO",
+                                 "any:EIO",
+                                 "spi:error",
+                                 "any:error"}) {
+    EXPECT_EQ(ProblemWith(text), "this cannot happen to such an event") << text;
+  }
+}
+
+TEST(FaultRuleTest, EveryKindCanBeKilled) {
+  for (const char* const text : {"open:kill",
+                                 "close:kill",
+                                 "read:kill",
+                                 "write:kill",
+                                 "ioctl:kill",
+                                 "spi:kill",
+                                 "i2c:kill",
+                                 "dbus:kill",
+                                 "sleep:kill"}) {
+    EXPECT_EQ(ProblemWith(text), "none") << text;
+  }
+}
+
+TEST(FaultRulesTest, NoRuleHitsNothing) {
+  FaultRules rules;
+  EXPECT_TRUE(rules.Empty());
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "/dev/spidev1.0 WREN").kind, Fault::Kind::kNone);
+}
+
+TEST(FaultRulesTest, NthEventIsHitAndNoOther) {
+  FaultRules rules = Rules({"spi#2:EIO"});
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "a").kind, Fault::Kind::kNone);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "b").error, EIO);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "c").kind, Fault::Kind::kNone);
+}
+
+TEST(FaultRulesTest, NthEventAndThoseBehindItAreHit) {
+  FaultRules rules = Rules({"spi#2+:EIO"});
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "a").kind, Fault::Kind::kNone);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "b").error, EIO);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "c").error, EIO);
+}
+
+TEST(FaultRulesTest, OnlyEventsThatMatchAreCounted) {
+  FaultRules rules = Rules({"spi:PP#2:EIO"});
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "/dev/spidev1.0 PP 0x000000 +256").error, 0);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "/dev/spidev1.0 RDSR").error, 0);
+  EXPECT_EQ(rules.Judge(EventKind::kWrite, "./PP +1").error, 0);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "/dev/spidev1.0 PP 0x000100 +256").error, EIO);
+}
+
+TEST(FaultRulesTest, AnyCountsEventsOfAllKinds) {
+  FaultRules rules = Rules({"any#3:kill"});
+  EXPECT_EQ(rules.Judge(EventKind::kOpen, "a").kind, Fault::Kind::kNone);
+  EXPECT_EQ(rules.Judge(EventKind::kDBus, "b").kind, Fault::Kind::kNone);
+  EXPECT_EQ(rules.Judge(EventKind::kSleep, "5 s").kind, Fault::Kind::kKill);
+}
+
+TEST(FaultRulesTest, FirstRuleThatHitsDecides) {
+  FaultRules rules = Rules({"spi#2:EIO", "spi:ENXIO"});
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "a").error, ENXIO);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "b").error, EIO);
+}
+
+TEST(FaultRulesTest, RuleCountsWhatAnotherRuleHits) {
+  FaultRules rules = Rules({"spi#1:EIO", "spi#2:ENXIO"});
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "a").error, EIO);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "b").error, ENXIO);
+}
+
+}  // namespace
+}  // namespace orvane
