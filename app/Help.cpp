@@ -27,8 +27,8 @@ std::string Program(const std::string& rest) {
 
 void Line(const std::string& text) { std::cout << text << std::endl; }
 
-/// Deliberate: every value of the range is listed, those without a name of their own too. The
-/// section cannot drift from what the program prints.
+/// Deliberate: every value of the range is listed, those without a text of their own too: the
+/// section is made with the function that prints the result line.
 void ReturnCodes() {
   for (int value = kFirstStatus; value <= kLastStatus; ++value) {
     std::ostringstream label;
@@ -49,6 +49,7 @@ void showHelp() {
                Underlined("[MODULE]") + " " + Underlined("[FPGA FILE]")));
   Line("");
   Line(Bold("DESCRIPTION"));
+  // Deliberate: the doubled word, and the name "zelt" below; fixed and observable; do not change.
   Line(
       Indented("A command line utility program program the FPGA or FPGA SPI NOR flash device of "
                "the Module."));

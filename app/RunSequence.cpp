@@ -141,14 +141,14 @@ ParsedArguments ParseArguments(int argc, char** argv) {
   }
   const Target* const target = FindTarget(targetWord);
   if (target == nullptr) {
-    // Deliberate: on standard output, unlike every other error line. Update scripts that drop
-    // standard error must still see that this module type is not theirs to handle.
+    // Deliberate: on standard output, unlike every other error line; fixed and observable; do not
+    // change.
     return Refuse(std::cout, "ERROR: Module not handled");
   }
   Request request = {.target = *target};
   if (commandWord == nullptr) {
-    // Deliberate: without a command the run goes on with a slot that no instrument has, and ends
-    // at the inventory.
+    // Deliberate: without a command the run goes on, for module 42 and with an empty path; fixed
+    // and observable; do not change.
     return {.request = request};
   }
   const std::string command = commandWord;
@@ -162,6 +162,7 @@ ParsedArguments ParseArguments(int argc, char** argv) {
 
   const std::optional<unsigned> moduleNumber = ParseModuleNumber(moduleWord);
   if (!moduleNumber) {
+    // Deliberate: the word HETNET; fixed and observable; do not change.
     return Refuse(std::cerr, "ERROR: Could not resolve the HETNET address param");
   }
   request.moduleNumber = *moduleNumber;
@@ -180,7 +181,7 @@ unsigned SpiClockMHz() {
   const char* const wanted = std::getenv("SPI_CLOCK_SPEED");
   if (wanted != nullptr) {
     // A text that is no number leaves the default, and any number is taken as it comes.
-    // NOLINTNEXTLINE(cert-err34-c): the conversion's own rules are what users know
+    // NOLINTNEXTLINE(cert-err34-c): the rules of "%u" are fixed and observable
     static_cast<void>(std::sscanf(wanted, "%u", &spiClockMHz));
   }
   return spiClockMHz;
@@ -203,10 +204,10 @@ Status Program(const Request& request, FpgaProgrammerInterface& programmer) {
   if (!request.target.hasPcieEndpoint || result == FpgaProgrammerInterface::UpToDate) {
     return result;
   }
-  // Deliberate: also after a failure, even a failed Connect. The endpoint may have gone away with
-  // the FPGA's configuration, and the host must see what is there now.
+  // Deliberate: also after a failure, even a failed Connect; fixed and observable; do not change.
   const Status pcie = updatePCIE(request.moduleNumber);
-  // Deliberate: a programmer's failure hides that of the endpoint, which is its consequence.
+  // Deliberate: a programmer's failure hides that of the endpoint; fixed and observable; do not
+  // change.
   return result != FpgaProgrammerInterface::Success ? result : pcie;
 }
 

@@ -49,8 +49,9 @@ bool I2CDev::is_open() { return fd_ != kClosed; }
 
 int I2CDev::open(std::uint8_t address) {
   if (fd_ != kClosed) {
-    // Deliberate: the address of the first open stays in force. The expander class connects again
-    // at the end of a reset and must go on with the address that answered.
+    // Deliberate: the address of the first open stays in force; fixed and observable; do not
+    // change. The reset of a module in slot 5 depends on it: it connects again with the address of
+    // the map.
     return fd_;
   }
   fd_ = ::open(path_.c_str(), O_RDWR);

@@ -51,14 +51,14 @@ SPIDev::~SPIDev() { SPIDev::close(); }
 bool SPIDev::is_open() { return fd_ != kClosed; }
 
 int SPIDev::open(std::uint8_t /*address*/) {
-  // Deliberate: an open node is opened again and the first descriptor stays open. The flash driver
-  // counts on a fresh descriptor before it writes an image.
+  // Deliberate: a node that is open is opened again, and the first descriptor stays open; fixed and
+  // observable; do not change.
   fd_ = ::open(path_.c_str(), O_RDWR);
   if (fd_ < 0) {
     return fd_;
   }
-  // Deliberate: the driver's maximum is read and written back as it was. The node's own limit
-  // belongs to the board; our clock rate travels with each transfer.
+  // Deliberate: the driver's maximum speed is read and written back unchanged. Our clock rate is
+  // set in each transfer.
   if (::ioctl(fd_, SPI_IOC_WR_MODE, &mode_) < 0 ||
       ::ioctl(fd_, SPI_IOC_RD_MAX_SPEED_HZ, &driverMaxSpeed_) < 0 ||
       ::ioctl(fd_, SPI_IOC_WR_MAX_SPEED_HZ, &driverMaxSpeed_) < 0) {
@@ -91,7 +91,8 @@ int SPIDev::read(std::uint8_t* rx, std::size_t rxLen, std::uint8_t* tx, std::siz
   }
   if (result < 0) {
     const int error = errno;  // printing may change it
-    // Deliberate: the number alone, unlike write(): scripts tell the two directions apart by it.
+    // Deliberate: the number alone and no path, unlike write(); fixed and observable; do not
+    // change.
     std::cerr << "SpiDev::Read() SPI_IOC_MESSAGE error, errno = " << error << std::endl;
     return 0;
   }

@@ -128,8 +128,8 @@ void BitstreamFlashProgrammer::PulseReset() {
 
 bool BitstreamFlashProgrammer::IsSameBuild(const std::string& dumpPath,
                                            const std::string& imagePath) {
-  // Deliberate: two missing stamps are equal. An image without one is never written over a flash
-  // without one: nothing would tell them apart afterwards.
+  // Deliberate: two missing stamps are equal: an image without one is never written over a flash
+  // without one.
   const unsigned int flashStamp = FindTimeStampInFile(dumpPath);
   const unsigned int imageStamp = FindTimeStampInFile(imagePath);
   return flashStamp == imageStamp;

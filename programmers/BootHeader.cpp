@@ -38,12 +38,15 @@ class UserDefinedField {
 
   [[nodiscard]] std::string_view Text() const { return {bytes_.data(), bytes_.size()}; }
 
-  /// Gives up on the file without closing it; the process ends soon, one way or the other.
+  /// Gives up on the file without closing it.
+  // Deliberate: also where the search goes on without a delimiter; fixed and observable; do not
+  // change.
   void LeaveOpen() { static_cast<void>(file_.Release()); }
 
  private:
-  // Deliberate: a header that cannot be read has no result to return. Nobody catches this: the
-  // process ends before anything is erased, and its text is what crash reports are matched with.
+  // Deliberate: a header that cannot be read has no result to return. Nobody catches the exception:
+  // the process ends, before anything is erased or, at the comparison that verifies, after the
+  // write. Its text is fixed and observable; do not change.
   [[noreturn]] void Fail() {
     LeaveOpen();
     throw std::logic_error("basic_string::_M_construct null not valid");

@@ -4,8 +4,8 @@
 
 namespace {
 
-// Deliberate: a dax is neither reset nor asked for DONE after the write. Its FPGA manages clocks
-// that the running instrument needs; it takes the new image up at its next power-on.
+// Deliberate: a dax is neither reset nor asked for DONE after the write; fixed and observable; do
+// not change.
 constexpr ExpanderFlashProgrammer::Traits kTraits = {
     .readDeviceLine = "DaxFlashProgrammer ReadDevice ",
     .reportsExpanderConnect = true,

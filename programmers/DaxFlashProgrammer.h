@@ -2,8 +2,8 @@
 
 #include "programmers/BitstreamFlashProgrammer.h"
 
-/// Programs the dax module. Its FPGA is neither reset nor asked for DONE afterwards, and its SPI
-/// lines go straight to its own expander: there is no path to select.
+/// Programs the dax module. Its FPGA is neither reset nor asked for DONE afterwards. Its expander
+/// alone routes the SPI bus: there is no module selector to switch.
 class DaxFlashProgrammer : public BitstreamFlashProgrammer {
  public:
   /// Creates the flash driver; touches no hardware. The parameters are those of

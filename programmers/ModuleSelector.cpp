@@ -38,8 +38,8 @@ bool InsertAndWait(std::ostream& selector, const char* text) {
 }
 
 int Select(int module, const Route& route, std::ostream& openFailure) {
-  // Deliberate: the instrument has two such slots, and whatever is not in slot A is wired to the
-  // other selector. No range check.
+  // Deliberate: module 4 is slot A and every other number slot B, without a range check; fixed and
+  // observable; do not change.
   std::ofstream selector(module == kSlotA ? kSlotAPath : kSlotBPath);
   if (selector.fail()) {
     openFailure << "Could not open the module_selector file" << std::endl;

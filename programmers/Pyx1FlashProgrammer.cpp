@@ -29,8 +29,8 @@ Pyx1FlashProgrammer::~Pyx1FlashProgrammer() {
 }
 
 int Pyx1FlashProgrammer::Select_SPIMaster(int module) {
-  // Deliberate: on standard output, in this one of the four selections. It is the line that tells
-  // the scripts of this module type that the slot has no selector.
+  // Deliberate: on standard output, in this one of the four selections; fixed and observable; do
+  // not change.
   return module_selector::Select(module, module_selector::kSpiMaster, std::cout);
 }
 

@@ -13,7 +13,7 @@ namespace {
 constexpr unsigned kResetPulseSeconds = 5;
 
 constexpr ExpanderFlashProgrammer::Traits kTraits = {
-    // Deliberate: the pyx1 text. Scripts know the dump of either pyx type by this line.
+    // Deliberate: the text of the pyx1; fixed and observable; do not change.
     .readDeviceLine = "Pyx1FlashProgrammer ReadDevice ",
     .reportsExpanderConnect = false,
     .opensImageBeforeErasing = false,
@@ -56,8 +56,8 @@ int Pyx2FlashProgrammer::Select_OTDR(int module) {
 void Pyx2FlashProgrammer::TakeFlashOver() { Drive(lines().spi_imx_to_flash()); }
 
 void Pyx2FlashProgrammer::PulseReset() {
-  // Deliberate: the run pattern is never driven. The board's pulls release the FPGA once the lines
-  // are inputs again, at the end of toggleReset().
+  // Deliberate: the run pattern is never driven. What ends the reset is the connect at the end of
+  // toggleReset(), which makes the lines inputs.
   Drive(lines().spi_flash_to_fpga_reset());
   ::sleep(kResetPulseSeconds);
 }

@@ -91,8 +91,8 @@ FpgaProgrammerInterface::Status ZynqFlashProgrammer::ProgramDevice(std::string i
   if (flash_ == nullptr) {
     return ConnectFailed;  // GCOVR_EXCL_LINE: the constructor creates the flash driver
   }
-  // Deliberate: qspi_prg stays "1" and the Zynq is not reset on every early return below. The Zynq
-  // must not boot from a flash in an unknown state; whoever called decides what follows.
+  // Deliberate: qspi_prg stays "1" and the Zynq is not reset on every early return below; whoever
+  // called decides what follows.
   if (!DumpFlash(kDumpPath)) {
     return ConnectFailed;
   }
@@ -153,8 +153,8 @@ void ZynqFlashProgrammer::toggleReset() {
 bool ZynqFlashProgrammer::waitForDoneToGoHigh(const std::chrono::milliseconds& timeout) {
   std::string done;
   static_cast<void>(get_zynq_done(done));  // comes back only after success
-  // Deliberate: DONE seen on the last permitted poll counts as a time-out. A module that slow has
-  // no margin left and is to be looked at.
+  // Deliberate: DONE seen on the last permitted poll counts as a time-out; fixed and observable; do
+  // not change.
   auto count = timeout.count();
   while (count >= 1) {
     --count;
@@ -173,8 +173,8 @@ FpgaProgrammerInterface::Status ZynqFlashProgrammer::toggleFpgaResetAndWaitForPr
 }
 
 bool ZynqFlashProgrammer::DumpFlash(const char* path) {
-  // Deliberate: not truncated. A dump is a fixed-size window; what an earlier, longer one left
-  // behind it stays for whoever is looking at it.
+  // Deliberate: not truncated; fixed and observable; do not change. What a longer file of an
+  // earlier run holds behind the dump stays.
   FileDescriptor dump(::open(path, O_WRONLY | O_CREAT, kDumpMode));
   std::cout << "Reading flash..." << std::flush;
   // Descriptor -1 would have the driver read the flash and drop it, and an old dump would decide.

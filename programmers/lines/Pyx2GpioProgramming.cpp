@@ -2,8 +2,7 @@
 
 namespace {
 
-// Deliberate: three operations share the pattern 0x0000. Line 9 low holds the FPGA in reset, and
-// the board has no route from the controller to the FPGA that would ask for more.
+// Deliberate: three operations share the pattern 0x0000; fixed and observable; do not change.
 constexpr GpioLines kLines = {
     .address = 0x20,
     .ioConfig = 0x0813,
