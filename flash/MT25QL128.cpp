@@ -26,6 +26,9 @@ constexpr useconds_t kStatusWriteMicroseconds = 500'000;
 constexpr unsigned kMaxProtectLevel = 15;
 constexpr unsigned kWholeArrayLevel = 9;
 
+/// Below this length Write() sends nothing and succeeds.
+constexpr int kLeastWriteLength = -254;
+
 /// Largest piece of an image held in memory at a time: the whole array.
 constexpr std::size_t kMaxImageChunkBytes = std::size_t{16} * 1024 * 1024;
 
@@ -93,21 +96,21 @@ MT25QL128::~MT25QL128() {
 
 int MT25QL128::Connect(bool verbose) {
   if (spi_ == nullptr) {
-    return 1;
+    return kUnavailable;
   }
   if (spi_->open(0) < 0) {
     delete spi_;  // the owner learns of it; see the header
     spi_ = nullptr;
-    return 1;
+    return kUnavailable;
   }
   static_cast<void>(SetWriteEnable());  // a chip that does not answer shows in the identification
   if (!ReadManufIDReg(verbose)) {
-    return 1;
+    return kUnavailable;
   }
   if (lockLogic_) {
     LockMemorySectors(kWholeArrayLevel);
   }
-  return 0;
+  return kDone;
 }
 
 void MT25QL128::UnlockMemory() {
@@ -127,29 +130,29 @@ std::size_t MT25QL128::ImageChunkBytes() const {
 }
 
 int MT25QL128::ProgramDevice(int startAddr, std::string file) {
-  if (IsRefusedAsProtected(startAddr)) {
-    return 4;
+  if (RefuseIfProtected(startAddr)) {
+    return kNotWritten;
   }
   gzFile image = ::gzopen(file.c_str(), "rb");
   if (image == nullptr) {
-    return 1;
+    return kUnavailable;
   }
   if (spi_ == nullptr) {
     ::gzclose(image);
-    return 1;
+    return kUnavailable;
   }
   // Deliberate: the device is opened again although Connect() has opened it, and only descriptor 0
   // counts as a failure; fixed and observable; do not change. After a failed open each page fails
   // by itself.
   if (spi_->open(0) == 0) {
     ::gzclose(image);
-    return 2;
+    return kNoDevice;
   }
-  int result = 0;
+  int result = kDone;
   int addr = startAddr;
   ReadImage(image, ImageChunkBytes(), [&](std::uint8_t* bytes, int count) {
     if (!Write(addr, count, bytes)) {
-      result = 4;  // the rest is still written
+      result = kNotWritten;  // the rest is still written
     }
     addr = WrappingAdd(addr, count);
   });
@@ -158,15 +161,15 @@ int MT25QL128::ProgramDevice(int startAddr, std::string file) {
 }
 
 int MT25QL128::EraseDevice(int startAddr, std::string file) {
-  if (IsRefusedAsProtected(startAddr)) {
-    return 4;
+  if (RefuseIfProtected(startAddr)) {
+    return kNotWritten;
   }
   if (spi_ == nullptr) {
-    return 2;
+    return kNoDevice;
   }
   gzFile image = ::gzopen(file.c_str(), "rb");
   if (image == nullptr) {
-    return 1;
+    return kUnavailable;
   }
   std::uint32_t size = 0;
   ReadImage(image, ImageChunkBytes(), [&](const std::uint8_t* /*bytes*/, int count) {
@@ -176,29 +179,29 @@ int MT25QL128::EraseDevice(int startAddr, std::string file) {
   // ProgramDevice() opens it again by its path.
   constexpr std::uint32_t kTail = nor::kSectorBytes - 1;
   const std::uint32_t wholeSectors = (size + kTail) & ~kTail;
-  return Erase(startAddr, static_cast<int>(wholeSectors)) ? 0 : 3;
+  return Erase(startAddr, static_cast<int>(wholeSectors)) ? kDone : kEraseFailed;
 }
 
 int MT25QL128::EraseDevice(int startAddr, int length) {
-  if (IsRefusedAsProtected(startAddr)) {
-    return 4;
+  if (RefuseIfProtected(startAddr)) {
+    return kNotWritten;
   }
   if (spi_ == nullptr) {
-    return 2;
+    return kNoDevice;
   }
-  return Erase(startAddr, length) ? 0 : 3;
+  return Erase(startAddr, length) ? kDone : kEraseFailed;
 }
 
 int MT25QL128::ReadDevice(int startAddr, int length, int fd) {
   if (spi_ == nullptr) {
-    return 2;
+    return kNoDevice;
   }
-  return Read(fd, startAddr, length) ? 0 : 5;
+  return Read(fd, startAddr, length) ? kDone : kReadFailed;
 }
 
 // --- Block protection ---------------------------------------------------------------------------
 
-bool MT25QL128::IsRefusedAsProtected(int startAddr) {
+bool MT25QL128::RefuseIfProtected(int startAddr) {
   if (GetProtectedSize() <= startAddr) {
     return false;
   }
@@ -346,7 +349,7 @@ bool MT25QL128::Write(int addr, int len, std::uint8_t* data) {
   if (spi_ == nullptr) {
     return false;
   }
-  if (len < -254) {
+  if (len < kLeastWriteLength) {
     return true;
   }
   // Rounds toward zero, so lengths from -254 to 0 make one page program too.

@@ -17,6 +17,14 @@ class SPIDev;
 /// fails without touching the bus, and the destructor does nothing.
 class MT25QL128 : public SPIFlashInterface {
  public:
+  /// The results of the int-returning operations; which one stands for what is said at each.
+  static constexpr int kDone = 0;
+  static constexpr int kUnavailable = 1;  ///< the chip, or the image, cannot be had
+  static constexpr int kNoDevice = 2;
+  static constexpr int kEraseFailed = 3;
+  static constexpr int kNotWritten = 4;
+  static constexpr int kReadFailed = 5;
+
   /// Stores the pointer and warns on standard error about a clock of 20 MHz or more. No traffic.
   /// @param spi  may be null; see above for who destroys it
   explicit MT25QL128(SPIDev* spi);
@@ -123,8 +131,9 @@ class MT25QL128 : public SPIFlashInterface {
   ~MT25QL128() override;
 
  private:
-  /// @return true, with one line on standard error, when startAddr is protected
-  bool IsRefusedAsProtected(int startAddr);
+  /// Asks the chip.
+  /// @return true, after one line on standard error, when startAddr is protected
+  bool RefuseIfProtected(int startAddr);
 
   /// @return bytes to take from an image at a time
   [[nodiscard]] std::size_t ImageChunkBytes() const;

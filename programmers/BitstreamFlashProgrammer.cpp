@@ -126,8 +126,8 @@ void BitstreamFlashProgrammer::PulseReset() {
   Drive(lines().spi_flash_to_fpga_run());
 }
 
-bool BitstreamFlashProgrammer::IsSameBuild(const std::string& dumpPath,
-                                           const std::string& imagePath) {
+bool BitstreamFlashProgrammer::CompareBuilds(const std::string& dumpPath,
+                                             const std::string& imagePath) {
   // Deliberate: two missing stamps are equal: an image without one is never written over a flash
   // without one.
   const unsigned int flashStamp = FindTimeStampInFile(dumpPath);

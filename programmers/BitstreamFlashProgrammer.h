@@ -25,5 +25,5 @@ class BitstreamFlashProgrammer : public ExpanderFlashProgrammer {
 
   void TakeFlashOver() override;
   void PulseReset() override;
-  bool IsSameBuild(const std::string& dumpPath, const std::string& imagePath) override;
+  bool CompareBuilds(const std::string& dumpPath, const std::string& imagePath) override;
 };

@@ -94,7 +94,7 @@ std::string FindBuildDate(const std::string& file, const char* noDelimiterMessag
   return std::string(rest.substr(0, rest.find(kDelimiter)));
 }
 
-bool BuildDatesDiffer(const std::string& dump,
+bool ReportBuildDates(const std::string& dump,
                       const std::string& image,
                       const std::function<std::string(std::string file)>& findBuildDate) {
   // The fallback dates differ, so a missing date asks for an upgrade.
@@ -130,5 +130,5 @@ bool IsFlashUpgradeRequired(std::string dump, std::string image) {
                                      "Flash header binary filename: ",
                                      "ERROR: Can't find uboot filename in dumpfile",
                                      "u-boot-vexa.bin"));  // reported only
-  return boot_header::BuildDatesDiffer(dump, image, SearchBuildDateInUDFHeader);
+  return boot_header::ReportBuildDates(dump, image, SearchBuildDateInUDFHeader);
 }

@@ -32,9 +32,10 @@ namespace boot_header {
 /// SearchBuildDateInUDFHeader() with the given line for a field without '#'.
 std::string FindBuildDate(const std::string& file, const char* noDelimiterMessage);
 
-/// The comparison of IsFlashUpgradeRequired(), without the file name.
+/// Reports and compares the build dates as IsFlashUpgradeRequired() does, without the file name.
 /// @param findBuildDate  called with `dump`, then with `image`
-bool BuildDatesDiffer(const std::string& dump,
+/// @return true when they differ, or one is missing
+bool ReportBuildDates(const std::string& dump,
                       const std::string& image,
                       const std::function<std::string(std::string file)>& findBuildDate);
 

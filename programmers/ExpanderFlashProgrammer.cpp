@@ -65,7 +65,7 @@ FpgaProgrammerInterface::Status ExpanderFlashProgrammer::Connect() {
     return ConnectFailed;
   }
   TakeFlashOver();
-  if (flash_->Connect(true) == 0) {
+  if (flash_->Connect(true) == MT25QL128::kDone) {
     return Success;
   }
   Drive(lines_->spi_flash_to_fpga_run());
@@ -77,7 +77,7 @@ FpgaProgrammerInterface::Status ExpanderFlashProgrammer::ProgramDevice(std::stri
     return ConnectFailed;  // GCOVR_EXCL_LINE: the constructor creates the flash driver
   }
   static_cast<void>(ReadDevice(kDumpPath, kDumpBytes));  // the comparison takes what the file holds
-  if (IsSameBuild(kDumpPath, imagePath)) {
+  if (CompareBuilds(kDumpPath, imagePath)) {
     std::cout << "No need to update Flash device " << std::endl;
     return UpToDate;
   }
@@ -105,7 +105,7 @@ FpgaProgrammerInterface::Status ExpanderFlashProgrammer::ReadDevice(std::string 
   if (!dump.IsOpen()) {
     return OpenFileFailed;
   }
-  if (flash_->ReadDevice(0, size, dump.get()) != 0) {
+  if (flash_->ReadDevice(0, size, dump.get()) != MT25QL128::kDone) {
     return ProgramFailed;
   }
   static_cast<void>(dump.Release());  // stays open until the process ends; the data is written

@@ -88,9 +88,10 @@ class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
   /// Resets the FPGA, as far as driving lines does it.
   virtual void PulseReset() = 0;
 
+  /// Reports what identifies the builds of flash and image.
   /// @param dumpPath  file with the head of the flash
   /// @return true when flash and image are the same build
-  virtual bool IsSameBuild(const std::string& dumpPath, const std::string& imagePath) = 0;
+  virtual bool CompareBuilds(const std::string& dumpPath, const std::string& imagePath) = 0;
 
   PCA9535* expander_;
   std::unique_ptr<MT25QL128> flash_;

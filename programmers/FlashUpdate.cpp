@@ -13,13 +13,13 @@ FpgaProgrammerInterface::Status RewriteFlash(MT25QL128& flash, const std::string
   flash.UnlockMemory();  // a chip that stays locked refuses the erase
 
   std::cout << "Erasing device ... " << std::flush;
-  if (flash.EraseDevice(kImageAddress, imagePath) != 0) {
+  if (flash.EraseDevice(kImageAddress, imagePath) != MT25QL128::kDone) {
     return FpgaProgrammerInterface::EraseFailed;
   }
   std::cout << "done." << std::endl;
 
   std::cout << "Programming device ... " << std::flush;
-  if (flash.ProgramDevice(kImageAddress, imagePath) != 0) {
+  if (flash.ProgramDevice(kImageAddress, imagePath) != MT25QL128::kDone) {
     return FpgaProgrammerInterface::ProgramFailed;
   }
   std::cout << "done." << std::endl;

@@ -41,7 +41,7 @@ std::string Pyx2FlashProgrammer::SearchBuildDateInUDFHeader(std::string file) {
 
 bool Pyx2FlashProgrammer::IsFlashUpgradeRequired(std::string dump, std::string image) {
   std::cout << std::endl;
-  return boot_header::BuildDatesDiffer(
+  return boot_header::ReportBuildDates(
       dump, image, [this](const std::string& file) { return SearchBuildDateInUDFHeader(file); });
 }
 
@@ -62,6 +62,6 @@ void Pyx2FlashProgrammer::PulseReset() {
   ::sleep(kResetPulseSeconds);
 }
 
-bool Pyx2FlashProgrammer::IsSameBuild(const std::string& dumpPath, const std::string& imagePath) {
+bool Pyx2FlashProgrammer::CompareBuilds(const std::string& dumpPath, const std::string& imagePath) {
   return !IsFlashUpgradeRequired(dumpPath, imagePath);
 }

@@ -36,5 +36,5 @@ class Pyx2FlashProgrammer : public ExpanderFlashProgrammer {
  private:
   void TakeFlashOver() override;
   void PulseReset() override;
-  bool IsSameBuild(const std::string& dumpPath, const std::string& imagePath) override;
+  bool CompareBuilds(const std::string& dumpPath, const std::string& imagePath) override;
 };

@@ -84,7 +84,7 @@ FpgaProgrammerInterface::Status ZynqFlashProgrammer::Connect() {
   if (set_qspi_prg("1") != 0) {
     return ConnectFailed;  // GCOVR_EXCL_LINE: where it fails, the process has ended
   }
-  return flash_->Connect(true) == 0 ? Success : ConnectFailed;
+  return flash_->Connect(true) == MT25QL128::kDone ? Success : ConnectFailed;
 }
 
 FpgaProgrammerInterface::Status ZynqFlashProgrammer::ProgramDevice(std::string imagePath) {
@@ -178,7 +178,8 @@ bool ZynqFlashProgrammer::DumpFlash(const char* path) {
   FileDescriptor dump(::open(path, O_WRONLY | O_CREAT, kDumpMode));
   std::cout << "Reading flash..." << std::flush;
   // Descriptor -1 would have the driver read the flash and drop it, and an old dump would decide.
-  const bool dumped = dump.IsOpen() && flash_->ReadDevice(0, kDumpBytes, dump.get()) == 0;
+  const bool dumped =
+      dump.IsOpen() && flash_->ReadDevice(0, kDumpBytes, dump.get()) == MT25QL128::kDone;
   static_cast<void>(dump.Close());  // the comparison reads the file again and finds what is missing
   if (!dumped) {
     std::cerr << "ERROR: Can't read Flash device !" << std::endl;

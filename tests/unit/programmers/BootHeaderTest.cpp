@@ -438,7 +438,7 @@ TEST_F(BootHeaderTest, FindBuildDateWordsTheMissingDelimiterAsAsked) {
 
 TEST_F(BootHeaderTest, BuildDatesDifferAsksForTheDumpThenForTheImage) {
   const auto pathItself = [](std::string file) { return file; };
-  EXPECT_TRUE(boot_header::BuildDatesDiffer("dump", "image", pathItself));
+  EXPECT_TRUE(boot_header::ReportBuildDates("dump", "image", pathItself));
   EXPECT_EQ(console_.Out(), R"(Flash header build date: dump
 Binary  file build date: image
 )");
@@ -449,7 +449,7 @@ TEST_F(BootHeaderTest, BuildDatesDifferTakesAnEmptyDateForMissing) {
   const auto dateOfTheImage = [](std::string file) {
     return std::string(file == "image" ? "date1" : "");
   };
-  EXPECT_FALSE(boot_header::BuildDatesDiffer("dump", "image", dateOfTheImage));
+  EXPECT_FALSE(boot_header::ReportBuildDates("dump", "image", dateOfTheImage));
   EXPECT_EQ(console_.Out(), "Binary  file build date: date1\n");
   EXPECT_EQ(console_.Err(), "ERROR: Can't find uboot build date in dumpfile\n");
 }
