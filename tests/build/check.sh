@@ -1,21 +1,36 @@
 #!/bin/sh
-# check.sh SOURCE BUILD COMPILER COMPILER-ID
-# Builds the program as it is installed on an instrument, and sees that it is hardened: by the ELF
-# file where that shows it, by the compile commands for the rest.
+# check.sh SOURCE BUILD COMPILER COMPILER-ID LIBRARY...
+# Builds the program as it is installed on an instrument, and checks that it is hardened: by the ELF
+# file where that shows it, by the compile commands for the rest. Links it with each platform
+# LIBRARY then, and checks that nothing of the build tree stays in it.
 set -eu
 source=$1 build=$2 compiler=$3 id=$4
+shift 4
+
+# build_program OPTION...
+build_program() {
+  cmake -S "$source" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
+    -DTARNWICK_SIMULATOR=OFF -DBUILD_TESTING=OFF "$@" >"$build.log" || { cat "$build.log"; exit 1; }
+  cmake --build "$build" >"$build.log" || { cat "$build.log"; exit 1; }
+}
 
 rm -rf "$build"
-cmake -S "$source" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-  -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
-  -DTARNWICK_SIMULATOR=OFF -DBUILD_TESTING=OFF >/dev/null
-cmake --build "$build" >/dev/null
+build_program
 
 failures=0
 # carries WHAT PATTERN TEXT: some line of TEXT matches the extended regular expression PATTERN.
 carries() {
   if ! printf '%s\n' "$3" | grep -Eq -e "$2"; then
     echo "not hardened: $1 is missing"
+    failures=$((failures + 1))
+  fi
+}
+# check_loading WHAT: nothing but the system says where the libraries of the program are loaded from.
+check_loading() {
+  wanted=$(readelf -Wd "$program" | grep -E '\((RPATH|RUNPATH|NEEDED)\)')
+  if printf '%s\n' "$wanted" | grep -E 'PATH\)|\[.*/'; then
+    echo "not hardened: $1: the program says where its libraries are"
     failures=$((failures + 1))
   fi
 }
@@ -33,6 +48,7 @@ carries "the stack protector" ' UND __stack_chk_fail(@|$)' "$symbols"
 if [ "$id" = GNU ]; then # another compiler may find nothing here that it could check
   carries "a checked function of the C library" ' UND __[a-z_0-9]+_chk(@|$)' "$symbols"
 fi
+check_loading "over platform/linux"
 
 # One line for each file that is compiled.
 commands=$(sed -n 's/^ *"command": "\(.*\)",$/\1/p' "$build/compile_commands.json")
@@ -55,4 +71,13 @@ if printf '%s\n' "$commands" | grep -Eq -e ' (-U_FORTIFY_SOURCE|-fno-stack-[a-z]
   echo "not hardened: a file switches a protection off"
   failures=$((failures + 1))
 fi
+
+for library in "$@"; do
+  build_program -DTARNWICK_PLATFORM_LIBRARY="$library"
+  check_loading "with $library"
+  case $library in
+    *.a) ;;
+    *) carries "the library" "\(NEEDED\).*\[$(basename "$library")\]" "$(readelf -Wd "$program")" ;;
+  esac
+done
 [ "$failures" -eq 0 ]

@@ -1,5 +1,6 @@
 // A platform library as an instrument might bring it: the declared classes, nothing behind them but
-// an inventory that lists slot 7.
+// an inventory that lists slot 7. What only the programmers call is apart, a member of its own in a
+// static library.
 #include "platform/GDBusModuleResourcesClient.h"
 #include "platform/GDBusSystemInventoryClient.h"
 #include "platform/PCA9535.h"
@@ -19,16 +20,6 @@ std::string GDBusModuleResourcesClient::GetSPIDev() { return ""; }
 
 PCA9535::PCA9535(SerialDeviceInterface* bus, unsigned char /*flags*/) : bus_(bus) {}
 PCA9535::~PCA9535() { static_cast<void>(bus_); }
-bool PCA9535::connect(unsigned char /*address*/,
-                      unsigned short /*direction*/,
-                      unsigned short /*outputs*/,
-                      unsigned short /*mask*/,
-                      unsigned char /*flags*/) {
-  return false;
-}
-void PCA9535::setPortActually(unsigned short /*outputs*/, unsigned short /*mask*/) {}
-unsigned short PCA9535::getPort(unsigned short /*bits*/) { return 0; }
-void PCA9535::disconnect(unsigned short /*mask*/) {}
 
 PEX8606BA::PEX8606BA() = default;
 PEX8606BA::~PEX8606BA() {}

@@ -1,28 +1,35 @@
 #!/bin/sh
-# check.sh SOURCE BUILD LIBRARY COMPILER
-# Builds the program against a platform library given by path, without the simulator and the tests,
-# and sees that it is this library that answers.
+# check.sh SOURCE BUILD COMPILER LIBRARY...
+# Builds the program against each platform library, given by its path, without the simulator and the
+# tests, and checks that it is this library that answers.
 set -eu
-source=$1 build=$2 library=$3 compiler=$4
+source=$1 build=$2 compiler=$3
+shift 3
 
 rm -rf "$build"
-cmake -S "$source" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER="$compiler" \
-  -DTARNWICK_SIMULATOR=OFF -DBUILD_TESTING=OFF -DTARNWICK_PLATFORM_LIBRARY="$library" >/dev/null
-cmake --build "$build" >/dev/null
-if ls "$build"/platform/linux >/dev/null 2>&1; then
-  echo "platform/linux is part of the build"
-  exit 1
-fi
+for library in "$@"; do
+  echo "$library"
+  rm -f "$build/bin/tarnwick"
+  cmake -S "$source" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+    -DCMAKE_CXX_COMPILER="$compiler" -DTARNWICK_SIMULATOR=OFF -DBUILD_TESTING=OFF \
+    -DTARNWICK_PLATFORM_LIBRARY="$library" >"$build.log" || { cat "$build.log"; exit 1; }
+  cmake --build "$build" >"$build.log" || { cat "$build.log"; exit 1; }
+  if ls "$build"/platform/linux >/dev/null 2>&1; then
+    echo "platform/linux is part of the build"
+    exit 1
+  fi
 
-code=0
-"$build/bin/tarnwick" wend -sf 7 image.bin >"$build/out" 2>"$build/err" || code=$?
-cat >"$build/expected-out" <<'EOF'
+  code=0
+  LD_LIBRARY_PATH=$(dirname "$library") "$build/bin/tarnwick" wend -sf 7 image.bin \
+    >"$build/out" 2>"$build/err" || code=$?
+  cat >"$build/expected-out" <<'EOF'
 programming mode: -sf
 module number: 7
 FPGA bitstream: 'image.bin'
 Could not connect to the device. Check Module # and power.
 EOF
-echo "ERROR: No SPI device found" >"$build/expected-err"
-diff "$build/expected-out" "$build/out"
-diff "$build/expected-err" "$build/err"
-[ "$code" -eq 1 ]
+  echo "ERROR: No SPI device found" >"$build/expected-err"
+  diff "$build/expected-out" "$build/out"
+  diff "$build/expected-err" "$build/err"
+  [ "$code" -eq 1 ]
+done
