@@ -26,6 +26,9 @@ tarnwick_require_module(LIBUDEV libudev libudev-dev "finds the I2C mux channel")
 if(NOT TARNWICK_PLATFORM_LIBRARY)
   tarnwick_require_module(LIBSYSTEMD libsystemd libsystemd-dev
     "D-Bus; or link the instrument's own library with -DTARNWICK_PLATFORM_LIBRARY=PATH")
+elseif(TARNWICK_SIMULATOR AND BUILD_TESTING)
+  tarnwick_require_module(LIBSYSTEMD libsystemd libsystemd-dev
+    "a test of the simulator asks the system bus; or switch the tests off with -DBUILD_TESTING=OFF")
 endif()
 # What the simulator and the tests of platform/linux run on.
 set(users "")
