@@ -130,7 +130,7 @@ endfunction()
 # What the leak sanitizer is told. Suppressions go by function, which takes exact call stacks, also
 # through libraries without frame pointers; eight frames are enough.
 string(CONCAT TARNWICK_LSAN_OPTIONS
-  "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0"
+  "LSAN_OPTIONS=suppressions='${PROJECT_SOURCE_DIR}/tests/leaks.supp':print_suppressions=0"
   ":fast_unwind_on_malloc=0:malloc_context_size=8")
 
 # tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [LAUNCHER word...]

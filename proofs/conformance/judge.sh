@@ -15,7 +15,7 @@ export LSAN_OPTIONS="${LSAN_OPTIONS:-detect_leaks=0}"
 # One program a processor; a program's failing rows come in a piece, its count last.
 export TARNWICK_BINARY="$binary" directory
 # shellcheck disable=SC2016 # for the inner shell
-xargs -P "$(nproc)" -I '{}' sh -c '
+xargs -d '\n' -P "$(nproc)" -I '{}' sh -c '
   "$1" --rows >"$directory/${1##*/}" 2>&1 || true' judge '{}' <"$list"
 
 rows=0 holding=0 unfinished=0

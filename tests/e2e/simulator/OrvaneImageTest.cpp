@@ -14,7 +14,7 @@ struct Outcome {
 };
 
 Outcome Image(const std::string& arguments) {
-  std::FILE* const pipe = popen((ORVANE_IMAGE " " + arguments).c_str(), "r");
+  std::FILE* const pipe = popen(("'" ORVANE_IMAGE "' " + arguments).c_str(), "r");
   if (pipe == nullptr) {
     return {-1, ""};
   }
