@@ -65,12 +65,18 @@ if(TARNWICK_COVERAGE)
     "${gcov_library}" "${gcov_folder}/libgcov.a" COMMAND_ERROR_IS_FATAL ANY)
 endif()
 
+file(STRINGS "${CMAKE_CURRENT_LIST_DIR}/source-folders" program_folders REGEX "^program ")
+list(TRANSFORM program_folders REPLACE "^program " "")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+  "${CMAKE_CURRENT_LIST_DIR}/source-folders")
+
 # tarnwick_count_coverage(TARGET): counts what is executed of a target in one of the program's
 # folders; the tests and the simulator are not measured.
 function(tarnwick_count_coverage target)
   cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
     BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" OUTPUT_VARIABLE folder)
-  if(TARNWICK_COVERAGE AND folder MATCHES "^(app|base|devices|flash|platform|programmers)(/|$)")
+  string(REGEX REPLACE "/.*" "" folder "${folder}")
+  if(TARNWICK_COVERAGE AND folder IN_LIST program_folders)
     target_compile_options(${target} PRIVATE --coverage)
     target_link_options(${target} PUBLIC --coverage "-L${gcov_folder}")
   endif()
@@ -128,7 +134,8 @@ function(tarnwick_add_executable name)
 endfunction()
 
 # What the leak sanitizer is told. Suppressions go by function, which takes exact call stacks, also
-# through libraries without frame pointers; eight frames are enough.
+# through libraries without frame pointers; eight frames are enough. The quotes let the
+# path have blanks.
 string(CONCAT TARNWICK_LSAN_OPTIONS
   "LSAN_OPTIONS=suppressions='${PROJECT_SOURCE_DIR}/tests/leaks.supp':print_suppressions=0"
   ":fast_unwind_on_malloc=0:malloc_context_size=8")

@@ -23,6 +23,13 @@ quietly() {
   return "$code"
 }
 
+# source_folders KIND...: the top-level folders with C++ sources of these kinds, one a line.
+source_folders() {
+  for kind in "$@"; do
+    awk -v kind="$kind" '$1 == kind { print $2 }' cmake/source-folders
+  done
+}
+
 for word in "$@"; do
   if [ "$word" = --help ]; then
     sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"

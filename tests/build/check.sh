@@ -50,10 +50,24 @@ if [ "$id" = GNU ]; then # another compiler may find nothing here that it could 
 fi
 check_loading "over platform/linux"
 
+# What it is made of is what the list of the program's folders says: nothing else is gated.
+folders=$(awk '$1 == "program" { print $2 }' "$source/cmake/source-folders" | sort)
+used=$(cd "$build" && ninja -t deps | sed -n 's/^    //p' | sort -u | xargs -d '\n' realpath |
+  awk -v root="$(realpath "$source")/" -v build="$(pwd -P)/" '
+    index($0, root) == 1 && index($0, build) != 1 {
+      path = substr($0, length(root) + 1)
+      sub("/.*", "", path)
+      print path
+    }' | sort -u)
+if [ "$used" != "$folders" ]; then
+  echo "the folders that the program is made of, and those of cmake/source-folders:"
+  printf '%s\n---\n%s\n' "$used" "$folders"
+  failures=$((failures + 1))
+fi
+
 # One line for each file that is compiled.
 commands=$(sed -n 's/^ *"command": "\(.*\)",$/\1/p' "$build/compile_commands.json")
-files=$(find "$source/app" "$source/base" "$source/devices" "$source/flash" "$source/programmers" \
-  "$source/platform" -name '*.cpp' | wc -l)
+files=$(cd "$source" && for folder in $folders; do find "$folder" -name '*.cpp'; done | wc -l)
 compiled=$(printf '%s\n' "$commands" | wc -l)
 if [ "$compiled" -ne "$files" ]; then
   echo "$compiled compile commands for the $files source files of the program"
