@@ -172,7 +172,7 @@ bool ExpanderFlashProgrammer::IsProgrammed() {
 
 void BitstreamFlashProgrammer::TakeFlashOver() {}
 void BitstreamFlashProgrammer::PulseReset() {}
-bool BitstreamFlashProgrammer::IsSameBuild(const std::string& /*dumpPath*/,
+bool BitstreamFlashProgrammer::CompareBuilds(const std::string& /*dumpPath*/,
                                            const std::string& /*imagePath*/) {
   return false;
 }
@@ -207,7 +207,7 @@ Pyx2FlashProgrammer::Pyx2FlashProgrammer(PCA9535* expander,
 Pyx2FlashProgrammer::~Pyx2FlashProgrammer() = default;
 void Pyx2FlashProgrammer::TakeFlashOver() {}
 void Pyx2FlashProgrammer::PulseReset() {}
-bool Pyx2FlashProgrammer::IsSameBuild(const std::string& /*dumpPath*/,
+bool Pyx2FlashProgrammer::CompareBuilds(const std::string& /*dumpPath*/,
                                       const std::string& /*imagePath*/) {
   return false;
 }
