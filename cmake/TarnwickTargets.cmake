@@ -134,11 +134,17 @@ function(tarnwick_add_executable name)
 endfunction()
 
 # What the leak sanitizer is told. Suppressions go by function, which takes exact call stacks, also
-# through libraries without frame pointers; eight frames are enough. The quotes let the
-# path have blanks.
+# through libraries without frame pointers; eight frames are enough. The quotes let the path
+# have blanks.
 string(CONCAT TARNWICK_LSAN_OPTIONS
   "LSAN_OPTIONS=suppressions='${PROJECT_SOURCE_DIR}/tests/leaks.supp':print_suppressions=0"
   ":fast_unwind_on_malloc=0:malloc_context_size=8")
+# Where a program that runs the program finds the instrument's own library: tarnwick does not say.
+set(TARNWICK_LIBRARY_PATH "")
+if(TARNWICK_PLATFORM_LIBRARY)
+  cmake_path(GET TARNWICK_PLATFORM_LIBRARY PARENT_PATH library_folder)
+  set(TARNWICK_LIBRARY_PATH "LD_LIBRARY_PATH=path_list_prepend:${library_folder}")
+endif()
 
 # tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [LAUNCHER word...]
 #                   [TIMEOUT seconds])
@@ -161,7 +167,8 @@ function(tarnwick_add_test name)
     set(arg_TIMEOUT 120)
   endif()
   set_tests_properties(${folder}.${name} PROPERTIES TIMEOUT ${arg_TIMEOUT}
-    ENVIRONMENT "${TARNWICK_LSAN_OPTIONS}")
+    ENVIRONMENT "${TARNWICK_LSAN_OPTIONS}"
+    ENVIRONMENT_MODIFICATION "${TARNWICK_LIBRARY_PATH}")
 endfunction()
 
 # tarnwick_add_fuzzer(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...])
