@@ -1,10 +1,6 @@
 #include "simulator/boards/Module.h"
 
-#include <stdexcept>
 #include <utility>
-
-#include "simulator/boards/ExpanderBoard.h"
-#include "simulator/boards/WendModule.h"
 
 namespace orvane {
 
@@ -30,19 +26,5 @@ I2cDevice* Module::FindI2c(std::optional<unsigned> /*channel*/, std::uint16_t /*
 }
 
 void Module::AdvanceTime(std::chrono::nanoseconds by) { flash_.AdvanceTime(by); }
-
-std::unique_ptr<Module> MakeModule(const ModuleOptions& options,
-                                   std::span<const std::uint8_t> flashContents,
-                                   const ModuleSelectorModel& selector) {
-  switch (options.type) {
-    case ModuleType::kWend:
-      return std::make_unique<WendModule>(options, flashContents);
-    case ModuleType::kDax:
-    case ModuleType::kPyx1:
-    case ModuleType::kPyx2:
-      return std::make_unique<ExpanderBoard>(options, flashContents, selector);
-  }
-  throw std::logic_error("no such type of module");
-}
 
 }  // namespace orvane

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -11,7 +10,6 @@
 
 #include "simulator/boards/AttributeFiles.h"
 #include "simulator/boards/ModuleOptions.h"
-#include "simulator/chips/ModuleSelectorModel.h"
 #include "simulator/chips/NorFlashModel.h"
 
 namespace orvane {
@@ -64,11 +62,5 @@ class Module : public AttributeFiles {
   ModuleOptions options_;
   NorFlashModel flash_;
 };
-
-/// Builds the class for options.type.
-/// @param selector  borrowed; outlives the module
-std::unique_ptr<Module> MakeModule(const ModuleOptions& options,
-                                   std::span<const std::uint8_t> flashContents,
-                                   const ModuleSelectorModel& selector);
 
 }  // namespace orvane

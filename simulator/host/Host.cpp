@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/boards/ModuleFactory.h"
 #include "simulator/host/CommandProcess.h"
 #include "simulator/host/Console.h"
 #include "simulator/host/FlashFile.h"

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/boards/ModuleFactory.h"
 #include "simulator/instrument/Instrument.h"
 
 namespace orvane {
