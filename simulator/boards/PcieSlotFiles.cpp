@@ -55,8 +55,6 @@ int PcieSlotFiles::WriteAttribute(std::string_view path, std::string_view value)
       return EINVAL;
     case PcieSlotModel::Result::kAbsent:
       return ENODEV;
-    case PcieSlotModel::Result::kFailed:
-      return EIO;
   }
   return EIO;
 }

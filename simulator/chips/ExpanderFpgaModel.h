@@ -28,13 +28,11 @@ enum class ExpanderModule { kDax, kPyx1, kPyx2 };
 ///   controller to FPGA and flash     0xEC9D                   -
 ///
 /// Released, the FPGA boots when the SPI is routed from flash to FPGA from the end of clearing (5
-/// ms) until DONE (kBootTime after the release) and the flash holds a plausible bitstream (pyx2:
-/// boot header). It looks once: lines that come right later do nothing before the next reset. At
-/// power-on it has booted long ago if it could.
+/// ms) until DONE (FpgaBoot::kBootTime after the release) and the flash holds a plausible bitstream
+/// (pyx2: boot header). It looks once: lines that are set right later do nothing before the next
+/// reset. At power-on it has already booted if it could.
 class ExpanderFpgaModel {
  public:
-  static constexpr std::chrono::nanoseconds kBootTime = FpgaBoot::kBootTime;
-
   /// @param slot   the expander in slot 5 has an address of its own: one higher
   /// @param flash  borrowed; loaded before, and outlives this object
   ExpanderFpgaModel(ExpanderModule module,
@@ -53,7 +51,7 @@ class ExpanderFpgaModel {
   bool InReset() const { return boot_.InReset(); }
   bool Done() const { return boot_.Done(); }
   std::uint16_t Lines() const { return expander_.Lines(); }
-  /// The lines that the expander drives: none of those it was lent once a run has let go of them.
+  /// The lines that the expander drives: none once the program has released them.
   std::uint16_t DrivenLines() const { return expander_.Driven(); }
   void AdvanceTime(std::chrono::nanoseconds by);
 

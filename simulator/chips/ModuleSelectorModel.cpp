@@ -9,10 +9,6 @@ constexpr std::string_view kOtdr = "SPILVDS";
 
 }  // namespace
 
-ModuleSelectorModel::Attribute ModuleSelectorModel::AttributeOf(unsigned slot) {
-  return slot == kSlotOfSlotA ? Attribute::kSlotA : Attribute::kSlotB;
-}
-
 void ModuleSelectorModel::Write(Attribute attribute, std::string_view text) {
   if (text == kSpiMaster || text == kOtdr) {
     (attribute == Attribute::kSlotA ? slotAOnSpiMaster_ : slotBOnSpiMaster_) = text == kSpiMaster;
@@ -25,7 +21,7 @@ std::string_view ModuleSelectorModel::Read(Attribute attribute) const {
 }
 
 bool ModuleSelectorModel::OnSpiMaster(unsigned slot) const {
-  return AttributeOf(slot) == Attribute::kSlotA ? slotAOnSpiMaster_ : slotBOnSpiMaster_;
+  return slot == kSlotOfSlotA ? slotAOnSpiMaster_ : slotBOnSpiMaster_;
 }
 
 }  // namespace orvane

@@ -11,8 +11,6 @@ class ModuleSelectorModel {
  public:
   enum class Attribute { kSlotA, kSlotB };
 
-  static Attribute AttributeOf(unsigned slot);
-
   /// Exactly "SPIFIFO" or "SPILVDS"; any other text is ignored.
   void Write(Attribute attribute, std::string_view text);
   /// The text in force.

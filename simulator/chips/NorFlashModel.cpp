@@ -11,14 +11,14 @@ namespace {
 constexpr std::uint8_t kWriteRegisters = 0x01;      // status, on kMacronix configuration too
 constexpr std::uint8_t kPageProgram = 0x02;         // 3 address bytes, data
 constexpr std::uint8_t kRead = 0x03;                // 3 address bytes, data back
-constexpr std::uint8_t kWriteDisable = 0x04;        //
+constexpr std::uint8_t kWriteDisable = 0x04;        // no more bytes
 constexpr std::uint8_t kReadStatus = 0x05;          // status back, repeated while clocked
-constexpr std::uint8_t kWriteEnable = 0x06;         //
+constexpr std::uint8_t kWriteEnable = 0x06;         // no more bytes
 constexpr std::uint8_t kReadConfiguration = 0x15;   // configuration back, repeated while clocked
 constexpr std::uint8_t kEraseSubsector = 0x20;      // 3 address bytes
-constexpr std::uint8_t kEraseChip = 0x60;           //
+constexpr std::uint8_t kEraseChip = 0x60;           // no more bytes
 constexpr std::uint8_t kReadIdentification = 0x9F;  // 3 bytes back
-constexpr std::uint8_t kEraseChipToo = 0xC7;        //
+constexpr std::uint8_t kEraseChipToo = 0xC7;        // no more bytes
 constexpr std::uint8_t kEraseSector = 0xD8;         // 3 address bytes
 
 constexpr std::size_t kCommandBytes = 4;  // opcode and address
@@ -50,8 +50,10 @@ unsigned ProtectLevel(Chip chip, std::uint8_t status) {
                                  : ((status >> 2U) & 0x07U) | ((status >> 3U) & 0x08U);
 }
 
-/// Counts one event against a countdown; true when it is the one that was asked for.
-bool Due(std::uint64_t& countdown) { return countdown > 0 && --countdown == 0; }
+/// Counts one event.
+/// @param countdown  how many are left to the one that was asked for; 0: none was
+/// @return whether this is that event
+bool CountDown(std::uint64_t& countdown) { return countdown > 0 && --countdown == 0; }
 
 }  // namespace
 
@@ -76,7 +78,7 @@ void NorFlashModel::Transfer(std::span<const std::uint8_t> mosi, std::span<std::
   if (!present_ || mosi.empty()) {
     return;
   }
-  // The registers can be read at any time; every other command is not decoded while busy.
+  // The registers can be read at any time; no other command is decoded while busy.
   if (mosi[0] == kReadStatus) {
     ReadStatus(miso.subspan(1));
   } else if (mosi[0] == kReadConfiguration) {
@@ -111,7 +113,7 @@ void NorFlashModel::ReadStatus(std::span<std::uint8_t> miso) {
   for (std::uint8_t& byte : miso) {
     byte = StatusRegister();
     if (busyReads_ > 0 && --busyReads_ == 0) {
-      BeReady();
+      BecomeReady();
     }
   }
 }
@@ -158,10 +160,10 @@ void NorFlashModel::Execute(std::span<const std::uint8_t> command) {
 
 void NorFlashModel::Program(std::size_t address, std::span<const std::uint8_t> data) {
   const std::size_t page = address / kPageBytes * kPageBytes;
-  if (RefusedAsProtected({.begin = page, .end = page + kPageBytes})) {
+  if (RefuseProtected({.begin = page, .end = page + kPageBytes})) {
     return;
   }
-  const bool lost = Due(dropProgram_) ||
+  const bool lost = CountDown(dropProgram_) ||
                     std::find(wornPages_.begin(), wornPages_.end(), page) != wornPages_.end();
   if (!lost) {
     if (data.size() > kPageBytes) {  // the page buffer went round: the last bytes stand
@@ -172,14 +174,14 @@ void NorFlashModel::Program(std::size_t address, std::span<const std::uint8_t> d
       array_[page + (address + i) % kPageBytes] &= data[i];
     }
   }
-  BeBusy(kBusyReadsAfterProgram, kLongestProgram);
+  BecomeBusy(kBusyReadsAfterProgram, kLongestProgram);
 }
 
 void NorFlashModel::Erase(Range range) {
-  if (RefusedAsProtected(range)) {
+  if (RefuseProtected(range)) {
     return;
   }
-  if (!Due(dropErase_)) {
+  if (!CountDown(dropErase_)) {
     for (std::size_t at = range.begin; at < range.end;) {  // in runs within one sector
       const std::size_t sector = at / kSectorBytes * kSectorBytes;
       const std::size_t end = std::min(range.end, sector + kSectorBytes);
@@ -190,7 +192,7 @@ void NorFlashModel::Erase(Range range) {
     }
   }
   const std::size_t sectors = std::max<std::size_t>(1, (range.end - range.begin) / kSectorBytes);
-  BeBusy(kBusyReadsAfterErase, static_cast<int>(sectors) * kLongestSectorErase);
+  BecomeBusy(kBusyReadsAfterErase, static_cast<int>(sectors) * kLongestSectorErase);
 }
 
 void NorFlashModel::WriteRegisters(std::span<const std::uint8_t> values) {
@@ -200,7 +202,7 @@ void NorFlashModel::WriteRegisters(std::span<const std::uint8_t> values) {
   }
   nextStatus_ = status_;
   nextConfiguration_ = configuration_;
-  if (!Due(dropRegisterWrite_)) {
+  if (!CountDown(dropRegisterWrite_)) {
     nextStatus_ = values[0] & kStatusStored;
     if (values.size() == 2) {
       // The bottom bit is one-time programmable.
@@ -215,7 +217,7 @@ void NorFlashModel::AdvanceTime(std::chrono::nanoseconds by) {
   if (busyReads_ > 0) {
     busyLeft_ -= std::min(by, busyLeft_);
     if (busyLeft_.count() == 0) {
-      BeReady();
+      BecomeReady();
     }
   }
   if (registerWriteLeft_.count() == 0) {
@@ -229,15 +231,15 @@ void NorFlashModel::AdvanceTime(std::chrono::nanoseconds by) {
   }
 }
 
-void NorFlashModel::BeBusy(int statusReads, std::chrono::nanoseconds longest) {
+void NorFlashModel::BecomeBusy(int statusReads, std::chrono::nanoseconds longest) {
   busyReads_ = statusReads;
   busyLeft_ = longest;
-  if (Due(stayBusyAfter_)) {
+  if (CountDown(stayBusyAfter_)) {
     stuckBusy_ = true;
   }
 }
 
-void NorFlashModel::BeReady() {
+void NorFlashModel::BecomeReady() {
   busyReads_ = 0;
   writeEnabled_ = writeEnabled_ && stuckBusy_;
 }
@@ -265,12 +267,13 @@ NorFlashModel::Range NorFlashModel::ProtectedRange() const {
   return bottom ? Range{.begin = 0, .end = bytes} : Range{.begin = kBytes - bytes, .end = kBytes};
 }
 
-bool NorFlashModel::RefusedAsProtected(Range range) {
+/// @return whether part of the range is protected; the latch of a kMacronix then falls
+bool NorFlashModel::RefuseProtected(Range range) {
   const Range locked = ProtectedRange();
   if (range.begin >= locked.end || range.end <= locked.begin) {
     return false;
   }
-  // A kMicron keeps its latch until its flags are cleared or it is told to let go.
+  // A kMicron keeps its latch until its flags are cleared or a write disable arrives.
   writeEnabled_ = writeEnabled_ && chip_ == Chip::kMicron;
   return true;
 }

@@ -29,8 +29,8 @@ enum class Chip {
 ///
 /// Status: bit 0 busy, bit 1 write enable latch. A program or an erase keeps the chip busy for a
 /// fixed number of status bytes read, or for the longest instrument time that it can take if nobody
-/// reads the status; a register write for a fixed instrument time; the new register values stand
-/// from its end on. While busy the chip hears nothing but register reads. The
+/// reads the status. A register write keeps it busy for a fixed instrument time; the new register
+/// values are in force from its end on. While busy the chip carries out register reads only. The
 /// latch falls when the work is done.
 ///
 /// Block protection, level L from the status register: 65536 * 2^(L-1) bytes, the whole array from
@@ -81,7 +81,7 @@ class NorFlashModel {
   // Faults. Programs and erases count from 1 and from the call on; those that the chip ignores do
   // not count. 0 takes a counted fault back, a new call replaces the last one.
 
-  /// An absent chip drives zeros and hears nothing.
+  /// An absent chip drives zeros and ignores every command.
   void SetPresent(bool present) { present_ = present; }
   /// The nth page program looks as usual, but programs nothing.
   void DropProgram(std::uint64_t nth) { dropProgram_ = nth; }
@@ -109,9 +109,9 @@ class NorFlashModel {
   void Program(std::size_t address, std::span<const std::uint8_t> data);
   void Erase(Range range);
   void WriteRegisters(std::span<const std::uint8_t> values);
-  void BeBusy(int statusReads, std::chrono::nanoseconds longest);
-  void BeReady();
-  bool RefusedAsProtected(Range range);
+  void BecomeBusy(int statusReads, std::chrono::nanoseconds longest);
+  void BecomeReady();
+  bool RefuseProtected(Range range);
   Range ProtectedRange() const;
 
   Chip chip_;

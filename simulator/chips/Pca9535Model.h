@@ -32,7 +32,6 @@ class Pca9535Model {
   std::uint16_t Lines() const;
   /// The lines that the expander drives.
   std::uint16_t Driven() const { return static_cast<std::uint16_t>(~configuration_); }
-  std::uint16_t Outputs() const { return output_; }
 
   /// A fault: the lines in `mask` stay at `levels`, whoever drives them; mask 0 ends it.
   void HoldLines(std::uint16_t mask, std::uint16_t levels);

@@ -12,12 +12,6 @@ PcieSlotModel::Result PcieSlotModel::Write(Step step, std::string_view text) {
   if (text != "0" && text != "1") {
     return Result::kInvalid;
   }
-  if (failing_[Index(step)]) {
-    return Result::kFailed;
-  }
-  if (lost_[Index(step)]) {
-    return Result::kDone;
-  }
   const bool on = text == "1";
   switch (step) {
     case Step::kRemove:

@@ -12,13 +12,11 @@ namespace orvane {
 /// The Zynq of a wend module, as its three control files show it. At power-on the Zynq owns its
 /// flash, is not in reset, and DONE is high when the flash holds a plausible boot header.
 ///
-/// DONE falls in reset. It rises kBootTime after the release when the Zynq owns the flash from the
-/// release on and finds a plausible boot header there. It looks once: a flash that comes back later
-/// is not noticed before the next reset. A configured Zynq does not mind losing its flash.
+/// DONE falls in reset. It rises FpgaBoot::kBootTime after the release when the Zynq owns the flash
+/// from the release on and finds a plausible boot header there. It looks once: a flash that comes
+/// back later is not noticed before the next reset. A configured Zynq stays so without its flash.
 class ZynqModel {
  public:
-  static constexpr std::chrono::nanoseconds kBootTime = FpgaBoot::kBootTime;
-
   /// @param flash  borrowed; loaded before, and outlives this object
   ZynqModel(const NorFlashModel& flash, DonePolicy policy);
 

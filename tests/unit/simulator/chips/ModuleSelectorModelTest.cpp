@@ -53,11 +53,4 @@ TEST(ModuleSelectorModelTest, OtherTextsAreIgnored) {
   EXPECT_EQ(selector.Read(Attribute::kSlotA), "SPIFIFO");
 }
 
-TEST(ModuleSelectorModelTest, AttributeOfASlotIsTheOneThatSwitchesIt) {
-  EXPECT_EQ(ModuleSelectorModel::AttributeOf(4), Attribute::kSlotA);
-  for (const unsigned slot : {0U, 1U, 2U, 3U, 5U}) {
-    EXPECT_EQ(ModuleSelectorModel::AttributeOf(slot), Attribute::kSlotB) << slot;
-  }
-}
-
 }  // namespace

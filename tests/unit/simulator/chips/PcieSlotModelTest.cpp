@@ -78,31 +78,4 @@ TEST(PcieSlotModelTest, OtherTextsAreInvalid) {
   EXPECT_TRUE(slot.Present());
 }
 
-TEST(PcieSlotModelTest, FailingStepChangesNothing) {
-  PcieSlotModel slot;
-  slot.SetFailing(Step::kRemove, true);
-  EXPECT_EQ(slot.Write(Step::kRemove, "1"), Result::kFailed);
-  EXPECT_TRUE(slot.Present());
-  slot.SetFailing(Step::kRemove, false);
-  EXPECT_EQ(slot.Write(Step::kRemove, "1"), Result::kDone);
-  slot.SetFailing(Step::kRescan, true);
-  EXPECT_EQ(slot.Write(Step::kRescan, "1"), Result::kFailed);
-  EXPECT_FALSE(slot.Present());
-  slot.SetFailing(Step::kRescan, false);
-  slot.Write(Step::kRescan, "1");
-  slot.SetFailing(Step::kEnable, true);
-  EXPECT_EQ(slot.Write(Step::kEnable, "1"), Result::kFailed);
-  EXPECT_FALSE(slot.Enabled());
-}
-
-TEST(PcieSlotModelTest, LostStepIsAcknowledgedAndChangesNothing) {
-  PcieSlotModel slot;
-  slot.SetLost(Step::kRemove, true);
-  EXPECT_EQ(slot.Write(Step::kRemove, "1"), Result::kDone);
-  EXPECT_TRUE(slot.Present());
-  slot.SetLost(Step::kRemove, false);
-  slot.Write(Step::kRemove, "1");
-  EXPECT_FALSE(slot.Present());
-}
-
 }  // namespace
