@@ -135,24 +135,24 @@ void PlatformServices::State::Serve(const char* sender,
                                     GVariant* arguments,
                                     GDBusMethodInvocation* invocation) {
   beforeEvent();
-  DBusOutcome outcome;
+  DBusResult result;
   GVariant* reply = nullptr;
   if (method == "GetModuleLocations") {
-    outcome = instrument.GetModuleLocations();
-    reply = NumbersReply(outcome.numbers);
+    result = instrument.GetModuleLocations();
+    reply = NumbersReply(result.numbers);
   } else {
     guint32 slot = 0;
     g_variant_get(arguments, "(u)", &slot);
-    outcome = method == "GetI2CBus" ? instrument.GetI2CBus(slot) : instrument.GetSPIDev(slot);
-    reply = g_variant_new("(s)", outcome.text.c_str());
+    result = method == "GetI2CBus" ? instrument.GetI2CBus(slot) : instrument.GetSPIDev(slot);
+    reply = g_variant_new("(s)", result.text.c_str());
   }
   const Owner<GVariant> owned(g_variant_ref_sink(reply));
-  if (outcome.killed) {
+  if (result.killed) {
     KillCaller(connection.get(), sender);
     g_object_unref(invocation);  // nobody waits for it
-  } else if (!outcome.error.empty()) {
+  } else if (!result.error.empty()) {
     g_dbus_method_invocation_return_dbus_error(
-        invocation, outcome.error.c_str(), "The instrument was told to fail here");
+        invocation, result.error.c_str(), "The instrument was told to fail here");
   } else {
     g_dbus_method_invocation_return_value(invocation, owned.get());
   }

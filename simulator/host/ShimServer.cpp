@@ -33,6 +33,7 @@ using link::Op;
 using link::Question;
 
 constexpr int kBacklog = 64;
+static_assert(kMaxSpiMessageBytes == link::kMaxPayloadBytes);  // what is sent can be carried out
 
 /// What the program gets from a real machine under these names is no part of the instrument.
 bool IsForeignNode(std::string_view path) {
@@ -265,10 +266,10 @@ namespace {
 
 /// The answer for an event that the instrument has carried out.
 template <typename Reply>
-Reply ReplyFor(Outcome outcome) {
-  return {.answer = {.action = Action::kDone, .error = outcome.error, .result = outcome.value},
-          .payload = std::move(outcome.bytes),
-          .killed = outcome.killed};
+Reply ReplyFor(EventResult result) {
+  return {.answer = {.action = Action::kDone, .error = result.error, .result = result.value},
+          .payload = std::move(result.bytes),
+          .killed = result.killed};
 }
 
 /// The answer for an event that ends with a fault, or else with `otherwise`.
@@ -337,8 +338,8 @@ ShimServer::Reply ShimServer::HandleOpen(const Question& question,
                                          std::string_view path,
                                          Pending& pending) {
   const auto flags = static_cast<int>(question.a);
-  pending = std::string(path) + " " + OpenFlagsText(flags, static_cast<unsigned>(question.b));
-  const Fault fault = instrument_.Arrive(EventKind::kOpen, pending);
+  pending.event = OpenEvent(path, OpenFlagsText(flags, static_cast<unsigned>(question.b)));
+  const Fault fault = instrument_.Arrive(pending.event);
   if (fault.kind != Fault::Kind::kNone) {
     return ReplyFor<Reply>(fault, {});
   }
@@ -347,7 +348,7 @@ ShimServer::Reply ShimServer::HandleOpen(const Question& question,
   std::string realPath;
   const int problem = OpenProblem(path, kind, flags, realPath);
   if (problem != 0) {
-    instrument_.Complete(EventKind::kOpen, pending, ErrnoName(problem));
+    instrument_.Complete(pending.event, ErrnoName(problem));
     return {.answer = {.action = Action::kDone, .error = problem}};
   }
   return {.answer = {.action = realPath.empty() ? Action::kProceed : Action::kProceedAt,
@@ -358,16 +359,16 @@ ShimServer::Reply ShimServer::HandleOpen(const Question& question,
 
 ShimServer::Reply ShimServer::HandleOpened(const Question& question, const Pending& pending) {
   const auto error = static_cast<int>(question.a);
-  instrument_.Complete(EventKind::kOpen, pending, error == 0 ? "" : ErrnoName(error));
+  instrument_.Complete(pending.event, error == 0 ? "" : ErrnoName(error));
   return {};
 }
 
 ShimServer::Reply ShimServer::HandleClose(const Question& question) {
-  const std::string text = question.handle == link::kNoHandle ? std::to_string(question.a)
-                                                              : files_[question.handle].path;
-  const Fault fault = instrument_.Arrive(EventKind::kClose, text);
+  const Event event = question.handle == link::kNoHandle ? CloseEvent(question.a)
+                                                         : CloseEvent(files_[question.handle].path);
+  const Fault fault = instrument_.Arrive(event);
   if (fault.kind == Fault::Kind::kNone) {
-    instrument_.Complete(EventKind::kClose, text);
+    instrument_.Complete(event);
   }
   return ReplyFor<Reply>(fault, {.action = Action::kProceed});
 }
@@ -404,11 +405,11 @@ ShimServer::Reply ShimServer::HandleRead(const Question& question, const File& f
         file.path, Contents(file.path), static_cast<std::size_t>(question.b), count));
   }
   // A plain read of an SPI device is a message that only receives.
-  const std::array transfers = {link::SpiTransfer{
-      .length = static_cast<std::uint32_t>(std::min<std::size_t>(count, UINT32_MAX)),
-      .receives = 1}};
-  return ReplyFor<Reply>(
-      instrument_.SubmitSpi(file.path, transfers, std::span<const std::uint8_t>()));
+  const std::array transfers = {
+      SpiTransfer{.length = static_cast<std::uint32_t>(std::min<std::size_t>(count, UINT32_MAX)),
+                  .receives = true}};
+  return ReplyFor<Reply>(instrument_.SubmitSpi(
+      file.path, {.transfers = transfers, .sent = std::span<const std::uint8_t>()}));
 }
 
 ShimServer::Reply ShimServer::HandleWrite(const Question& question,
@@ -419,8 +420,9 @@ ShimServer::Reply ShimServer::HandleWrite(const Question& question,
     case Kind::kDevice: {
       // A plain write to an SPI device is a message that only sends.
       const std::array transfers = {
-          link::SpiTransfer{.length = static_cast<std::uint32_t>(bytes.size()), .sends = 1}};
-      return ReplyFor<Reply>(instrument_.SubmitSpi(file.path, transfers, bytes));
+          SpiTransfer{.length = static_cast<std::uint32_t>(bytes.size()), .sends = true}};
+      return ReplyFor<Reply>(
+          instrument_.SubmitSpi(file.path, {.transfers = transfers, .sent = bytes}));
     }
     case Kind::kSysfs:
       if (instrument_.AttributeContents(file.path)) {
@@ -430,8 +432,8 @@ ShimServer::Reply ShimServer::HandleWrite(const Question& question,
     case Kind::kFile:
       break;
   }
-  pending = file.path + " +" + std::to_string(question.a);
-  const Fault fault = instrument_.Arrive(EventKind::kWrite, pending);
+  pending = {.event = FileWriteEvent(file.path, question.a), .bytes = question.a};
+  const Fault fault = instrument_.Arrive(pending.event);
   return ReplyFor<Reply>(
       fault,
       {.action = fault.kind == Fault::Kind::kLose ? Action::kDone : Action::kProceed,
@@ -442,32 +444,46 @@ ShimServer::Reply ShimServer::HandleWritten(const Question& question, const Pend
   std::string result;
   if (question.a < 0) {
     result = ErrnoName(static_cast<int>(-question.a));
-  } else if (!pending.ends_with(" +" + std::to_string(question.a))) {
-    result = std::to_string(question.a);  // less than was asked for
+  } else if (question.a != pending.bytes) {
+    result = std::to_string(question.a);
   }
-  instrument_.Complete(EventKind::kWrite, pending, result);
+  instrument_.Complete(pending.event, result);
   return {};
 }
 
 ShimServer::Reply ShimServer::HandleSpi(const Question& question,
                                         const File& file,
                                         std::span<const std::uint8_t> payload) {
-  const auto transfers =
-      CopyStructs<link::SpiTransfer>(payload, static_cast<std::size_t>(question.a));
-  std::optional<std::span<const std::uint8_t>> sent;
-  if (question.b == 0) {
-    sent = payload.subspan(transfers.size() * sizeof(link::SpiTransfer));
+  const auto wire = CopyStructs<link::SpiTransfer>(payload, static_cast<std::size_t>(question.a));
+  std::vector<SpiTransfer> transfers;
+  transfers.reserve(wire.size());
+  for (const link::SpiTransfer& transfer : wire) {
+    transfers.push_back({.length = transfer.length,
+                         .speedHz = transfer.speedHz,
+                         .bitsPerWord = transfer.bitsPerWord,
+                         .changesChipSelect = transfer.chipSelectChange != 0,
+                         .sends = transfer.sends != 0,
+                         .receives = transfer.receives != 0});
   }
-  return ReplyFor<Reply>(instrument_.SubmitSpi(file.path, transfers, sent));
+  SpiMessage message{.transfers = transfers};
+  if (question.b == 0) {
+    message.sent = payload.subspan(wire.size() * sizeof(link::SpiTransfer));
+  }
+  return ReplyFor<Reply>(instrument_.SubmitSpi(file.path, message));
 }
 
 ShimServer::Reply ShimServer::HandleI2c(const Question& question,
                                         const File& file,
                                         std::span<const std::uint8_t> payload) {
-  const auto messages =
-      CopyStructs<link::I2cMessage>(payload, static_cast<std::size_t>(question.a));
+  const auto wire = CopyStructs<link::I2cMessage>(payload, static_cast<std::size_t>(question.a));
+  std::vector<I2cMessage> messages;
+  messages.reserve(wire.size());
+  for (const link::I2cMessage& message : wire) {
+    messages.push_back(
+        {.address = message.address, .length = message.length, .reads = message.reads != 0});
+  }
   return ReplyFor<Reply>(instrument_.SubmitI2c(
-      file.path, messages, payload.subspan(messages.size() * sizeof(link::I2cMessage))));
+      file.path, messages, payload.subspan(wire.size() * sizeof(link::I2cMessage))));
 }
 
 ShimServer::Reply ShimServer::HandleIoctl(const Question& question,

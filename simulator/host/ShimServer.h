@@ -44,8 +44,11 @@ class ShimServer {
     std::string path;  // as the program gave it
     link::Kind kind;
   };
-  /// The text of an event whose real call the program makes, until it reports the result.
-  using Pending = std::string;
+  /// An event whose real call the program makes, until it reports the result.
+  struct Pending {
+    Event event{};
+    std::int64_t bytes = 0;  // of a write: how many the program asked for
+  };
 
   /// What goes back: nothing at all when `killed`.
   struct Reply {

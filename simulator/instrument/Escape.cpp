@@ -97,6 +97,15 @@ std::string HexBytes(std::string_view bytes) {
   return text;
 }
 
+std::string LimitedHexBytes(std::span<const std::uint8_t> bytes) {
+  const std::string_view characters(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  std::string text = HexBytes(characters.substr(0, kMaxHexBytes));
+  if (bytes.size() > kMaxHexBytes) {
+    text.append(" ... +").append(std::to_string(bytes.size() - kMaxHexBytes));
+  }
+  return text;
+}
+
 std::string HexNumber(std::uint32_t value, std::size_t digits) {
   std::string text;
   for (; value != 0 || text.size() < digits; value >>= 4U) {

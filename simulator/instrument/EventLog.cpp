@@ -6,14 +6,14 @@
 
 namespace orvane {
 
-void EventLog::Event(EventKind kind, std::string_view text, std::string_view result) {
+void EventLog::Record(const Event& event, std::string_view result) {
   if (!IsOn()) {
     return;
   }
   FinishStandardError();
-  *out_ << Word(kind);
-  if (!text.empty()) {
-    *out_ << ' ' << text;
+  *out_ << Word(event.kind);
+  if (!event.text.empty()) {
+    *out_ << ' ' << event.text;
   }
   if (!result.empty()) {
     *out_ << " = " << result;

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "simulator/instrument/EventKind.h"
+#include "simulator/instrument/Event.h"
 
 namespace orvane {
 
@@ -17,14 +17,14 @@ class EventLog {
   /// Whether anything is written, so that the texts are worth composing.
   bool IsOn() const { return out_ != nullptr; }
 
-  /// "spi /dev/spidev1.0 RDSR = 03"; without a result, nothing follows the text.
-  void Event(EventKind kind, std::string_view text, std::string_view result = {});
+  /// "spi /dev/spidev1.0 RDSR = 03"; without a result, nothing follows the event's text.
+  void Record(const Event& event, std::string_view result = {});
 
   /// One write to standard output, one line.
   void StandardOutput(std::string_view bytes);
 
-  /// A write to standard error. Programs write it in pieces, so pieces are put together: a line for
-  /// each line of text, and one for an unfinished line that something else follows.
+  /// A write to standard error. Programs write it in pieces, so the pieces are put together: a line
+  /// for each line of text, and one for an unfinished line when something else follows.
   void StandardError(std::string_view bytes);
 
   /// The end of the run: "exit 0", "killed SIGSEGV".

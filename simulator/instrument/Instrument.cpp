@@ -1,7 +1,6 @@
 #include "simulator/instrument/Instrument.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <sstream>
@@ -9,65 +8,38 @@
 
 #include "simulator/instrument/ErrnoName.h"
 #include "simulator/instrument/Escape.h"
-#include "simulator/instrument/SpiDecoder.h"
 
 namespace orvane {
 
 namespace {
 
-constexpr std::size_t kMaxHexBytes = 32;  // of an answer in the log
 constexpr const char* kKilled = "kill";
 constexpr const char* kLost = "lost";
 
-struct SettingRow {
-  const char* name;
-  SpiSetting setting;
-  std::uint32_t atPowerOn;
-};
-constexpr SettingRow kSettings[] = {
-    {"MODE", SpiSetting::kMode, 0},
-    {"LSB_FIRST", SpiSetting::kLsbFirst, 0},
-    {"BITS_PER_WORD", SpiSetting::kBitsPerWord, 8},
-    {"MAX_SPEED_HZ", SpiSetting::kMaxSpeedHz, Instrument::kMaxSpeedHz},
-    {"MODE32", SpiSetting::kMode32, 0},
-};
-
-std::string RequestName(SpiSetting setting, const char* direction) {
-  const auto* const row = std::find_if(std::begin(kSettings),
-                                       std::end(kSettings),
-                                       [&](const SettingRow& r) { return r.setting == setting; });
-  return std::string("SPI_IOC_") + direction + "_" + row->name;
+/// Whether the event is carried out, whatever the program gets for an answer.
+bool TakesItsCourse(const Fault& fault) {
+  return fault.kind == Fault::Kind::kNone || fault.kind == Fault::Kind::kAnswer;
 }
 
-/// Both requests of a mode show the same bits.
-SpiSetting StoredAs(SpiSetting setting) {
-  return setting == SpiSetting::kMode32 ? SpiSetting::kMode : setting;
-}
-
-std::string_view Characters(std::span<const std::uint8_t> bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
-std::string LimitedHex(std::span<const std::uint8_t> bytes) {
-  if (bytes.size() <= kMaxHexBytes) {
-    return HexBytes(Characters(bytes));
+/// What the program gets for an event that is not carried out.
+/// @param success  when it is told that the event was
+EventResult InsteadOf(const Fault& fault, EventResult success = {}) {
+  switch (fault.kind) {
+    case Fault::Kind::kFail:
+      return {.error = fault.error};
+    case Fault::Kind::kKill:
+      return {.killed = true};
+    case Fault::Kind::kNone:
+    case Fault::Kind::kLose:
+    case Fault::Kind::kAnswer:
+      break;
   }
-  return HexBytes(Characters(bytes.first(kMaxHexBytes))) + " ... +" +
-         std::to_string(bytes.size() - kMaxHexBytes);
+  return success;
 }
 
-/// The largest unit that expresses a duration as a whole number.
-std::string DurationText(std::chrono::nanoseconds duration) {
-  constexpr struct {
-    std::int64_t nanoseconds;
-    const char* name;
-  } kUnits[] = {{1'000'000'000, " s"}, {1'000'000, " ms"}, {1'000, " us"}, {1, " ns"}};
-  for (const auto& unit : kUnits) {
-    if (duration.count() % unit.nanoseconds == 0) {
-      return std::to_string(duration.count() / unit.nanoseconds) + unit.name;
-    }
-  }
-  return "";
+/// Likewise, for a call of a D-Bus method, which cannot be lost.
+DBusResult InsteadOfCall(const Fault& fault) {
+  return {.killed = fault.kind == Fault::Kind::kKill, .error = fault.text};
 }
 
 /// The text of a fault in place of what was received.
@@ -77,105 +49,57 @@ void Overwrite(std::vector<std::uint8_t>& received, const std::string& text) {
   }
 }
 
-/// @return whether the fault leaves nothing to do, with `outcome` set so
-bool IsSettled(const Fault& fault, Outcome& outcome) {
-  outcome.killed = fault.kind == Fault::Kind::kKill;
-  outcome.error = fault.error;
-  return fault.kind == Fault::Kind::kKill || fault.kind == Fault::Kind::kFail ||
-         fault.kind == Fault::Kind::kLose;
+std::string TextOf(int error) { return error == 0 ? "" : ErrnoName(error); }
+
+/// @return the bytes that the program wants of the answers
+std::vector<std::uint8_t> ExchangeSpi(Module& module,
+                                      std::span<const ChipSelect> selects,
+                                      std::size_t receivedBytes) {
+  std::vector<std::uint8_t> all(receivedBytes);
+  std::vector<std::uint8_t> miso;
+  auto received = all.begin();
+  for (const ChipSelect& select : selects) {
+    miso.resize(select.mosi.size());
+    module.Transfer(select.mosi, miso);
+    for (const ChipSelect::Window& window : select.received) {
+      const auto bytes = std::span(miso).subspan(window.at, window.length);
+      received = std::copy(bytes.begin(), bytes.end(), received);
+    }
+  }
+  return all;
 }
 
-// --- SPI messages -------------------------------------------------------------------------------
-
-/// One chip select: what goes out, and the positions whose answer the program wants.
-struct ChipSelect {
-  std::vector<std::uint8_t> mosi;
-  std::size_t sentBytes = 0;  // in front; the controller only receives behind them
-  struct Window {
-    std::size_t at;
-    std::size_t length;
-  };
-  std::vector<Window> received;
-
-  SpiDescription Describe() const {
-    return DescribeSpi(std::span(mosi).first(sentBytes), mosi.size() - sentBytes);
+std::size_t ReceivedBytes(std::span<const I2cMessage> messages) {
+  std::size_t bytes = 0;
+  for (const I2cMessage& message : messages) {
+    bytes += message.reads ? message.length : 0U;
   }
-};
+  return bytes;
+}
 
-/// Puts the transfers of a message together: chip select stays low from the first to the last,
-/// unless one asks for a change behind it.
-std::vector<ChipSelect> ChipSelects(std::span<const link::SpiTransfer> transfers,
-                                    std::span<const std::uint8_t> sent) {
-  std::vector<ChipSelect> selects(1);
-  for (const link::SpiTransfer& transfer : transfers) {
-    ChipSelect& select = selects.back();
-    const std::size_t at = select.mosi.size();
-    if (transfer.sends != 0) {
-      const auto bytes = sent.first(transfer.length);
-      select.mosi.insert(select.mosi.end(), bytes.begin(), bytes.end());
-      select.sentBytes = select.mosi.size();
-      sent = sent.subspan(transfer.length);
+/// Carries the messages out up to the first that nobody acknowledges.
+/// @param module  null: nothing is connected
+/// @return 0 or an errno
+int ExchangeI2c(Module* module,
+                std::optional<unsigned> channel,
+                std::span<const I2cMessage> messages,
+                std::span<const std::uint8_t> sent,
+                std::span<std::uint8_t> received) {
+  for (const I2cMessage& message : messages) {
+    I2cDevice* const device =
+        module == nullptr ? nullptr : module->FindI2c(channel, message.address);
+    if (device == nullptr) {
+      return ENXIO;
+    }
+    if (message.reads) {
+      device->Read(received.first(message.length));
+      received = received.subspan(message.length);
     } else {
-      select.mosi.resize(at + transfer.length);
-    }
-    if (transfer.receives != 0) {
-      select.received.push_back({at, transfer.length});
-    }
-    if (transfer.chipSelectChange != 0 && &transfer != &transfers.back()) {
-      selects.emplace_back();
+      device->Write(sent.first(message.length));
+      sent = sent.subspan(message.length);
     }
   }
-  return selects;
-}
-
-struct Totals {
-  std::uint64_t all = 0;
-  std::uint64_t sent = 0;
-  std::uint64_t received = 0;
-};
-
-Totals Add(std::span<const link::SpiTransfer> transfers) {
-  Totals totals;
-  for (const link::SpiTransfer& transfer : transfers) {
-    totals.all += transfer.length;
-    totals.sent += transfer.sends != 0 ? transfer.length : 0;
-    totals.received += transfer.receives != 0 ? transfer.length : 0;
-  }
-  return totals;
-}
-
-// --- I2C messages -------------------------------------------------------------------------------
-
-std::string AddressText(std::uint16_t address) {
-  constexpr std::size_t kDigits = 2;  // more for addresses of ten bits
-  return HexNumber(address, kDigits);
-}
-
-/// "0x21 w 06 r 40 01"; "r +2" when there are no bytes received.
-std::string DescribeI2c(std::span<const link::I2cMessage> messages,
-                        std::span<const std::uint8_t> sent,
-                        const std::vector<std::uint8_t>* received) {
-  std::string text;
-  std::size_t sentAt = 0;
-  std::size_t receivedAt = 0;
-  for (const link::I2cMessage& message : messages) {
-    if (&message == &messages.front() || message.address != (&message - 1)->address) {
-      text.append(text.empty() ? "" : " ").append(AddressText(message.address));
-    }
-    std::string bytes;
-    if (message.reads == 0) {
-      bytes = LimitedHex(sent.subspan(sentAt, message.length));
-      sentAt += message.length;
-    } else if (received != nullptr) {
-      bytes = LimitedHex(std::span(*received).subspan(receivedAt, message.length));
-      receivedAt += message.length;
-    } else {
-      bytes.append("+").append(std::to_string(message.length));
-    }
-    text += message.reads == 0 ? " w" : " r";
-    text.append(bytes.empty() ? "" : " ").append(bytes);
-  }
-  return text;
+  return 0;
 }
 
 }  // namespace
@@ -206,11 +130,8 @@ Instrument::Instrument(std::vector<std::unique_ptr<Module>> modules,
 void Instrument::AddNodes() {
   for (const auto& module : modules_) {
     if (module->Options().spiNode) {
-      Node node{.module = module.get(), .isSpi = true};
-      for (const SettingRow& row : kSettings) {
-        node.settings[row.setting] = row.atPowerOn;
-      }
-      nodes_.emplace("/dev/spidev" + std::to_string(module->Slot()) + ".0", std::move(node));
+      nodes_.emplace("/dev/spidev" + std::to_string(module->Slot()) + ".0",
+                     Node{.module = module.get(), .isSpi = true});
     }
   }
   for (const I2cAdapter& adapter : adapters_) {
@@ -254,17 +175,17 @@ std::optional<std::string> Instrument::AttributeContents(std::string_view path) 
   return found->second->ReadAttribute(path);
 }
 
-Fault Instrument::Arrive(EventKind kind, std::string_view text) {
-  Fault fault = faults_.Judge(kind, text);
+Fault Instrument::Arrive(const Event& event) {
+  Fault fault = faults_.Judge(event.kind, event.text);
   switch (fault.kind) {
     case Fault::Kind::kFail:
-      log_.Event(kind, text, fault.text.empty() ? ErrnoName(fault.error) : fault.text);
+      Complete(event, fault.text.empty() ? ErrnoName(fault.error) : fault.text);
       break;
     case Fault::Kind::kLose:
-      log_.Event(kind, text, kLost);
+      Complete(event, kLost);
       break;
     case Fault::Kind::kKill:
-      log_.Event(kind, text, kKilled);
+      Complete(event, kKilled);
       break;
     case Fault::Kind::kNone:
     case Fault::Kind::kAnswer:
@@ -273,275 +194,216 @@ Fault Instrument::Arrive(EventKind kind, std::string_view text) {
   return fault;
 }
 
-void Instrument::Complete(EventKind kind, std::string_view text, std::string_view result) {
-  log_.Event(kind, text, result);
+/// Ends an event that the instrument cannot carry out.
+EventResult Instrument::Refuse(const Event& event, int error) {
+  Complete(event, ErrnoName(error));
+  return {.error = error};
 }
 
 void Instrument::LogSpeed(std::string_view path,
                           Node& node,
-                          std::span<const link::SpiTransfer> transfers) {
-  for (const link::SpiTransfer& transfer : transfers) {
+                          std::span<const SpiTransfer> transfers) {
+  for (const SpiTransfer& transfer : transfers) {
     if (transfer.speedHz == node.lastSpeedHz && transfer.bitsPerWord == node.lastBits) {
       continue;
     }
     node.lastSpeedHz = transfer.speedHz;
     node.lastBits = transfer.bitsPerWord;
-    log_.Event(EventKind::kSpi,
-               std::string(path) + " speed " + std::to_string(node.lastSpeedHz) + " bits " +
-                   std::to_string(unsigned{node.lastBits}));
+    log_.Record(SpiSpeedEvent(path, node.lastSpeedHz, node.lastBits));
   }
 }
 
-Outcome Instrument::SubmitSpi(std::string_view path,
-                              std::span<const link::SpiTransfer> transfers,
-                              std::optional<std::span<const std::uint8_t>> sent) {
+/// @param fits  whether the message is short enough to be carried out
+/// @return the errno that the driver has for such a message, or 0
+int Instrument::ProblemOf(const Node& node, const SpiTotals& totals, bool fits) const {
+  if (!node.isSpi) {
+    return ENOTTY;
+  }
+  if (totals.sent > bufsiz_ || totals.received > bufsiz_) {
+    return EMSGSIZE;
+  }
+  return fits ? 0 : ENOMEM;
+}
+
+EventResult Instrument::SubmitSpi(std::string_view path, const SpiMessage& message) {
   Node& node = FindNode(path);
-  const Totals totals = Add(transfers);
-  const bool isCarried = sent.has_value() && totals.all <= link::kMaxPayloadBytes;
-  const std::vector<ChipSelect> selects =
-      isCarried ? ChipSelects(transfers, *sent) : std::vector<ChipSelect>();
-  std::string text;
-  bool answersShown = false;
-  if (log_.IsOn() || !faults_.Empty()) {
-    LogSpeed(path, node, transfers);
-    text = path;
-    for (const ChipSelect& select : selects) {
-      const SpiDescription description = select.Describe();
-      text += (&select == &selects.front() ? " " : " / ") + description.command;
-      answersShown = answersShown || description.answersShown;
-    }
-    if (!isCarried) {
-      text += " message of " + std::to_string(totals.all) + " bytes";
-    }
+  const SpiTotals totals = Total(message.transfers);
+  const bool fits = message.sent.has_value() && totals.all <= kMaxSpiMessageBytes;
+  std::vector<ChipSelect> selects;
+  SpiDescription description;
+  if (fits) {
+    selects = ChipSelects(message.transfers, *message.sent);
   }
-
-  const Fault fault = Arrive(EventKind::kSpi, text);
-  Outcome outcome;
-  if (!IsSettled(fault, outcome)) {
-    if (!node.isSpi) {
-      outcome.error = ENOTTY;
-    } else if (totals.sent > bufsiz_ || totals.received > bufsiz_) {
-      outcome.error = EMSGSIZE;
-    } else if (!isCarried) {
-      outcome.error = ENOMEM;
-    }
-    if (outcome.error != 0) {
-      Complete(EventKind::kSpi, text, ErrnoName(outcome.error));
-    }
+  if (log_.IsOn() || !faults_.Empty()) {  // nobody sees the text otherwise
+    LogSpeed(path, node, message.transfers);
+    description = fits ? Describe(selects) : DescribeLength(totals);
   }
-  if (outcome.error != 0 || outcome.killed) {
-    return outcome;
+  const Event event = SpiEvent(path, description.command);
+  const Fault fault = Arrive(event);
+  const auto value = static_cast<std::int64_t>(totals.all);
+  const std::size_t receivedBytes = fits ? totals.received : 0;
+  if (!TakesItsCourse(fault)) {
+    return InsteadOf(fault, {.value = value, .bytes = std::vector<std::uint8_t>(receivedBytes)});
   }
-  outcome.value = static_cast<std::int64_t>(totals.all);
-  outcome.bytes.resize(isCarried ? totals.received : 0);  // what a lost message brings back
-  if (fault.kind == Fault::Kind::kLose) {
-    return outcome;
+  if (const int problem = ProblemOf(node, totals, fits); problem != 0) {
+    return Refuse(event, problem);
   }
-  std::vector<std::uint8_t> miso;
-  auto received = outcome.bytes.begin();
-  for (const ChipSelect& select : selects) {
-    miso.resize(select.mosi.size());
-    node.module->Transfer(select.mosi, miso);
-    for (const ChipSelect::Window& window : select.received) {
-      const auto bytes = std::span(miso).subspan(window.at, window.length);
-      received = std::copy(bytes.begin(), bytes.end(), received);
-    }
-  }
+  EventResult result{.value = value, .bytes = ExchangeSpi(*node.module, selects, receivedBytes)};
   if (fault.kind == Fault::Kind::kAnswer) {
-    Overwrite(outcome.bytes, fault.text);
+    Overwrite(result.bytes, fault.text);
   }
   if (log_.IsOn()) {
-    Complete(EventKind::kSpi, text, answersShown ? LimitedHex(outcome.bytes) : "");
+    Complete(event, description.answersShown ? LimitedHexBytes(result.bytes) : "");
   }
-  return outcome;
+  return result;
 }
 
-Outcome Instrument::SubmitI2c(std::string_view path,
-                              std::span<const link::I2cMessage> messages,
-                              std::span<const std::uint8_t> sent) {
+EventResult Instrument::SubmitI2c(std::string_view path,
+                                  std::span<const I2cMessage> messages,
+                                  std::span<const std::uint8_t> sent) {
   const Node& node = FindNode(path);
-  const std::string request = std::string(path) + " " + DescribeI2c(messages, sent, nullptr);
-  const Fault fault = Arrive(EventKind::kI2c, request);
-  Outcome outcome{.value = static_cast<std::int64_t>(messages.size())};
-  for (const link::I2cMessage& message : messages) {
-    outcome.bytes.resize(outcome.bytes.size() + (message.reads != 0 ? message.length : 0U));
+  const Event request = I2cEvent(path, messages, sent);
+  const Fault fault = Arrive(request);
+  EventResult result{.value = static_cast<std::int64_t>(messages.size()),
+                     .bytes = std::vector<std::uint8_t>(ReceivedBytes(messages))};
+  if (!TakesItsCourse(fault)) {
+    return InsteadOf(fault, std::move(result));
   }
-  if (IsSettled(fault, outcome)) {
-    if (outcome.error != 0 || outcome.killed) {
-      outcome.bytes.clear();
-    }
-    return outcome;
-  }
-  std::size_t sentAt = 0;
-  std::size_t receivedAt = 0;
-  for (const link::I2cMessage& message : messages) {
-    I2cDevice* const device = node.module == nullptr || node.isSpi
-                                  ? nullptr
-                                  : node.module->FindI2c(node.channel, message.address);
-    if (device == nullptr) {
-      outcome.error = node.isSpi ? ENOTTY : ENXIO;
-      outcome.bytes.clear();
-      Complete(EventKind::kI2c, request, ErrnoName(outcome.error));
-      return outcome;
-    }
-    if (message.reads != 0) {
-      device->Read(std::span(outcome.bytes).subspan(receivedAt, message.length));
-      receivedAt += message.length;
-    } else {
-      device->Write(sent.subspan(sentAt, message.length));
-      sentAt += message.length;
-    }
+  const int problem =
+      node.isSpi ? ENOTTY : ExchangeI2c(node.module, node.channel, messages, sent, result.bytes);
+  if (problem != 0) {
+    return Refuse(request, problem);
   }
   if (fault.kind == Fault::Kind::kAnswer) {
-    Overwrite(outcome.bytes, fault.text);
+    Overwrite(result.bytes, fault.text);
   }
   if (log_.IsOn()) {
-    Complete(EventKind::kI2c,
-             std::string(path) + " " + DescribeI2c(messages, sent, &outcome.bytes));
+    Complete(I2cEvent(path, messages, sent, result.bytes));
   }
-  return outcome;
+  return result;
 }
 
-Outcome Instrument::ReadSetting(std::string_view path, SpiSetting setting) {
+EventResult Instrument::ReadSetting(std::string_view path, SpiSetting setting) {
   const Node& node = FindNode(path);
-  const std::string text = std::string(path) + " " + RequestName(setting, "RD");
-  const Fault fault = Arrive(EventKind::kIoctl, text);
-  Outcome outcome;
-  if (IsSettled(fault, outcome)) {
-    return outcome;
+  const Event event = ReadSettingEvent(path, setting);
+  const Fault fault = Arrive(event);
+  if (!TakesItsCourse(fault)) {
+    return InsteadOf(fault);
   }
   if (!node.isSpi) {
-    outcome.error = ENOTTY;
-    Complete(EventKind::kIoctl, text, ErrnoName(outcome.error));
-    return outcome;
+    return Refuse(event, ENOTTY);
   }
-  std::uint32_t value = node.settings.at(StoredAs(setting));
+  std::uint32_t value = node.settings.Get(setting);
   if (fault.kind == Fault::Kind::kAnswer) {
     std::from_chars(fault.text.data(), fault.text.data() + fault.text.size(), value);
   }
+  EventResult result;
   for (unsigned byte = 0; byte < sizeof value; ++byte) {
-    outcome.bytes.push_back(static_cast<std::uint8_t>(value >> (8 * byte)));
+    result.bytes.push_back(static_cast<std::uint8_t>(value >> (8 * byte)));
   }
-  Complete(EventKind::kIoctl, text, std::to_string(value));
-  return outcome;
+  Complete(event, std::to_string(value));
+  return result;
 }
 
-Outcome Instrument::WriteSetting(std::string_view path, SpiSetting setting, std::uint32_t value) {
+EventResult Instrument::WriteSetting(std::string_view path,
+                                     SpiSetting setting,
+                                     std::uint32_t value) {
   Node& node = FindNode(path);
-  const std::string text =
-      std::string(path) + " " + RequestName(setting, "WR") + " " + std::to_string(value);
-  Outcome outcome;
-  if (IsSettled(Arrive(EventKind::kIoctl, text), outcome)) {
-    return outcome;
+  const Event event = WriteSettingEvent(path, setting, value);
+  const Fault fault = Arrive(event);
+  if (!TakesItsCourse(fault)) {
+    return InsteadOf(fault);
   }
-  if (!node.isSpi) {
-    outcome.error = ENOTTY;
-  } else if (setting == SpiSetting::kMaxSpeedHz && value == 0) {
-    outcome.error = EINVAL;
-  } else {
-    node.settings[StoredAs(setting)] = value;
-  }
-  Complete(EventKind::kIoctl, text, outcome.error == 0 ? "" : ErrnoName(outcome.error));
-  return outcome;
+  const int error = node.isSpi ? node.settings.Set(setting, value) : ENOTTY;
+  Complete(event, TextOf(error));
+  return {.error = error};
 }
 
-Outcome Instrument::RefuseRequest(std::string_view path, std::uint32_t request) {
-  constexpr std::size_t kDigits = 8;
-  const std::string text = std::string(path) + " " + HexNumber(request, kDigits);
-  Outcome outcome;
-  if (!IsSettled(Arrive(EventKind::kIoctl, text), outcome)) {
-    outcome.error = ENOTTY;
-    Complete(EventKind::kIoctl, text, ErrnoName(outcome.error));
-  }
-  return outcome;
+EventResult Instrument::RefuseRequest(std::string_view path, std::uint32_t request) {
+  const Event event = OtherRequestEvent(path, request);
+  const Fault fault = Arrive(event);
+  return TakesItsCourse(fault) ? Refuse(event, ENOTTY) : InsteadOf(fault);
 }
 
-Outcome Instrument::WriteAttribute(std::string_view path, std::string_view value) {
-  const std::string text = std::string(path) + " " + Quote(value);
-  Outcome outcome{.value = static_cast<std::int64_t>(value.size())};
-  if (!IsSettled(Arrive(EventKind::kWrite, text), outcome)) {
-    outcome.error = attributes_.find(path)->second->WriteAttribute(path, value);
-    Complete(EventKind::kWrite, text, outcome.error == 0 ? "" : ErrnoName(outcome.error));
+EventResult Instrument::WriteAttribute(std::string_view path, std::string_view value) {
+  const Event event = WriteEvent(path, value);
+  const Fault fault = Arrive(event);
+  EventResult result{.value = static_cast<std::int64_t>(value.size())};
+  if (!TakesItsCourse(fault)) {
+    return InsteadOf(fault, std::move(result));
   }
-  return outcome;
+  result.error = attributes_.find(path)->second->WriteAttribute(path, value);
+  Complete(event, TextOf(result.error));
+  return result;
 }
 
-Outcome Instrument::ReadFile(std::string_view path,
-                             std::string_view contents,
-                             std::size_t offset,
-                             std::size_t count) {
-  const Fault fault = Arrive(EventKind::kRead, path);
-  Outcome outcome;
-  if (IsSettled(fault, outcome)) {
-    return outcome;
+EventResult Instrument::ReadFile(std::string_view path,
+                                 std::string_view contents,
+                                 std::size_t offset,
+                                 std::size_t count) {
+  const Fault fault = Arrive(ReadEvent(path));
+  if (!TakesItsCourse(fault)) {
+    return InsteadOf(fault);
   }
   std::string_view read = contents.substr(std::min(offset, contents.size()));
   if (fault.kind == Fault::Kind::kAnswer) {
     read = fault.text;
   }
   read = read.substr(0, count);
-  outcome.bytes.assign(read.begin(), read.end());
-  outcome.value = static_cast<std::int64_t>(read.size());
-  log_.Event(EventKind::kRead, std::string(path) + " " + Quote(read));
-  return outcome;
+  Complete(ReadEvent(path, read));
+  return {.value = static_cast<std::int64_t>(read.size()), .bytes = {read.begin(), read.end()}};
 }
 
-Outcome Instrument::Sleep(std::chrono::nanoseconds duration) {
-  const std::string text = DurationText(duration);
-  Outcome outcome;
-  if (!IsSettled(Arrive(EventKind::kSleep, text), outcome)) {
-    for (const auto& module : modules_) {
-      module->AdvanceTime(duration);
-    }
-    Complete(EventKind::kSleep, text);
+EventResult Instrument::Sleep(std::chrono::nanoseconds duration) {
+  const Event event = SleepEvent(duration);
+  const Fault fault = Arrive(event);
+  if (!TakesItsCourse(fault)) {
+    return InsteadOf(fault);
   }
-  return outcome;
+  for (const auto& module : modules_) {
+    module->AdvanceTime(duration);
+  }
+  Complete(event);
+  return {};
 }
 
-DBusOutcome Instrument::GetModuleLocations() {
-  constexpr const char* kMethod = "GetModuleLocations";
-  const Fault fault = Arrive(EventKind::kDBus, kMethod);
-  DBusOutcome outcome{.killed = fault.kind == Fault::Kind::kKill};
-  if (fault.kind == Fault::Kind::kFail) {
-    outcome.error = fault.text;
+DBusResult Instrument::GetModuleLocations() {
+  const Event event = DBusEvent("GetModuleLocations");
+  const Fault fault = Arrive(event);
+  if (!TakesItsCourse(fault)) {
+    return InsteadOfCall(fault);
   }
-  if (outcome.killed || !outcome.error.empty()) {
-    return outcome;
-  }
+  DBusResult result;
   if (fault.kind == Fault::Kind::kAnswer) {
     std::istringstream numbers(fault.text);
     for (int number = 0; numbers >> number;) {
-      outcome.numbers.push_back(number);
+      result.numbers.push_back(number);
     }
   } else {
     for (const auto& module : modules_) {
-      outcome.numbers.push_back(static_cast<int>(module->Slot()));
+      result.numbers.push_back(static_cast<int>(module->Slot()));
     }
   }
-  std::string result;
-  for (const int number : outcome.numbers) {
-    result.append(result.empty() ? "" : " ").append(std::to_string(number));
+  std::string text;
+  for (const int number : result.numbers) {
+    text.append(text.empty() ? "" : " ").append(std::to_string(number));
   }
-  Complete(EventKind::kDBus, kMethod, result.empty() ? "none" : result);
-  return outcome;
+  Complete(event, text.empty() ? "none" : text);
+  return result;
 }
 
-DBusOutcome Instrument::AnswerName(const char* method, unsigned slot, const std::string& name) {
-  const std::string text = std::string(method) + " " + std::to_string(slot);
-  const Fault fault = Arrive(EventKind::kDBus, text);
-  DBusOutcome outcome{.killed = fault.kind == Fault::Kind::kKill};
-  if (fault.kind == Fault::Kind::kFail) {
-    outcome.error = fault.text;
+DBusResult Instrument::AnswerName(const char* method, unsigned slot, const std::string& name) {
+  const Event event = DBusEvent(method, slot);
+  const Fault fault = Arrive(event);
+  if (!TakesItsCourse(fault)) {
+    return InsteadOfCall(fault);
   }
-  if (outcome.killed || !outcome.error.empty()) {
-    return outcome;
-  }
-  outcome.text = fault.kind == Fault::Kind::kAnswer ? fault.text : name;
-  Complete(EventKind::kDBus, text, Quote(outcome.text));
-  return outcome;
+  DBusResult result{.text = fault.kind == Fault::Kind::kAnswer ? fault.text : name};
+  Complete(event, Quote(result.text));
+  return result;
 }
 
-DBusOutcome Instrument::GetI2CBus(unsigned slot) {
+DBusResult Instrument::GetI2CBus(unsigned slot) {
   const Module* const module = FindModule(slot);
   std::string name;  // empty for a slot that holds nothing
   if (module != nullptr) {
@@ -550,7 +412,7 @@ DBusOutcome Instrument::GetI2CBus(unsigned slot) {
   return AnswerName("GetI2CBus", slot, name);
 }
 
-DBusOutcome Instrument::GetSPIDev(unsigned slot) {
+DBusResult Instrument::GetSPIDev(unsigned slot) {
   const Module* const module = FindModule(slot);
   std::string name;
   if (module != nullptr) {

@@ -42,11 +42,6 @@ constexpr Command kCommands[] = {
 };
 
 constexpr std::size_t kHeaderBytes = 4;  // opcode and address
-constexpr std::size_t kMaxHexBytes = 32;
-
-std::string_view Characters(std::span<const std::uint8_t> bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
 
 std::string Address(std::span<const std::uint8_t> sent) {
   constexpr std::size_t kDigits = 6;
@@ -58,11 +53,44 @@ std::string Address(std::span<const std::uint8_t> sent) {
 std::string Count(std::size_t bytes) { return " +" + std::to_string(bytes); }
 
 SpiDescription AsHex(std::span<const std::uint8_t> sent) {
-  std::string text = HexBytes(Characters(sent.first(std::min(sent.size(), kMaxHexBytes))));
-  if (sent.size() > kMaxHexBytes) {
-    text += " ..." + Count(sent.size() - kMaxHexBytes);
+  return {sent.empty() ? "-" : LimitedHexBytes(sent), true};
+}
+
+/// Whether a chip select of so many bytes is a whole command of this shape.
+bool Fits(Shape shape, std::size_t sentBytes, std::size_t receivedBytes) {
+  switch (shape) {
+    case Shape::kAlone:
+      return sentBytes == 1 && receivedBytes == 0;
+    case Shape::kAnswer:
+      return sentBytes == 1;
+    case Shape::kValues:
+      return sentBytes > 1 && sentBytes <= kMaxHexBytes && receivedBytes == 0;
+    case Shape::kAddress:
+      return sentBytes == kHeaderBytes && receivedBytes == 0;
+    case Shape::kAddressAndData:
+      return sentBytes >= kHeaderBytes && receivedBytes == 0;
+    case Shape::kAddressAndRead:
+      return sentBytes == kHeaderBytes;
   }
-  return {text.empty() ? "-" : text, true};
+  return false;
+}
+
+/// What follows the name of a command.
+std::string Operands(Shape shape, std::span<const std::uint8_t> sent, std::size_t receivedBytes) {
+  switch (shape) {
+    case Shape::kAlone:
+    case Shape::kAnswer:
+      return "";
+    case Shape::kValues:
+      return " " + LimitedHexBytes(sent.subspan(1));
+    case Shape::kAddress:
+      return " " + Address(sent);
+    case Shape::kAddressAndData:
+      return " " + Address(sent) + Count(sent.size() - kHeaderBytes);
+    case Shape::kAddressAndRead:
+      return " " + Address(sent) + Count(receivedBytes);
+  }
+  return "";
 }
 
 }  // namespace
@@ -72,44 +100,11 @@ SpiDescription DescribeSpi(std::span<const std::uint8_t> sent, std::size_t recei
       std::find_if(std::begin(kCommands), std::end(kCommands), [&](const Command& known) {
         return !sent.empty() && known.opcode == sent[0];
       });
-  if (command == std::end(kCommands)) {
+  if (command == std::end(kCommands) || !Fits(command->shape, sent.size(), receivedBytes)) {
     return AsHex(sent);
   }
-  const std::string name(command->name);
-  const std::size_t sentBytes = sent.size();
-  switch (command->shape) {
-    case Shape::kAlone:
-      if (sentBytes == 1 && receivedBytes == 0) {
-        return {name};
-      }
-      break;
-    case Shape::kAnswer:
-      if (sentBytes == 1) {
-        return {name, true};
-      }
-      break;
-    case Shape::kValues:
-      if (sentBytes > 1 && sentBytes <= kMaxHexBytes && receivedBytes == 0) {
-        return {name + " " + HexBytes(Characters(sent.subspan(1)))};
-      }
-      break;
-    case Shape::kAddress:
-      if (sentBytes == kHeaderBytes && receivedBytes == 0) {
-        return {name + " " + Address(sent)};
-      }
-      break;
-    case Shape::kAddressAndData:
-      if (sentBytes >= kHeaderBytes && receivedBytes == 0) {
-        return {name + " " + Address(sent) + Count(sentBytes - kHeaderBytes)};
-      }
-      break;
-    case Shape::kAddressAndRead:
-      if (sentBytes == kHeaderBytes) {
-        return {name + " " + Address(sent) + Count(receivedBytes)};
-      }
-      break;
-  }
-  return AsHex(sent);
+  return {std::string(command->name) + Operands(command->shape, sent, receivedBytes),
+          command->shape == Shape::kAnswer};
 }
 
 }  // namespace orvane

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "simulator/instrument/Escape.h"
 
@@ -34,6 +36,19 @@ TEST(UnescapeTest, AnythingElseBehindABackslashIsRefused) {
 TEST(HexBytesTest, BytesAreApart) { EXPECT_EQ(HexBytes("\x0a\xff"), "0a ff"); }
 
 TEST(HexBytesTest, NothingIsNothing) { EXPECT_EQ(HexBytes(""), ""); }
+
+TEST(LimitedHexBytesTest, ThirtyTwoBytesAreShownAndTheOthersCounted) {
+  std::vector<std::uint8_t> bytes = {0x0A, 0xFF};
+  EXPECT_EQ(LimitedHexBytes(bytes), "0a ff");
+  bytes.resize(32);
+  const std::string shown =
+      "0a ff 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+      "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
+  EXPECT_EQ(LimitedHexBytes(bytes), shown);
+  bytes.resize(33);
+  EXPECT_EQ(LimitedHexBytes(bytes), shown + " ... +1");
+  EXPECT_EQ(LimitedHexBytes({}), "");
+}
 
 TEST(HexNumberTest, NumberHasAtLeastTheDigits) {
   EXPECT_EQ(HexNumber(0x21, 2), "0x21");

@@ -14,12 +14,12 @@ class EventLogTest : public testing::Test {
 };
 
 TEST_F(EventLogTest, EventIsItsWordAndItsText) {
-  log_.Event(EventKind::kSpi, "/dev/spidev1.0 WREN");
+  log_.Record({EventKind::kSpi, "/dev/spidev1.0 WREN"});
   EXPECT_EQ(out_.str(), "spi /dev/spidev1.0 WREN\n");
 }
 
 TEST_F(EventLogTest, ResultFollowsAnEqualsSign) {
-  log_.Event(EventKind::kOpen, "/dev/spidev9.0 O_RDWR", "ENOENT");
+  log_.Record({EventKind::kOpen, "/dev/spidev9.0 O_RDWR"}, "ENOENT");
   EXPECT_EQ(out_.str(), "open /dev/spidev9.0 O_RDWR = ENOENT\n");
 }
 
@@ -46,7 +46,7 @@ TEST_F(EventLogTest, LinesOfOneWriteToStandardErrorAreLines) {
 
 TEST_F(EventLogTest, UnfinishedStandardErrorComesBeforeTheEventBehindIt) {
   log_.StandardError("Warning");
-  log_.Event(EventKind::kClose, "-1");
+  log_.Record({EventKind::kClose, "-1"});
   EXPECT_EQ(out_.str(), "stderr \"Warning\"\nclose -1\n");
 }
 
@@ -65,7 +65,7 @@ TEST_F(EventLogTest, EndIsTheLastLine) {
 TEST(SilentEventLogTest, NothingIsWritten) {
   EventLog log(nullptr);
   EXPECT_FALSE(log.IsOn());
-  log.Event(EventKind::kSpi, "a", "b");
+  log.Record({EventKind::kSpi, "a"}, "b");
   log.StandardOutput("a");
   log.StandardError("a\n");
   log.End("exit 0");

@@ -102,24 +102,27 @@ class InstrumentTest : public testing::Test {
   }
 
   /// Sends the bytes, then receives `count`, as two transfers under one chip select.
-  Outcome Spi(const Bytes& sent, std::uint32_t count = 0) {
-    std::vector<link::SpiTransfer> transfers = {{.length = static_cast<std::uint32_t>(sent.size()),
-                                                 .speedHz = 19'000'000,
-                                                 .bitsPerWord = 8,
-                                                 .sends = 1}};
+  EventResult Spi(const Bytes& sent, std::uint32_t count = 0) {
+    std::vector<SpiTransfer> transfers = {{.length = static_cast<std::uint32_t>(sent.size()),
+                                           .speedHz = 19'000'000,
+                                           .bitsPerWord = 8,
+                                           .sends = true}};
     if (count > 0) {
       transfers.push_back(
-          {.length = count, .speedHz = 19'000'000, .bitsPerWord = 8, .receives = 1});
+          {.length = count, .speedHz = 19'000'000, .bitsPerWord = 8, .receives = true});
     }
-    return instrument_->SubmitSpi(kSpi, transfers, sent);
+    return instrument_->SubmitSpi(kSpi, {transfers, sent});
   }
 
   /// A write message, and a read message of `count` bytes unless that is 0.
-  Outcome I2c(const char* path, std::uint16_t address, const Bytes& sent, std::uint16_t count = 0) {
-    std::vector<link::I2cMessage> messages = {
+  EventResult I2c(const char* path,
+                  std::uint16_t address,
+                  const Bytes& sent,
+                  std::uint16_t count = 0) {
+    std::vector<I2cMessage> messages = {
         {.address = address, .length = static_cast<std::uint16_t>(sent.size())}};
     if (count > 0) {
-      messages.push_back({.address = address, .flags = 1, .length = count, .reads = 1});
+      messages.push_back({.address = address, .length = count, .reads = true});
     }
     return instrument_->SubmitI2c(path, messages, sent);
   }
@@ -172,10 +175,10 @@ TEST_F(InstrumentTest, WendReadsZerosUntilTheControllerOwnsTheFlash) {
   Instrument& instrument = Build();
   EXPECT_EQ(Spi({0x9F}, 3).bytes, (Bytes{0x00, 0x00, 0x00}));
   EXPECT_EQ(instrument.WriteAttribute(kQspiPrg, "1").value, 1);
-  const Outcome outcome = Spi({0x9F}, 3);
-  EXPECT_EQ(outcome.error, 0);
-  EXPECT_EQ(outcome.value, 4);
-  EXPECT_EQ(outcome.bytes, (Bytes{0x20, 0xBA, 0x18}));
+  const EventResult result = Spi({0x9F}, 3);
+  EXPECT_EQ(result.error, 0);
+  EXPECT_EQ(result.value, 4);
+  EXPECT_EQ(result.bytes, (Bytes{0x20, 0xBA, 0x18}));
   EXPECT_EQ(Log(),
             "spi /dev/spidev1.0 speed 19000000 bits 8\n"
             "spi /dev/spidev1.0 RDID = 00 00 00\n"
@@ -201,10 +204,10 @@ TEST_F(InstrumentTest, TransfersOfAMessageAreOneChipSelect) {
 TEST_F(InstrumentTest, ChipSelectChangeSplitsAMessage) {
   const EchoModule& echo = BuildEcho();
   const Bytes sent = {0x06, 0x05};
-  const std::vector<link::SpiTransfer> transfers = {
-      {.length = 1, .speedHz = 1, .bitsPerWord = 8, .chipSelectChange = 1, .sends = 1},
-      {.length = 1, .speedHz = 1, .bitsPerWord = 8, .chipSelectChange = 1, .sends = 1}};
-  EXPECT_EQ(instrument_->SubmitSpi(kSpi, transfers, sent).value, 2);
+  const std::vector<SpiTransfer> transfers = {
+      {.length = 1, .speedHz = 1, .bitsPerWord = 8, .changesChipSelect = true, .sends = true},
+      {.length = 1, .speedHz = 1, .bitsPerWord = 8, .changesChipSelect = true, .sends = true}};
+  EXPECT_EQ(instrument_->SubmitSpi(kSpi, {transfers, sent}).value, 2);
   EXPECT_THAT(echo.Messages(), ElementsAre(Bytes{0x06}, Bytes{0x05}));
   EXPECT_EQ(Log(),
             "spi /dev/spidev1.0 speed 1 bits 8\n"
@@ -214,18 +217,18 @@ TEST_F(InstrumentTest, ChipSelectChangeSplitsAMessage) {
 TEST_F(InstrumentTest, FullDuplexTransferSendsAndReceives) {
   const EchoModule& echo = BuildEcho();
   const Bytes sent = {0xAB, 0xCD};
-  const std::vector<link::SpiTransfer> transfers = {
-      {.length = 2, .speedHz = 19'000'000, .bitsPerWord = 8, .sends = 1, .receives = 1}};
-  EXPECT_EQ(instrument_->SubmitSpi(kSpi, transfers, sent).bytes, (Bytes{0xAB, 0xCD}));
+  const std::vector<SpiTransfer> transfers = {
+      {.length = 2, .speedHz = 19'000'000, .bitsPerWord = 8, .sends = true, .receives = true}};
+  EXPECT_EQ(instrument_->SubmitSpi(kSpi, {transfers, sent}).bytes, (Bytes{0xAB, 0xCD}));
   EXPECT_THAT(echo.Messages(), ElementsAre(Bytes{0xAB, 0xCD}));
   EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 ab cd = ab cd\n");
 }
 
 TEST_F(InstrumentTest, TransferWithoutBuffersClocksZeros) {
   const EchoModule& echo = BuildEcho();
-  const std::vector<link::SpiTransfer> transfers = {
+  const std::vector<SpiTransfer> transfers = {
       {.length = 3, .speedHz = 19'000'000, .bitsPerWord = 8}};
-  EXPECT_EQ(instrument_->SubmitSpi(kSpi, transfers, Bytes()).value, 3);
+  EXPECT_EQ(instrument_->SubmitSpi(kSpi, {transfers, Bytes()}).value, 3);
   EXPECT_THAT(echo.Messages(), ElementsAre(Bytes{0x00, 0x00, 0x00}));
   EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 -\n");
 }
@@ -234,9 +237,9 @@ TEST_F(InstrumentTest, SpeedIsShownWheneverItChanges) {
   BuildEcho();
   const auto send = [&](std::uint32_t speedHz, std::uint8_t bits) {
     const Bytes sent = {0x06};
-    const std::vector<link::SpiTransfer> transfers = {
-        {.length = 1, .speedHz = speedHz, .bitsPerWord = bits, .sends = 1}};
-    instrument_->SubmitSpi(kSpi, transfers, sent);
+    const std::vector<SpiTransfer> transfers = {
+        {.length = 1, .speedHz = speedHz, .bitsPerWord = bits, .sends = true}};
+    instrument_->SubmitSpi(kSpi, {transfers, sent});
   };
   send(1000, 8);
   send(1000, 8);
@@ -254,16 +257,16 @@ TEST_F(InstrumentTest, SpeedIsShownWheneverItChanges) {
 
 TEST_F(InstrumentTest, ReceiveTotalOfTheLimitFits) {
   BuildEcho();
-  const Outcome outcome = Spi({0x03, 0x00, 0x00, 0x00}, 4096);
-  EXPECT_EQ(outcome.error, 0);
-  EXPECT_EQ(outcome.value, 4100);
+  const EventResult result = Spi({0x03, 0x00, 0x00, 0x00}, 4096);
+  EXPECT_EQ(result.error, 0);
+  EXPECT_EQ(result.value, 4100);
 }
 
 TEST_F(InstrumentTest, ReceiveTotalAboveTheLimitIsRefused) {
   const EchoModule& echo = BuildEcho();
-  const Outcome outcome = Spi({0x03, 0x00, 0x00, 0x00}, 4097);
-  EXPECT_EQ(outcome.error, EMSGSIZE);
-  EXPECT_TRUE(outcome.bytes.empty());
+  const EventResult result = Spi({0x03, 0x00, 0x00, 0x00}, 4097);
+  EXPECT_EQ(result.error, EMSGSIZE);
+  EXPECT_TRUE(result.bytes.empty());
   EXPECT_TRUE(echo.Messages().empty());
   EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 READ 0x000000 +4097 = EMSGSIZE\n");
 }
@@ -280,17 +283,17 @@ TEST_F(InstrumentTest, TransmitTotalAboveTheLimitIsRefused) {
 
 TEST_F(InstrumentTest, MessageWhoseBytesWereLeftOutIsRefused) {
   BuildEcho();
-  const std::vector<link::SpiTransfer> transfers = {
-      {.length = 0xFFFFFFFF, .speedHz = 19'000'000, .bitsPerWord = 8, .sends = 1}};
-  EXPECT_EQ(instrument_->SubmitSpi(kSpi, transfers, std::nullopt).error, EMSGSIZE);
+  const std::vector<SpiTransfer> transfers = {
+      {.length = 0xFFFFFFFF, .speedHz = 19'000'000, .bitsPerWord = 8, .sends = true}};
+  EXPECT_EQ(instrument_->SubmitSpi(kSpi, {transfers, std::nullopt}).error, EMSGSIZE);
   EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 message of 4294967295 bytes = EMSGSIZE\n");
 }
 
 TEST_F(InstrumentTest, MessageBeyondWhatIsCarriedFindsNoMemory) {
   BuildEcho({}, 1'099'511'627'776);
-  const std::vector<link::SpiTransfer> transfers = {
-      {.length = 0xFFFFFFFF, .speedHz = 19'000'000, .bitsPerWord = 8, .receives = 1}};
-  EXPECT_EQ(instrument_->SubmitSpi(kSpi, transfers, Bytes()).error, ENOMEM);
+  const std::vector<SpiTransfer> transfers = {
+      {.length = 0xFFFFFFFF, .speedHz = 19'000'000, .bitsPerWord = 8, .receives = true}};
+  EXPECT_EQ(instrument_->SubmitSpi(kSpi, {transfers, Bytes()}).error, ENOMEM);
 }
 
 TEST_F(InstrumentTest, LongAnswerIsCutInTheLog) {
@@ -310,18 +313,18 @@ TEST_F(InstrumentTest, FailedSpiMessageDoesNotReachTheModule) {
 
 TEST_F(InstrumentTest, LostSpiMessageReadsZeros) {
   const EchoModule& echo = BuildEcho({"spi#1:lost"});
-  const Outcome outcome = Spi({0x9F}, 3);
-  EXPECT_EQ(outcome.error, 0);
-  EXPECT_EQ(outcome.value, 4);
-  EXPECT_EQ(outcome.bytes, (Bytes{0x00, 0x00, 0x00}));
+  const EventResult result = Spi({0x9F}, 3);
+  EXPECT_EQ(result.error, 0);
+  EXPECT_EQ(result.value, 4);
+  EXPECT_EQ(result.bytes, (Bytes{0x00, 0x00, 0x00}));
   EXPECT_TRUE(echo.Messages().empty());
   EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 RDID = lost\n");
 }
 
 TEST_F(InstrumentTest, WrongAnswerComesFromAMessageThatWasDone) {
   const EchoModule& echo = BuildEcho({"spi:RDSR:data:\\x81"});
-  const Outcome outcome = Spi({0x05}, 2);
-  EXPECT_EQ(outcome.bytes, (Bytes{0x81, 0x00}));
+  const EventResult result = Spi({0x05}, 2);
+  EXPECT_EQ(result.bytes, (Bytes{0x81, 0x00}));
   EXPECT_EQ(echo.Messages().size(), 1U);
   EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 RDSR = 81 00\n");
 }
@@ -372,10 +375,10 @@ TEST_F(InstrumentTest, FailedSettingKeepsTheOldValue) {
 }
 
 TEST_F(InstrumentTest, FailedReadOfASettingBringsNothing) {
-  const Outcome outcome =
+  const EventResult result =
       Build({}, {"ioctl:RD_MAX_SPEED#1:EIO"}).ReadSetting(kSpi, SpiSetting::kMaxSpeedHz);
-  EXPECT_EQ(outcome.error, EIO);
-  EXPECT_TRUE(outcome.bytes.empty());
+  EXPECT_EQ(result.error, EIO);
+  EXPECT_TRUE(result.bytes.empty());
 }
 
 TEST_F(InstrumentTest, OtherRequestIsNoneOfTheDevice) {
@@ -387,8 +390,8 @@ TEST_F(InstrumentTest, SpiRequestsAreNoneOfAnI2cNode) {
   Instrument& instrument = Build();
   EXPECT_EQ(instrument.ReadSetting(kI2c, SpiSetting::kMode).error, ENOTTY);
   EXPECT_EQ(instrument.WriteSetting(kI2c, SpiSetting::kMode, 0).error, ENOTTY);
-  const std::vector<link::SpiTransfer> transfers = {{.length = 1, .sends = 1}};
-  EXPECT_EQ(instrument.SubmitSpi(kI2c, transfers, Bytes{0x06}).error, ENOTTY);
+  const std::vector<SpiTransfer> transfers = {{.length = 1, .sends = true}};
+  EXPECT_EQ(instrument.SubmitSpi(kI2c, {transfers, Bytes{0x06}}).error, ENOTTY);
 }
 
 TEST_F(InstrumentTest, I2cTransferIsNoneOfAnSpiNode) {
@@ -401,9 +404,9 @@ TEST_F(InstrumentTest, I2cTransferIsNoneOfAnSpiNode) {
 TEST_F(InstrumentTest, NobodyAcknowledgesOnAWend) {
   Build();
   EXPECT_EQ(I2c(kI2c, 0x21, {0x02, 0xFF, 0xFF}).error, ENXIO);
-  const Outcome outcome = I2c(kI2c, 0x21, {0x06}, 2);
-  EXPECT_EQ(outcome.error, ENXIO);
-  EXPECT_TRUE(outcome.bytes.empty());
+  const EventResult result = I2c(kI2c, 0x21, {0x06}, 2);
+  EXPECT_EQ(result.error, ENXIO);
+  EXPECT_TRUE(result.bytes.empty());
   EXPECT_EQ(Log(),
             "i2c /dev/i2c-1 0x21 w 02 ff ff = ENXIO\n"
             "i2c /dev/i2c-1 0x21 w 06 r +2 = ENXIO\n");
@@ -425,9 +428,9 @@ TEST_F(InstrumentTest, DeviceBehindTheMuxIsReachedThroughItsChannelOnly) {
 
 TEST_F(InstrumentTest, CombinedI2cTransferWritesThenReads) {
   const EchoModule& echo = BuildEcho();
-  const Outcome outcome = I2c("/dev/i2c-11", 0x21, {0x06}, 2);
-  EXPECT_EQ(outcome.value, 2);
-  EXPECT_EQ(outcome.bytes, (Bytes{0x40, 0x01}));
+  const EventResult result = I2c("/dev/i2c-11", 0x21, {0x06}, 2);
+  EXPECT_EQ(result.value, 2);
+  EXPECT_EQ(result.bytes, (Bytes{0x40, 0x01}));
   EXPECT_THAT(echo.TheExpander().Written(), ElementsAre(Bytes{0x06}));
   EXPECT_EQ(Log(), "i2c /dev/i2c-11 0x21 w 06 r 40 01\n");
 }
@@ -440,18 +443,18 @@ TEST_F(InstrumentTest, EmptyWriteIsShownAsSuch) {
 
 TEST_F(InstrumentTest, EachAddressOfATransferIsShown) {
   BuildEcho();
-  const std::vector<link::I2cMessage> messages = {{.address = 0x21, .length = 1},
-                                                  {.address = 0x22, .length = 1}};
+  const std::vector<I2cMessage> messages = {{.address = 0x21, .length = 1},
+                                            {.address = 0x22, .length = 1}};
   EXPECT_EQ(instrument_->SubmitI2c("/dev/i2c-11", messages, Bytes{0x06, 0x07}).error, ENXIO);
   EXPECT_EQ(Log(), "i2c /dev/i2c-11 0x21 w 06 0x22 w 07 = ENXIO\n");
 }
 
 TEST_F(InstrumentTest, LostI2cTransferIsAcknowledgedAndNotDone) {
   const EchoModule& echo = BuildEcho({"i2c#1:lost"});
-  const Outcome outcome = I2c("/dev/i2c-11", 0x21, {0x06}, 2);
-  EXPECT_EQ(outcome.error, 0);
-  EXPECT_EQ(outcome.value, 2);
-  EXPECT_EQ(outcome.bytes, (Bytes{0x00, 0x00}));
+  const EventResult result = I2c("/dev/i2c-11", 0x21, {0x06}, 2);
+  EXPECT_EQ(result.error, 0);
+  EXPECT_EQ(result.value, 2);
+  EXPECT_EQ(result.bytes, (Bytes{0x00, 0x00}));
   EXPECT_TRUE(echo.TheExpander().Written().empty());
   EXPECT_EQ(Log(), "i2c /dev/i2c-11 0x21 w 06 r +2 = lost\n");
 }
@@ -490,9 +493,9 @@ TEST_F(InstrumentTest, WritingTheDoneFileChangesNothing) {
 
 TEST_F(InstrumentTest, LostWriteLeavesTheLineAlone) {
   Instrument& instrument = Build({}, {"write:qspi_prg/value \"1\"#1:lost"});
-  const Outcome outcome = instrument.WriteAttribute(kQspiPrg, "1");
-  EXPECT_EQ(outcome.error, 0);
-  EXPECT_EQ(outcome.value, 1);
+  const EventResult result = instrument.WriteAttribute(kQspiPrg, "1");
+  EXPECT_EQ(result.error, 0);
+  EXPECT_EQ(result.value, 1);
   EXPECT_EQ(instrument.AttributeContents(kQspiPrg), "0\n");
   EXPECT_EQ(Log(), "write /sys/platform_m1/qspi_prg/value \"1\" = lost\n");
 }
@@ -506,9 +509,9 @@ TEST_F(InstrumentTest, FailedWriteLeavesTheLineAlone) {
 TEST_F(InstrumentTest, ReadGivesWhatIsAskedForAndThereIs) {
   Instrument& instrument = Build();
   const auto read = [&](std::size_t offset, std::size_t count) {
-    const Outcome outcome = instrument.ReadFile(kDone, "1\n", offset, count);
-    EXPECT_EQ(outcome.value, static_cast<std::int64_t>(outcome.bytes.size()));
-    return std::string(outcome.bytes.begin(), outcome.bytes.end());
+    const EventResult result = instrument.ReadFile(kDone, "1\n", offset, count);
+    EXPECT_EQ(result.value, static_cast<std::int64_t>(result.bytes.size()));
+    return std::string(result.bytes.begin(), result.bytes.end());
   };
   EXPECT_EQ(read(0, 1), "1");
   EXPECT_EQ(read(0, 100), "1\n");
@@ -531,8 +534,8 @@ TEST_F(InstrumentTest, WrongDataIsReadInPlaceOfTheContents) {
 }
 
 TEST_F(InstrumentTest, FailedReadBringsNothing) {
-  const Outcome outcome = Build({}, {"read#1:EIO"}).ReadFile(kDone, "1\n", 0, 1);
-  EXPECT_EQ(outcome.error, EIO);
+  const EventResult result = Build({}, {"read#1:EIO"}).ReadFile(kDone, "1\n", 0, 1);
+  EXPECT_EQ(result.error, EIO);
   EXPECT_EQ(Log(), "read /sys/platform_m1/zynq_done/value = EIO\n");
 }
 
@@ -638,9 +641,9 @@ TEST_F(InstrumentTest, DBusCallsCanKill) {
 
 TEST_F(InstrumentTest, EventIsLoggedWhenItsResultIsKnown) {
   Instrument& instrument = Build();
-  EXPECT_EQ(instrument.Arrive(EventKind::kOpen, "a O_RDONLY").kind, Fault::Kind::kNone);
+  EXPECT_EQ(instrument.Arrive({EventKind::kOpen, "a O_RDONLY"}).kind, Fault::Kind::kNone);
   EXPECT_EQ(Log(), "");
-  instrument.Complete(EventKind::kOpen, "a O_RDONLY", "EACCES");
+  instrument.Complete({EventKind::kOpen, "a O_RDONLY"}, "EACCES");
   EXPECT_EQ(Log(), "open a O_RDONLY = EACCES\n");
 }
 
