@@ -74,7 +74,6 @@ struct SpiTransfer {
 
 struct I2cMessage {
   std::uint16_t address;
-  std::uint16_t flags;
   std::uint16_t length;
   std::uint16_t reads;
 };

@@ -45,7 +45,7 @@ inline bool IsSharedObject(const char* path) {
 }  // namespace report_filter
 
 /// Whether opening this file is an event of the instrument: devices, sysfs attributes and the
-/// program's own files are; what libraries and the run time open behind its back is not.
+/// program's own files are; what libraries and the run time open by themselves is not.
 /// It decides by path and flags alone, so it decides alike in every build of a program.
 inline bool IsReported(const char* path, int flags) {
   using namespace report_filter;
@@ -53,7 +53,7 @@ inline bool IsReported(const char* path, int flags) {
     return false;  // no access to contents
   }
   if (StartsWith(path, "/sys/")) {
-    // uevent files are how libudev takes stock; the others are read by the run time.
+    // libudev reads uevent files when it enumerates devices, the run time reads the others.
     return !Equals(LastComponent(path), "uevent") && !StartsWith(path, "/sys/devices/system/") &&
            !StartsWith(path, "/sys/fs/") && !StartsWith(path, "/sys/kernel/");
   }

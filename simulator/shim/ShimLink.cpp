@@ -66,7 +66,7 @@ int Connect(const char* path) {
 }
 
 /// Makes sure that this very process has a connection.
-void NeedConnection() {
+void EnsureConnection() {
   const pid_t self = ::getpid();
   if (linkOwner == self) {
     return;
@@ -183,7 +183,7 @@ __attribute__((constructor)) void Start() {
   const int savedErrno = errno;
   if (std::getenv(link::kAddressVariable) != nullptr) {
     ::pthread_atfork(nullptr, nullptr, UnlockInChild);
-    NeedConnection();  // so that the host knows of every process, whether it has events or not
+    EnsureConnection();  // so that the host knows of every process, whether it has events or not
   }
   errno = savedErrno;
 }
@@ -202,7 +202,7 @@ int Ask(link::Question question, Buffers buffers, link::Answer& answer) {
   const int savedErrno = errno;
   asking = true;
   ::pthread_mutex_lock(&askLock);
-  NeedConnection();
+  EnsureConnection();
   const std::size_t payload = TotalBytes(buffers.send, buffers.sendCount);
   question.payloadBytes = payload;
 
