@@ -9,9 +9,10 @@
 
 namespace orvane {
 
-/// The standard output and error of the command, one behind the other in the order of its writes:
-/// both are datagram sockets that lead to one, so that each write is one datagram, and datagrams
-/// keep their order. What arrives is logged and handed on to our own standard output and error.
+/// The standard output and error of the command, merged in the order of its writes: both are
+/// datagram sockets connected to the same receiver, so that each write is one datagram, and
+/// datagrams keep their order. What arrives is logged and handed on to our own standard output and
+/// error.
 class Console {
  public:
   /// @param directory  for the addresses of the sockets

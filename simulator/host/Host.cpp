@@ -189,8 +189,8 @@ class Host {
     }
   }
 
-  /// Hands a signal on. A command that does not heed it within the grace period, or a second
-  /// signal, ends it by force.
+  /// Hands a signal on. The command is killed when it has not ended within the grace period, or
+  /// when a second signal arrives.
   void Forward(int signal) {
     if (graceSource_ != 0) {
       signal = SIGKILL;

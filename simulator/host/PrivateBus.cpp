@@ -99,7 +99,7 @@ PrivateBus::PrivateBus(const std::string& directory) {
 }
 
 PrivateBus::~PrivateBus() {
-  ::kill(daemon_, SIGKILL);  // it holds nothing that is worth a goodbye
+  ::kill(daemon_, SIGKILL);  // it holds nothing that has to be saved
   ::waitpid(daemon_, nullptr, 0);
 }
 

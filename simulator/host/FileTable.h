@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/host/Testbed.h"
+#include "simulator/instrument/Instrument.h"
+#include "simulator/shim/LinkProtocol.h"
+
+namespace orvane {
+
+/// The files that programs open on the instrument: what each path stands for, where its contents
+/// are, and the handles that stand for paths on the link.
+class FileTable {
+ public:
+  struct File {
+    std::string path;  // as the program gave it
+    link::Kind kind;
+  };
+
+  /// Creates the files of the instrument's attributes.
+  /// @param instrument  borrowed
+  /// @param testbed     borrowed, has the other files
+  /// @throw std::runtime_error
+  FileTable(Instrument& instrument, Testbed& testbed);
+
+  /// @throw std::out_of_range for a handle that HandleFor never returned
+  const File& At(std::uint32_t handle) const { return files_.at(handle); }
+  /// The same handle each time for the same path.
+  std::uint32_t HandleFor(std::string_view path);
+
+  /// What becomes of an open.
+  struct Place {
+    int error = 0;         // an errno: the open fails
+    std::string realPath;  // empty: where the program looks for it
+  };
+  Place Locate(const File& file, int flags) const;
+
+  /// The whole contents of a file under /sys.
+  std::string Contents(std::string_view path);
+
+  /// Whether the instrument itself answers for a file, and the file is there now.
+  bool IsAttribute(std::string_view path) const {
+    return instrument_.AttributeContents(path).has_value();
+  }
+
+  /// Brings the files of the attributes up to date. To be called after an event that may have
+  /// changed one.
+  void UpdateAttributes();
+
+ private:
+  Place LocateSysfs(const std::string& path, int flags) const;
+
+  Instrument& instrument_;
+  Testbed& testbed_;
+  std::vector<File> files_;  // by handle
+  std::map<std::string, std::uint32_t, std::less<>> handles_;
+  /// What the files of the attributes hold. Programs that read them as C streams are not seen
+  /// doing so: they read the files.
+  std::map<std::string, std::optional<std::string>, std::less<>> attributes_;
+};
+
+}  // namespace orvane

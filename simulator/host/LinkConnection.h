@@ -1,0 +1,37 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "base/FileDescriptor.h"
+#include "simulator/shim/LinkProtocol.h"
+
+namespace orvane {
+
+/// The host's end of the link to one process: whole questions and whole answers, cut into packets.
+class LinkConnection {
+ public:
+  /// @param descriptor  of the socket, taken over
+  explicit LinkConnection(int descriptor);
+
+  int Descriptor() const { return descriptor_.get(); }
+  /// The process at the other end.
+  pid_t Process() const { return process_; }
+
+  /// Waits for a whole question; its first packet is there already.
+  /// @return false when the process has gone
+  bool Receive(link::Question& question, std::vector<std::uint8_t>& payload) const;
+
+  /// @param answer  payloadBytes is filled in here
+  /// @return false when the process has gone
+  bool Send(link::Answer answer, std::span<const std::uint8_t> payload) const;
+
+ private:
+  FileDescriptor descriptor_;
+  pid_t process_ = -1;
+};
+
+}  // namespace orvane
