@@ -1,52 +1,158 @@
 #include "proofs/maps/MakeMap.h"
 
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstddef>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <ostream>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
-
-#include "proofs/maps/Words.h"
+#include <thread>
 
 namespace maps {
 
 namespace {
 
-const std::vector<std::string> kColumns = {"exit", "last line", "flash", "afterwards"};
+constexpr const char* kHelp = R"( [OPTION]...
+Makes the runs of a map on all cores, and fails when one of them does what none may.
 
-std::string Describe(const MapRun& run) {
-  const Row& row = run.row;
-  return row.target + " " + run.chip + ", " + row.step + ", " + row.event + ", " + row.what;
+  --sample N    makes every Nth run only
+  --write FILE  writes the data of the map to FILE, unless a run failed
+  --check FILE  fails when a run is not in the data in FILE
+  --help        shows this text
+)";
+
+struct Options {
+  std::size_t sample = 1;
+  std::string write;  ///< empty: not
+  std::string check;  ///< empty: not
+  bool help = false;
+};
+
+std::size_t Count(const std::string& text) {
+  std::size_t count = 0;
+  const char* const end = text.data() + text.size();
+  if (std::from_chars(text.data(), end, count).ptr != end || count == 0) {
+    throw std::invalid_argument("not a number above 0: '" + text + "'");
+  }
+  return count;
 }
 
-Table TableOf(const std::vector<const MapRun*>& runs) {
-  Table table(kColumns);
-  for (const MapRun* const run : runs) {
-    if (!run->row.outcome.empty()) {
-      table.Add(run->row, run->chip);
+/// @throw std::invalid_argument
+Options Parse(const std::vector<std::string>& words) {
+  Options options;
+  for (std::size_t i = 0; i < words.size(); i += 2) {
+    const std::string& name = words[i];
+    if (name == "--help") {
+      return {.help = true};
+    }
+    if (name != "--sample" && name != "--write" && name != "--check") {
+      throw std::invalid_argument("unknown option '" + name + "'");
+    }
+    if (i + 1 == words.size()) {
+      throw std::invalid_argument("option '" + name + "' needs a value");
+    }
+    const std::string& value = words[i + 1];
+    if (name == "--sample") {
+      options.sample = Count(value);
+    } else {
+      (name == "--write" ? options.write : options.check) = value;
     }
   }
-  return table;
+  return options;
 }
 
-/// Says which runs a document does not have so.
-/// @return whether it has them all
-bool Holds(const std::string& file, const std::set<std::string>& runs) {
+std::string Joined(const std::vector<std::string>& words, const char* between) {
+  std::string text;
+  for (const std::string& word : words) {
+    text += (text.empty() ? "" : between) + word;
+  }
+  return text;
+}
+
+/// Without the number of runs.
+std::string DataLine(const MapRun& run) {
+  return Joined(run.fault, "\t") + "\t" + Joined(run.outcome, "\t");
+}
+
+std::vector<MapRun> Make(const std::vector<Job>& jobs) {
+  std::vector<MapRun> runs(jobs.size());
+  std::atomic<std::size_t> next = 0;
+  std::vector<std::jthread> workers;
+  const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
+  for (unsigned core = 0; core < cores; ++core) {
+    workers.emplace_back([&] {
+      for (std::size_t number = next++; number < jobs.size(); number = next++) {
+        try {
+          jobs[number](runs[number]);
+        } catch (const std::exception& error) {
+          runs[number].violations.emplace_back(error.what());
+        }
+      }
+    });
+  }
+  workers.clear();  // waits
+  return runs;
+}
+
+/// @return how many runs did what none may
+std::size_t ShowViolations(const std::vector<MapRun>& runs, std::ostream& err) {
+  std::size_t count = 0;
+  for (const MapRun& run : runs) {
+    for (const std::string& violation : run.violations) {
+      err << Joined(run.fault, ", ") << ": " << violation << "\n";
+    }
+    count += run.violations.empty() ? 0 : 1;
+  }
+  return count;
+}
+
+/// @return how many runs a file does not have
+std::size_t ShowUnknown(const std::string& file,
+                        const std::vector<MapRun>& runs,
+                        std::ostream& err) {
   std::ifstream stream(file);
-  const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  const std::set<std::string> known = Table::RunsIn(text);
-  bool holds = true;
-  for (const std::string& run : runs) {
-    if (known.count(run) == 0) {
-      std::cerr << "not in " << file << ": " << run << "\n";
-      holds = false;
+  std::set<std::string> known;
+  for (std::string line; std::getline(stream, line);) {
+    known.insert(line.substr(0, line.rfind('\t')));
+  }
+  std::size_t count = 0;
+  for (const MapRun& run : runs) {
+    if (!run.outcome.empty() && known.count(DataLine(run)) == 0) {
+      err << "not in " << file << ": " << DataLine(run) << "\n";
+      ++count;
     }
   }
-  return holds;
+  return count;
 }
 
-void WriteDocument(const std::string& file, const std::string& text) {
+/// The runs as tab-separated values below a line of titles. Runs that are equal are one line, which
+/// counts them, where the first of them stands.
+std::string DataOf(const std::vector<MapRun>& runs) {
+  std::vector<std::string> lines;
+  std::map<std::string, std::size_t> counts;
+  for (const MapRun& run : runs) {
+    const std::string line = DataLine(run);
+    if (++counts[line] == 1) {
+      lines.push_back(line);
+    }
+  }
+  std::string text =
+      "target\tchip\tstep\tevent\twhat goes wrong\texit\tlast line\tflash\tafterwards\truns\n";
+  for (const std::string& line : lines) {
+    text += line + "\t" + std::to_string(counts[line]) + "\n";
+  }
+  return text;
+}
+
+void Write(const std::string& file, const std::string& text) {
   std::ofstream stream(file, std::ios::binary);
   stream << text;
   if (!stream.flush()) {
@@ -54,69 +160,86 @@ void WriteDocument(const std::string& file, const std::string& text) {
   }
 }
 
-}  // namespace
-
-MapOptions MapOptions::Parse(int count, char** words) {
-  MapOptions options;
-  for (int i = 1; i < count; i += 2) {
-    const std::string_view name = words[i];
-    const std::string value = i + 1 < count ? words[i + 1] : "";
-    if (name == "--sample" && !value.empty()) {
-      options.sample = std::stoul(value);
-    } else if (name == "--write" && !value.empty()) {
-      options.write = value;
-    } else if (name == "--check" && !value.empty()) {
-      options.check = value;
-    } else {
-      throw std::invalid_argument("usage: [--sample N] [--write FILE] [--check FILE]");
-    }
+int Carry(const Options& options, const std::vector<Job>& all, std::ostream& err) {
+  std::vector<Job> jobs;
+  for (std::size_t i = 0; i < all.size(); i += options.sample) {
+    jobs.push_back(all[i]);
   }
-  return options;
+  err << jobs.size() << " of " << all.size() << " runs\n";
+  const std::vector<MapRun> runs = Make(jobs);
+  std::size_t bad = ShowViolations(runs, err);
+  if (!options.write.empty() && bad == 0) {
+    Write(options.write, DataOf(runs));
+  }
+  if (!options.check.empty()) {
+    bad += ShowUnknown(options.check, runs, err);
+  }
+  return bad == 0 ? 0 : 1;
 }
+
+std::string_view WordFor(Flash flash) {
+  switch (flash) {
+    case Flash::kOld:
+      return "unchanged";
+    case Flash::kImage:
+      return "image";
+    case Flash::kDamaged:
+      return "damaged";
+    case Flash::kLooksNew:
+      return "damaged, looks new";
+  }
+  return "";
+}
+
+std::string WordsFor(const std::string& name, const std::string& value) {
+  if (name == "done") {
+    return "DONE " + value;
+  }
+  if (name == "driven") {
+    return value == "0x0000" ? "released" : "drives " + value;
+  }
+  if (name == "pcie") {
+    return "PCIe " + value;
+  }
+  return name == "selector" ? value : name + " " + value;
+}
+
+/// "done=1 driven=0x0000 pcie=enabled selector=SPILVDS" for a reader.
+std::string StateWords(const std::string& state) {
+  std::string text;
+  std::istringstream words(state);
+  for (std::string word; words >> word;) {
+    const std::size_t equals = word.find('=');
+    text += (text.empty() ? "" : ", ") + WordsFor(word.substr(0, equals), word.substr(equals + 1));
+  }
+  return text;
+}
+
+}  // namespace
 
 std::vector<std::string> OutcomeOf(const Ending& ending, const Observation& seen) {
   return {ending.exit, ending.lastLine, std::string(WordFor(seen.flash)), StateWords(seen.state)};
 }
 
-std::string Tables(const std::vector<const MapRun*>& runs, const std::string& heading) {
-  const Table table = TableOf(runs);
-  std::string text;
-  for (const char* const target : {"wend", "dax", "pyx1", "pyx2"}) {
-    const std::string rows = table.Markdown(target);
-    text += heading + target + "\n\n" + (rows.empty() ? "None.\n" : rows) + "\n";
-  }
-  return text;
-}
-
-int Finish(const MapOptions& options,
-           const std::vector<const MapRun*>& runs,
-           const std::function<std::string()>& head) {
-  bool allWell = true;
-  for (const MapRun* const run : runs) {
-    for (const std::string& violation : run->violations) {
-      std::cerr << Describe(*run) << ": " << violation << "\n";
-      allWell = false;
-    }
-  }
-  if (!options.write.empty() && allWell) {
-    std::string text = head() + Tables(runs, "## ");
-    text.pop_back();  // the line behind the last table
-    WriteDocument(options.write, text);
-  }
-  if (!options.check.empty()) {
-    allWell = Holds(options.check, TableOf(runs).Runs()) && allWell;
-  }
-  return allWell ? 0 : 1;
-}
-
-int Main(int count, char** words, int (*make)(const MapOptions&)) {
+int Main(const std::vector<std::string>& words,
+         std::vector<Job> (*allJobs)(),
+         std::ostream& out,
+         std::ostream& err) {
   constexpr int kTrouble = 2;
+  const std::string program = std::filesystem::path(words.front()).filename();
   try {
-    return make(MapOptions::Parse(count, words));
+    const Options options = Parse({std::next(words.begin()), words.end()});
+    if (options.help) {
+      out << "Usage: " << program << kHelp;
+      return 0;
+    }
+    return Carry(options, allJobs(), err);
+  } catch (const std::invalid_argument& error) {
+    err << program << ": " << error.what() << "\nTry '" << program << " --help'.\n";
   } catch (const std::exception& error) {
-    std::cerr << error.what() << "\n";
-    return kTrouble;
+    err << program << ": " << error.what() << "\n";
   }
+  return kTrouble;
 }
 
 }  // namespace maps
