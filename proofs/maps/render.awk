@@ -53,47 +53,49 @@ function cells(row, from, to,    text) {
   return text
 }
 
-# What one event suffers with one outcome and the same chips is one row. Rows of one event stand
-# together, in the order of the events in an update.
-function table(target, selection,    row, key, faults, at, chips, times, f, g, h, s, group, groups,
-                                     first, whats, of, sum, text) {
-  for (row = 1; row <= rows; ++row) {
-    if (cell[row, 1] != target || !selects(selection, row))
-      continue
-    key = cells(row, 3, columns - 1)
-    if (!(key in chips)) {
-      at[++faults] = row
-      chips[key] = cell[row, 2]
-    } else if (chips[key] != cell[row, 2])
-      chips[key] = "both"
-    times[key] += cell[row, columns]
-  }
+# The runs of a target. Faults of one event with one outcome and the same chips are one row. Rows of
+# one event stand together, in the order of the steps of an update.
+function table(target, selection,    row, fault, faults, firstRow, chips, times, i, j, s, text,
+                                     same, rowOf, count, step, event, whats, end, ends, sum) {
+  for (row = 1; row <= rows; ++row)
+    if (cell[row, 1] == target && selects(selection, row)) {
+      fault = cells(row, 3, columns - 1)
+      if (!(fault in chips)) {
+        firstRow[++faults] = row
+        chips[fault] = cell[row, 2]
+      } else if (chips[fault] != cell[row, 2])
+        chips[fault] = "both"
+      times[fault] += cell[row, columns]
+    }
   if (faults == 0)
     return "None.\n"
-  for (f = 1; f <= faults; ++f) {
-    row = at[f]
-    key = cells(row, 3, columns - 1)
-    s = cells(row, 3, 4) cells(row, 6, columns - 1) chips[key]
-    if (!(s in group)) {
-      group[s] = ++groups
-      first[groups] = row
-      of[groups] = chips[key]
+
+  for (i = 1; i <= faults; ++i) {
+    row = firstRow[i]
+    fault = cells(row, 3, columns - 1)
+    end = cells(row, 6, columns - 1) " " chips[fault] " |"
+    same = cells(row, 3, 4) end
+    if (!(same in rowOf)) {
+      rowOf[same] = ++count
+      step[count] = cell[row, 3]
+      event[count] = cells(row, 3, 4)
+      ends[count] = end
     }
-    g = group[s]
-    whats[g] = whats[g] (whats[g] == "" ? "" : "; ") cell[row, 5]
-    sum[g] += times[key]
+    j = rowOf[same]
+    whats[j] = whats[j] (whats[j] == "" ? "" : "; ") cell[row, 5]
+    sum[j] += times[fault]
   }
+
   text = "|" cells(0, 3, columns - 1) " chips | runs |\n|"
-  for (f = 3; f <= columns + 1; ++f)
+  for (i = 3; i <= columns + 1; ++i)
     text = text "---|"
   text = text "\n"
-  for (s = 1; s <= steps; ++s)
-    for (g = 1; g <= groups; ++g)
-      for (h = g; h <= groups; ++h)
-        if (sum[h] && cell[first[h], 3] == step[s] && cells(first[g], 3, 4) == cells(first[h], 3, 4)) {
-          text = text "|" cells(first[h], 3, 4) " " whats[h] " |" cells(first[h], 6, columns - 1) \
-                 " " of[h] " | " sum[h] " |\n"
-          sum[h] = 0
+  for (s = 1; s <= stepCount; ++s)
+    for (i = 1; i <= count; ++i)
+      for (j = i; j <= count && step[i] == stepNames[s]; ++j)
+        if (event[j] == event[i] && sum[j]) {
+          text = text "|" event[j] " " whats[j] " |" ends[j] " " sum[j] " |\n"
+          sum[j] = 0 # it has its place
         }
   return text
 }
@@ -106,10 +108,10 @@ function tables(level, selection,    t, text) {
 
 BEGIN {
   FS = "\t"
-  steps = split("all along,discovery,set-up,connect,compare,unlock,erase,program,after the write," \
-                "reset,end", step, ",")
-  for (s in step)
-    isStep[step[s]] = 1
+  stepCount = split("all along,discovery,set-up,connect,compare,unlock,erase,program," \
+                    "after the write,reset,end", stepNames, ",")
+  for (s in stepNames)
+    isStep[stepNames[s]] = 1
 }
 
 NR == 1 {
