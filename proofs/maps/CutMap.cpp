@@ -1,5 +1,4 @@
-// Kills an update of every kind of module at each of its events, updates the module again and
-// writes down what comes of it.
+// Kills an update of every kind of module at each of its events, and updates the module again.
 
 #include <algorithm>
 #include <iostream>
@@ -15,24 +14,24 @@
 namespace maps {
 namespace {
 
-constexpr const char* kMark = "----";  // on the console, between two updates
+constexpr const char* kMark = "----";  // printed between two updates
 
 struct Cut {
   Scenario scenario;
   Event event;
-  bool powerFails = false;  // else only the process is killed
+  bool powerFails = false;  // else only the process ends
 };
 
 std::string KillRule(const Event& event) {
   return event.kind + "#" + std::to_string(event.ordinal) + ":kill";
 }
 
-/// Several updates in a row, with a mark in front of each but the first.
+/// The shell command of several updates, with a mark before each but the first.
 std::string Updates(const Scenario& scenario, const std::vector<std::string>& images) {
   std::string command;
   for (const std::string& image : images) {
     if (!command.empty()) {
-      // Whoever starts the next one has let the chip finish what it was at.
+      // The chip finishes what it does before the next update starts.
       command += std::string("; sleep 2; echo ") + kMark + "; echo " + kMark + " >&2; ";
     }
     command += UpdateCommand(scenario, image);
@@ -40,14 +39,14 @@ std::string Updates(const Scenario& scenario, const std::vector<std::string>& im
   return command;
 }
 
-/// What stands behind the last mark.
+/// The text after the last mark.
 std::string LastPart(const std::string& text) {
   const std::string mark = std::string(kMark) + "\n";
   const std::size_t at = text.rfind(mark);
   return at == std::string::npos ? text : text.substr(at + mark.size());
 }
 
-/// Only what was seen of the last update.
+/// The observation of the last update alone.
 Observation LastUpdate(Observation seen) {
   seen.out = LastPart(seen.out);
   seen.err = LastPart(seen.err);
@@ -64,7 +63,8 @@ bool WasCut(const Observation& seen, const Event& event) {
   });
 }
 
-/// A flash that is wrongly found up to date takes the image again after another one.
+/// Checks that writing another image and then the right one repairs a flash that is wrongly found up
+/// to date.
 void CheckRecovery(const Cut& cut, MapRun& run) {
   const Observation seen =
       Observe(cut.scenario,
@@ -72,7 +72,7 @@ void CheckRecovery(const Cut& cut, MapRun& run) {
               {KillRule(cut.event)},
               Updates(cut.scenario, {"image.bin", "image.bin", "other.bin", "image.bin"}));
   if (seen.exitCode != 0 || seen.flash != Flash::kImage) {
-    run.violations.emplace_back("another image and then the right one do not mend it");
+    run.violations.emplace_back("another image and then the right one do not repair it");
   }
 }
 

@@ -14,7 +14,7 @@ bool Contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-/// Which step of an update a line of the console opens; empty: none.
+/// The step of an update after a line of the console.
 std::string StepAfter(std::string_view console, const std::string& step) {
   constexpr std::pair<std::string_view, const char*> kOpeners[] = {
       {"SPI clock rate", "set-up"},
@@ -64,7 +64,7 @@ std::string ShortPath(std::string_view path) {
   return std::string(path);
 }
 
-/// "/dev/i2c-11 0x21 w 02 a0 3e" by the register that it is about.
+/// "/dev/i2c-11 0x21 w 02 a0 3e" is "write the outputs a0 3e".
 std::string ExpanderLabel(std::string_view text) {
   constexpr std::pair<std::string_view, const char*> kRegisters[] = {
       {" w 00", "inputs"}, {" w 02", "outputs"}, {" w 06", "directions"}};
@@ -87,7 +87,8 @@ std::string AfterFirstWord(std::string_view text) {
   return std::string(space == std::string_view::npos ? "" : text.substr(space + 1));
 }
 
-/// What stands behind " = ", and cuts it off.
+/// Cuts " = " and what follows off.
+/// @return what follows, "" without " = "
 std::string CutResult(std::string& text) {
   const std::size_t at = text.rfind(" = ");
   std::string result = at == std::string::npos ? "" : text.substr(at + 3);
@@ -117,7 +118,7 @@ std::string Label(const std::string& kind, const std::string& text) {
   return kind == "spi" ? FirstWord(AfterFirstWord(text)) : kind + " " + text;
 }
 
-/// SPI messages in their place: which sector, which page, and what a write enable is for.
+/// Adds to the labels of SPI messages: the sector or page, and the command that a write enable is for.
 class Placer {
  public:
   explicit Placer(std::vector<Event>& events) : events_(events) {
@@ -125,7 +126,7 @@ class Placer {
         events.begin(), events.end(), [](const Event& event) { return event.program != 0; }));
   }
 
-  /// Labels the events and drops those of the pages that are not looked at.
+  /// Drops the events of the pages that are not kept.
   void Place() {
     std::string place;
     bool isKept = true;

@@ -6,13 +6,13 @@
 
 namespace maps {
 
-/// An event of an undisturbed update, and where in the update it stands.
+/// An event of an update without a fault, and its place in the update.
 struct Event {
   std::string kind;               ///< as in the log: "spi"
-  std::string text;               ///< behind the kind
-  std::string result;             ///< behind " = "
+  std::string text;               ///< after the kind
+  std::string result;             ///< after " = ", "" for none
   std::string step;               ///< "erase"
-  std::string label;              ///< what the event is for, without numbers of devices
+  std::string label;              ///< for a reader, without numbers of devices
   std::size_t ordinal = 0;        ///< among the events of its kind, counted from 1
   std::size_t statusRead = 0;     ///< among the status reads, counted from 1; 0: none
   std::size_t program = 0;        ///< among the page programs, likewise

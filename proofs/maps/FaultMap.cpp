@@ -1,5 +1,4 @@
-// Updates every kind of module with every fault that each event of an update can suffer, and writes
-// down what comes of it.
+// Updates every kind of module with every fault that each event of an update can have.
 
 #include <iostream>
 #include <string>

@@ -6,12 +6,12 @@ namespace maps {
 
 namespace {
 
-/// An action for this very event.
+/// A rule for this event only.
 std::string Once(const Event& event, const std::string& action) {
   return event.kind + "#" + std::to_string(event.ordinal) + ":" + action;
 }
 
-/// For this event and all of its kind behind it.
+/// A rule for this event and all later ones of its kind.
 std::string FromHereOn(const Event& event, const std::string& action) {
   return event.kind + "#" + std::to_string(event.ordinal) + "+:" + action;
 }
@@ -20,7 +20,7 @@ bool Contains(const std::string& text, const char* part) {
   return text.find(part) != std::string::npos;
 }
 
-/// The errno with which a call of this kind usually fails.
+/// The errno with which the event is made to fail.
 std::string Errno(const Event& event) {
   if (event.kind == "open") {
     return Contains(event.text, "/sys/") ? "ENOENT" : "EACCES";

@@ -8,20 +8,20 @@
 
 namespace maps {
 
-/// Something that goes wrong in an update.
+/// A fault of an update.
 struct MappedFault {
   std::string step;
   std::string event;
   std::string what;
-  std::string keys;                ///< for the module: ",busy-after=1"
-  std::vector<std::string> rules;  ///< for events
-  bool lasts = false;              ///< it hits later accesses too
+  std::string keys;                ///< of the module that has it: ",busy-after=1"
+  std::vector<std::string> rules;  ///< for the events that have it
+  bool lasts = false;              ///< later accesses have it too
 };
 
-/// What this event can suffer.
+/// The faults that this event can have.
 std::vector<MappedFault> FaultsOf(const Event& event);
 
-/// What can be wrong from the start: lines that never change.
+/// Faults that are there from the start: lines that never change.
 std::vector<MappedFault> StuckLines(const Scenario& scenario);
 
 }  // namespace maps

@@ -21,18 +21,18 @@ namespace maps {
 namespace {
 
 constexpr const char* kHelp = R"( [OPTION]...
-Makes the runs of a map on all cores, and fails when one of them does what none may.
+Makes the runs of a map on all cores, and fails when one of them breaks a rule.
 
   --sample N    makes every Nth run only
-  --write FILE  writes the data of the map to FILE, unless a run failed
+  --write FILE  writes the data of the map to FILE, unless a run broke a rule
   --check FILE  fails when a run is not in the data in FILE
   --help        shows this text
 )";
 
 struct Options {
   std::size_t sample = 1;
-  std::string write;  ///< empty: not
-  std::string check;  ///< empty: not
+  std::string write;  ///< a path, or ""
+  std::string check;  ///< a path, or ""
   bool help = false;
 };
 
@@ -77,7 +77,7 @@ std::string Joined(const std::vector<std::string>& words, const char* between) {
   return text;
 }
 
-/// Without the number of runs.
+/// The line of a run in the data, without the number of runs.
 std::string DataLine(const MapRun& run) {
   return Joined(run.fault, "\t") + "\t" + Joined(run.outcome, "\t");
 }
@@ -98,11 +98,11 @@ std::vector<MapRun> Make(const std::vector<Job>& jobs) {
       }
     });
   }
-  workers.clear();  // waits
+  workers.clear();  // joins them
   return runs;
 }
 
-/// @return how many runs did what none may
+/// @return the number of runs that broke a rule
 std::size_t ShowViolations(const std::vector<MapRun>& runs, std::ostream& err) {
   std::size_t count = 0;
   for (const MapRun& run : runs) {
@@ -114,7 +114,7 @@ std::size_t ShowViolations(const std::vector<MapRun>& runs, std::ostream& err) {
   return count;
 }
 
-/// @return how many runs a file does not have
+/// @return the number of runs that are not in the data of a file
 std::size_t ShowUnknown(const std::string& file,
                         const std::vector<MapRun>& runs,
                         std::ostream& err) {
@@ -134,7 +134,7 @@ std::size_t ShowUnknown(const std::string& file,
 }
 
 /// The runs as tab-separated values below a line of titles. Runs that are equal are one line, which
-/// counts them, where the first of them stands.
+/// counts them, at the place of the first one.
 std::string DataOf(const std::vector<MapRun>& runs) {
   std::vector<std::string> lines;
   std::map<std::string, std::size_t> counts;
@@ -204,7 +204,7 @@ std::string WordsFor(const std::string& name, const std::string& value) {
   return name == "selector" ? value : name + " " + value;
 }
 
-/// "done=1 driven=0x0000 pcie=enabled selector=SPILVDS" for a reader.
+/// "done=1 driven=0x0000 pcie=enabled" is "DONE 1, released, PCIe enabled".
 std::string StateWords(const std::string& state) {
   std::string text;
   std::istringstream words(state);

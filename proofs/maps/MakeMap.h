@@ -14,7 +14,7 @@ namespace maps {
 struct MapRun {
   std::vector<std::string> fault;       ///< target, chip, step, event, what goes wrong
   std::vector<std::string> outcome;     ///< exit, last line, flash, afterwards
-  std::vector<std::string> violations;  ///< what no run may do, one line each
+  std::vector<std::string> violations;  ///< the rules that it broke, one line each
 };
 
 /// Makes one run. It names the fault before it does anything that can fail, and may throw.
@@ -26,8 +26,8 @@ std::vector<std::string> OutcomeOf(const Ending& ending, const Observation& seen
 /// The main function of a program that makes a map, on all cores.
 /// @param words    the command line, the program's name first
 /// @param allJobs  called once, after the command line was read
-/// @return the exit status: 0, 1 when a run does what none may or is not in the data, 2 for usage
-///         errors and when the map cannot be made
+/// @return the exit code: 0, 1 when a run breaks a rule or is not in the data, 2 for usage errors and
+///         when the map cannot be made
 int Main(const std::vector<std::string>& words,
          std::vector<Job> (*allJobs)(),
          std::ostream& out,

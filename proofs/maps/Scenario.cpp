@@ -15,16 +15,16 @@ namespace {
 using program_test::Bytes;
 using program_test::VirtualInstrument;
 
-constexpr std::size_t kNewBytes = 131'000;  // 512 pages, the last of them not whole
+constexpr std::size_t kNewBytes = 131'000;  // 512 pages, the last one not full
 constexpr std::size_t kOldBytes = 200'000;
 constexpr std::uint32_t kNewSeed = 2;
 constexpr std::uint32_t kOldSeed = 1;
 
-// An event costs the program's clock nothing by itself. So a chip that never gets ready is given up
-// after ten looks, which no other wait in an update needs.
+// Each look at the program's clock moves it on by this much, so that the program soon gives up a chip
+// that stays busy.
 constexpr const char* kClockStepMilliseconds = "500";
 
-// More events than any run that ends can have.
+// No run that ends has so many events.
 constexpr const char* kEndOfEndlessRuns = "any#200000:kill";
 
 bool HasBootHeader(const Scenario& scenario) {
@@ -40,7 +40,7 @@ Bytes Image(const Scenario& scenario, int year, std::size_t bytes, std::uint32_t
       {.bytes = bytes, .userAccess = orvane::PackStamp({year, 5, 6, 7, 8, 9}), .seed = seed});
 }
 
-/// All that an update compares, stamp or build date, stands in here.
+/// The stamp or build date, which an update compares, is in these bytes.
 constexpr std::ptrdiff_t kHeadBytes = 256;
 
 Flash Classify(const Scenario& scenario, const Bytes& flash) {

@@ -17,13 +17,13 @@ struct Scenario {
 /// Every target with every chip.
 std::vector<Scenario> AllScenarios();
 
-/// The image to be written, a little less than two sectors.
+/// The image that is written, a little shorter than two sectors.
 program_test::Bytes NewImage(const Scenario& scenario);
 
-/// Another one, of another date, stamp and length.
+/// An image with another date, stamp and length.
 program_test::Bytes OldImage(const Scenario& scenario);
 
-/// What the flash holds when a run is over.
+/// What the flash holds after a run.
 enum class Flash {
   kOld,       ///< what it held before, byte for byte
   kImage,     ///< the image
@@ -31,7 +31,7 @@ enum class Flash {
   kLooksNew,  ///< not the image, but its head is: the next run finds it up to date
 };
 
-/// What was seen of a run from outside.
+/// What a run did, as seen from outside.
 struct Observation {
   std::string out;
   std::string err;
@@ -45,22 +45,22 @@ struct Observation {
 /// @param keys     what is broken about the module, "" or ",KEY=VALUE..."
 /// @param faults   rules for events
 /// @param command  for a shell, "" for a single update; "$TARNWICK" is the program, "image.bin" and
-///                 "other.bin" lie in the working directory
+///                 "other.bin" are in the working directory
 Observation Observe(const Scenario& scenario,
                     const std::string& keys,
                     const std::vector<std::string>& faults,
                     const std::string& command = "");
 
-/// The words of an update, for a shell.
+/// The shell command of an update.
 std::string UpdateCommand(const Scenario& scenario, const std::string& image);
 
-/// What was seen of an update that a power failure cut short, and of the one after it.
+/// An update that a power failure cut short, and the one after it.
 struct PowerFailure {
   Observation cut;
   Observation second;
 };
 
-/// The flash and the working directory outlive a power failure, nothing else does.
+/// Only the flash and the working directory are kept over the power failure.
 /// @param rule  kills the program
 PowerFailure ObservePowerFailure(const Scenario& scenario, const std::string& rule);
 

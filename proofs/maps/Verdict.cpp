@@ -34,7 +34,7 @@ bool Contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-/// Every result in a text, in its order, also one that stands behind other words on its line.
+/// Every result line in a text, in their order, also one with other words before it on its line.
 std::vector<Result> ResultsIn(std::string_view out) {
   std::map<std::size_t, Result> found;
   for (const Result& result : kResults) {

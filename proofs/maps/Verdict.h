@@ -20,7 +20,7 @@ struct Ending {
 /// @param lastEvent  the last line of its log
 Ending EndingOf(const std::string& out, const std::string& err, const std::string& lastEvent);
 
-/// What no run may do, whatever goes wrong: empty when all is well, else one line each.
+/// The rules of every run that this one broke, a line each; empty for none.
 std::vector<std::string> ViolationsOf(const Scenario& scenario,
                                       const MappedFault& fault,
                                       const Observation& observation);
