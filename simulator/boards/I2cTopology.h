@@ -25,8 +25,8 @@ struct I2cUser {
 
 /// Every adapter of an instrument: i2c-<slot> for each module; i2c-0 and i2c-10, buses of the
 /// chassis, where these numbers are free; two channels behind each multiplexer, numbered from 11
-/// on, first those of modules in the order given, then those of i2c-10. That i2c-10 has a
-/// multiplexer as well, and a name that starts like that of i2c-1, is a trap for sloppy searches.
+/// on, first those of modules in the order given, then those of i2c-10. Both its channels and
+/// its name, which starts with that of i2c-1, mislead a search by a part of the name.
 std::vector<I2cAdapter> PlanI2cAdapters(const std::vector<I2cUser>& users);
 
 }  // namespace orvane

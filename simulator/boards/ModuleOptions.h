@@ -23,7 +23,7 @@ struct FlashDefects {
   std::vector<std::uint32_t> wornSectors;
 };
 
-/// One module of the instrument, as the command line describes it.
+/// One module of the instrument, as its user describes it.
 struct ModuleOptions {
   ModuleType type = ModuleType::kWend;
   unsigned slot = 1;

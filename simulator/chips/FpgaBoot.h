@@ -7,8 +7,8 @@
 namespace orvane {
 
 /// How an FPGA comes out of reset: it clears itself, looks for its flash, loads from it and raises
-/// DONE. It looks once: when its flash cannot be booted from at the end of clearing, or gets lost
-/// before the end, it stays unconfigured until the next reset.
+/// DONE. It looks once: when its flash cannot be booted from at the end of clearing, or is out of
+/// reach before DONE, it stays unconfigured until the next reset.
 class FpgaBoot {
  public:
   static constexpr std::chrono::nanoseconds kBootTime = std::chrono::milliseconds(20);

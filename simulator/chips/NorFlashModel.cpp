@@ -87,7 +87,7 @@ void NorFlashModel::Transfer(std::span<const std::uint8_t> mosi, std::span<std::
     if (mosi[0] == kRead) {
       ReadArray(mosi, miso);
     } else if (mosi[0] == kReadIdentification) {
-      // What follows the three bytes is a matter of the single part, and nobody may rely on it.
+      // What follows the three bytes differs between parts.
       const auto& id = chip_ == Chip::kMacronix ? kMacronixIdentification : kMicronIdentification;
       std::copy_n(id.begin(), std::min(id.size(), miso.size() - 1), miso.begin() + 1);
     } else {

@@ -71,7 +71,7 @@ void PlaceStandard(const std::array<int, 3>& standard) {
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
   PlaceStandard(child.standard);
-  // Libraries of ours may have left theirs open for it. What we were started with it may keep.
+  // What our libraries have open is not for the command. It keeps what we were started with.
   ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
   for (std::size_t i = 0; i < child.keptCount; ++i) {
     ::fcntl(child.kept[i], F_SETFD, 0);

@@ -56,8 +56,8 @@ std::string DevicePath(const I2cAdapter& adapter) {
 
 Testbed::Testbed(const std::string& directory) {
   SettleTemporaryFiles(directory);
-  // The library starts a thread, which looks variables up, and sets this one only then. Where it is
-  // set already, the others stay where they are.
+  // The library starts a thread that looks variables up, and sets this one only after that. It is
+  // set here already, so that the list of variables need not move while the thread reads it.
   g_setenv(kTestbedVariable, "", TRUE);
   testbed_ = umockdev_testbed_new();
   if (testbed_ == nullptr) {
