@@ -27,7 +27,7 @@ using link::Op;
 using shim::AskBare;
 using shim::Decide;
 using shim::Decision;
-using shim::descriptors;
+using shim::Descriptors;
 using shim::DescriptorTable;
 using shim::Fail;
 
@@ -55,7 +55,7 @@ void AskOpen(const char* path, int flags, mode_t mode, OpenAnswer& out) {
 
 void ReportOpened(const Answer& answer, int descriptor) {
   const int error = descriptor < 0 ? errno : 0;
-  descriptors.Set(descriptor, {answer.handle, answer.kind});
+  Descriptors().Set(descriptor, {answer.handle, answer.kind});
   Answer ignored{};
   AskBare({.op = Op::kOpened, .handle = answer.handle, .a = error}, ignored);
 }
@@ -73,7 +73,7 @@ template <typename RealOpen>
 int Open(const char* path, int flags, mode_t mode, RealOpen realOpen) {
   if (path == nullptr || !shim::IsLinked() || !IsReported(path, flags)) {
     const int descriptor = realOpen();
-    descriptors.Set(descriptor, {});
+    Descriptors().Set(descriptor, {});
     return descriptor;
   }
   OpenAnswer out;
@@ -120,7 +120,7 @@ FILE* OpenStream(const char* path, const char* mode, RealOpen realOpen) {
       !IsReported(path, FlagsOfMode(mode))) {
     FILE* const stream = realOpen();
     if (stream != nullptr) {
-      descriptors.Set(::fileno(stream), {});
+      Descriptors().Set(::fileno(stream), {});
     }
     return stream;
   }
@@ -145,8 +145,8 @@ FILE* OpenStream(const char* path, const char* mode, RealOpen realOpen) {
 /// Asks about closing, when the host has to know of it.
 /// @return the errno that the close is to end with, or 0
 int AskClose(int descriptor) {
-  const DescriptorTable::Entry entry = descriptors.Get(descriptor);
-  descriptors.Set(descriptor, {});
+  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
+  Descriptors().Set(descriptor, {});
   if ((descriptor >= 0 && entry.handle == link::kNoHandle) || !shim::IsLinked()) {
     return 0;
   }
@@ -157,7 +157,7 @@ int AskClose(int descriptor) {
 
 void CopyEntry(int from, int to) {
   if (to >= 0) {
-    descriptors.Set(to, descriptors.Get(from));
+    Descriptors().Set(to, Descriptors().Get(from));
   }
 }
 
@@ -165,7 +165,7 @@ void CopyEntry(int from, int to) {
 
 template <typename RealRead>
 ssize_t Read(int descriptor, void* buffer, size_t count, RealRead realRead) {
-  const DescriptorTable::Entry entry = descriptors.Get(descriptor);
+  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
   if (entry.handle == link::kNoHandle || entry.kind == Kind::kFile || !shim::IsLinked()) {
     return realRead();
   }
@@ -192,7 +192,7 @@ ssize_t Read(int descriptor, void* buffer, size_t count, RealRead realRead) {
 
 template <typename RealWrite>
 ssize_t Write(int descriptor, const iovec* pieces, int count, RealWrite realWrite) {
-  const DescriptorTable::Entry entry = descriptors.Get(descriptor);
+  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
   constexpr int kMaxPieces = 64;
   if (entry.handle == link::kNoHandle || count > kMaxPieces || !shim::IsLinked()) {
     return realWrite();

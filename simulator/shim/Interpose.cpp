@@ -8,7 +8,13 @@
 
 namespace orvane::shim {
 
-DescriptorTable descriptors;  // zero from the start: knows nothing
+namespace {
+
+DescriptorTable descriptors;  // zero from the start: no descriptor is known
+
+}  // namespace
+
+DescriptorTable& Descriptors() { return descriptors; }
 
 int Fail(int error) {
   errno = error;

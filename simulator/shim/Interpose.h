@@ -10,8 +10,8 @@
 /// returns what the host answers. A call that is no event goes straight to the next library.
 namespace orvane::shim {
 
-/// Of this process.
-extern DescriptorTable descriptors;
+/// Those of this process.
+DescriptorTable& Descriptors();
 
 /// The function of this name in the libraries after this one.
 template <typename Function>
