@@ -48,9 +48,7 @@ class ExpanderFpgaModel {
 
   /// False: the controller's spidev reads zeros and reaches no chip.
   bool FlashAnswersController() const;
-  bool InReset() const { return boot_.InReset(); }
   bool Done() const { return boot_.Done(); }
-  std::uint16_t Lines() const { return expander_.Lines(); }
   /// The lines that the expander drives: none once the program has released them.
   std::uint16_t DrivenLines() const { return expander_.Driven(); }
   void AdvanceTime(std::chrono::nanoseconds by);
