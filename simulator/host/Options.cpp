@@ -62,9 +62,10 @@ KEY=VALUE:
 
 RULE: KIND[:TEXT][#N[+]]:ACTION
   KIND    open, close, read, write, ioctl, spi, i2c, dbus, sleep, or any
-  TEXT    a part of the event as the log shows it, behind KIND and in front of " = ";
-          without: any event of this kind. A read is known by its path alone, bytes
-          that an I2C message reads by their number ("r +2")
+  TEXT    a part of the event as the log shows it between KIND and " = "; without: any
+          event of this kind. It begins where a word begins: "SE" does not hit "SSE",
+          "done" hits "zynq_done". Of a read it is the path alone; bytes that an I2C
+          message reads are shown by their number ("r +2")
   N       which of the events that match, counted from 1; N+: and all after it;
           without: all
   ACTION  ENOENT or any other errno: it has no effect and fails so

@@ -102,6 +102,28 @@ bool Suits(const FaultRule& rule) {
   return false;
 }
 
+bool IsSmall(char letter) { return letter >= 'a' && letter <= 'z'; }
+bool IsCapital(char letter) { return letter >= 'A' && letter <= 'Z'; }
+bool BelongsToWord(char character) {
+  return IsSmall(character) || IsCapital(character) || (character >= '0' && character <= '9');
+}
+
+/// @return whether no word goes on from `before` to `first`
+bool WordBegins(char before, char first) {
+  return !BelongsToWord(before) || !BelongsToWord(first) || (IsSmall(before) && IsCapital(first));
+}
+
+/// @return whether `part` stands in `text`, from the start of a word on
+bool Contains(std::string_view text, std::string_view part) {
+  for (std::size_t at = text.find(part); at != std::string_view::npos;
+       at = text.find(part, at + 1)) {
+    if (at == 0 || part.empty() || WordBegins(text[at - 1], part.front())) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 FaultRule FaultRule::Parse(std::string_view text) {
@@ -130,7 +152,7 @@ Fault FaultRules::Judge(EventKind kind, std::string_view text) {
   const Fault* hit = nullptr;
   for (CountedRule& counted : rules_) {
     const FaultRule& rule = counted.rule;
-    if (rule.kind.value_or(kind) != kind || text.find(rule.text) == std::string_view::npos) {
+    if (rule.kind.value_or(kind) != kind || !Contains(text, rule.text)) {
       continue;
     }
     ++counted.seen;

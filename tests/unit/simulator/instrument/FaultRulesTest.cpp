@@ -176,6 +176,42 @@ TEST(FaultRulesTest, OnlyEventsThatMatchAreCounted) {
   EXPECT_EQ(rules.Judge(EventKind::kSpi, "/dev/spidev1.0 PP 0x000100 +256").error, EIO);
 }
 
+struct TextRow {
+  const char* text;   // of the rule
+  const char* event;  // an SPI event, as the log shows it
+  bool hits;
+};
+
+TEST(FaultRulesTest, TextHitsWhereAWordOfTheEventBegins) {
+  for (const TextRow& row : {TextRow{"SE", "/dev/spidev1.0 SE 0x000000", true},
+                             {"SE", "/dev/spidev1.0 SSE 0x000000", false},
+                             {"SE", "/dev/spidev1.0 SSE SE", true},
+                             {"SE", "SE", true},
+                             {"SE", "SSE", false},
+                             {"S", "/dev/spidev1.0 SSE 0x000000", true},
+                             {"dump", "./dumpflash.bin +4096", true},
+                             {"flash", "./dumpflash.bin +4096", false},
+                             {"done", "/sys/platform_m1/zynq_done/value", true},
+                             {"RD_MAX", "/dev/spidev1.0 SPI_IOC_RD_MAX_SPEED_HZ", true},
+                             {"1", "/dev/i2c-1 0x21 w 02", true},
+                             {"1", "/dev/spidev1", false},
+                             {"21", "0x21", false}}) {
+    FaultRules rules = Rules({(std::string("spi:") + row.text + ":EIO").c_str()});
+    EXPECT_EQ(rules.Judge(EventKind::kSpi, row.event).error, row.hits ? EIO : 0)
+        << row.text << " in " << row.event;
+  }
+}
+
+TEST(FaultRulesTest, CapitalAfterASmallLetterBeginsAWord) {
+  FaultRules rules = Rules({"dbus:Locations:error"});
+  EXPECT_EQ(rules.Judge(EventKind::kDBus, "GetModuleLocations").kind, Fault::Kind::kFail);
+}
+
+TEST(FaultRulesTest, TextThatBeginsWithNoLetterOrDigitHitsAnywhere) {
+  FaultRules rules = Rules({"write:/rescan:EIO"});
+  EXPECT_EQ(rules.Judge(EventKind::kWrite, "/sys/bus/pci0/rescan \"1\"").error, EIO);
+}
+
 TEST(FaultRulesTest, AnyCountsEventsOfAllKinds) {
   FaultRules rules = Rules({"any#3:kill"});
   EXPECT_EQ(rules.Judge(EventKind::kOpen, "a").kind, Fault::Kind::kNone);
