@@ -15,7 +15,13 @@ namespace {
 constexpr std::string_view kAnyWord = "any";
 constexpr std::string_view kDefaultDBusError = "org.freedesktop.DBus.Error.Failed";
 
+constexpr std::string_view kActions = "an errno, lost, kill, data:TEXT or error[:NAME]";
+constexpr std::string_view kKinds = "open, close, read, write, ioctl, spi, i2c, dbus, sleep or any";
+
 [[noreturn]] void Refuse(const std::string& why) { throw std::invalid_argument(why); }
+
+std::string Quoted(std::string_view word) { return std::string("'").append(word).append("'"); }
+std::string OneOf(std::string_view words) { return std::string(" (").append(words).append(")"); }
 
 bool CutPrefix(std::string_view& text, std::string_view prefix) {
   if (!text.starts_with(prefix)) {
@@ -23,6 +29,14 @@ bool CutPrefix(std::string_view& text, std::string_view prefix) {
   }
   text.remove_prefix(prefix.size());
   return true;
+}
+
+std::string UnescapeAnswer(std::string_view answer) {
+  try {
+    return Unescape(answer);
+  } catch (const std::invalid_argument& error) {
+    Refuse(Quoted(answer) + ": " + error.what());
+  }
 }
 
 /// @return nothing when `text` is no action
@@ -40,7 +54,7 @@ std::optional<Fault> ParseAction(std::string_view text) {
     return Fault{.kind = Fault::Kind::kFail, .text = std::string(name)};
   }
   if (std::string_view answer = text; CutPrefix(answer, "data:")) {
-    return Fault{.kind = Fault::Kind::kAnswer, .text = Unescape(answer)};
+    return Fault{.kind = Fault::Kind::kAnswer, .text = UnescapeAnswer(answer)};
   }
   if (const std::optional<int> error = ErrnoFromName(text)) {
     return Fault{.kind = Fault::Kind::kFail, .error = *error};
@@ -65,7 +79,7 @@ void ParseCount(std::string_view& place, FaultRule& rule) {
     return;  // a '#' of the text
   }
   if (number == 0) {
-    Refuse("events are counted from 1");
+    Refuse(Quoted(place.substr(hash)) + ": events are counted from 1");
   }
   rule.first = number;
   rule.onwards = onwards;
@@ -78,8 +92,7 @@ std::optional<EventKind> ParseKind(std::string_view word) {
   }
   const auto* const found = std::find(kEventWords.begin(), kEventWords.end(), word);
   if (found == kEventWords.end()) {
-    Refuse("'" + std::string(word) +
-           "' is no kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep, any)");
+    Refuse(Quoted(word) + " is not a kind of event" + OneOf(kKinds));
   }
   return static_cast<EventKind>(found - kEventWords.begin());
 }
@@ -130,7 +143,8 @@ FaultRule FaultRule::Parse(std::string_view text) {
   // Texts contain colons too: the place ends at the first colon that an action follows.
   for (std::size_t colon = text.find(':'); colon != std::string_view::npos;
        colon = text.find(':', colon + 1)) {
-    const std::optional<Fault> fault = ParseAction(text.substr(colon + 1));
+    const std::string_view action = text.substr(colon + 1);
+    const std::optional<Fault> fault = ParseAction(action);
     if (!fault) {
       continue;
     }
@@ -138,14 +152,19 @@ FaultRule FaultRule::Parse(std::string_view text) {
     std::string_view place = text.substr(0, colon);
     ParseCount(place, rule);
     const std::size_t wordEnd = place.find(':');
-    rule.kind = ParseKind(place.substr(0, wordEnd));
+    const std::string_view kind = place.substr(0, wordEnd);
+    rule.kind = ParseKind(kind);
     rule.text = wordEnd == std::string_view::npos ? "" : place.substr(wordEnd + 1);
     if (!Suits(rule)) {
-      Refuse("this cannot happen to such an event");
+      Refuse(Quoted(action) + " cannot happen to " + Quoted(kind) + " events");
     }
     return rule;
   }
-  Refuse("it does not end in an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+  const std::size_t last = text.rfind(':');
+  if (last == std::string_view::npos) {
+    Refuse("no action follows " + Quoted(text) + OneOf(kActions));
+  }
+  Refuse(Quoted(text.substr(last + 1)) + " is not an action" + OneOf(kActions));
 }
 
 Fault FaultRules::Judge(EventKind kind, std::string_view text) {

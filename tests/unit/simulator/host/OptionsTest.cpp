@@ -263,7 +263,7 @@ TEST(OptionsTest, TwoModulesWithOneFlashFileAreRefused) {
 
 TEST(OptionsTest, BadFaultIsRefusedWithItsText) {
   EXPECT_EQ(ProblemWith({"--fault", "spi#0:EIO", "--", "x"}),
-            "--fault 'spi#0:EIO': events are counted from 1");
+            "--fault 'spi#0:EIO': '#0': events are counted from 1");
 }
 
 TEST(OptionsTest, ClockStepIsANumberOfMillisecondsUpToAnHour) {

@@ -10,7 +10,7 @@
 namespace orvane {
 namespace {
 
-using testing::HasSubstr;
+using testing::StartsWith;
 
 FaultRules Rules(std::initializer_list<const char*> texts) {
   FaultRules rules;
@@ -92,45 +92,57 @@ TEST(FaultRuleTest, DBusErrorCanBeNamed) {
 
 TEST(FaultRuleTest, UnknownKindIsRefused) {
   EXPECT_EQ(ProblemWith("spy:EIO"),
-            "'spy' is no kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep, "
-            "any)");
+            "'spy' is not a kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep "
+            "or any)");
 }
 
 TEST(FaultRuleTest, UnknownActionIsRefused) {
   EXPECT_EQ(ProblemWith("spi#1:EWRONG"),
-            "it does not end in an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+            "'EWRONG' is not an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+  EXPECT_EQ(ProblemWith("open:a:b:"),
+            "'' is not an action (an errno, lost, kill, data:TEXT or error[:NAME])");
 }
 
 TEST(FaultRuleTest, MissingActionIsRefused) {
   EXPECT_EQ(ProblemWith("spi"),
-            "it does not end in an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+            "no action follows 'spi' (an errno, lost, kill, data:TEXT or error[:NAME])");
 }
 
 TEST(FaultRuleTest, EventZeroIsRefused) {
-  EXPECT_EQ(ProblemWith("spi#0:EIO"), "events are counted from 1");
+  EXPECT_EQ(ProblemWith("spi#0:EIO"), "'#0': events are counted from 1");
+  EXPECT_EQ(ProblemWith("spi:PP#0+:EIO"), "'#0+': events are counted from 1");
 }
 
 TEST(FaultRuleTest, BadEscapeInDataIsRefused) {
-  EXPECT_THAT(ProblemWith("read:x:data:\\q"), HasSubstr("the backslash must be followed by"));
+  EXPECT_THAT(ProblemWith("read:x:data:\\q"),
+              StartsWith("'\\q': the backslash must be followed by"));
 }
 
+struct UnsuitableRow {
+  const char* kind;
+  const char* action;
+};
+
 TEST(FaultRuleTest, ActionThatDoesNotSuitTheKindIsRefused) {
-  for (const char* const text : {"open:lost",
-                                 "close:lost",
-                                 "read:lost",
-                                 "sleep:lost",
-                                 "dbus:lost",
-                                 "any:lost",
-                                 "open:data:x",
-                                 "close:data:x",
-                                 "write:data:x",
-                                 "sleep:data:x",
-                                 "any:data:x",
-                                 "dbus:EIO",
-                                 "any:EIO",
-                                 "spi:error",
-                                 "any:error"}) {
-    EXPECT_EQ(ProblemWith(text), "this cannot happen to such an event") << text;
+  for (const UnsuitableRow& row : {UnsuitableRow{"open", "lost"},
+                                   {"close", "lost"},
+                                   {"read", "lost"},
+                                   {"sleep", "lost"},
+                                   {"dbus", "lost"},
+                                   {"any", "lost"},
+                                   {"open", "data:x"},
+                                   {"close", "data:x"},
+                                   {"write", "data:x"},
+                                   {"sleep", "data:x"},
+                                   {"any", "data:x"},
+                                   {"dbus", "EIO"},
+                                   {"any", "EIO"},
+                                   {"spi", "error"},
+                                   {"any", "error"}}) {
+    const std::string kind = row.kind;
+    const std::string action = row.action;
+    EXPECT_EQ(ProblemWith((kind + ":" + action).c_str()),
+              "'" + action + "' cannot happen to '" + kind + "' events");
   }
 }
 
