@@ -1,0 +1,190 @@
+#include "cli/CommandLine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "base/Version.h"
+
+namespace cli {
+
+namespace {
+
+constexpr std::string_view kDashes = "--";
+
+bool IsOption(std::string_view word) { return word.size() > 1 && word.front() == '-'; }
+
+/// "--log" for "--log=FILE"
+std::string_view NameIn(std::string_view option) { return option.substr(0, option.find('=')); }
+
+}  // namespace
+
+std::string UsageText(std::string_view program, std::string_view why) {
+  const std::string name(program);
+  return name + ": " + std::string(why) + "\nTry " + Quoted(name + " --help") + ".\n";
+}
+
+std::string Quoted(std::string_view word) { return std::string("'").append(word).append("'"); }
+
+// --- OptionSet ----------------------------------------------------------------------------------
+
+void OptionSet::AddFlag(const std::string& name, bool& given) {
+  flags_.push_back({app_.add_flag(name)->disable_flag_override(), &given});
+}
+
+void OptionSet::AddOption(const std::string& name, Take take) {
+  CLI::Option* const option = app_.add_option(name);
+  option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  values_.push_back({option, name, std::move(take)});
+}
+
+bool OptionSet::TakesValue(std::string_view name) const {
+  return std::any_of(
+      values_.begin(), values_.end(), [&](const Value& value) { return value.name == name; });
+}
+
+void OptionSet::Deliver() const {
+  for (const Flag& flag : flags_) {
+    *flag.given = flag.option->count() > 0;
+  }
+  for (const Value& value : values_) {
+    for (const std::string& result : value.option->results()) {
+      try {
+        value.take(result);
+      } catch (const std::invalid_argument& error) {
+        throw UsageError(value.name + ": " + error.what());
+      }
+    }
+  }
+}
+
+// --- CommandLine --------------------------------------------------------------------------------
+
+CommandLine::CommandLine(std::string program, std::string_view help)
+    : program_(std::move(program)),
+      help_(help),
+      app_(std::make_unique<CLI::App>("", program_)),
+      options_(*app_) {
+  app_->set_help_flag("--help");
+  app_->set_version_flag("--version", program_ + " " + orvane::kVersion + "\n");
+  app_->allow_extras();  // so that the word that is wrong can be named
+  app_->require_subcommand(0, 1);
+}
+
+CommandLine::~CommandLine() = default;
+
+OptionSet& CommandLine::AddCommand(const std::string& word, bool& given) {
+  CLI::App* const app = app_->add_subcommand(word);
+  commands_.push_back({app, &given, std::make_unique<OptionSet>(*app)});
+  return *commands_.back().options;
+}
+
+void CommandLine::AddRest(std::string name, std::vector<std::string>& words) {
+  restName_ = std::move(name);
+  rest_ = &words;
+}
+
+bool CommandLine::TakesValue(std::string_view name) const {
+  return options_.TakesValue(name) ||
+         std::any_of(commands_.begin(), commands_.end(), [&](const Command& command) {
+           return command.options->TakesValue(name);
+         });
+}
+
+/// Puts the words after "--" aside.
+/// @return the words before it. CLI11 takes the next word for the value of "--log=": an empty value
+///         becomes a word of its own.
+std::vector<std::string> CommandLine::CutRest(std::span<const char* const> words) {
+  std::vector<std::string> front;
+  bool isValue = false;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string_view word = words[i];
+    if (!isValue && word == kDashes) {
+      const auto rest = words.subspan(i + 1);
+      afterDashes_.assign(rest.begin(), rest.end());
+      break;
+    }
+    const std::string_view name = NameIn(word);
+    if (!isValue && name.size() + 1 == word.size() && TakesValue(name)) {
+      front.insert(front.end(), {std::string(name), ""});
+      continue;
+    }
+    front.emplace_back(word);
+    isValue = !isValue && TakesValue(word);
+  }
+  return front;
+}
+
+std::string CommandLine::CommandWords() const {
+  std::string words;
+  for (const Command& command : commands_) {
+    words += (words.empty() ? "" : " or ") + command.app->get_name();
+  }
+  return words;
+}
+
+void CommandLine::Refuse(const CLI::ParseError& error) const {
+  if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ArgumentMismatch)) {
+    throw UsageError(error.what());
+  }
+  // "--log: 1 required ..." for a value that is missing, "fast was given ..." for one too many.
+  const std::string_view text = error.what();
+  const std::string_view name = text.substr(0, text.find_first_of(": "));
+  if (TakesValue(name)) {
+    throw UsageError("option " + Quoted(name) + " needs a value");
+  }
+  throw UsageError("option " + Quoted(std::string(kDashes).append(name)) + " takes no value");
+}
+
+void CommandLine::RefuseLooseWords() const {
+  std::vector<std::string> loose = app_->remaining(true);
+  if (rest_ == nullptr) {
+    loose.insert(loose.end(), afterDashes_.begin(), afterDashes_.end());
+  }
+  const bool isCommandMissing = !commands_.empty() && app_->get_subcommands().empty();
+  if (loose.empty()) {
+    if (isCommandMissing) {
+      throw UsageError("a word is missing: " + CommandWords());
+    }
+    return;
+  }
+  const std::string& word = loose.front();
+  if (IsOption(word)) {
+    throw UsageError("unknown option " + Quoted(NameIn(word)));
+  }
+  if (isCommandMissing) {
+    throw UsageError(Quoted(word) + " is not " + CommandWords());
+  }
+  throw UsageError("unexpected word " + Quoted(word) +
+                   (rest_ == nullptr ? "" : " (" + restName_ + " comes after '--')"));
+}
+
+std::optional<std::string> CommandLine::Read(std::span<const char* const> words) {
+  std::vector<std::string> front = CutRest(words);
+  std::reverse(front.begin(), front.end());  // as CLI11 takes them
+  try {
+    app_->parse(std::move(front));
+  } catch (const CLI::CallForHelp&) {
+    return help_;
+  } catch (const CLI::CallForVersion& version) {
+    return version.what();
+  } catch (const CLI::ParseError& error) {
+    Refuse(error);
+  }
+  RefuseLooseWords();
+  if (rest_ != nullptr) {
+    if (afterDashes_.empty()) {
+      throw UsageError(restName_ + " is missing after '--'");
+    }
+    *rest_ = afterDashes_;
+  }
+  options_.Deliver();
+  for (const Command& command : commands_) {
+    *command.given = command.app->parsed();
+    command.options->Deliver();
+  }
+  return std::nullopt;
+}
+
+}  // namespace cli

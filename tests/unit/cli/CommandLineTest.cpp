@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "cli/CommandLine.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+/// What a tool called "tool" has read.
+struct Reading {
+  std::optional<std::string> answer;
+  std::string problem;  // the text of the usage error; empty: none
+  bool fast = false;
+  Words logs;
+  Words command;
+};
+
+std::vector<const char*> Pointers(const Words& words) {
+  std::vector<const char*> pointers;
+  pointers.reserve(words.size());
+  for (const std::string& word : words) {
+    pointers.push_back(word.c_str());
+  }
+  return pointers;
+}
+
+void TakeLog(const std::string& value, Words& logs) {
+  if (value == "bad") {
+    throw std::invalid_argument("'bad' is no log");
+  }
+  logs.push_back(value);
+}
+
+/// By a tool with a flag, an option and words after "--".
+Reading Read(const Words& words) {
+  Reading reading;
+  cli::CommandLine line("tool", "help text\n");
+  line.Options().AddFlag("--fast", reading.fast);
+  line.Options().AddOption("--log",
+                           [&](const std::string& value) { TakeLog(value, reading.logs); });
+  line.AddRest("COMMAND", reading.command);
+  try {
+    reading.answer = line.Read(Pointers(words));
+  } catch (const cli::UsageError& error) {
+    reading.problem = error.what();
+  }
+  return reading;
+}
+
+/// What a tool with the words `draw` (--pen PEN) and `print` (--twice) has read.
+struct CommandReading {
+  std::optional<std::string> answer;
+  std::string problem;
+  bool draw = false;
+  std::string pen;
+  bool print = false;
+  bool twice = false;
+};
+
+CommandReading ReadCommand(const Words& words) {
+  CommandReading reading;
+  cli::CommandLine line("tool", "help text\n");
+  line.AddCommand("draw", reading.draw).AddOption("--pen", [&](const std::string& value) {
+    reading.pen = value;
+  });
+  line.AddCommand("print", reading.print).AddFlag("--twice", reading.twice);
+  try {
+    reading.answer = line.Read(Pointers(words));
+  } catch (const cli::UsageError& error) {
+    reading.problem = error.what();
+  }
+  return reading;
+}
+
+TEST(CommandLineTest, ValueIsTheNextWordOrStandsAfterAnEqualsSign) {
+  EXPECT_EQ(Read({"--log", "a", "--", "x"}).logs, (Words{"a"}));
+  EXPECT_EQ(Read({"--log=a", "--", "x"}).logs, (Words{"a"}));
+  EXPECT_EQ(Read({"--log=a=b", "--", "x"}).logs, (Words{"a=b"}));
+}
+
+TEST(CommandLineTest, ValueCanBeEmpty) {
+  EXPECT_EQ(Read({"--log", "", "--", "x"}).logs, (Words{""}));
+  const Reading reading = Read({"--log=", "--fast", "--", "x"});
+  EXPECT_EQ(reading.logs, (Words{""}));
+  EXPECT_TRUE(reading.fast);
+}
+
+TEST(CommandLineTest, ValueCanBeAnyWord) {
+  EXPECT_EQ(Read({"--log", "--fast", "--", "x"}).logs, (Words{"--fast"}));
+  EXPECT_EQ(Read({"--log", "--", "--", "x"}).logs, (Words{"--"}));
+  EXPECT_EQ(Read({"--log", "--log=", "--", "x"}).logs, (Words{"--log="}));
+  EXPECT_EQ(Read({"--log", "-1", "--", "x"}).logs, (Words{"-1"}));
+  EXPECT_EQ(Read({"--log", "[a,b]", "--", "x"}).logs, (Words{"[a,b]"}));
+  EXPECT_EQ(Read({"--log", "{}", "--", "x"}).logs, (Words{"{}"}));
+  EXPECT_EQ(Read({"--log", "\"a b\"", "--", "x"}).logs, (Words{"\"a b\""}));
+}
+
+TEST(CommandLineTest, ValuesOfARepeatedOptionKeepTheirOrder) {
+  EXPECT_EQ(Read({"--log", "b", "--fast", "--log=a", "--log", "c", "--", "x"}).logs,
+            (Words{"b", "a", "c"}));
+}
+
+TEST(CommandLineTest, FlagIsGivenOrNot) {
+  EXPECT_TRUE(Read({"--fast", "--", "x"}).fast);
+  EXPECT_TRUE(Read({"--fast", "--fast", "--", "x"}).fast);
+  EXPECT_FALSE(Read({"--", "x"}).fast);
+}
+
+TEST(CommandLineTest, WordsAfterTheDashesAreTakenAsTheyAre) {
+  const Words command = {"x", "--fast", "--log=", "--", "[a,b]", "--help", "", "++", "-y"};
+  Words words = {"--log", "a", "--"};
+  words.insert(words.end(), command.begin(), command.end());
+  const Reading reading = Read(words);
+  EXPECT_EQ(reading.problem, "");
+  EXPECT_EQ(reading.answer, std::nullopt);
+  EXPECT_EQ(reading.command, command);
+  EXPECT_EQ(reading.logs, (Words{"a"}));
+  EXPECT_FALSE(reading.fast);
+}
+
+TEST(CommandLineTest, WordsAfterTheDashesMustBeThere) {
+  EXPECT_EQ(Read({}).problem, "COMMAND is missing after '--'");
+  EXPECT_EQ(Read({"--fast"}).problem, "COMMAND is missing after '--'");
+  EXPECT_EQ(Read({"--"}).problem, "COMMAND is missing after '--'");
+}
+
+TEST(CommandLineTest, HelpIsTheAnswerWhateverElseIsGiven) {
+  EXPECT_EQ(Read({"--help"}).answer, "help text\n");
+  EXPECT_EQ(Read({"--fast", "--help", "--log", "bad", "--", "x"}).answer, "help text\n");
+}
+
+TEST(CommandLineTest, VersionIsTheAnswerWithTheNameOfTheProgram) {
+  EXPECT_EQ(Read({"--version"}).answer, "tool " TARNWICK_VERSION "\n");
+}
+
+TEST(CommandLineTest, UnknownOptionIsNamedWithoutItsValue) {
+  EXPECT_EQ(Read({"--x", "--", "y"}).problem, "unknown option '--x'");
+  EXPECT_EQ(Read({"--fast", "--x=3", "--", "y"}).problem, "unknown option '--x'");
+  EXPECT_EQ(Read({"-xy", "--", "y"}).problem, "unknown option '-xy'");
+  EXPECT_EQ(Read({"-1", "--", "y"}).problem, "unknown option '-1'");
+  EXPECT_EQ(Read({"---", "--", "y"}).problem, "unknown option '---'");
+  EXPECT_EQ(Read({"--lo", "a", "--", "y"}).problem, "unknown option '--lo'");
+  EXPECT_EQ(Read({"-h"}).problem, "unknown option '-h'");
+}
+
+TEST(CommandLineTest, FirstOfSeveralWrongWordsIsNamed) {
+  EXPECT_EQ(Read({"--y", "word", "--x", "--", "z"}).problem, "unknown option '--y'");
+}
+
+TEST(CommandLineTest, LooseWordIsNamed) {
+  for (const std::string word : {"x", "", "-", "++"}) {
+    EXPECT_EQ(Read({"--fast", word, "--", "y"}).problem,
+              "unexpected word '" + word + "' (COMMAND comes after '--')");
+  }
+}
+
+TEST(CommandLineTest, MissingValueIsRefused) {
+  EXPECT_EQ(Read({"--fast", "--log"}).problem, "option '--log' needs a value");
+}
+
+TEST(CommandLineTest, ValueOfAFlagIsRefused) {
+  EXPECT_EQ(Read({"--fast=9", "--", "x"}).problem, "option '--fast' takes no value");
+}
+
+TEST(CommandLineTest, WrongValueIsRefusedAfterTheNameOfItsOption) {
+  EXPECT_EQ(Read({"--log", "a", "--log", "bad", "--", "x"}).problem, "--log: 'bad' is no log");
+}
+
+TEST(CommandLineTest, CommandHasOptionsOfItsOwn) {
+  const CommandReading drawn = ReadCommand({"draw", "--pen=", "--pen", "print"});
+  EXPECT_EQ(drawn.problem, "");
+  EXPECT_TRUE(drawn.draw);
+  EXPECT_FALSE(drawn.print);
+  EXPECT_EQ(drawn.pen, "print");
+  const CommandReading printed = ReadCommand({"print", "--twice"});
+  EXPECT_EQ(printed.problem, "");
+  EXPECT_FALSE(printed.draw);
+  EXPECT_TRUE(printed.print);
+  EXPECT_TRUE(printed.twice);
+}
+
+TEST(CommandLineTest, OptionOfAnotherCommandIsUnknown) {
+  EXPECT_EQ(ReadCommand({"draw", "--twice"}).problem, "unknown option '--twice'");
+  EXPECT_EQ(ReadCommand({"print", "--pen", "x"}).problem, "unknown option '--pen'");
+  EXPECT_EQ(ReadCommand({"--twice", "print"}).problem, "unknown option '--twice'");
+}
+
+TEST(CommandLineTest, OptionErrorsOfACommandNameTheOption) {
+  EXPECT_EQ(ReadCommand({"draw", "--pen"}).problem, "option '--pen' needs a value");
+  EXPECT_EQ(ReadCommand({"print", "--twice=no"}).problem, "option '--twice' takes no value");
+}
+
+TEST(CommandLineTest, HelpAndVersionNeedNoCommand) {
+  EXPECT_EQ(ReadCommand({"--help"}).answer, "help text\n");
+  EXPECT_EQ(ReadCommand({"draw", "--help"}).answer, "help text\n");
+  EXPECT_EQ(ReadCommand({"--version"}).answer, "tool " TARNWICK_VERSION "\n");
+}
+
+TEST(CommandLineTest, JustOneCommandIsTaken) {
+  EXPECT_EQ(ReadCommand({}).problem, "a word is missing: draw or print");
+  EXPECT_EQ(ReadCommand({"Draw"}).problem, "'Draw' is not draw or print");
+  EXPECT_EQ(ReadCommand({"draw", "print"}).problem, "unexpected word 'print'");
+  EXPECT_EQ(ReadCommand({"draw", "draw"}).problem, "unexpected word 'draw'");
+  EXPECT_EQ(ReadCommand({"draw", "more"}).problem, "unexpected word 'more'");
+}
+
+TEST(CommandLineTest, WordsAfterTheDashesAreLooseWordsToAToolThatTakesNone) {
+  EXPECT_EQ(ReadCommand({"draw", "--"}).problem, "");
+  EXPECT_EQ(ReadCommand({"draw", "--", "more"}).problem, "unexpected word 'more'");
+  EXPECT_EQ(ReadCommand({"--", "draw"}).problem, "'draw' is not draw or print");
+}
+
+TEST(CommandLineTest, UsageTextIsTheProblemAndWhereToLook) {
+  EXPECT_EQ(cli::UsageText("tool", "unknown option '--x'"),
+            "tool: unknown option '--x'\nTry 'tool --help'.\n");
+}
+
+}  // namespace
