@@ -5,7 +5,9 @@
 #include <chrono>
 #include <cstddef>
 #include <limits>
+#include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace orvane {
 
@@ -18,30 +20,31 @@ constexpr std::string_view kHelp =
 
 Runs COMMAND inside a virtual Orvane and exits with its status.
 
-Options:
+Options (the value of an option can follow '=' as well: --log=FILE):
   --module TYPE@SLOT[,KEY=VALUE]...
-                 plugs in a module; without any: wend@1, dax@2, pyx1@4 and
-                 pyx2@5
+                 plugs in a module; can be repeated; without any: wend@1, dax@2,
+                 pyx1@4 and pyx2@5
   --fast         lets instrument time pass at once: sleeps do not wait
   --clock-step MS
-                 at each look of a program at its monotonic clock, that many milliseconds
-                 have passed on it (0)
+                 each time a program reads its monotonic clock, the clock has advanced by
+                 that many milliseconds (0)
   --log FILE     writes every event to FILE, one line each, in true order
   --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1 and
-                 what else its outside shows
+                 what else can be seen of it from outside
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such
                  file (4096); a positive number is the driver's limit as well,
                  which is 4096 otherwise
   --without NAME leaves out the service inventory or resources, the whole bus, or
-                 the module selector
-  --fault RULE   makes events fail, see below
+                 the module selector; can be repeated
+  --fault RULE   makes events fail, see below; can be repeated
   --help         shows this text and exits
+  --version      shows the version and exits
 
 TYPE: wend, dax, pyx1 or pyx2
 
 KEY=VALUE:
-  flash=FILE         contents of the flash, up to 16 MiB and 0xFF behind them; written
-                     back whole at the end. Without: a blank flash
+  flash=FILE         contents of the flash, up to 16 MiB, then 0xFF up to its end; the
+                     whole flash is written back at the end. Without: a blank flash
   chip=NAME          micron or macronix (micron)
   done=WHEN          the DONE line: auto, high, low, or after:MS, that many milliseconds
                      after each release from reset (auto)
@@ -66,7 +69,7 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
           event of this kind. It begins where a word begins: "SE" does not hit "SSE",
           "done" hits "zynq_done". Of a read it is the path alone; bytes that an I2C
           message reads are shown by their number ("r +2")
-  N       which of the events that match, counted from 1; N+: and all after it;
+  N       which of the events that match, counted from 1; N+: this one and all after it;
           without: all
   ACTION  ENOENT or any other errno: it has no effect and fails so
           error[:NAME]: likewise for dbus, with this D-Bus error
@@ -77,13 +80,13 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
   The first rule that hits an event decides.
 
 Exit status: that of COMMAND, 128 + N when signal N ended it; 2 for a wrong command line
-or an unusable file named there; 125 when the instrument itself fails; 126 when COMMAND
-cannot be executed, 127 when it is not found.
+or a file named there that cannot be used; 125 when the instrument itself fails; 126 when
+COMMAND cannot be executed, 127 when it is not found.
 )";
 
-[[noreturn]] void Refuse(const std::string& why) { throw UsageError(why); }
+[[noreturn]] void Refuse(const std::string& why) { throw std::invalid_argument(why); }
 
-std::string Quoted(std::string_view text) { return std::string("'").append(text).append("'"); }
+using cli::Quoted;
 
 /// @return nothing when `text` is anything but a number in range
 template <typename Number>
@@ -199,72 +202,92 @@ bool TakeAddress(std::string_view value, std::vector<std::uint32_t>& out) {
   return true;
 }
 
+constexpr std::string_view kOrdinal = "a number from 1 on";
+constexpr std::string_view kAddress = "an address of the flash, below 0x1000000";
+
 struct Key {
   std::string_view name;
+  std::string_view values;  // what it can be set to
   /// @return whether the value is one for this key
   bool (*take)(std::string_view value, ModuleOptions& module);
 };
 
 constexpr Key kKeys[] = {
     {"flash",
+     "a file name",
      [](std::string_view value, ModuleOptions& module) {
        module.flashFile = value;
        return !value.empty();
      }},
     {"chip",
+     "micron or macronix",
      [](std::string_view value, ModuleOptions& module) {
        return Take(ParseChip(value), module.chip);
      }},
     {"done",
+     "auto, high, low or after:MS, MS up to 3600000",
      [](std::string_view value, ModuleOptions& module) {
        return Take(ParseDone(value), module.done);
      }},
     {"i2c",
+     "a name",
      [](std::string_view value, ModuleOptions& module) { return TakeName(value, module.i2cName); }},
     {"spi",
+     "a name",
      [](std::string_view value, ModuleOptions& module) { return TakeName(value, module.spiName); }},
     {"i2cdev",
+     "missing",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "missing", false, module.i2cNode);
      }},
     {"spidev",
+     "missing",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "missing", false, module.spiNode);
      }},
     {"zynq-files",
+     "missing",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "missing", false, module.controlFiles);
      }},
     {"expander",
+     "absent",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "absent", false, module.expander);
      }},
-    {"held", TakeHeldLine},
+    {"held", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1", TakeHeldLine},
     {"flash-chip",
+     "absent",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "absent", true, module.defects.absent);
      }},
     {"program-lost",
+     kOrdinal,
      [](std::string_view value, ModuleOptions& module) {
        return TakeOrdinal(value, module.defects.lostProgram);
      }},
     {"erase-lost",
+     kOrdinal,
      [](std::string_view value, ModuleOptions& module) {
        return TakeOrdinal(value, module.defects.lostErase);
      }},
     {"register-lost",
+     kOrdinal,
      [](std::string_view value, ModuleOptions& module) {
        return TakeOrdinal(value, module.defects.lostRegisterWrite);
      }},
     {"busy-after",
+     kOrdinal,
      [](std::string_view value, ModuleOptions& module) {
        return TakeOrdinal(value, module.defects.busyAfter);
      }},
     {"worn-page",
+     kAddress,
      [](std::string_view value, ModuleOptions& module) {
        return TakeAddress(value, module.defects.wornPages);
      }},
     {"worn-sector",
+     kAddress,
      [](std::string_view value, ModuleOptions& module) {
        return TakeAddress(value, module.defects.wornSectors);
      }},
@@ -280,31 +303,46 @@ ModuleType ParseType(std::string_view word) {
       return type;
     }
   }
-  Refuse(Quoted(word) + " is no type of module (wend, dax, pyx1 or pyx2)");
+  Refuse(Quoted(word) + " is not a type of module (wend, dax, pyx1 or pyx2)");
+}
+
+unsigned ParseSlot(std::string_view word) {
+  constexpr int kLastSlot = std::numeric_limits<int>::max();
+  const auto slot = ParseNumber<std::uint32_t>(word);
+  if (!slot || *slot > static_cast<std::uint32_t>(kLastSlot)) {
+    Refuse(Quoted(word) + " is not a slot number");
+  }
+  return *slot;
+}
+
+void ParseKey(std::string_view pair, ModuleOptions& module) {
+  const std::size_t equals = pair.find('=');
+  const std::string_view name = pair.substr(0, equals);
+  const auto* const key = std::find_if(
+      std::begin(kKeys), std::end(kKeys), [&](const Key& known) { return known.name == name; });
+  if (key == std::end(kKeys)) {
+    Refuse("unknown key " + Quoted(name));
+  }
+  if (equals == std::string_view::npos) {
+    Refuse("key " + Quoted(name) + " needs a value");
+  }
+  const std::string_view value = pair.substr(equals + 1);
+  if (!key->take(value, module)) {
+    Refuse("key " + Quoted(name) + ": " + Quoted(value) + " is not " + std::string(key->values));
+  }
 }
 
 ModuleOptions ParseModule(std::string_view text) {
   const std::vector<std::string_view> parts = Split(text, ',');
-  const std::size_t at = parts[0].find('@');
-  ModuleOptions module{.type = ParseType(parts[0].substr(0, at))};
-  const auto slot = at == std::string_view::npos
-                        ? std::nullopt
-                        : ParseNumber<std::uint32_t>(parts[0].substr(at + 1));
-  if (!slot || *slot > static_cast<std::uint32_t>(std::numeric_limits<int>::max())) {
-    Refuse("--module " + Quoted(text) + ": TYPE must be followed by @ and a slot number");
+  const std::string_view place = parts[0];
+  const std::size_t at = place.find('@');
+  ModuleOptions module{.type = ParseType(place.substr(0, at))};
+  if (at == std::string_view::npos) {
+    Refuse("a slot is missing after " + Quoted(place) + ", as in " + std::string(place) + "@1");
   }
-  module.slot = *slot;
+  module.slot = ParseSlot(place.substr(at + 1));
   for (const std::string_view part : std::span(parts).subspan(1)) {
-    const std::size_t equals = part.find('=');
-    const std::string_view name = part.substr(0, equals);
-    const auto* const key = std::find_if(
-        std::begin(kKeys), std::end(kKeys), [&](const Key& known) { return known.name == name; });
-    if (equals == std::string_view::npos || key == std::end(kKeys)) {
-      Refuse("--module " + Quoted(text) + ": " + Quoted(part) + " is no KEY=VALUE known here");
-    }
-    if (!key->take(part.substr(equals + 1), module)) {
-      Refuse("--module " + Quoted(text) + ": " + Quoted(part) + " has no such value");
-    }
+    ParseKey(part, module);
   }
   return module;
 }
@@ -313,10 +351,11 @@ void RefuseSharing(const std::vector<ModuleOptions>& modules) {
   for (std::size_t i = 0; i < modules.size(); ++i) {
     for (std::size_t j = 0; j < i; ++j) {
       if (modules[i].slot == modules[j].slot) {
-        Refuse("two modules in slot " + std::to_string(modules[i].slot));
+        throw UsageError("--module: two modules in slot " + std::to_string(modules[i].slot));
       }
       if (!modules[i].flashFile.empty() && modules[i].flashFile == modules[j].flashFile) {
-        Refuse("two modules with the flash file " + Quoted(modules[i].flashFile));
+        throw UsageError("--module: two modules with the flash file " +
+                         Quoted(modules[i].flashFile));
       }
     }
   }
@@ -324,91 +363,35 @@ void RefuseSharing(const std::vector<ModuleOptions>& modules) {
 
 // --- The other options --------------------------------------------------------------------------
 
-FaultRule ParseFault(const char* text) {
-  try {
-    return FaultRule::Parse(text);
-  } catch (const std::invalid_argument& error) {
-    Refuse("--fault " + Quoted(text) + ": " + error.what());
+std::string ParseFileName(const std::string& text) {
+  if (text.empty()) {
+    Refuse("'' is not a file name");
   }
+  return text;
 }
-
-void ParseWithout(std::string_view name, Options& options) {
-  if (name == "bus") {
-    options.withBus = false;
-  } else if (name == "inventory") {
-    options.withInventory = false;
-  } else if (name == "resources") {
-    options.withResources = false;
-  } else if (name == "selector") {
-    options.withSelector = false;
-  } else {
-    Refuse("--without " + Quoted(name) + ": not inventory, resources, bus or selector");
-  }
-}
-
-/// The words, taken one by one from the front.
-class Words {
- public:
-  explicit Words(std::span<const char* const> words) : words_(words) {}
-
-  bool AtEnd() const { return next_ == words_.size(); }
-  const char* Next() { return words_[next_++]; }
-  const char* ValueOf(std::string_view option) {
-    if (AtEnd()) {
-      Refuse(std::string(option) + " needs a value");
-    }
-    return Next();
-  }
-  std::vector<std::string> Rest() const {
-    const auto rest = words_.subspan(next_);
-    return {rest.begin(), rest.end()};
-  }
-
- private:
-  std::span<const char* const> words_;
-  std::size_t next_ = 0;
-};
 
 std::chrono::milliseconds ParseClockStep(std::string_view text) {
   constexpr std::uint32_t kMaxMilliseconds = 3'600'000;
   const auto milliseconds = ParseNumber<std::uint32_t>(text);
   if (!milliseconds || *milliseconds > kMaxMilliseconds) {
-    Refuse("--clock-step " + Quoted(text) + ": not a number of milliseconds up to an hour");
+    Refuse(Quoted(text) + " is not a number of milliseconds up to " +
+           std::to_string(kMaxMilliseconds));
   }
   return std::chrono::milliseconds(*milliseconds);
 }
 
-std::string FileName(std::string_view option, Words& words) {
-  std::string name = words.ValueOf(option);
-  if (name.empty()) {
-    Refuse(std::string(option) + " needs a file name");
+void ParseWithout(std::string_view name, Options& options) {
+  const std::pair<std::string_view, bool*> parts[] = {{"inventory", &options.withInventory},
+                                                      {"resources", &options.withResources},
+                                                      {"bus", &options.withBus},
+                                                      {"selector", &options.withSelector}};
+  for (const auto& [part, present] : parts) {
+    if (name == part) {
+      *present = false;
+      return;
+    }
   }
-  return name;
-}
-
-void ParseOption(std::string_view option, Words& words, Options& options) {
-  if (option == "--fast") {
-    options.fast = true;
-  } else if (option == "--clock-step") {
-    options.clockStep = ParseClockStep(words.ValueOf(option));
-  } else if (option == "--help") {
-    options.help = true;
-  } else if (option == "--module") {
-    options.modules.push_back(ParseModule(words.ValueOf(option)));
-  } else if (option == "--log") {
-    options.logFile = FileName(option, words);
-  } else if (option == "--state") {
-    options.stateFile = FileName(option, words);
-  } else if (option == "--fault") {
-    options.faults.push_back(ParseFault(words.ValueOf(option)));
-  } else if (option == "--bufsiz") {
-    const std::string_view text = words.ValueOf(option);
-    options.bufsiz = text == "none" ? std::nullopt : std::optional<std::string>(text);
-  } else if (option == "--without") {
-    ParseWithout(words.ValueOf(option), options);
-  } else {
-    Refuse(Quoted(option) + " is no option known here");
-  }
+  Refuse(Quoted(name) + " is not inventory, resources, bus or selector");
 }
 
 }  // namespace
@@ -420,20 +403,29 @@ std::uint64_t Options::SpiLimit() const {
 
 Options ParseOptions(std::span<const char* const> words) {
   Options options;
-  Words rest(words);
-  while (!rest.AtEnd()) {
-    const std::string_view word = rest.Next();
-    if (word == "--") {
-      options.command = rest.Rest();
-      break;
-    }
-    ParseOption(word, rest, options);
-    if (options.help) {
-      return options;
-    }
-  }
-  if (options.command.empty()) {
-    Refuse("no COMMAND, which goes behind --");
+  cli::CommandLine line("orvane-sim", kHelp);
+  cli::OptionSet& known = line.Options();
+  known.AddOption("--module",
+                  [&](const std::string& value) { options.modules.push_back(ParseModule(value)); });
+  known.AddFlag("--fast", options.fast);
+  known.AddOption("--clock-step",
+                  [&](const std::string& value) { options.clockStep = ParseClockStep(value); });
+  known.AddOption("--log",
+                  [&](const std::string& value) { options.logFile = ParseFileName(value); });
+  known.AddOption("--state",
+                  [&](const std::string& value) { options.stateFile = ParseFileName(value); });
+  known.AddOption("--bufsiz", [&](const std::string& value) {
+    options.bufsiz = value == "none" ? std::nullopt : std::optional(value);
+  });
+  known.AddOption("--without", [&](const std::string& value) { ParseWithout(value, options); });
+  known.AddOption("--fault", [&](const std::string& value) {
+    options.faults.push_back(FaultRule::Parse(value));
+  });
+  line.AddRest("COMMAND", options.command);
+
+  options.answer = line.Read(words);
+  if (options.answer) {
+    return options;
   }
   if (options.modules.empty()) {
     options.modules = {{.type = ModuleType::kWend, .slot = 1},
@@ -444,7 +436,5 @@ Options ParseOptions(std::span<const char* const> words) {
   RefuseSharing(options.modules);
   return options;
 }
-
-std::string_view HelpText() { return kHelp; }
 
 }  // namespace orvane

@@ -4,24 +4,20 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "cli/CommandLine.h"
 #include "simulator/boards/ModuleOptions.h"
 #include "simulator/instrument/FaultRules.h"
 
 namespace orvane {
 
-/// A command line that says nothing that can be done; the text is one line for the user.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
+using cli::UsageError;
 
 /// The command line of orvane-sim.
 struct Options {
-  bool help = false;
+  std::optional<std::string> answer;  // to --help or --version: print it and run nothing
   bool fast = false;
   std::chrono::milliseconds clockStep{0};
   std::string logFile;    // empty: no log
@@ -43,8 +39,5 @@ struct Options {
 /// @param words  without the program's name
 /// @throw UsageError
 Options ParseOptions(std::span<const char* const> words);
-
-/// What --help prints.
-std::string_view HelpText();
 
 }  // namespace orvane

@@ -5,12 +5,12 @@
 #include <span>
 #include <string>
 
+#include "cli/CommandLine.h"
 #include "simulator/host/Host.h"
 #include "simulator/host/Options.h"
 
 namespace {
 
-constexpr int kUsage = 2;
 constexpr int kInstrumentFailed = 125;
 constexpr int kNotExecutable = 126;
 constexpr int kNotFound = 127;
@@ -27,13 +27,14 @@ int main(int argc, char** argv) {
   try {
     const std::span<const char* const> words(argv, static_cast<std::size_t>(argc));
     const orvane::Options options = orvane::ParseOptions(words.subspan(argc > 0 ? 1 : 0));
-    if (options.help) {
-      std::cout << orvane::HelpText() << std::flush;
+    if (options.answer) {
+      std::cout << *options.answer << std::flush;
       return 0;
     }
     return orvane::RunOnInstrument(options, descriptors);
   } catch (const orvane::UsageError& error) {
-    return Fail(kUsage, std::string(error.what()) + " (see orvane-sim --help)");
+    std::cerr << cli::UsageText("orvane-sim", error.what()) << std::flush;
+    return cli::kExitUsage;
   } catch (const orvane::CommandError& error) {
     return Fail(error.code().value() == ENOENT ? kNotFound : kNotExecutable, error.what());
   } catch (const std::exception& error) {

@@ -102,14 +102,30 @@ TEST(OrvaneSimTest, HelpGoesToStandardOutput) {
   EXPECT_EQ(outcome.err, "");
 }
 
+TEST(OrvaneSimTest, VersionGoesToStandardOutput) {
+  SimulatorRun run;
+  const SimulatorOutcome outcome = run.Words({"--version"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out, "orvane-sim " TARNWICK_VERSION "\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST(OrvaneSimTest, UnknownOptionExitsWithTwo) {
+  SimulatorRun run;
+  const SimulatorOutcome outcome = run.Words({"--x", "--", "true"});
+  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err, "orvane-sim: unknown option '--x'\nTry 'orvane-sim --help'.\n");
+}
+
 TEST(OrvaneSimTest, WrongCommandLineExitsWithTwo) {
   SimulatorRun run;
   const SimulatorOutcome outcome = run.Words({"--module", "sprite@1", "--", "true"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err,
-            "orvane-sim: 'sprite' is no type of module (wend, dax, pyx1 or pyx2) (see orvane-sim "
-            "--help)\n");
+            "orvane-sim: --module: 'sprite' is not a type of module (wend, dax, pyx1 or pyx2)\n"
+            "Try 'orvane-sim --help'.\n");
 }
 
 TEST(OrvaneSimTest, MissingCommandExitsWith127) {
@@ -133,8 +149,8 @@ TEST(OrvaneSimTest, LogThatCannotBeWrittenExitsWithTwo) {
   const SimulatorOutcome outcome = run.Words({"--log", "no/such/log", "--", "true"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err,
-            "orvane-sim: cannot write log file 'no/such/log': No such file or directory (see "
-            "orvane-sim --help)\n");
+            "orvane-sim: cannot write log file 'no/such/log': No such file or directory\n"
+            "Try 'orvane-sim --help'.\n");
   EXPECT_THAT(outcome.leftovers, IsEmpty());
 }
 
@@ -234,8 +250,8 @@ TEST(OrvaneSimTest, MissingFlashFileExitsWithTwo) {
   const SimulatorOutcome outcome = run.Words({"--module", "wend@1,flash=none", "--", "true"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err,
-            "orvane-sim: cannot open flash file 'none': No such file or directory (see orvane-sim "
-            "--help)\n");
+            "orvane-sim: cannot open flash file 'none': No such file or directory\n"
+            "Try 'orvane-sim --help'.\n");
   EXPECT_THAT(outcome.leftovers, IsEmpty());
 }
 
@@ -244,7 +260,8 @@ TEST(OrvaneSimTest, DirectoryIsNoFlashFile) {
   const SimulatorOutcome outcome = run.Words({"--module", "wend@1,flash=.", "--", "true"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err,
-            "orvane-sim: cannot open flash file '.': Is a directory (see orvane-sim --help)\n");
+            "orvane-sim: cannot open flash file '.': Is a directory\n"
+            "Try 'orvane-sim --help'.\n");
 }
 
 TEST(OrvaneSimTest, LargestFlashFileIsTaken) {
@@ -260,7 +277,8 @@ TEST(OrvaneSimTest, FlashFileBeyondTheFlashExitsWithTwo) {
   const SimulatorOutcome outcome = run.Words({"--module", "wend@1,flash=flash", "--", "true"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err,
-            "orvane-sim: flash file 'flash' is larger than 16 MiB (see orvane-sim --help)\n");
+            "orvane-sim: flash file 'flash' is larger than 16 MiB\n"
+            "Try 'orvane-sim --help'.\n");
 }
 
 // --- Signals ------------------------------------------------------------------------------------

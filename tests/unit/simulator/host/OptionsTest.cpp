@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,7 +57,7 @@ TEST(OptionsTest, CommandAloneRunsOnOneModuleOfEachType) {
 
 TEST(OptionsTest, StateFileIsTaken) {
   EXPECT_EQ(Parse({"--state", "how", "--", "true"}).stateFile, "how");
-  EXPECT_EQ(ProblemWith({"--state", "", "--", "x"}), "--state needs a file name");
+  EXPECT_EQ(ProblemWith({"--state", "", "--", "x"}), "--state: '' is not a file name");
 }
 
 TEST(OptionsTest, SelectorCanBeLeftOut) {
@@ -68,16 +69,51 @@ TEST(OptionsTest, ExpanderCanBeAbsent) {
   EXPECT_TRUE(Parse({"--module", "pyx1@4", "--", "true"}).modules.at(0).expander);
 }
 
-TEST(OptionsTest, HelpNeedsNoCommand) { EXPECT_TRUE(Parse({"--help"}).help); }
+TEST(OptionsTest, HelpNeedsNoCommand) {
+  const std::optional<std::string> answer = Parse({"--help"}).answer;
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->substr(0, 50), "Usage: orvane-sim [OPTION]... -- COMMAND [ARG...]\n");
+}
 
-TEST(OptionsTest, HelpBehindTheCommandIsTheCommands) {
-  EXPECT_FALSE(Parse({"--", "tarnwick", "--help"}).help);
+TEST(OptionsTest, VersionNeedsNoCommand) {
+  const std::optional<std::string> answer = Parse({"--version"}).answer;
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->substr(0, 11), "orvane-sim ");
+}
+
+TEST(OptionsTest, HelpAfterTheCommandIsTheCommands) {
+  const Options options = Parse({"--", "tarnwick", "--help"});
+  EXPECT_FALSE(options.answer);
+  EXPECT_EQ(options.command, (std::vector<std::string>{"tarnwick", "--help"}));
 }
 
 TEST(OptionsTest, FastAndLogAreTaken) {
   const Options options = Parse({"--fast", "--log", "events", "--", "true"});
   EXPECT_TRUE(options.fast);
   EXPECT_EQ(options.logFile, "events");
+}
+
+TEST(OptionsTest, ValuesCanFollowAnEqualsSign) {
+  const Options options = Parse({"--log=events",
+                                 "--module=wend@3,chip=macronix",
+                                 "--fault=spi#1:EIO",
+                                 "--bufsiz=",
+                                 "--clock-step=5",
+                                 "--without=bus",
+                                 "--",
+                                 "true"});
+  EXPECT_EQ(options.logFile, "events");
+  ASSERT_EQ(options.modules.size(), 1U);
+  EXPECT_EQ(options.modules[0].slot, 3U);
+  EXPECT_EQ(options.modules[0].chip, Chip::kMacronix);
+  EXPECT_EQ(options.faults.size(), 1U);
+  EXPECT_EQ(options.bufsiz, "");
+  EXPECT_EQ(options.clockStep, std::chrono::milliseconds(5));
+  EXPECT_FALSE(options.withBus);
+}
+
+TEST(OptionsTest, LastOfSeveralLogsCounts) {
+  EXPECT_EQ(Parse({"--log", "a", "--log", "b", "--", "true"}).logFile, "b");
 }
 
 TEST(OptionsTest, ModuleKeysAreTaken) {
@@ -182,88 +218,109 @@ TEST(OptionsTest, BufsizNoneMeansNoFile) {
 }
 
 TEST(OptionsTest, CommandMustBeThere) {
-  EXPECT_EQ(ProblemWith({}), "no COMMAND, which goes behind --");
-  EXPECT_EQ(ProblemWith({"--fast"}), "no COMMAND, which goes behind --");
-  EXPECT_EQ(ProblemWith({"--"}), "no COMMAND, which goes behind --");
+  EXPECT_EQ(ProblemWith({}), "COMMAND is missing after '--'");
+  EXPECT_EQ(ProblemWith({"--fast"}), "COMMAND is missing after '--'");
+  EXPECT_EQ(ProblemWith({"--"}), "COMMAND is missing after '--'");
 }
 
 TEST(OptionsTest, CommandWithoutTheDashesIsRefused) {
-  EXPECT_EQ(ProblemWith({"tarnwick"}), "'tarnwick' is no option known here");
+  EXPECT_EQ(ProblemWith({"tarnwick"}), "unexpected word 'tarnwick' (COMMAND comes after '--')");
 }
 
 TEST(OptionsTest, OptionWithoutItsValueIsRefused) {
-  for (const char* const option : {"--module", "--log", "--bufsiz", "--fault", "--without"}) {
-    EXPECT_EQ(ProblemWith({option}), std::string(option) + " needs a value");
+  for (const char* const option :
+       {"--module", "--log", "--state", "--bufsiz", "--fault", "--without", "--clock-step"}) {
+    EXPECT_EQ(ProblemWith({option}), "option '" + std::string(option) + "' needs a value");
   }
 }
 
 TEST(OptionsTest, EmptyLogNameIsRefused) {
-  EXPECT_EQ(ProblemWith({"--log", "", "--", "x"}), "--log needs a file name");
+  EXPECT_EQ(ProblemWith({"--log", "", "--", "x"}), "--log: '' is not a file name");
 }
 
 TEST(OptionsTest, UnknownTypeIsRefused) {
   EXPECT_EQ(ProblemWith({"--module", "Wend@1", "--", "x"}),
-            "'Wend' is no type of module (wend, dax, pyx1 or pyx2)");
+            "--module: 'Wend' is not a type of module (wend, dax, pyx1 or pyx2)");
 }
 
 TEST(OptionsTest, SlotMustBeANumber) {
-  for (const char* const text :
-       {"wend", "wend@", "wend@x", "wend@-1", "wend@1x", "wend@2147483648"}) {
-    EXPECT_EQ(ProblemWith({"--module", text, "--", "x"}),
-              "--module '" + std::string(text) + "': TYPE must be followed by @ and a slot number");
+  for (const std::string slot : {"", "x", "-1", "1x", "2147483648"}) {
+    const std::string text = "wend@" + slot;
+    EXPECT_EQ(ProblemWith({"--module", text.c_str(), "--", "x"}),
+              "--module: '" + slot + "' is not a slot number");
   }
   EXPECT_EQ(ProblemWith({"--module", "wend@2147483647", "--", "x"}), "none");
 }
 
-TEST(OptionsTest, UnknownKeyIsRefused) {
-  EXPECT_EQ(ProblemWith({"--module", "wend@1,colour=red", "--", "x"}),
-            "--module 'wend@1,colour=red': 'colour=red' is no KEY=VALUE known here");
-  EXPECT_EQ(ProblemWith({"--module", "wend@1,chip", "--", "x"}),
-            "--module 'wend@1,chip': 'chip' is no KEY=VALUE known here");
+TEST(OptionsTest, SlotMustBeThere) {
+  EXPECT_EQ(ProblemWith({"--module", "wend,chip=micron", "--", "x"}),
+            "--module: a slot is missing after 'wend', as in wend@1");
 }
 
+TEST(OptionsTest, UnknownKeyIsRefused) {
+  EXPECT_EQ(ProblemWith({"--module", "wend@1,colour=red", "--", "x"}),
+            "--module: unknown key 'colour'");
+  EXPECT_EQ(ProblemWith({"--module", "wend@1,chip=micron,", "--", "x"}),
+            "--module: unknown key ''");
+}
+
+TEST(OptionsTest, KeyWithoutAValueIsRefused) {
+  EXPECT_EQ(ProblemWith({"--module", "wend@1,chip", "--", "x"}),
+            "--module: key 'chip' needs a value");
+}
+
+struct ValueRow {
+  const char* key;
+  const char* value;
+  const char* expected;
+};
+
 TEST(OptionsTest, UnknownValueIsRefused) {
-  for (const char* const pair : {"flash=",
-                                 "chip=other",
-                                 "done=maybe",
-                                 "done=after:",
-                                 "done=after:x",
-                                 "done=after:3600001",
-                                 "i2c=",
-                                 "spi=",
-                                 "i2cdev=none",
-                                 "spidev=gone",
-                                 "zynq-files=x",
-                                 "held=16:0",
-                                 "held=3:2",
-                                 "held=3",
-                                 "held=:1",
-                                 "flash-chip=present",
-                                 "program-lost=0",
-                                 "erase-lost=x",
-                                 "register-lost=-1",
-                                 "busy-after=",
-                                 "worn-page=0x1000000",
-                                 "worn-sector=0xg"}) {
-    const std::string text = std::string("wend@1,") + pair;
+  for (const ValueRow& row :
+       {ValueRow{"flash", "", "a file name"},
+        {"chip", "other", "micron or macronix"},
+        {"done", "maybe", "auto, high, low or after:MS, MS up to 3600000"},
+        {"done", "after:", "auto, high, low or after:MS, MS up to 3600000"},
+        {"done", "after:x", "auto, high, low or after:MS, MS up to 3600000"},
+        {"done", "after:3600001", "auto, high, low or after:MS, MS up to 3600000"},
+        {"i2c", "", "a name"},
+        {"spi", "", "a name"},
+        {"i2cdev", "none", "missing"},
+        {"spidev", "gone", "missing"},
+        {"zynq-files", "x", "missing"},
+        {"expander", "gone", "absent"},
+        {"held", "16:0", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1"},
+        {"held", "3:2", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1"},
+        {"held", "3", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1"},
+        {"held", ":1", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1"},
+        {"flash-chip", "present", "absent"},
+        {"program-lost", "0", "a number from 1 on"},
+        {"erase-lost", "x", "a number from 1 on"},
+        {"register-lost", "-1", "a number from 1 on"},
+        {"busy-after", "", "a number from 1 on"},
+        {"worn-page", "0x1000000", "an address of the flash, below 0x1000000"},
+        {"worn-sector", "0xg", "an address of the flash, below 0x1000000"}}) {
+    const std::string key = row.key;
+    const std::string value = row.value;
+    const std::string text = "wend@1," + key + "=" + value;
     EXPECT_EQ(ProblemWith({"--module", text.c_str(), "--", "x"}),
-              "--module '" + text + "': '" + pair + "' has no such value");
+              "--module: key '" + key + "': '" + value + "' is not " + row.expected);
   }
 }
 
 TEST(OptionsTest, TwoModulesInOneSlotAreRefused) {
   EXPECT_EQ(ProblemWith({"--module", "wend@2", "--module", "wend@2", "--", "x"}),
-            "two modules in slot 2");
+            "--module: two modules in slot 2");
 }
 
 TEST(OptionsTest, TwoModulesWithOneFlashFileAreRefused) {
   EXPECT_EQ(ProblemWith({"--module", "wend@1,flash=f", "--module", "wend@2,flash=f", "--", "x"}),
-            "two modules with the flash file 'f'");
+            "--module: two modules with the flash file 'f'");
 }
 
-TEST(OptionsTest, BadFaultIsRefusedWithItsText) {
+TEST(OptionsTest, BadFaultIsRefusedWithTheWordThatIsWrong) {
   EXPECT_EQ(ProblemWith({"--fault", "spi#0:EIO", "--", "x"}),
-            "--fault 'spi#0:EIO': '#0': events are counted from 1");
+            "--fault: '#0': events are counted from 1");
 }
 
 TEST(OptionsTest, ClockStepIsANumberOfMillisecondsUpToAnHour) {
@@ -272,13 +329,13 @@ TEST(OptionsTest, ClockStepIsANumberOfMillisecondsUpToAnHour) {
   for (const char* const text : {"", "-1", "x", "3600001"}) {
     EXPECT_EQ(
         ProblemWith({"--clock-step", text, "--", "x"}),
-        "--clock-step '" + std::string(text) + "': not a number of milliseconds up to an hour");
+        "--clock-step: '" + std::string(text) + "' is not a number of milliseconds up to 3600000");
   }
 }
 
 TEST(OptionsTest, UnknownServiceIsRefused) {
   EXPECT_EQ(ProblemWith({"--without", "shoes", "--", "x"}),
-            "--without 'shoes': not inventory, resources, bus or selector");
+            "--without: 'shoes' is not inventory, resources, bus or selector");
 }
 
 }  // namespace
