@@ -46,7 +46,7 @@ bool OptionSet::TakesValue(std::string_view name) const {
 
 void OptionSet::Deliver() const {
   for (const Flag& flag : flags_) {
-    *flag.given = flag.option->count() > 0;
+    *flag.given = *flag.given || flag.option->count() > 0;
   }
   for (const Value& value : values_) {
     for (const std::string& result : value.option->results()) {
@@ -67,15 +67,18 @@ CommandLine::CommandLine(std::string program, std::string_view help)
       app_(std::make_unique<CLI::App>("", program_)),
       options_(*app_) {
   app_->set_help_flag("--help");
-  app_->set_version_flag("--version", program_ + " " + orvane::kVersion + "\n");
+  app_->set_version_flag("--version", VersionText());
   app_->allow_extras();  // so that the word that is wrong can be named
   app_->require_subcommand(0, 1);
 }
 
 CommandLine::~CommandLine() = default;
 
+std::string CommandLine::VersionText() const { return program_ + " " + orvane::kVersion + "\n"; }
+
 OptionSet& CommandLine::AddCommand(const std::string& word, bool& given) {
   CLI::App* const app = app_->add_subcommand(word);
+  app->set_version_flag("--version", VersionText());
   commands_.push_back({app, &given, std::make_unique<OptionSet>(*app)});
   return *commands_.back().options;
 }
@@ -154,7 +157,7 @@ void CommandLine::RefuseLooseWords() const {
     throw UsageError("unknown option " + Quoted(NameIn(word)));
   }
   if (isCommandMissing) {
-    throw UsageError(Quoted(word) + " is not " + CommandWords());
+    throw UsageError("unknown word " + Quoted(word) + " (expected " + CommandWords() + ")");
   }
   throw UsageError("unexpected word " + Quoted(word) +
                    (rest_ == nullptr ? "" : " (" + restName_ + " comes after '--')"));

@@ -33,7 +33,8 @@ std::string UsageText(std::string_view program, std::string_view why);
 /// 'word'
 std::string Quoted(std::string_view word);
 
-/// Options that are known together: those of a program, or of one of its commands.
+/// Options that are known together: those of a program, or of one of its commands. What they fill in
+/// must live until the command line has been read.
 class OptionSet {
  public:
   /// Takes one value. Throws std::invalid_argument, with a text for the user, when it is wrong; the
@@ -42,7 +43,7 @@ class OptionSet {
 
   explicit OptionSet(CLI::App& app) : app_(app) {}
 
-  /// An option without a value. `given` must live until the command line has been read.
+  /// An option without a value, which sets `given`. Commands can share one `given`.
   void AddFlag(const std::string& name, bool& given);
   /// An option with a value, "NAME VALUE" or "NAME=VALUE". `take` gets every value, in their order,
   /// after all words have been read: an option that is no list keeps the last one.
@@ -101,6 +102,7 @@ class CommandLine {
     std::unique_ptr<OptionSet> options;
   };
 
+  std::string VersionText() const;
   bool TakesValue(std::string_view name) const;
   std::vector<std::string> CutRest(std::span<const char* const> words);
   [[noreturn]] void Refuse(const CLI::ParseError& error) const;

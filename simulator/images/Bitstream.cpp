@@ -62,12 +62,14 @@ void Check(const BitstreamOptions& options) {
   }
   const std::size_t words = options.bytes / kWordBytes;
   if (options.stampWordOffset > words - 2) {
-    throw std::invalid_argument("the stamp does not fit: its last word offset is " +
-                                std::to_string(words - 2));
+    throw std::invalid_argument("a stamp at word offset " +
+                                std::to_string(options.stampWordOffset) +
+                                " does not fit: the last offset is " + std::to_string(words - 2));
   }
   if (options.stampWordOffset == kSyncWord || options.stampWordOffset + 1 == kSyncWord) {
-    throw std::invalid_argument("the sync word is at word offset " + std::to_string(kSyncWord) +
-                                ": the stamp cannot lie there");
+    throw std::invalid_argument("a stamp cannot lie at word offset " +
+                                std::to_string(options.stampWordOffset) + ": the sync word is at " +
+                                std::to_string(kSyncWord));
   }
 }
 

@@ -56,14 +56,17 @@ std::vector<std::uint8_t> MakeZynqImage(const ZynqImageOptions& options) {
     throw std::invalid_argument("a Zynq image has at least " + std::to_string(kZynqImageMinBytes) +
                                 " bytes");
   }
-  if (options.fileName.find(kDelimiter) != std::string::npos ||
-      options.buildDate.find(kDelimiter) != std::string::npos) {
-    throw std::invalid_argument("the file name and the build date cannot contain a '#'");
+  for (const std::string& part : {options.fileName, options.buildDate}) {
+    if (part.find(kDelimiter) != std::string::npos) {
+      throw std::invalid_argument("'" + part +
+                                  "' contains a '#', which ends a file name and a build date");
+    }
   }
   const std::string text = options.fileName + kDelimiter + options.buildDate + kDelimiter;
   if (text.size() > kTextBytes) {
-    throw std::invalid_argument("the file name and the build date have room for " +
-                                std::to_string(kTextBytes - 2) + " bytes together");
+    throw std::invalid_argument("the file name and the build date have " +
+                                std::to_string(text.size() - 2) + " bytes together, " +
+                                std::to_string(kTextBytes - 2) + " at most fit");
   }
 
   std::vector<std::uint8_t> image(options.bytes);

@@ -40,13 +40,20 @@ TEST(OrvaneImageTest, UsageErrorGoesToStandardErrorAndExitsWithTwo) {
   const Outcome outcome = Image("sprite 2>&1 >/dev/null");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.text,
-            "orvane-image: 'sprite' is neither zynq nor bitstream (see orvane-image --help)\n");
+            "orvane-image: unknown word 'sprite' (expected zynq or bitstream)\nTry 'orvane-image "
+            "--help'.\n");
 }
 
 TEST(OrvaneImageTest, IoErrorExitsWithOne) {
   const Outcome outcome = Image("zynq --out /dev/full 2>&1");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.text, "orvane-image: cannot write '/dev/full': No space left on device\n");
+}
+
+TEST(OrvaneImageTest, VersionGoesToStandardOutput) {
+  const Outcome outcome = Image("--version 2>/dev/null");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.text, "orvane-image " TARNWICK_VERSION "\n");
 }
 
 TEST(OrvaneImageTest, HelpGoesToStandardOutput) {

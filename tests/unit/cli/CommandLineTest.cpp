@@ -184,6 +184,17 @@ TEST(CommandLineTest, CommandHasOptionsOfItsOwn) {
   EXPECT_TRUE(printed.twice);
 }
 
+TEST(CommandLineTest, CommandsCanShareWhatTheirFlagsSet) {
+  bool draw = false;
+  bool print = false;
+  bool fast = false;
+  cli::CommandLine line("tool", "");
+  line.AddCommand("draw", draw).AddFlag("--fast", fast);
+  line.AddCommand("print", print).AddFlag("--fast", fast);
+  EXPECT_EQ(line.Read(Pointers({"draw", "--fast"})), std::nullopt);
+  EXPECT_TRUE(fast);
+}
+
 TEST(CommandLineTest, OptionOfAnotherCommandIsUnknown) {
   EXPECT_EQ(ReadCommand({"draw", "--twice"}).problem, "unknown option '--twice'");
   EXPECT_EQ(ReadCommand({"print", "--pen", "x"}).problem, "unknown option '--pen'");
@@ -195,15 +206,16 @@ TEST(CommandLineTest, OptionErrorsOfACommandNameTheOption) {
   EXPECT_EQ(ReadCommand({"print", "--twice=no"}).problem, "option '--twice' takes no value");
 }
 
-TEST(CommandLineTest, HelpAndVersionNeedNoCommand) {
+TEST(CommandLineTest, HelpAndVersionNeedNoCommandAndCanFollowOne) {
   EXPECT_EQ(ReadCommand({"--help"}).answer, "help text\n");
   EXPECT_EQ(ReadCommand({"draw", "--help"}).answer, "help text\n");
   EXPECT_EQ(ReadCommand({"--version"}).answer, "tool " TARNWICK_VERSION "\n");
+  EXPECT_EQ(ReadCommand({"draw", "--version"}).answer, "tool " TARNWICK_VERSION "\n");
 }
 
 TEST(CommandLineTest, JustOneCommandIsTaken) {
   EXPECT_EQ(ReadCommand({}).problem, "a word is missing: draw or print");
-  EXPECT_EQ(ReadCommand({"Draw"}).problem, "'Draw' is not draw or print");
+  EXPECT_EQ(ReadCommand({"Draw"}).problem, "unknown word 'Draw' (expected draw or print)");
   EXPECT_EQ(ReadCommand({"draw", "print"}).problem, "unexpected word 'print'");
   EXPECT_EQ(ReadCommand({"draw", "draw"}).problem, "unexpected word 'draw'");
   EXPECT_EQ(ReadCommand({"draw", "more"}).problem, "unexpected word 'more'");
@@ -212,7 +224,7 @@ TEST(CommandLineTest, JustOneCommandIsTaken) {
 TEST(CommandLineTest, WordsAfterTheDashesAreLooseWordsToAToolThatTakesNone) {
   EXPECT_EQ(ReadCommand({"draw", "--"}).problem, "");
   EXPECT_EQ(ReadCommand({"draw", "--", "more"}).problem, "unexpected word 'more'");
-  EXPECT_EQ(ReadCommand({"--", "draw"}).problem, "'draw' is not draw or print");
+  EXPECT_EQ(ReadCommand({"--", "draw"}).problem, "unknown word 'draw' (expected draw or print)");
 }
 
 TEST(CommandLineTest, UsageTextIsTheProblemAndWhereToLook) {

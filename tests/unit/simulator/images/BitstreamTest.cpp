@@ -85,14 +85,15 @@ TEST(BitstreamTest, StampMayStandInTheFirstOrTheLastWords) {
 
 TEST(BitstreamTest, StampBeyondTheEndIsRefused) {
   EXPECT_EQ(ErrorOf({.bytes = 1027, .userAccess = 1, .stampWordOffset = 255}),
-            "the stamp does not fit: its last word offset is 254");
+            "a stamp at word offset 255 does not fit: the last offset is 254");
 }
 
 TEST(BitstreamTest, StampOnTheSyncWordIsRefused) {
-  const char* const kText = "the sync word is at word offset 12: the stamp cannot lie there";
   EXPECT_EQ(ErrorOf({.userAccess = 1, .stampWordOffset = 10}), "");
-  EXPECT_EQ(ErrorOf({.userAccess = 1, .stampWordOffset = 11}), kText);
-  EXPECT_EQ(ErrorOf({.userAccess = 1, .stampWordOffset = 12}), kText);
+  EXPECT_EQ(ErrorOf({.userAccess = 1, .stampWordOffset = 11}),
+            "a stamp cannot lie at word offset 11: the sync word is at 12");
+  EXPECT_EQ(ErrorOf({.userAccess = 1, .stampWordOffset = 12}),
+            "a stamp cannot lie at word offset 12: the sync word is at 12");
   EXPECT_EQ(ErrorOf({.userAccess = 1, .stampWordOffset = 13}), "");
 }
 

@@ -60,12 +60,14 @@ TEST(BootImageTest, NameAndDateOf74BytesFillTheField) {
 
 TEST(BootImageTest, NameAndDateOf75BytesAreRefused) {
   EXPECT_EQ(ErrorOf({.fileName = "u-boot-vexa.bin", .buildDate = std::string(60, 'd')}),
-            "the file name and the build date have room for 74 bytes together");
+            "the file name and the build date have 75 bytes together, 74 at most fit");
 }
 
 TEST(BootImageTest, DelimiterInNameOrDateIsRefused) {
-  EXPECT_EQ(ErrorOf({.fileName = "a#b"}), "the file name and the build date cannot contain a '#'");
-  EXPECT_EQ(ErrorOf({.buildDate = "#"}), "the file name and the build date cannot contain a '#'");
+  EXPECT_EQ(ErrorOf({.fileName = "a#b"}),
+            "'a#b' contains a '#', which ends a file name and a build date");
+  EXPECT_EQ(ErrorOf({.buildDate = "#"}),
+            "'#' contains a '#', which ends a file name and a build date");
 }
 
 TEST(BootImageTest, SmallestImageIsTheHeader) {
