@@ -37,6 +37,14 @@ bool InsertAndWait(std::ostream& selector, const char* text) {
   return false;
 }
 
+int Apply(std::ostream& selector, const Route& route) {
+  if (!InsertAndWait(selector, route.text)) {
+    std::cerr << route.failureLine << std::endl;
+    return -1;
+  }
+  return 0;
+}
+
 int Select(int module, const Route& route, std::ostream& openFailure) {
   // Deliberate: module 4 is slot A and every other number slot B, without a range check; fixed and
   // observable; do not change.
@@ -45,12 +53,7 @@ int Select(int module, const Route& route, std::ostream& openFailure) {
     openFailure << "Could not open the module_selector file" << std::endl;
     return -1;
   }
-  if (!InsertAndWait(selector, route.text)) {
-    std::cerr << route.failureLine << std::endl;
-    return -1;
-  }
-  selector.close();
-  return 0;
+  return Apply(selector, route);  // the text goes out when the file closes here
 }
 
 }  // namespace module_selector

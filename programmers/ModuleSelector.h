@@ -22,6 +22,10 @@ inline constexpr Route kOtdr = {"SPILVDS", "Select_OTDR failed"};
 /// @return 0; -1 on failure, after one line
 int Select(int module, const Route& route, std::ostream& openFailure);
 
+/// Inserts the route's text into an open selector, as InsertAndWait() does.
+/// @return 0; -1 on failure, after one line on standard error
+int Apply(std::ostream& selector, const Route& route);
+
 /// Inserts `text` and waits 100 ms; again while the stream is bad, at most 21 times in all.
 /// @return true when the stream took it
 bool InsertAndWait(std::ostream& selector, const char* text);
