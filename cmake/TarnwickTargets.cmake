@@ -107,18 +107,26 @@ endfunction()
 
 # tarnwick_wrap(TARGET symbol...)
 #   puts each named function behind the linker's --wrap, so that the program supplies it, or a
-#   library, wherever that stands on the linker's command line.
+#   library, wherever that stands on the linker's command line. Of a library it wraps them in each
+#   executable that links it.
 function(tarnwick_wrap target)
+  get_target_property(type ${target} TYPE)
+  set(link_scope PRIVATE)
+  set(compile_scope PRIVATE)
+  if(type STREQUAL "STATIC_LIBRARY")
+    set(link_scope INTERFACE)
+    set(compile_scope PUBLIC)
+  endif()
   # _FORTIFY_SOURCE renames open and read, which the link seams replace by name. What is linked from
   # the libraries calls the checked forms where it is optimised; they take the same parameters first.
-  target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE)
+  target_compile_options(${target} ${compile_scope} -U_FORTIFY_SOURCE)
   set(checked_open __open_2)
   set(checked_read __read_chk)
   foreach(symbol IN LISTS ARGN)
-    target_link_options(${target} PRIVATE "LINKER:--wrap=${symbol},--undefined=__wrap_${symbol}")
+    target_link_options(${target} ${link_scope} "LINKER:--wrap=${symbol},--undefined=__wrap_${symbol}")
     set(checked "${checked_${symbol}}")
     if(checked)
-      target_link_options(${target} PRIVATE
+      target_link_options(${target} ${link_scope}
         "LINKER:--wrap=${checked},--defsym=__wrap_${checked}=__wrap_${symbol}")
     endif()
   endforeach()

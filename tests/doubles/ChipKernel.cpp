@@ -13,6 +13,7 @@
 namespace {
 
 constexpr const char* kNode = "/dev/spidev1.0";
+constexpr int kFirstDescriptor = 100;  // as the header says; no descriptor that the process has
 
 int Fail(int error) {
   errno = error;
@@ -28,6 +29,8 @@ int ChipKernel::CountSent(std::uint8_t opcode) const {
     return !bytes.empty() && bytes.front() == opcode;
   }));
 }
+
+bool ChipKernel::Owns(int fd) const { return fd < 0 || fd >= kFirstDescriptor; }
 
 int ChipKernel::Open(const char* path, int flags, mode_t /*mode*/) {
   if (std::strcmp(path, kNode) != 0) {
@@ -47,6 +50,11 @@ ssize_t ChipKernel::Read(int fd, void* /*buffer*/, std::size_t length) {
 
 ssize_t ChipKernel::Write(int fd, const void* /*buffer*/, std::size_t length) {
   ADD_FAILURE() << "write of " << length << " bytes to " << fd;
+  return Fail(EBADF);
+}
+
+off_t ChipKernel::Seek(int fd, off_t offset, int /*whence*/) {
+  ADD_FAILURE() << "seek to " << offset << " in " << fd;
   return Fail(EBADF);
 }
 

@@ -21,7 +21,7 @@ class ChipKernel : public Kernel {
   /// Fails the test unless just the descriptors that LeaveOpen() names are open.
   ~ChipKernel() override;
 
-  /// These descriptors stay open; they count from 100.
+  /// These descriptors stay open; they count from 100. Calls on lower ones reach the system.
   void LeaveOpen(std::vector<int> descriptors) { leftOpen_ = std::move(descriptors); }
 
   /// Lets time pass with each message; none does before.
@@ -33,10 +33,12 @@ class ChipKernel : public Kernel {
   /// @return how many of them began with `opcode`
   [[nodiscard]] int CountSent(std::uint8_t opcode) const;
 
+  [[nodiscard]] bool Owns(int fd) const override;
   int Open(const char* path, int flags, mode_t mode) override;
   int Close(int fd) override;
   ssize_t Read(int fd, void* buffer, std::size_t length) override;
   ssize_t Write(int fd, const void* buffer, std::size_t length) override;
+  off_t Seek(int fd, off_t offset, int whence) override;
   int Ioctl(int fd, unsigned long request, void* argument) override;
   int Usleep(useconds_t microseconds) override;
   unsigned Sleep(unsigned seconds) override;

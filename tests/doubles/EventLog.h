@@ -4,34 +4,24 @@
 #include <string_view>
 #include <vector>
 
-/// What happened in a test, in true order: one line per event, from doubles, link seams and the
-/// console.
+/// What happened in a test, in true order: calls of doubles and link seams, and the text that
+/// reached the console.
 class EventLog {
  public:
+  using Events = std::vector<std::string>;
+
   void Add(const std::string& event);
 
-  /// Adds console text, shown as: stream "text", with quotes and control bytes escaped. Text that
-  /// goes on in a line which the same stream left unfinished in the last event joins that event.
+  /// Adds console text, as "out| text". Text that goes on in a line which the same stream left
+  /// unfinished in the last event joins that event.
   void AddText(const std::string& stream, std::string_view text);
-
-  /// @return every event followed by a newline
-  [[nodiscard]] std::string Text() const;
 
   /// @return how many events are exactly this one
   [[nodiscard]] int Count(const std::string& event) const;
 
-  void Clear();
+  /// @return the events since the last call
+  Events Take();
 
  private:
-  struct Event {
-    std::string stream;  // empty when this is no console text
-    std::string text;
-  };
-
-  static std::string Shown(const Event& event);
-
-  std::vector<Event> events_;
+  Events events_;
 };
-
-/// @return the text in quotes, as a C++ string would be written
-std::string Quoted(std::string_view text);

@@ -2,8 +2,9 @@
 
 #include <chrono>
 
-/// Stops every clock of this process that is read with clock_gettime(), <chrono> included, for as
-/// long as the object lives; time passes only by Advance(). One at a time.
+/// Stops std::chrono::steady_clock, and what else reads CLOCK_MONOTONIC with clock_gettime(), for
+/// as long as the object lives; time passes only by Advance(). The wall clock goes on. One at a
+/// time.
 class FakeClock {
  public:
   FakeClock();
@@ -11,6 +12,9 @@ class FakeClock {
   FakeClock& operator=(const FakeClock&) = delete;
   ~FakeClock();
 
-  /// Throws std::logic_error when no FakeClock lives.
+  /// Does nothing when no FakeClock lives.
   static void Advance(std::chrono::nanoseconds by);
+
+  /// @return the time advanced since the start
+  static std::chrono::nanoseconds Passed();
 };

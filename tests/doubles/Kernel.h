@@ -5,10 +5,10 @@
 
 #include <cstddef>
 
-/// The system calls that our objects make through the link seams (Seam*.cpp). While an object of
-/// this class lives, all those of its thread end here, those of the test itself included; otherwise
-/// they reach the operating system. One at a time. Calls from within the C and C++ libraries are
-/// not seen.
+/// The system calls that our objects make through the link seams (KernelSeam.cpp). While an object
+/// of this class lives, all those of its thread end here, those of the test itself included;
+/// otherwise they reach the operating system. One at a time. Calls from within the C and C++
+/// libraries are not seen.
 class Kernel {
  public:
   Kernel();
@@ -19,6 +19,9 @@ class Kernel {
   /// @return the one that lives, or null
   static Kernel* Current();
 
+  /// @return whether calls on this descriptor end here; others reach the operating system
+  [[nodiscard]] virtual bool Owns(int /*fd*/) const { return true; }
+
   // Results and errno as the system calls of the same names give them.
 
   /// @param mode  0 unless `flags` creates a file
@@ -26,6 +29,7 @@ class Kernel {
   virtual int Close(int fd) = 0;
   virtual ssize_t Read(int fd, void* buffer, std::size_t length) = 0;
   virtual ssize_t Write(int fd, const void* buffer, std::size_t length) = 0;
+  virtual off_t Seek(int fd, off_t offset, int whence) = 0;
   virtual int Ioctl(int fd, unsigned long request, void* argument) = 0;
   virtual int Usleep(useconds_t microseconds) = 0;
   virtual unsigned Sleep(unsigned seconds) = 0;

@@ -140,6 +140,10 @@ KernelCall Write(int fd, const Bytes& bytes) {
           .result = static_cast<long>(bytes.size())};
 }
 
+KernelCall Seek(int fd, off_t offset, int whence) {
+  return {.text = Call("lseek", {Number(fd), Number(offset), Number(whence)}), .result = offset};
+}
+
 KernelCall Usleep(unsigned microseconds) {
   return {.text = Call("usleep", {Number(microseconds)}),
           .time = std::chrono::microseconds(microseconds)};

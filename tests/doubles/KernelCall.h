@@ -67,6 +67,8 @@ KernelCall Open(const std::string& path, int flags, mode_t mode = 0);
 KernelCall Close(int fd);
 KernelCall Read(int fd, const Bytes& bytes);
 KernelCall Write(int fd, const Bytes& bytes);
+/// Returns the offset.
+KernelCall Seek(int fd, off_t offset, int whence);
 KernelCall Usleep(unsigned microseconds);
 KernelCall Sleep(unsigned seconds);
 KernelCall Nanosleep(std::chrono::nanoseconds duration);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/doubles/ConsoleCapture.h"
+#include "tests/doubles/Console.h"
 #include "tests/doubles/KernelCall.h"
 #include "tests/doubles/ScriptedKernel.h"
 
@@ -29,6 +29,6 @@ class KernelTest : public testing::Test {
     }
   }
 
-  ConsoleCapture console_;
+  Console console_;
   ScriptedKernel kernel_;
 };

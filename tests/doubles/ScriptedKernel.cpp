@@ -92,6 +92,10 @@ ssize_t ScriptedKernel::Write(int fd, const void* buffer, std::size_t length) {
   return Answer(kernel::Write(fd, kernel::Bytes(bytes, bytes + length))).result;
 }
 
+off_t ScriptedKernel::Seek(int fd, off_t offset, int whence) {
+  return Answer(kernel::Seek(fd, offset, whence)).result;
+}
+
 int ScriptedKernel::Usleep(useconds_t microseconds) {
   return static_cast<int>(Answer(kernel::Usleep(microseconds)).result);
 }

@@ -32,6 +32,7 @@ class ScriptedKernel : public Kernel {
   int Close(int fd) override;
   ssize_t Read(int fd, void* buffer, std::size_t length) override;
   ssize_t Write(int fd, const void* buffer, std::size_t length) override;
+  off_t Seek(int fd, off_t offset, int whence) override;
   int Ioctl(int fd, unsigned long request, void* argument) override;
   int Usleep(useconds_t microseconds) override;
   unsigned Sleep(unsigned seconds) override;

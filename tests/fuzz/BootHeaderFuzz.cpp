@@ -11,11 +11,12 @@
 #include "programmers/BootHeader.h"
 #include "programmers/Pyx2FlashProgrammer.h"
 #include "programmers/lines/Pyx2GpioProgramming.h"
-#include "tests/fuzz/CapturedConsole.h"
+#include "tests/doubles/Console.h"
+#include "tests/doubles/FileKernel.h"
+#include "tests/doubles/Require.h"
+#include "tests/fuzz/Disturbances.h"
 #include "tests/fuzz/HostileBytes.h"
-#include "tests/fuzz/MemoryFiles.h"
 #include "tests/fuzz/Reference.h"
-#include "tests/fuzz/Require.h"
 
 namespace {
 
@@ -42,16 +43,16 @@ Pyx2FlashProgrammer& Programmer() {
 template <typename Function, typename Expected>
 void Compare(const Input& input, Function function, Expected expected) {
   HostileBytes disturbances = input.disturbances;
-  MemoryFiles kernel(disturbances);
+  FileKernel kernel(nullptr, DisturbedBy(disturbances));
   kernel.files = {{"dump", input.dump}, {"image", input.image}};
-  const CapturedConsole console;
+  const Console console;
   const Header dump = reference::FindBootHeader(input.dump);
   const Header image = reference::FindBootHeader(input.image);
   try {
     const auto found = function();
     Require(!kernel.Disturbed() && dump && image, "a header that cannot be read throws");
     Require(found == expected(*dump, *image), "the result is the reference's");
-    Require(kernel.OpenCount() == 0 || !dump->hasDelimiter || !image->hasDelimiter,
+    Require(kernel.OpenFiles().empty() || !dump->hasDelimiter || !image->hasDelimiter,
             "files with a delimiter are closed");
   } catch (const std::logic_error&) {
     Require(kernel.Disturbed() || !dump || !image, "a header that can be read does not throw");

@@ -5,11 +5,11 @@
 #include <string>
 
 #include "devices/SPIDev.h"
+#include "tests/doubles/Console.h"
 #include "tests/doubles/RedirectedFile.h"
-#include "tests/fuzz/CapturedConsole.h"
+#include "tests/doubles/Require.h"
 #include "tests/fuzz/HostileBytes.h"
 #include "tests/fuzz/Reference.h"
-#include "tests/fuzz/Require.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ constexpr const char* kPath = "/sys/module/spidev/parameters/bufsiz";
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text = HostileBytes(data, size).RestAsText();
   const RedirectedFile file(kPath, text);
-  const CapturedConsole console;
+  const Console console;
 
   const std::size_t bufsiz = SPIDev::GetBufsiz();
 
@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(
       console.Err() == (expected.isNumber ? "" : "Can't convert bufsiz: " + expected.line + "\n"),
       "a line that is no number is reported");
-  Require(RedirectedFile::Openings() == 1, "the file is opened once");
+  Require(file.Openings() == 1, "the file is opened once");
   const SPIDev device("/dev/spidev1.0", 1'000'000, 0, 8);
   Require(device.GetMaxTransferSize() == expected.bytes, "every device takes the size over");
   return 0;

@@ -1,8 +1,7 @@
 // The flash driver over a chip whose every answer comes from the fuzzer, as does the sequence of
 // operations, with their arguments, and the image.
 //   input: transfer size (an index), clock rate (an index), end of the answers (odd: busy for
-//   ever),
-//          image (an index: none, plain, in gzip, as zlib shall make of it), answers (2 bytes of
+//          ever), image (an index: none, plain, in gzip, as zlib shall make of it), answers (2 bytes of
 //          length, bytes), image (2 bytes of length, bytes), operations
 #include <fcntl.h>
 
@@ -16,14 +15,15 @@
 #include <vector>
 
 #include "flash/MT25QL128.h"
+#include "tests/doubles/Console.h"
+#include "tests/doubles/FakeClock.h"
+#include "tests/doubles/FileKernel.h"
 #include "tests/doubles/RedirectedFile.h"
-#include "tests/fuzz/CapturedConsole.h"
+#include "tests/doubles/Require.h"
+#include "tests/fuzz/Disturbances.h"
 #include "tests/fuzz/HostileBytes.h"
 #include "tests/fuzz/HostileChip.h"
 #include "tests/fuzz/ImageFile.h"
-#include "tests/fuzz/MemoryFiles.h"
-#include "tests/fuzz/Require.h"
-#include "tests/fuzz/SteadyClock.h"
 
 namespace {
 
@@ -76,7 +76,7 @@ class Bench {
         answers_(answers),
         decompressed_(Decompressed(image, contents)),
         image_(kImage, FileContents(image, contents)),
-        kernel_(answers_) {}
+        kernel_(nullptr, DisturbedBy(answers_)) {}
   Bench(const Bench&) = delete;
   Bench& operator=(const Bench&) = delete;
   ~Bench() {
@@ -117,7 +117,7 @@ class Bench {
     if (!destroyed_) {
       chip_->frames.clear();
     }
-    start_ = SteadyClock::Passed();
+    start_ = FakeClock::Passed();
     (this->*operation)();
     CheckWriteEnables();
   }
@@ -201,7 +201,7 @@ class Bench {
     const auto& frames = Frames();
     const bool refused = std::any_of(
         frames.begin(), frames.end(), [](const Frame& frame) { return !frame.carriedOut; });
-    return destroyed_ || refused || SteadyClock::Passed() - start_ > kBusyTimeout;
+    return destroyed_ || refused || FakeClock::Passed() - start_ > kBusyTimeout;
   }
 
   /// The pages programmed are `data` at consecutive addresses, or a part from its start.
@@ -472,16 +472,16 @@ class Bench {
   HostileBytes answers_;
   std::optional<std::string> decompressed_;
   ImageFile image_;
-  MemoryFiles kernel_;
-  CapturedConsole console_;
-  SteadyClock clock_;
+  FileKernel kernel_;
+  Console console_;
+  FakeClock clock_;
   bool destroyed_ = false;
   bool lockable_ = false;
   bool endsGone_ = false;
   HostileChip* chip_ = nullptr;
   std::unique_ptr<MT25QL128> driver_;
   const std::vector<Frame> noFrames_;
-  std::chrono::milliseconds start_{0};
+  std::chrono::nanoseconds start_{0};
 };
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <chrono>
 #include <utility>
 
-#include "tests/fuzz/Require.h"
-#include "tests/fuzz/SteadyClock.h"
+#include "tests/doubles/FakeClock.h"
+#include "tests/doubles/Require.h"
 
 namespace {
 
@@ -62,7 +62,7 @@ int HostileChip::Answer(Frame frame, std::size_t length) {
   Require(++calls_ < kMaxCalls, "every operation comes to an end");
   const bool gone = end_ == End::kGone && answers_.IsEmpty();
   const std::uint8_t answer = gone ? kFails : answers_.Byte();
-  SteadyClock::Advance(answer == kTakesLong ? kLong : std::chrono::milliseconds(0));
+  FakeClock::Advance(answer == kTakesLong ? kLong : std::chrono::milliseconds(0));
   frame.carriedOut = answer != kFails && answer != kMovesTooLittle;
   frames.push_back(std::move(frame));
   if (answer == kFails) {
@@ -79,7 +79,7 @@ int HostileChip::read(std::uint8_t* rx, std::size_t rxLen, std::uint8_t* tx, std
     std::generate_n(rx, rxLen, [&] { return Memory(address++); });
   } else {
     const bool busy = end_ == End::kBusy && answers_.IsEmpty();
-    SteadyClock::Advance(busy ? kWhileBusy : std::chrono::milliseconds(0));
+    FakeClock::Advance(busy ? kWhileBusy : std::chrono::milliseconds(0));
     std::generate_n(rx, rxLen, [&] { return busy ? std::uint8_t{1} : answers_.Byte(); });
   }
   frame.answer = rxLen == 0 ? std::uint8_t{0} : rx[0];

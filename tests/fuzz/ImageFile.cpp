@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "tests/fuzz/Require.h"
+#include "tests/doubles/Require.h"
 
 extern "C" {
 gzFile RealGzopen(const char* path, const char* mode) __asm__("__real_gzopen");

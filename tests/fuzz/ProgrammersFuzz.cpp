@@ -21,15 +21,13 @@
 #include "programmers/lines/DaxGpioProgramming.h"
 #include "programmers/lines/Pyx1GpioProgramming.h"
 #include "programmers/lines/Pyx2GpioProgramming.h"
-#include "tests/fuzz/CapturedConsole.h"
-#include "tests/fuzz/CapturedStdio.h"
+#include "tests/doubles/Console.h"
+#include "tests/doubles/FakeClock.h"
+#include "tests/doubles/Require.h"
 #include "tests/fuzz/HostileBytes.h"
 #include "tests/fuzz/ImageFile.h"
-#include "tests/fuzz/ProcessEnd.h"
 #include "tests/fuzz/ProgrammersWorld.h"
 #include "tests/fuzz/Reference.h"
-#include "tests/fuzz/Require.h"
-#include "tests/fuzz/SteadyClock.h"
 
 namespace {
 
@@ -71,7 +69,7 @@ Input Read(HostileBytes& bytes) {
   input.inGzip = (bits & 2U) != 0;
   std::generate_n(input.module.id, sizeof input.module.id, [&] { return bytes.Byte(); });
   input.module.readsBeforeDone = bytes.Byte();
-  input.module.doneText = static_cast<char>(bytes.Byte());
+  input.module.doneText = bytes.Byte() == '0' ? '0' : '1';
   const std::uint16_t memoryBytes = bytes.Word();
   input.module.memory = bytes.Text(memoryBytes);
   const std::uint16_t imageBytes = bytes.Word();
@@ -107,11 +105,10 @@ std::unique_ptr<FpgaProgrammerInterface> NewProgrammer(const Input& input, Devic
   return nullptr;
 }
 
-/// How a run ended: with a status, an exception, or the process.
+/// How a run ended: with a status or an exception.
 struct Outcome {
   std::optional<Status> status;
   bool threw = false;
-  bool exited = false;
   bool connected = false;
 };
 
@@ -128,9 +125,6 @@ Outcome Run(const Input& input) {
     }
   } catch (const std::logic_error&) {
     outcome.threw = true;
-  } catch (const ProcessEnd& end) {
-    Require(end.status == EXIT_FAILURE, "the process ends with status 1");
-    outcome.exited = true;
   }
   return outcome;
 }
@@ -158,7 +152,6 @@ std::optional<bool> IsUpgradeRequired(const Input& input, const ProgrammersWorld
 
 void CheckStatus(const Input& input, const Outcome& outcome) {
   Require(!outcome.threw || input.ComparesHeaders(), "only boot headers throw");
-  Require(!outcome.exited || input.kind == Kind::kWend, "only control files end the process");
   if (!outcome.status) {
     return;
   }
@@ -199,8 +192,7 @@ void CheckDecision(const Input& input, const Outcome& outcome, const Programmers
 }
 
 /// @return whether zlib gives the image back and the driver writes it page by page: its pages
-/// follow
-///         each transfer without regard to page ends
+///         follow each transfer without regard to page ends
 bool IsWritable(const Input& input) {
   const std::string& bufsiz = input.module.bufsiz;
   const bool looksLikeGzip = input.image.starts_with('\x1f');
@@ -219,7 +211,7 @@ void CheckRewrite(const Input& input, const Outcome& outcome, const ProgrammersW
     Require(world.Memory().starts_with(input.image), "after a success the flash holds the image");
   }
   const bool hasChip = input.module.id[0] != 0;
-  if (!hasChip || !Obeyed(world) || !IsWritable(input) || outcome.exited || outcome.threw ||
+  if (!hasChip || !Obeyed(world) || !IsWritable(input) || outcome.threw ||
       outcome.status == FpgaProgrammerInterface::UpToDate) {
     return;
   }
@@ -242,7 +234,7 @@ void CheckControlFiles(const Outcome& outcome, const ProgrammersWorld& world) {
   const std::string& owner = world.files.at(world.ControlFile("qspi_prg"));
   const std::string& reset = world.files.at(world.ControlFile("zynq_hw_reset_n"));
   if (!outcome.status) {
-    return;  // the failing access may have been to either
+    return;  // an exception leaves both as they are
   }
   const bool restarted = *outcome.status == FpgaProgrammerInterface::Success ||
                          *outcome.status == FpgaProgrammerInterface::ConfigDoneNotAsserted;
@@ -267,8 +259,9 @@ void CheckSelector(const Input& input, const ProgrammersWorld& world) {
   const std::string slot = input.module.number == 4 ? "slotA" : "slotB";
   constexpr std::array kTexts = {"SPIFIFO", "SPILVDS"};
   for (std::size_t i = 0; i < selections.size(); ++i) {
-    Require(selections[i].path == "/sys/platform/module_selector/" + slot, "it is the slot's file");
-    Require(!selections[i].works || selections[i].Text() == kTexts[i],
+    const auto& [path, file] = selections[i];
+    Require(path == "/sys/platform/module_selector/" + slot, "it is the slot's file");
+    Require(file == nullptr || file->Contents() == kTexts[i],
             "the selector is back in the end, unless its file refused just then");
   }
 }
@@ -278,9 +271,8 @@ void CheckSelector(const Input& input, const ProgrammersWorld& world) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   HostileBytes bytes(data, size);
   Input input = Read(bytes);
-  const CapturedConsole console;
-  const CapturedStdio stdio;
-  const SteadyClock clock;
+  const Console console(nullptr, Console::Takes::kStreamsAndStdio);
+  const FakeClock clock;
   const ImageFile image(kImage, input.File());
   input.module.onChange = [&] {
     Require(console.Out().find("Unlocking flash memory ... ") != std::string::npos,

@@ -1,29 +1,27 @@
 #include "tests/fuzz/ProgrammersWorld.h"
 
-#include <dlfcn.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
-#include <sys/syscall.h>
-#include <sys/uio.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <span>
+#include <utility>
 
+#include "tests/doubles/FakeClock.h"
 #include "tests/doubles/KernelCall.h"
-#include "tests/fuzz/Require.h"
-#include "tests/fuzz/SteadyClock.h"
+#include "tests/doubles/Require.h"
+#include "tests/fuzz/Disturbances.h"
 
 namespace {
 
 constexpr const char* kBufsiz = "/sys/module/spidev/parameters/bufsiz";
-constexpr const char* kSelector = "/sys/platform/module_selector/";
+constexpr const char* kSlotA = "/sys/platform/module_selector/slotA";
+constexpr const char* kSlotB = "/sys/platform/module_selector/slotB";
 
 constexpr std::size_t kMemoryBytes = 0x10000;
 constexpr std::size_t kMaxCalls = 2'000'000;
@@ -39,24 +37,6 @@ int Fail(int error) {
   return -1;
 }
 
-/// A new file in memory, around the link seams.
-int NewDescriptor(const std::string& contents) {
-  const int fd = ::memfd_create("stream", 0);
-  std::string bytes = contents;
-  const iovec piece = {.iov_base = bytes.data(), .iov_len = bytes.size()};
-  Require(fd >= 0 && ::pwritev(fd, &piece, 1, 0) == static_cast<ssize_t>(bytes.size()),
-          "there is memory for a stream");
-  return fd;
-}
-
-std::FILE* OpenStream(const char* path, const char* mode, const char* symbol) {
-  using Fopen = std::FILE* (*)(const char*, const char*);
-  const auto next = reinterpret_cast<Fopen>(::dlsym(RTLD_NEXT, symbol));
-  ProgrammersWorld* const world = ProgrammersWorld::Current();
-  std::FILE* file = nullptr;
-  return world != nullptr && world->OpenStream(path, next, file) ? file : next(path, mode);
-}
-
 /// The three bytes behind the opcode; 0 when they are not all there.
 std::size_t AddressIn(const std::vector<std::uint8_t>& tx) {
   std::size_t address = 0;
@@ -68,21 +48,19 @@ std::size_t AddressIn(const std::vector<std::uint8_t>& tx) {
 
 }  // namespace
 
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved
-extern "C" std::FILE* fopen(const char* path, const char* mode) {
-  return OpenStream(path, mode, "fopen");
-}
-
-extern "C" std::FILE* fopen64(const char* path, const char* mode) {
-  return OpenStream(path, mode, "fopen64");
-}
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
-
 ProgrammersWorld::ProgrammersWorld(const Module& module, HostileBytes& disturbances)
-    : MemoryFiles(disturbances),
+    : FileKernel(
+          nullptr,
+          [this](const char* call, const std::string& path) { return DecideNext(call, path); }),
       module_(module),
       disturbances_(disturbances),
-      memory_(module.memory) {
+      memory_(module.memory),
+      bufsiz_(kBufsiz, module.bufsiz),
+      slotA_(kSlotA, [this](const char* mode) { return OpenSelector(kSlotA, mode); }),
+      slotB_(kSlotB, [this](const char* mode) { return OpenSelector(kSlotB, mode); }) {
+  if (module.bufsiz.empty()) {
+    bufsiz_.Remove();
+  }
   memory_.resize(kMemoryBytes, '\xff');
   for (const char* const node : {kSpiNode, kI2cNode}) {
     files[node] = "";
@@ -90,18 +68,6 @@ ProgrammersWorld::ProgrammersWorld(const Module& module, HostileBytes& disturban
   for (const char* const name : {"qspi_prg", "zynq_hw_reset_n", "zynq_done"}) {
     files[ControlFile(name)] = "";
   }
-}
-
-ProgrammersWorld::~ProgrammersWorld() {
-  for (const Selection& selection : selections_) {
-    if (selection.works) {
-      static_cast<void>(::syscall(SYS_close, selection.fd));  // around the link seams
-    }
-  }
-}
-
-ProgrammersWorld* ProgrammersWorld::Current() {
-  return dynamic_cast<ProgrammersWorld*>(Kernel::Current());
 }
 
 std::string ProgrammersWorld::ControlFile(const std::string& name) const {
@@ -114,76 +80,47 @@ bool ProgrammersWorld::NextReadIsDone() {
   return module_.readsBeforeDone != kNeverDone && doneReads_++ >= module_.readsBeforeDone;
 }
 
-ssize_t ProgrammersWorld::Read(int fd, void* buffer, std::size_t length) {
+FileKernel::Fate ProgrammersWorld::DecideNext(const std::string& call, const std::string& path) {
   CountCall();
+  const Fate fate = FateOf(disturbances_.Byte());
+  if (call == "nanosleep") {
+    return {.error = fate.error == 0 ? 0 : EINTR};
+  }
+  return path.starts_with("/sys/platform_m") ? Fate{} : fate;
+}
+
+ssize_t ProgrammersWorld::Read(int fd, void* buffer, std::size_t length) {
   const std::string& path = PathOf(fd);
   if (path == ControlFile("zynq_done")) {
-    const bool nothing = module_.doneText == '\0';
-    files[path] = nothing ? "" : std::string(1, NextReadIsDone() ? module_.doneText : '0');
+    files[path] = std::string(1, NextReadIsDone() ? module_.doneText : '0');
   }
-  return MemoryFiles::Read(fd, buffer, length);
+  return FileKernel::Read(fd, buffer, length);
 }
 
 int ProgrammersWorld::Usleep(useconds_t microseconds) {
   CountCall();
-  SteadyClock::Advance(std::chrono::milliseconds(microseconds / 1000));
-  return 0;
+  return FileKernel::Usleep(microseconds);
 }
 
-unsigned ProgrammersWorld::Sleep(unsigned seconds) {
-  SteadyClock::Advance(std::chrono::seconds(seconds));
-  return 0;
-}
-
-int ProgrammersWorld::Nanosleep(const timespec* duration, timespec* left) {
-  CountCall();
-  if (disturbances_.Byte() == kFails) {
-    *left = *duration;
-    return Fail(EINTR);
-  }
-  SteadyClock::Advance(std::chrono::milliseconds(duration->tv_nsec / 1'000'000));
-  return 0;
-}
-
-// --- Streams
-// --------------------------------------------------------------------------------------
-
-bool ProgrammersWorld::OpenStream(const std::string& path,
-                                  std::FILE* (*next)(const char*, const char*),
-                                  std::FILE*& file) {
-  if (path == kBufsiz) {
-    file = module_.bufsiz.empty() ? nullptr : ::fdopen(NewDescriptor(module_.bufsiz), "r");
-    return true;
-  }
-  if (!path.starts_with(kSelector)) {
-    return false;
-  }
-  Selection selection = {.path = path, .works = false, .fd = -1};
+std::FILE* ProgrammersWorld::OpenSelector(const std::string& path, const char* mode) {
+  Selection selection = {.path = path, .file = nullptr};
+  std::FILE* stream = nullptr;
   switch (disturbances_.Byte()) {
     case kFails:
-      file = nullptr;
       errno = ENOENT;
       break;
     case kIgnores:
-      file = next("/dev/full", "w");
+      stream = OpenFullDevice();
       break;
     default:
-      selection.works = true;
-      selection.fd = NewDescriptor("");
-      file = ::fdopen(::dup(selection.fd), "w");
+      selection.file = std::make_unique<RedirectedFile>("a selection");
+      stream = selection.file->OpenOnce(mode);
   }
-  selections_.push_back(selection);
-  return true;
+  selections_.push_back(std::move(selection));
+  return stream;
 }
 
-std::string ProgrammersWorld::Selection::Text() const {
-  char text[256];
-  const ssize_t count = works ? ::pread(fd, text, sizeof text, 0) : 0;
-  return {text, static_cast<std::size_t>(count)};
-}
-
-// --- Flash
-// ----------------------------------------------------------------------------------------
+// --- Flash --------------------------------------------------------------------------------------
 
 int ProgrammersWorld::Ioctl(int fd, unsigned long request, void* argument) {
   CountCall();
@@ -235,7 +172,7 @@ int ProgrammersWorld::SpiMessage(const spi_ioc_transfer* transfers, std::size_t 
       std::fill_n(rx, rxBytes, std::uint8_t{0});
       break;
     case kTakesLong:
-      SteadyClock::Advance(kLong);
+      FakeClock::Advance(kLong);
       Command(tx, rx, rxBytes);
       break;
     default:
@@ -304,8 +241,7 @@ void ProgrammersWorld::Change(const Bytes& tx) {
   }
 }
 
-// --- Expander
-// -------------------------------------------------------------------------------------
+// --- Expander -----------------------------------------------------------------------------------
 
 int ProgrammersWorld::I2cTransaction(const i2c_msg* messages, std::size_t count) {
   const std::span all(messages, count);

@@ -4,11 +4,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/doubles/FileKernel.h"
+#include "tests/doubles/RedirectedFile.h"
 #include "tests/fuzz/HostileBytes.h"
-#include "tests/fuzz/MemoryFiles.h"
 
 struct spi_ioc_transfer;
 struct i2c_msg;
@@ -16,7 +18,8 @@ struct i2c_msg;
 /// All that a programmer meets on an instrument, one module wide: a spidev node with a flash, an
 /// I2C node with an expander, the wend module's control files, the module selector, scratch files.
 /// An obedient one where the fuzzer's bytes are zero; each call takes one byte, and fails at 255.
-class ProgrammersWorld : public MemoryFiles {
+/// Only the control files never fail: that ends the process.
+class ProgrammersWorld : public FileKernel {
  public:
   static constexpr const char* kSpiNode = "/dev/spidev1.0";
   static constexpr const char* kI2cNode = "/dev/i2c-1";
@@ -24,11 +27,11 @@ class ProgrammersWorld : public MemoryFiles {
   /// How the module starts and what it makes of a reset.
   struct Module {
     unsigned number;
-    std::string bufsiz;              // text of the module parameter; empty for none
-    std::uint8_t id[3];              // of the flash
-    std::string memory;              // the flash from address 0 on
-    unsigned readsBeforeDone;        // how often DONE is read low; kNeverDone for ever
-    char doneText;                   // what a wend module's DONE reads, high; usually '1'
+    std::string bufsiz;        // text of the module parameter; empty for none
+    std::uint8_t id[3];        // of the flash
+    std::string memory;        // the flash from address 0 on
+    unsigned readsBeforeDone;  // how often DONE is read low; kNeverDone for ever
+    char doneText;             // what a wend module's DONE reads, high: '1'; '0' for a broken one
     std::function<void()> onChange;  // before the first erase or page program
   };
   static constexpr unsigned kNeverDone = 255;
@@ -37,9 +40,6 @@ class ProgrammersWorld : public MemoryFiles {
   ProgrammersWorld(const Module& module, HostileBytes& disturbances);
   ProgrammersWorld(const ProgrammersWorld&) = delete;
   ProgrammersWorld& operator=(const ProgrammersWorld&) = delete;
-  ~ProgrammersWorld() override;
-
-  static ProgrammersWorld* Current();
 
   /// The flash's first bytes, as far as a dump or an image here may reach.
   [[nodiscard]] const std::string& Memory() const { return memory_; }
@@ -61,9 +61,7 @@ class ProgrammersWorld : public MemoryFiles {
   /// One opening of a slot's file of the module selector.
   struct Selection {
     std::string path;
-    bool works;
-    int fd;
-    [[nodiscard]] std::string Text() const;
+    std::unique_ptr<RedirectedFile> file;  // what takes the text; null when that does not work
   };
   [[nodiscard]] const std::vector<Selection>& Selections() const { return selections_; }
 
@@ -74,17 +72,12 @@ class ProgrammersWorld : public MemoryFiles {
   ssize_t Read(int fd, void* buffer, std::size_t length) override;
   int Ioctl(int fd, unsigned long request, void* argument) override;
   int Usleep(useconds_t microseconds) override;
-  unsigned Sleep(unsigned seconds) override;
-  int Nanosleep(const timespec* duration, timespec* left) override;
-  /// @param next  fopen() itself
-  /// @return whether the path is one of the world's; `file` is then the result
-  bool OpenStream(const std::string& path,
-                  std::FILE* (*next)(const char*, const char*),
-                  std::FILE*& file);
 
  private:
   using Bytes = std::vector<std::uint8_t>;
 
+  Fate DecideNext(const std::string& call, const std::string& path);
+  std::FILE* OpenSelector(const std::string& path, const char* mode);
   int SpiMessage(const spi_ioc_transfer* transfers, std::size_t count);
   /// One chip select.
   /// @param rx  filled
@@ -108,4 +101,7 @@ class ProgrammersWorld : public MemoryFiles {
   unsigned doneReads_ = 0;
   std::size_t calls_ = 0;
   std::vector<Selection> selections_;
+  RedirectedFile bufsiz_;
+  RedirectedFile slotA_;
+  RedirectedFile slotB_;
 };

@@ -7,11 +7,12 @@
 #include <string>
 
 #include "programmers/BitstreamFlashProgrammer.h"
-#include "tests/fuzz/CapturedStdio.h"
+#include "tests/doubles/Console.h"
+#include "tests/doubles/FileKernel.h"
+#include "tests/doubles/Require.h"
+#include "tests/fuzz/Disturbances.h"
 #include "tests/fuzz/HostileBytes.h"
-#include "tests/fuzz/MemoryFiles.h"
 #include "tests/fuzz/Reference.h"
-#include "tests/fuzz/Require.h"
 
 namespace {
 
@@ -30,23 +31,6 @@ class Search : public BitstreamFlashProgrammer {
   }
 
   int reports_ = 0;
-};
-
-/// Knows whether the file could be opened.
-class ObservedFiles : public MemoryFiles {
- public:
-  using MemoryFiles::MemoryFiles;
-
-  int Open(const char* path, int flags, mode_t mode) override {
-    const int fd = MemoryFiles::Open(path, flags, mode);
-    opened_ = fd >= 0;
-    return fd;
-  }
-
-  [[nodiscard]] bool HasOpened() const { return opened_; }
-
- private:
-  bool opened_ = false;
 };
 
 std::string FoundLine(std::uint32_t stamp) {
@@ -69,15 +53,20 @@ std::string FoundLine(std::uint32_t stamp) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   HostileBytes bytes(data, size);
   HostileBytes disturbances = bytes.Part();
-  ObservedFiles kernel(disturbances);
+  bool opened = false;
+  FileKernel kernel(nullptr, [&](const std::string& call, const std::string& /*path*/) {
+    const FileKernel::Fate fate = FateOf(disturbances.Byte());
+    opened = opened || (call == "open" && fate.error == 0);
+    return fate;
+  });
   kernel.files = {{"file", bytes.RestAsText()}};
-  const CapturedStdio console;
+  const Console console(nullptr, Console::Takes::kStreamsAndStdio);
 
   Search search;
   const unsigned int found = search.FindTimeStampInFile("file");
 
-  Require(kernel.OpenCount() == 0, "the file is closed");
-  if (!kernel.HasOpened()) {
+  Require(kernel.OpenFiles().empty(), "the file is closed");
+  if (!opened) {
     Require(found == 0 && search.Reports() == 0,
             "a file that cannot be opened gives 0, in silence");
     return 0;

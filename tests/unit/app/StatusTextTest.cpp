@@ -7,8 +7,7 @@
 #include <string>
 
 #include "app/StatusText.h"
-#include "tests/doubles/EventLog.h"
-#include "tests/doubles/LoggedConsole.h"
+#include "tests/doubles/Console.h"
 
 namespace {
 
@@ -23,18 +22,18 @@ FpgaProgrammerInterface::Status Status(std::int32_t value) {
 
 class StatusTextTest : public testing::TestWithParam<StatusRow> {
  protected:
-  EventLog log_;
-  LoggedConsole console_{log_};
+  Console console_;
 };
 
 TEST_P(StatusTextTest, DescriptionIsThatOfTheRowAndNothingIsPrinted) {
   EXPECT_EQ(returnStatusDescription(Status(GetParam().value)), GetParam().text);
-  EXPECT_EQ(log_.Text(), "");
+  EXPECT_EQ(console_.Out() + console_.Err(), "");
 }
 
 TEST_P(StatusTextTest, PrintingWritesOneFlushedLineAndYieldsTheValue) {
   EXPECT_EQ(printStatus(Status(GetParam().value)), GetParam().value);
-  EXPECT_EQ(log_.Text(), "out \"" + GetParam().text + "\\n\"\n");
+  EXPECT_EQ(console_.Out(), GetParam().text + "\n");
+  EXPECT_EQ(console_.Err(), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(

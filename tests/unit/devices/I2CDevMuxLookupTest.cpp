@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "devices/I2CDev.h"
-#include "tests/doubles/ConsoleCapture.h"
+#include "tests/doubles/Console.h"
 #include "tests/doubles/OpenDescriptors.h"
 #include "tests/doubles/TemporaryDirectory.h"
 
@@ -142,7 +142,7 @@ class I2CDevMuxLookupTest : public testing::Test {
     return bus;
   }
 
-  ConsoleCapture console_;
+  Console console_;
   TemporaryDirectory sys_;
   FakeUdev udev_;
 };

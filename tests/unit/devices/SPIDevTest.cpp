@@ -56,10 +56,10 @@ TEST_F(SPIDevTest, ValuesAreThoseGivenToTheConstructor) {
 TEST_F(SPIDevTest, BufferSizeIsReadOncePerObject) {
   Expect({kernel::Close(-1)});
   const SPIDev device(kNode, kHz, 0, 8);
-  RedirectedFile::Remove();
+  bufsiz_.Remove();
   EXPECT_EQ(device.GetMaxTransferSize(), 4096U);
   EXPECT_EQ(device.GetMaxTransferSize(), 4096U);
-  EXPECT_EQ(RedirectedFile::Openings(), 1);
+  EXPECT_EQ(bufsiz_.Openings(), 1);
 }
 
 // --- Opening and closing ------------------------------------------------------------------------
@@ -565,7 +565,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& row) { return row.param.name; });
 
 TEST_F(SPIDevTest, MissingBufsizIsReportedAnd4096Used) {
-  RedirectedFile::Remove();
+  bufsiz_.Remove();
   Expect({kernel::Close(-1)});
   const SPIDev device(kNode, kHz, 0, 8);
   EXPECT_EQ(device.GetMaxTransferSize(), 4096U);

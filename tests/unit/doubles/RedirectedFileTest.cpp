@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <cerrno>
 #include <fstream>
 
 #include "tests/doubles/RedirectedFile.h"
@@ -16,29 +16,50 @@ std::string FirstLine(const std::string& path) {
   return line;
 }
 
-TEST(RedirectedFileTest, StreamReadsTheContents) {
+TEST(RedirectedFileTest, EachOpeningReadsTheContentsFromTheStart) {
   const RedirectedFile file("/no/such/file", "first\nsecond\n");
+  const RedirectedFile other("/no/other/file", "other");
   EXPECT_EQ(FirstLine("/no/such/file"), "first");
   EXPECT_EQ(FirstLine("/no/such/file"), "first");
-  EXPECT_EQ(RedirectedFile::Openings(), 2);
+  EXPECT_EQ(FirstLine("/no/other/file"), "other");
+  EXPECT_EQ(file.Openings(), 2);
+}
+
+TEST(RedirectedFileTest, WritingReplacesTheContentsWhenItIsFlushed) {
+  const RedirectedFile file("/no/such/file", "a longer text");
+  std::ofstream stream("/no/such/file");
+  stream << "text";
+  EXPECT_EQ(file.Contents(), "");
+  stream.close();
+  EXPECT_EQ(file.Contents(), "text");
 }
 
 TEST(RedirectedFileTest, RemovedFileCannotBeOpened) {
-  const RedirectedFile file("/proc/self/stat", "text");
-  RedirectedFile::Remove();
+  RedirectedFile file("/proc/self/stat", "text");
+  file.Remove();
   EXPECT_EQ(FirstLine("/proc/self/stat"), "cannot open");
-  EXPECT_EQ(RedirectedFile::Openings(), 1);
+  EXPECT_EQ(file.Openings(), 1);
 }
 
-TEST(RedirectedFileTest, WritingIsRefused) {
-  const RedirectedFile file("/no/such/file", "text");
-  EXPECT_FALSE(std::ofstream("/no/such/file").is_open());
+TEST(RedirectedFileTest, OpeningCanBeDecidedEachTime) {
+  const RedirectedFile file("/no/such/file", [](const char* mode) -> std::FILE* {
+    if (*mode == 'w') {
+      return OpenFullDevice();
+    }
+    errno = EACCES;
+    return nullptr;
+  });
+  EXPECT_EQ(FirstLine("/no/such/file"), "cannot open");
+  std::ofstream stream("/no/such/file");
+  EXPECT_TRUE(stream.is_open());
+  stream << "text" << std::flush;
+  EXPECT_TRUE(stream.bad());
 }
 
 TEST(RedirectedFileTest, OtherPathsAreNotAffected) {
   const RedirectedFile file("/no/such/file", "text");
   EXPECT_EQ(FirstLine("/proc/self/comm").substr(0, 5), "unit_");
-  EXPECT_EQ(RedirectedFile::Openings(), 0);
+  EXPECT_EQ(file.Openings(), 0);
 }
 
 }  // namespace

@@ -25,6 +25,7 @@ TEST(ScriptedKernelTest, ScriptedCallsGetTheirResultsAndBytes) {
                  kernel::Open("/b", O_RDWR | O_CREAT, 0600).Returns(8),
                  kernel::Read(8, {0x41, 0x42}),
                  kernel::Write(8, {0x43}),
+                 kernel::Seek(8, 76, SEEK_SET),
                  kernel::Close(8)});
   char bytes[2] = {};
 
@@ -33,6 +34,7 @@ TEST(ScriptedKernelTest, ScriptedCallsGetTheirResultsAndBytes) {
   EXPECT_EQ(::read(8, bytes, 2), 2);
   EXPECT_EQ(bytes[1], 'B');
   EXPECT_EQ(::write(8, "C", 1), 1);
+  EXPECT_EQ(::lseek(8, 76, SEEK_SET), 76);
   EXPECT_EQ(::close(8), 0);
 }
 
@@ -43,6 +45,7 @@ TEST(ScriptedKernelTest, CallsReachTheSystemWhileNoKernelLives) {
   EXPECT_EQ(::read(fd, &byte, 1), 1);
   EXPECT_EQ(byte, '\0');
   EXPECT_EQ(::write(fd, &byte, 1), 1);
+  EXPECT_EQ(::lseek(fd, 5, SEEK_SET), 0);
   EXPECT_EQ(::ioctl(fd, SPI_IOC_WR_MODE, &byte), -1);
   EXPECT_EQ(errno, ENOTTY);
   EXPECT_EQ(::usleep(0), 0);

@@ -12,7 +12,7 @@
 #include "flash/MT25QL128.h"
 #include "simulator/chips/NorFlashModel.h"
 #include "tests/doubles/ChipKernel.h"
-#include "tests/doubles/ConsoleCapture.h"
+#include "tests/doubles/Console.h"
 #include "tests/doubles/FakeClock.h"
 #include "tests/doubles/RedirectedFile.h"
 #include "tests/doubles/TemporaryDirectory.h"
@@ -110,7 +110,7 @@ class MT25QL128OnChipTest : public testing::Test {
     return path;
   }
 
-  ConsoleCapture console_;
+  Console console_;
   FakeClock clock_;
   TemporaryDirectory directory_;
   NorFlashModel chip_;

@@ -4,8 +4,7 @@
 #include <type_traits>
 
 #include "programmers/FpgaProgrammerInterface.h"
-#include "tests/doubles/EventLog.h"
-#include "tests/doubles/LoggedConsole.h"
+#include "tests/doubles/Console.h"
 #include "tests/doubles/VirtualSlot.h"
 
 namespace {
@@ -30,8 +29,7 @@ struct OptionalOperation {
 class OptionalOperationTest : public testing::TestWithParam<OptionalOperation> {};
 
 TEST_P(OptionalOperationTest, WritesOneLineAndYieldsProgramFailed) {
-  EventLog log;
-  const LoggedConsole console(log);
+  const Console console;
   BareProgrammer programmer;
   EXPECT_EQ((programmer.*GetParam().operation)(), 6);
   EXPECT_EQ(console.Err(), "Function Not Implemented\n");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -7,27 +8,34 @@
 
 class SerialDeviceInterface;
 
-/// What the platform's services answer: its source file defines the members of the four platform
-/// classes. Every call is one event, construction and destruction included.
+/// How the instrument's platform library behaves: its source file stands in for that library, with
+/// the members of the four platform classes. Every call is one event, construction and destruction
+/// included. One at a time, which outlives what it stands in for.
 class PlatformDoubles {
  public:
+  /// @param log  borrowed
   explicit PlatformDoubles(EventLog& log);
   PlatformDoubles(const PlatformDoubles&) = delete;
   PlatformDoubles& operator=(const PlatformDoubles&) = delete;
   ~PlatformDoubles();
 
+  // System inventory and module resources.
   std::vector<int> locations;
   std::string i2cBus;
   std::string spiDev;
+
+  // PCIe switch.
   bool removed = true;
   bool rescanned = true;
   bool enabled = true;
 
+  // Expander.
+  SerialDeviceInterface* expanderBus = nullptr;  ///< of the last one constructed
+  bool expanderAnswers = true;
+  std::function<unsigned short(unsigned short bits)> port;  ///< of getPort; 0 without
+
   /// The event that throws std::runtime_error, its text being the event.
   std::string throwAt;
-
-  /// The bus that the last expander was constructed with.
-  SerialDeviceInterface* expanderBus = nullptr;
 
   /// Logs the event, and throws where that is asked for.
   void Happened(const std::string& event);

@@ -1,4 +1,4 @@
-#include "tests/fuzz/Require.h"
+#include "tests/doubles/Require.h"
 
 #include <unistd.h>
 

@@ -1,5 +1,6 @@
-#include "tests/unit/app/PlatformDoubles.h"
+#include "tests/doubles/PlatformDoubles.h"
 
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 
@@ -24,6 +25,14 @@ void PlatformDoubles::Happened(const std::string& event) {
 namespace {
 
 PlatformDoubles& World() { return *PlatformDoubles::current; }
+
+std::string Hex(unsigned value, int digits) {
+  char text[16];
+  static_cast<void>(std::snprintf(text, sizeof text, " 0x%0*X", digits, value));
+  return text;
+}
+
+std::string Word(unsigned short value) { return Hex(value, 4); }
 
 }  // namespace
 
@@ -100,22 +109,25 @@ PCA9535::PCA9535(SerialDeviceInterface* bus, unsigned char flags) : bus_(bus) {
 
 PCA9535::~PCA9535() { World().Happened("expander: destroy"); }
 
-bool PCA9535::connect(unsigned char /*address*/,
-                      unsigned short /*direction*/,
-                      unsigned short /*outputs*/,
-                      unsigned short /*mask*/,
-                      unsigned char /*flags*/) {
-  World().Happened("expander: connect");
-  return false;
+bool PCA9535::connect(unsigned char address,
+                      unsigned short direction,
+                      unsigned short outputs,
+                      unsigned short mask,
+                      unsigned char flags) {
+  World().Happened("expander: connect" + Hex(address, 2) + Word(direction) + Word(outputs) +
+                   Word(mask) + " " + std::to_string(flags));
+  return World().expanderAnswers;
 }
 
-void PCA9535::setPortActually(unsigned short /*outputs*/, unsigned short /*mask*/) {
-  World().Happened("expander: setPortActually");
+void PCA9535::setPortActually(unsigned short outputs, unsigned short mask) {
+  World().Happened("expander: setPortActually" + Word(outputs) + Word(mask));
 }
 
-unsigned short PCA9535::getPort(unsigned short /*bits*/) {
-  World().Happened("expander: getPort");
-  return 0;
+unsigned short PCA9535::getPort(unsigned short bits) {
+  World().Happened("expander: getPort" + Word(bits));
+  return World().port ? World().port(bits) : static_cast<unsigned short>(0);
 }
 
-void PCA9535::disconnect(unsigned short /*mask*/) { World().Happened("expander: disconnect"); }
+void PCA9535::disconnect(unsigned short mask) {
+  World().Happened("expander: disconnect" + Word(mask));
+}
