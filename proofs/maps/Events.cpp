@@ -182,15 +182,41 @@ class Placer {
   std::size_t pages_;
 };
 
+/// Numbers the events of a log, one after the other.
+class Counter {
+ public:
+  void Number(Event& event) {
+    event.ordinal = ++ordinals_[event.kind];
+    if (event.kind != "spi") {
+      return;
+    }
+    if (event.label == "RDSR") {
+      event.statusRead = ++statusReads_;
+      event.label += event.result.ends_with('3') ? " busy" : " ready";
+    } else if (event.label == "PP") {
+      event.program = ++programs_;
+      event.operation = programs_ + erases_;
+    } else if (event.label == "SE") {
+      event.erase = ++erases_;
+      event.operation = programs_ + erases_;
+    } else if (event.label == "WRSR") {
+      event.registerWrite = ++registerWrites_;
+    }
+  }
+
+ private:
+  std::map<std::string, std::size_t> ordinals_;
+  std::size_t statusReads_ = 0;
+  std::size_t programs_ = 0;
+  std::size_t erases_ = 0;
+  std::size_t registerWrites_ = 0;
+};
+
 }  // namespace
 
 std::vector<Event> EventsOf(const std::vector<std::string>& log) {
   std::vector<Event> events;
-  std::map<std::string, std::size_t> ordinals;
-  std::size_t statusReads = 0;
-  std::size_t programs = 0;
-  std::size_t erases = 0;
-  std::size_t registerWrites = 0;
+  Counter counter;
   std::string step = "discovery";
   for (const std::string& line : log) {
     Event event{.kind = FirstWord(line), .text = AfterFirstWord(line)};
@@ -201,22 +227,10 @@ std::vector<Event> EventsOf(const std::vector<std::string>& log) {
     if (event.kind == "exit" || Contains(event.text, " speed ")) {
       continue;  // no event
     }
-    event.ordinal = ++ordinals[event.kind];
     event.step = step;
     event.result = CutResult(event.text);
     event.label = Label(event.kind, event.text);
-    if (event.kind == "spi" && event.label == "RDSR") {
-      event.statusRead = ++statusReads;
-      event.label += event.result.ends_with('3') ? " busy" : " ready";
-    } else if (event.kind == "spi" && event.label == "PP") {
-      event.program = ++programs;
-      event.operation = programs + erases;
-    } else if (event.kind == "spi" && event.label == "SE") {
-      event.erase = ++erases;
-      event.operation = programs + erases;
-    } else if (event.kind == "spi" && event.label == "WRSR") {
-      event.registerWrite = ++registerWrites;
-    }
+    counter.Number(event);
     events.push_back(std::move(event));
   }
   Placer(events).Place();
