@@ -3,6 +3,7 @@
 
 include(CheckPIESupported)
 find_package(Threads REQUIRED)
+enable_testing()  # BUILD_TESTING asks for it too, but is off in the preset `fuzz`
 check_pie_supported()  # so that executables are linked with -pie, not only compiled for it
 
 # What every target of ours is compiled with; nothing is set globally.
@@ -180,7 +181,8 @@ function(tarnwick_add_test name)
 endfunction()
 
 # tarnwick_add_fuzzer(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...])
-#   builds NAME.cpp (and SOURCES) into a libFuzzer program, part of the target `fuzzers`. WRAP as for
+#   builds NAME.cpp (and SOURCES) into a libFuzzer program, part of the target `fuzzers`, and
+#   registers fuzz.NAME with ctest, which runs the inputs of corpus/NAME once. WRAP as for
 #   tarnwick_add_test.
 function(tarnwick_add_fuzzer name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;DEPS;WRAP")
@@ -193,4 +195,6 @@ function(tarnwick_add_fuzzer name)
     add_custom_target(fuzzers)
   endif()
   add_dependencies(fuzzers ${name})
+  add_test(NAME fuzz.${name}
+    COMMAND ${name} -runs=0 "${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")
 endfunction()
