@@ -1,18 +1,10 @@
 #include "tests/e2e/VirtualInstrument.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
-#include <map>
 #include <stdexcept>
-#include <system_error>
+
+#include "tests/doubles/ChildProcess.h"
 
 namespace program_test {
 
@@ -39,54 +31,8 @@ std::string Program() {
 }
 
 /// Far more than any run takes. A program that hangs where ours does not is ended then, so that the
-/// other rows are still judged.
+/// other rows are still judged; the instrument passes the signal on.
 constexpr int kLongestRunMilliseconds = 300'000;
-
-/// @return as waitpid() gives it
-int StatusOf(pid_t child) {
-  const long descriptor = ::syscall(SYS_pidfd_open, child, 0);  // glibc's has no C++ linkage yet
-  pollfd end = {.fd = static_cast<int>(descriptor), .events = POLLIN, .revents = 0};
-  if (::poll(&end, 1, kLongestRunMilliseconds) == 0) {
-    ::kill(child, SIGTERM);  // the instrument passes it on
-  }
-  ::close(end.fd);
-  int status = 0;
-  if (::waitpid(child, &status, 0) != child) {
-    throw std::system_error(errno, std::generic_category(), "waitpid");
-  }
-  return status;
-}
-
-std::vector<char*> Pointers(std::vector<std::string>& words) {
-  std::vector<char*> pointers;
-  pointers.reserve(words.size() + 1);
-  for (std::string& word : words) {
-    pointers.push_back(word.data());
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-/// The environment of this process with some variables set, and the SPI clock at its default.
-std::vector<std::string> EnvironmentWith(
-    const std::vector<std::pair<std::string, std::string>>& wanted) {
-  std::map<std::string, std::string> variables;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    const std::string text = *variable;
-    const std::size_t equals = text.find('=');
-    variables[text.substr(0, equals)] = text.substr(equals + 1);
-  }
-  variables.erase("SPI_CLOCK_SPEED");
-  for (const auto& [name, value] : wanted) {
-    variables[name] = value;
-  }
-  std::vector<std::string> texts;
-  texts.reserve(variables.size());
-  for (const auto& [name, value] : variables) {
-    texts.push_back(std::string(name).append("=").append(value));
-  }
-  return texts;
-}
 
 }  // namespace
 
@@ -142,30 +88,16 @@ Outcome VirtualInstrument::RunCommand(const std::vector<std::string>& command) {
   words.insert(words.end(), options_.begin(), options_.end());
   words.emplace_back("--");
   words.insert(words.end(), command.begin(), command.end());
-  std::vector<std::string> variables = EnvironmentWith(environment_);
-
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
-  posix_spawn_file_actions_t actions;
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out.c_str(), kFlags, 0600);
-  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err.c_str(), kFlags, 0600);
-  ::posix_spawn_file_actions_addchdir_np(&actions, (directory_ / "cwd").c_str());
-  pid_t child = -1;
-  const int failed = ::posix_spawn(&child,
-                                   words.front().c_str(),
-                                   &actions,
-                                   nullptr,
-                                   Pointers(words).data(),
-                                   Pointers(variables).data());
-  ::posix_spawn_file_actions_destroy(&actions);
-  if (failed != 0) {
-    throw std::system_error(failed, std::generic_category(), words.front());
-  }
-  const int status = StatusOf(child);
+  ChildProcess simulator({.words = words,
+                          .directory = File("").string(),
+                          .environment = environment_,
+                          .unset = {"SPI_CLOCK_SPEED"},
+                          .out = out,
+                          .err = err});
+  const int exitCode = simulator.Wait(kLongestRunMilliseconds).ExitCode();
   return {.out = Slurp<std::string>(out),
           .err = Slurp<std::string>(err),
-          .exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+          .exitCode = exitCode,
           .log = Slurp<std::string>(log)};
 }
 

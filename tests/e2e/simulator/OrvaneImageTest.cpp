@@ -1,65 +1,59 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <string>
+#include <vector>
+
+#include "tests/doubles/ChildProcess.h"
+#include "tests/doubles/ScratchDirectory.h"
 
 namespace {
 
-struct Outcome {
-  int status;
-  std::string text;
+class OrvaneImageTest : public testing::Test {
+ protected:
+  /// Runs orvane-image; its output is in the files out and err.
+  /// @return its exit code
+  static int Run(const std::string& arguments) {
+    std::vector<std::string> words = SplitWords(arguments);
+    words.insert(words.begin(), ORVANE_IMAGE);
+    return ChildProcess({.words = words, .out = "out", .err = "err"}).Wait().ExitCode();
+  }
+
+  ScratchDirectory directory_;
 };
 
-Outcome Image(const std::string& arguments) {
-  std::FILE* const pipe = popen(("'" ORVANE_IMAGE "' " + arguments).c_str(), "r");
-  if (pipe == nullptr) {
-    return {-1, ""};
-  }
-  std::string text;
-  for (int byte = std::getc(pipe); byte != EOF; byte = std::getc(pipe)) {
-    text += static_cast<char>(byte);
-  }
-  const int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
+TEST_F(OrvaneImageTest, WritesItsFileAndExitsWithZero) {
+  EXPECT_EQ(Run("zynq --size 4K --out image.bin"), 0);
+  EXPECT_EQ(ReadFile("out"), "");
+  EXPECT_EQ(ReadFile("err"), "");
+  EXPECT_EQ(std::filesystem::file_size("image.bin"), 4096U);
 }
 
-TEST(OrvaneImageTest, WritesItsFileAndExitsWithZero) {
-  const auto file = std::filesystem::temp_directory_path() /
-                    ("orvane-image-" + std::to_string(getpid()) + ".bin");
-  const Outcome outcome = Image("zynq --size 4K --out " + file.string() + " 2>&1");
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.text, "");
-  EXPECT_EQ(std::filesystem::file_size(file), 4096U);
-  std::filesystem::remove(file);
+TEST_F(OrvaneImageTest, UsageErrorGoesToStandardErrorAndExitsWithTwo) {
+  EXPECT_EQ(Run("sprite"), 2);
+  EXPECT_EQ(ReadFile("out"), "");
+  EXPECT_EQ(ReadFile("err"),
+            "orvane-image: unknown word 'sprite' (expected zynq or bitstream)\n"
+            "Try 'orvane-image --help'.\n");
 }
 
-TEST(OrvaneImageTest, UsageErrorGoesToStandardErrorAndExitsWithTwo) {
-  const Outcome outcome = Image("sprite 2>&1 >/dev/null");
-  EXPECT_EQ(outcome.status, 2);
-  EXPECT_EQ(outcome.text,
-            "orvane-image: unknown word 'sprite' (expected zynq or bitstream)\nTry 'orvane-image "
-            "--help'.\n");
+TEST_F(OrvaneImageTest, IoErrorExitsWithOne) {
+  EXPECT_EQ(Run("zynq --out /dev/full"), 1);
+  EXPECT_EQ(ReadFile("out"), "");
+  EXPECT_EQ(ReadFile("err"), "orvane-image: cannot write '/dev/full': No space left on device\n");
 }
 
-TEST(OrvaneImageTest, IoErrorExitsWithOne) {
-  const Outcome outcome = Image("zynq --out /dev/full 2>&1");
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.text, "orvane-image: cannot write '/dev/full': No space left on device\n");
+TEST_F(OrvaneImageTest, VersionGoesToStandardOutput) {
+  EXPECT_EQ(Run("--version"), 0);
+  EXPECT_EQ(ReadFile("out"), "orvane-image " TARNWICK_VERSION "\n");
+  EXPECT_EQ(ReadFile("err"), "");
 }
 
-TEST(OrvaneImageTest, VersionGoesToStandardOutput) {
-  const Outcome outcome = Image("--version 2>/dev/null");
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.text, "orvane-image " TARNWICK_VERSION "\n");
-}
-
-TEST(OrvaneImageTest, HelpGoesToStandardOutput) {
-  const Outcome outcome = Image("--help 2>/dev/null");
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.text.substr(0, 31), "Usage: orvane-image zynq --out ");
+TEST_F(OrvaneImageTest, HelpGoesToStandardOutput) {
+  EXPECT_EQ(Run("--help"), 0);
+  EXPECT_THAT(ReadFile("out"), testing::StartsWith("Usage: orvane-image zynq --out "));
+  EXPECT_EQ(ReadFile("err"), "");
 }
 
 }  // namespace

@@ -91,12 +91,12 @@ TEST(OrvaneSimTest, SignalOfTheCommandIsAddedTo128) {
 
 TEST(OrvaneSimTest, CommandIsSearchedInPath) {
   SimulatorRun run;
-  EXPECT_EQ(run.Words({"--", "true"}).status, 0);
+  EXPECT_EQ(run.Words("-- true").status, 0);
 }
 
 TEST(OrvaneSimTest, HelpGoesToStandardOutput) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--help"});
+  const SimulatorOutcome outcome = run.Words("--help");
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(outcome.out, StartsWith("Usage: orvane-sim [OPTION]... -- COMMAND [ARG...]\n"));
   EXPECT_EQ(outcome.err, "");
@@ -120,7 +120,7 @@ TEST(OrvaneSimTest, UnknownOptionExitsWithTwo) {
 
 TEST(OrvaneSimTest, WrongCommandLineExitsWithTwo) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--module", "sprite@1", "--", "true"});
+  const SimulatorOutcome outcome = run.Words("--module sprite@1 -- true");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err,
@@ -130,7 +130,7 @@ TEST(OrvaneSimTest, WrongCommandLineExitsWithTwo) {
 
 TEST(OrvaneSimTest, MissingCommandExitsWith127) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--", "./nothing"});
+  const SimulatorOutcome outcome = run.Words("-- ./nothing");
   EXPECT_EQ(outcome.status, 127);
   EXPECT_EQ(outcome.err, "orvane-sim: ./nothing: No such file or directory\n");
   EXPECT_THAT(outcome.leftovers, IsEmpty());
@@ -139,14 +139,14 @@ TEST(OrvaneSimTest, MissingCommandExitsWith127) {
 TEST(OrvaneSimTest, CommandThatIsNoProgramExitsWith126) {
   SimulatorRun run;
   run.WriteFile("data", "");
-  const SimulatorOutcome outcome = run.Words({"--", "./data"});
+  const SimulatorOutcome outcome = run.Words("-- ./data");
   EXPECT_EQ(outcome.status, 126);
   EXPECT_EQ(outcome.err, "orvane-sim: ./data: Permission denied\n");
 }
 
 TEST(OrvaneSimTest, LogThatCannotBeWrittenExitsWithTwo) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--log", "no/such/log", "--", "true"});
+  const SimulatorOutcome outcome = run.Words("--log no/such/log -- true");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err,
             "orvane-sim: cannot write log file 'no/such/log': No such file or directory\n"
@@ -156,7 +156,7 @@ TEST(OrvaneSimTest, LogThatCannotBeWrittenExitsWithTwo) {
 
 TEST(OrvaneSimTest, FullLogExitsWith125) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--log", "/dev/full", "--", "true"});
+  const SimulatorOutcome outcome = run.Words("--log /dev/full -- true");
   EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.err, "orvane-sim: cannot write log file '/dev/full'\n");
 }
@@ -204,7 +204,7 @@ TEST(OrvaneSimTest, OutputThatNobodyReadsDoesNotStopTheRun) {
 TEST(OrvaneSimTest, ShortFlashFileIsPaddedAndSaved) {
   SimulatorRun run;
   run.WriteFile("flash", "abc");
-  run.Option({"--module", "wend@1,flash=flash"});
+  run.Option("--module wend@1,flash=flash");
   EXPECT_EQ(run.Shell("exit 5").status, 5);
   const std::string saved = run.ReadFile("flash");
   ASSERT_EQ(saved.size(), kFlashBytes);
@@ -215,21 +215,11 @@ TEST(OrvaneSimTest, ShortFlashFileIsPaddedAndSaved) {
 TEST(OrvaneSimTest, FlashIsSavedAfterACrash) {
   SimulatorRun run;
   run.WriteFile("flash", "");
-  run.Option({"--module", "wend@1,flash=flash"});
-  const SimulatorOutcome outcome = run.Probe({"open",
-                                              "/dev/spidev1.0",
-                                              "+",
-                                              "ofstream",
-                                              "/sys/platform_m1/qspi_prg/value",
-                                              "1",
-                                              "spi",
-                                              "0",
-                                              "06",
-                                              "0",
-                                              "spi",
-                                              "0",
-                                              "02000010616263",
-                                              "0",
+  run.Option("--module wend@1,flash=flash");
+  const SimulatorOutcome outcome = run.Probe({"open /dev/spidev1.0 +",
+                                              "ofstream /sys/platform_m1/qspi_prg/value 1",
+                                              "spi 0 06 0",
+                                              "spi 0 02000010616263 0",
                                               "crash"});
   EXPECT_EQ(outcome.status, 139);
   EXPECT_THAT(outcome.log, HasSubstr("PP 0x000010 +3\nstdout \"7\\n\"\nkilled SIGSEGV\n"));
@@ -241,13 +231,13 @@ TEST(OrvaneSimTest, FlashIsSavedAfterACrash) {
 TEST(OrvaneSimTest, FlashFileIsLeftAloneWhenTheCommandIsNotFound) {
   SimulatorRun run;
   run.WriteFile("flash", "abc");
-  EXPECT_EQ(run.Words({"--module", "wend@1,flash=flash", "--", "./nothing"}).status, 127);
+  EXPECT_EQ(run.Words("--module wend@1,flash=flash -- ./nothing").status, 127);
   EXPECT_EQ(run.ReadFile("flash"), "abc");
 }
 
 TEST(OrvaneSimTest, MissingFlashFileExitsWithTwo) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--module", "wend@1,flash=none", "--", "true"});
+  const SimulatorOutcome outcome = run.Words("--module wend@1,flash=none -- true");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err,
             "orvane-sim: cannot open flash file 'none': No such file or directory\n"
@@ -257,7 +247,7 @@ TEST(OrvaneSimTest, MissingFlashFileExitsWithTwo) {
 
 TEST(OrvaneSimTest, DirectoryIsNoFlashFile) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--module", "wend@1,flash=.", "--", "true"});
+  const SimulatorOutcome outcome = run.Words("--module wend@1,flash=. -- true");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err,
             "orvane-sim: cannot open flash file '.': Is a directory\n"
@@ -267,14 +257,14 @@ TEST(OrvaneSimTest, DirectoryIsNoFlashFile) {
 TEST(OrvaneSimTest, LargestFlashFileIsTaken) {
   SimulatorRun run;
   run.WriteFile("flash", std::string(kFlashBytes, 'x'));
-  EXPECT_EQ(run.Words({"--module", "wend@1,flash=flash", "--", "true"}).status, 0);
+  EXPECT_EQ(run.Words("--module wend@1,flash=flash -- true").status, 0);
   EXPECT_EQ(run.ReadFile("flash"), std::string(kFlashBytes, 'x'));
 }
 
 TEST(OrvaneSimTest, FlashFileBeyondTheFlashExitsWithTwo) {
   SimulatorRun run;
   run.WriteFile("flash", std::string(kFlashBytes + 1, 'x'));
-  const SimulatorOutcome outcome = run.Words({"--module", "wend@1,flash=flash", "--", "true"});
+  const SimulatorOutcome outcome = run.Words("--module wend@1,flash=flash -- true");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.err,
             "orvane-sim: flash file 'flash' is larger than 16 MiB\n"
@@ -363,7 +353,7 @@ TEST(OrvaneSimTest, CommandDoesNotOutliveTheInstrument) {
 
 TEST(OrvaneSimTest, CommandHasItsEnvironment) {
   SimulatorRun run;
-  run.Environment("SPI_CLOCK_SPEED=25");
+  run.Environment("SPI_CLOCK_SPEED", "25");
   const SimulatorOutcome outcome = run.Shell("echo $SPI_CLOCK_SPEED $TMPDIR");
   EXPECT_EQ(outcome.out, "25 " + run.File("../tmp").lexically_normal().string() + "\n");
 }
@@ -377,9 +367,9 @@ TEST(OrvaneSimTest, DirectoryForTemporaryFilesMayBeAwkward) {
   for (const std::string& name : {std::string("a b:c"), std::string(200, 'x')}) {
     SimulatorRun run;
     std::filesystem::create_directory(run.File(name));
-    run.Environment("TMPDIR=" + run.File(name).string());
+    run.Environment("TMPDIR", run.File(name).string());
     const SimulatorOutcome outcome =
-        run.Probe({"i2cbus", "1", "udev", "i2c", "open", "/dev/spidev1.0", "+", "mode", "0", "0"});
+        run.Probe({"i2cbus 1", "udev i2c", "open /dev/spidev1.0 +", "mode 0 0"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.out, StartsWith("name i2c-1\n/sys/devices/platform/soc/i2c-0 "));
     EXPECT_TRUE(std::filesystem::is_empty(run.File(name)));
@@ -388,7 +378,7 @@ TEST(OrvaneSimTest, DirectoryForTemporaryFilesMayBeAwkward) {
 
 TEST(OrvaneSimTest, UnusableDirectoryForTemporaryFilesExitsWith125) {
   SimulatorRun run;
-  run.Environment("TMPDIR=/proc/nowhere");
+  run.Environment("TMPDIR", "/proc/nowhere");
   const SimulatorOutcome outcome = run.Shell("true");
   EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.err,

@@ -3,12 +3,13 @@
 #include <sys/types.h>
 
 #include <filesystem>
-#include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "tests/doubles/ChildProcess.h"
 #include "tests/doubles/TemporaryDirectory.h"
 
 namespace orvane {
@@ -22,17 +23,16 @@ struct SimulatorOutcome {
   std::vector<std::string> leftovers;  // in its directory for temporary files
 };
 
-/// One run of orvane-sim in a fresh working directory, which goes with the object.
+/// One run of orvane-sim in a fresh working directory, which goes with the object; a run that has not
+/// been waited for is killed. Options and commands are split into words, see SplitWords().
 class SimulatorRun {
  public:
   SimulatorRun();
   SimulatorRun(const SimulatorRun&) = delete;
   SimulatorRun& operator=(const SimulatorRun&) = delete;
-  /// A run that has not been waited for is killed.
-  ~SimulatorRun();
 
   /// Options in front of those that every run has: --fast and --log.
-  void Option(std::initializer_list<std::string> words);
+  void Option(const std::string& words);
   void WithoutFast() { fast_ = false; }
   void WithoutLog() { log_ = false; }
   /// Starts orvane-sim with this descriptor closed.
@@ -41,19 +41,21 @@ class SimulatorRun {
   void OpenExtra(int descriptor, std::string path) {
     extra_.emplace_back(descriptor, std::move(path));
   }
-  void Environment(std::string variable) { environment_.push_back(std::move(variable)); }
+  void Environment(std::string name, std::string value) {
+    environment_.emplace_back(std::move(name), std::move(value));
+  }
 
   /// Runs the probe with these steps to the end.
-  SimulatorOutcome Probe(std::vector<std::string> steps);
+  SimulatorOutcome Probe(const std::vector<std::string>& steps);
   /// Runs a shell command to the end; "$PROBE" in it is the probe.
   SimulatorOutcome Shell(const std::string& command);
   /// Runs orvane-sim with just these words to the end, with neither --fast nor --log.
-  SimulatorOutcome Words(std::vector<std::string> words);
+  SimulatorOutcome Words(const std::string& words);
 
   /// Starts a shell command and returns.
   /// @param outputEnd  what its standard output is; -1: a file
   void StartShell(const std::string& command, int outputEnd = -1);
-  pid_t Process() const { return process_; }
+  pid_t Process() const { return process_.value().Id(); }
   SimulatorOutcome Wait();
 
   std::filesystem::path File(std::string_view name) const { return directory_ / "cwd" / name; }
@@ -71,8 +73,8 @@ class SimulatorRun {
   bool log_ = true;
   std::vector<int> closed_;
   std::vector<std::pair<int, std::string>> extra_;
-  std::vector<std::string> environment_;
-  pid_t process_ = -1;
+  std::vector<std::pair<std::string, std::string>> environment_;
+  std::optional<ChildProcess> process_;
 };
 
 }  // namespace orvane
