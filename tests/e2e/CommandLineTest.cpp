@@ -8,7 +8,6 @@
 
 #include "simulator/images/BootImage.h"
 #include "tests/e2e/Judgement.h"
-#include "tests/e2e/ResultLines.h"
 #include "tests/e2e/RunLog.h"
 #include "tests/e2e/VirtualInstrument.h"
 
@@ -41,7 +40,7 @@ Lines EveryAdapterAsked() {
 
 struct Words {
   const char* name;
-  std::vector<std::string> words;
+  std::string words;  // as they are typed
   int exitCode;
   Lines log;  // without the exit
 };
@@ -52,9 +51,9 @@ class CommandLineTest : public testing::TestWithParam<Words> {};
 
 TEST_P(CommandLineTest, Ends) {
   VirtualInstrument instrument;
-  instrument.Option({"--module", "wend@1"});
+  instrument.Options("--module wend@1");
   const int exitCode = GetParam().exitCode;
-  ExpectRun(instrument.Run(GetParam().words),
+  ExpectRun(instrument.RunWords(GetParam().words),
             exitCode,
             Join({GetParam().log, {"exit " + std::to_string(exitCode)}}));
 }
@@ -77,13 +76,13 @@ Words EmptySlot(const char* name,
                 const std::string& word,
                 const std::string& number,
                 const std::string& target = "wend") {
-  return {name, {target, "-sf", word, "f"}, 1, Join({Echo("-sf", number, "f"), kNoI2c})};
+  return {name, target + " -sf '" + word + "' f", 1, Join({Echo("-sf", number, "f"), kNoI2c})};
 }
 
 Words NoNumber(const char* name, const std::string& word) {
   return {
       name,
-      {"wend", "-sf", word, "f"},
+      "wend -sf '" + word + "' f",
       255,
       Join(
           {Mode("-sf"), ErrorLine("ERROR: Could not resolve the HETNET address param"), kInvalid})};
@@ -91,14 +90,14 @@ Words NoNumber(const char* name, const std::string& word) {
 
 Words NotHandled(const char* name, const std::string& target, const std::string& command) {
   return {name,
-          {target, command, "1", "f"},
+          "'" + target + "' " + command + " 1 f",
           255,
           Join({Console("ERROR: Module not handled"), kInvalid})};
 }
 
 Words NotRecognized(const char* name, const std::string& command) {
   return {name,
-          {"wend", command, "1", "f"},
+          "wend '" + command + "' 1 f",
           255,
           Join({ErrorLine("ERROR: Command not recognized"), kInvalid})};
 }
@@ -106,66 +105,64 @@ Words NotRecognized(const char* name, const std::string& command) {
 INSTANTIATE_TEST_SUITE_P(
     Words,
     CommandLineTest,
-    testing::Values(Words{"NoWordsShowHelp", {}, 0, Help()},
-                    Words{"OneWordShowsHelp", {"--help"}, 0, Help()},
-                    Words{"TwoWordsShowHelp", {"wend", "-sf"}, 0, Help()},
-                    Words{"SixWordsShowHelp", {"wend", "-sf", "1", "f", "g", "h"}, 0, Help()},
-                    Words{"ThreeWordsShowHelp", {"wend", "-sf", "1"}, 0, Help()},
-                    Words{"FiveWordsShowHelp", {"wend", "-sf", "1", "f", "g"}, 0, Help()},
-                    Words{"UnknownTargetInThreeWordsShowsHelp", {"foo", "-x", "1"}, 0, Help()},
-                    Words{"LongHelpIgnoresModuleAndFile", {"wend", "--help", "x", "y"}, 0, Help()},
-                    Words{"ShortHelpIgnoresModuleAndFile", {"dax", "-h", "x", ""}, 0, Help()},
-                    Words{"Pyx1KnowsHelp", {"pyx1", "-h", "1", "f"}, 0, Help()},
-                    Words{"Pyx2KnowsHelp", {"pyx2", "--help", "1", "f"}, 0, Help()},
-                    NotHandled("HelpForUnknownTargetIsRefusedOnStandardOutput", "foo", "--help"),
-                    NotHandled("TargetIsCaseSensitive", "WEND", "-sf"),
-                    NotHandled("TargetWithTailIsUnknown", "wend1", "-sf"),
-                    NotHandled("EmptyTargetIsUnknown", "", "-sf"),
-                    NotHandled("Pyx3IsUnknown", "pyx3", "-sf"),
-                    NotRecognized("UnknownCommand", "-x"),
-                    NotRecognized("EmptyCommand", ""),
-                    NotRecognized("CommandIsCaseSensitive", "-SF"),
-                    NotRecognized("CommandWithTail", "-sf "),
-                    NoNumber("ModuleOfLetters", "abc"),
-                    NoNumber("EmptyModule", ""),
-                    NoNumber("ModuleOfBlanks", "  "),
-                    NoNumber("ModuleOfASignAlone", "-"),
-                    NoNumber("ModuleOfTwoSigns", "+-1"),
-                    NoNumber("ModuleOfTwentyNines", "99999999999999999999"),
-                    NoNumber("ModuleOneBeyond64Bits", "18446744073709551616"),
-                    EmptySlot("NegativeModuleWraps", "-1", "4294967295"),
-                    EmptySlot("LargestModuleIsCutTo32Bits", "18446744073709551615", "4294967295"),
-                    EmptySlot("ModuleIsCutTo32Bits", "4294967298", "2"),
-                    EmptySlot("LargestNegativeModuleWraps", "-18446744073709551613", "3"),
-                    EmptySlot("Largest32BitModule", "4294967295", "4294967295"),
-                    EmptySlot("ModuleOneBeyond32BitsIsZero", "4294967296", "0"),
-                    EmptySlot("ZeroModule", "0", "0"),
-                    EmptySlot("BlankBeforeModule", " 7", "7"),
-                    EmptySlot("TabBeforeModule", "\t7", "7"),
-                    EmptySlot("BlankBehindModule", "7 ", "7"),
-                    EmptySlot("Pyx1OfEmptySlot", "3", "3", "pyx1"),
-                    EmptySlot("Pyx2OfEmptySlot", "3", "3", "pyx2"),
-                    EmptySlot("PlusBeforeModule", "+7", "7"),
-                    EmptySlot("LettersBehindModule", "7abc", "7"),
-                    EmptySlot("HexadecimalModuleIsZero", "0x1", "0"),
-                    EmptySlot("LeadingZeroIsDecimal", "010", "10"),
-                    Words{"LongCommandIsEchoedAsTyped",
-                          {"wend", "--spi-flash", "3", "a b"},
-                          1,
-                          Join({Echo("--spi-flash", "3", "a b"), kNoI2c})},
-                    Words{"EmptyFileNameIsTaken",
-                          {"wend", "-sf", "3", ""},
-                          1,
-                          Join({Echo("-sf", "3", ""), kNoI2c})},
-                    Words{"DaxOfEmptySlotLooksForAMuxOfNoBus",
-                          {"dax", "-sf", "3", "f"},
-                          1,
-                          Join({Echo("-sf", "3", "f"), EveryAdapterAsked(), kNoI2c})}),
+    testing::Values(
+        Words{"NoWordsShowHelp", "", 0, Help()},
+        Words{"OneWordShowsHelp", "--help", 0, Help()},
+        Words{"TwoWordsShowHelp", "wend -sf", 0, Help()},
+        Words{"SixWordsShowHelp", "wend -sf 1 f g h", 0, Help()},
+        Words{"ThreeWordsShowHelp", "wend -sf 1", 0, Help()},
+        Words{"FiveWordsShowHelp", "wend -sf 1 f g", 0, Help()},
+        Words{"UnknownTargetInThreeWordsShowsHelp", "foo -x 1", 0, Help()},
+        Words{"LongHelpIgnoresModuleAndFile", "wend --help x y", 0, Help()},
+        Words{"ShortHelpIgnoresModuleAndFile", "dax -h x ''", 0, Help()},
+        Words{"Pyx1KnowsHelp", "pyx1 -h 1 f", 0, Help()},
+        Words{"Pyx2KnowsHelp", "pyx2 --help 1 f", 0, Help()},
+        NotHandled("HelpForUnknownTargetIsRefusedOnStandardOutput", "foo", "--help"),
+        NotHandled("TargetIsCaseSensitive", "WEND", "-sf"),
+        NotHandled("TargetWithTailIsUnknown", "wend1", "-sf"),
+        NotHandled("EmptyTargetIsUnknown", "", "-sf"),
+        NotHandled("Pyx3IsUnknown", "pyx3", "-sf"),
+        NotRecognized("UnknownCommand", "-x"),
+        NotRecognized("EmptyCommand", ""),
+        NotRecognized("CommandIsCaseSensitive", "-SF"),
+        NotRecognized("CommandWithTail", "-sf "),
+        NoNumber("ModuleOfLetters", "abc"),
+        NoNumber("EmptyModule", ""),
+        NoNumber("ModuleOfBlanks", "  "),
+        NoNumber("ModuleOfASignAlone", "-"),
+        NoNumber("ModuleOfTwoSigns", "+-1"),
+        NoNumber("ModuleOfTwentyNines", "99999999999999999999"),
+        NoNumber("ModuleOneBeyond64Bits", "18446744073709551616"),
+        EmptySlot("NegativeModuleWraps", "-1", "4294967295"),
+        EmptySlot("LargestModuleIsCutTo32Bits", "18446744073709551615", "4294967295"),
+        EmptySlot("ModuleIsCutTo32Bits", "4294967298", "2"),
+        EmptySlot("LargestNegativeModuleWraps", "-18446744073709551613", "3"),
+        EmptySlot("Largest32BitModule", "4294967295", "4294967295"),
+        EmptySlot("ModuleOneBeyond32BitsIsZero", "4294967296", "0"),
+        EmptySlot("ZeroModule", "0", "0"),
+        EmptySlot("BlankBeforeModule", " 7", "7"),
+        EmptySlot("TabBeforeModule", "\t7", "7"),
+        EmptySlot("BlankBehindModule", "7 ", "7"),
+        EmptySlot("Pyx1OfEmptySlot", "3", "3", "pyx1"),
+        EmptySlot("Pyx2OfEmptySlot", "3", "3", "pyx2"),
+        EmptySlot("PlusBeforeModule", "+7", "7"),
+        EmptySlot("LettersBehindModule", "7abc", "7"),
+        EmptySlot("HexadecimalModuleIsZero", "0x1", "0"),
+        EmptySlot("LeadingZeroIsDecimal", "010", "10"),
+        Words{"LongCommandIsEchoedAsTyped",
+              "wend --spi-flash 3 'a b'",
+              1,
+              Join({Echo("--spi-flash", "3", "a b"), kNoI2c})},
+        Words{"EmptyFileNameIsTaken", "wend -sf 3 ''", 1, Join({Echo("-sf", "3", ""), kNoI2c})},
+        Words{"DaxOfEmptySlotLooksForAMuxOfNoBus",
+              "dax -sf 3 f",
+              1,
+              Join({Echo("-sf", "3", "f"), EveryAdapterAsked(), kNoI2c})}),
     [](const auto& row) { return row.param.name; });
 
 struct Inventory {
   const char* name;
-  std::vector<std::string> option;
+  const char* options;
   const char* locations;  // as the log shows them
 };
 
@@ -175,11 +172,9 @@ class InventoryTest : public testing::TestWithParam<Inventory> {};
 
 TEST_P(InventoryTest, ModuleThatIsNotInItIsNotAskedFor) {
   VirtualInstrument instrument;
-  for (const char* module : {"wend@1", "wend@2", "pyx1@4"}) {
-    instrument.Option({"--module", module});
-  }
-  instrument.Option(GetParam().option);
-  ExpectRun(instrument.Run({"wend", "-sf", "3", "f"}),
+  instrument.Options("--module wend@1 --module wend@2 --module pyx1@4");
+  instrument.Options(GetParam().options);
+  ExpectRun(instrument.RunWords("wend -sf 3 f"),
             1,
             Join({Echo("-sf", "3", "f", GetParam().locations), kNoI2c, {"exit 1"}}));
 }
@@ -187,10 +182,10 @@ TEST_P(InventoryTest, ModuleThatIsNotInItIsNotAskedFor) {
 INSTANTIATE_TEST_SUITE_P(
     Locations,
     InventoryTest,
-    testing::Values(Inventory{"OneTwoAndFour", {"--fast"}, "1 2 4"},
-                    Inventory{"Empty", {"--fault", "dbus:GetModuleLocations:data:"}, "none"},
+    testing::Values(Inventory{"OneTwoAndFour", "", "1 2 4"},
+                    Inventory{"Empty", "--fault dbus:GetModuleLocations:data:", "none"},
                     Inventory{"NegativeAndTheSameDigits",
-                              {"--fault", "dbus:GetModuleLocations:data:-3 33 13"},
+                              "--fault 'dbus:GetModuleLocations:data:-3 33 13'",
                               "-3 33 13"}),
     [](const auto& row) { return row.param.name; });
 
@@ -214,7 +209,7 @@ TEST_P(ClockSpeedTest, IsPrintedAndUsed) {
   instrument.Option({"--module", "wend@1,flash=" + instrument.File("flash.bin").string()});
   instrument.Environment("SPI_CLOCK_SPEED", GetParam().value);
 
-  const Outcome outcome = instrument.Run({"wend", "-sf", "1", "image.bin"});
+  const Outcome outcome = instrument.RunWords("wend -sf 1 image.bin");
 
   ExpectExitCode(outcome, 11);
   ExpectOutContains(outcome, std::string("\nSPI clock rate =") + GetParam().printedMHz + "MHz\n");

@@ -27,15 +27,15 @@ Bytes SecondHalf(const Bytes& bytes) {
   return {bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / 2), bytes.end()};
 }
 
-Bytes Gzipped(const Bytes& plain) { return orvane::Gzip(plain); }
+Bytes Compressed(const Bytes& plain) { return orvane::Gzip(plain); }
 
 Bytes WithTrailingBytes(const Bytes& plain) {
   constexpr std::string_view kTail = "not a member";
-  return Joined(orvane::Gzip(plain), Bytes(kTail.begin(), kTail.end()));
+  return Joined(Gzipped(plain), Bytes(kTail.begin(), kTail.end()));
 }
 
 Bytes InThreeMembers(const Bytes& plain) {
-  return Joined(Joined(orvane::Gzip(FirstHalf(plain)), orvane::Gzip({})),
+  return Joined(Joined(Gzipped(FirstHalf(plain)), orvane::Gzip({})),
                 orvane::Gzip(SecondHalf(plain)));
 }
 
@@ -68,15 +68,26 @@ Bytes CutTo(std::size_t bytes, Bytes image) {
   return image;
 }
 
-Bytes SpoiltGzip(const Bytes& plain) {
+Bytes Gzipped(const Bytes& plain) {
+  constexpr std::size_t kFlags = 3;
+  constexpr std::ptrdiff_t kGzipHeaderBytes = 10;
   Bytes file = orvane::Gzip(plain);
+  file.at(kFlags) = 0x08;             // a name follows, ended by a NUL
+  Bytes name(kHeaderBytes + 1, 'n');  // odd: a stamp that zlib leaves as it is, is shifted
+  name.push_back('\0');
+  file.insert(file.begin() + kGzipHeaderBytes, name.begin(), name.end());
+  return file;
+}
+
+Bytes SpoiltGzip(const Bytes& plain) {
+  Bytes file = Gzipped(plain);
   file.at(file.size() - 8) ^= 0xFFU;  // the first byte of the check
   return file;
 }
 
 std::vector<ImageKind> ReadableImages() {
-  return {{"Empty", 0, Plain},
-          {"OneByte", 1, Plain},
+  return {{"Empty", 0, Plain, Shows::kNothing},
+          {"OneByte", 1, Plain, Shows::kNothing, false},
           {"OneByteLessThanAPage", 255, Plain},
           {"OnePage", 256, Plain},
           {"OneByteMoreThanAPage", 257, Plain},
@@ -87,12 +98,12 @@ std::vector<ImageKind> ReadableImages() {
           {"OneSector", 65'536, Plain},
           {"OneByteMoreThanASector", 65'537, Plain},
           {"OneMebibyte", 1U << 20, Plain},
-          {"Gzip", kTwoSectors, Gzipped},
-          {"GzipOfNothing", 0, Gzipped},
-          {"GzipWithTrailingBytes", kTwoSectors, WithTrailingBytes},
-          {"GzipOfSeveralMembers", kTwoSectors, InThreeMembers},
-          {"GzipWithoutItsEnd", 60'000, StoredHalf, FirstHalf},
-          {"GzipCutInHalf", 60'000, StoredCutInHalf, FirstHalf}};
+          {"Gzip", kTwoSectors, Gzipped, Shows::kNothing},
+          {"GzipOfNothing", 0, Compressed, Shows::kNothing},
+          {"GzipWithTrailingBytes", kTwoSectors, WithTrailingBytes, Shows::kNothing},
+          {"GzipOfSeveralMembers", kTwoSectors, InThreeMembers, Shows::kNothing},
+          {"GzipWithoutItsEnd", 60'000, StoredHalf, Shows::kBootHeaderAlone, true, FirstHalf},
+          {"GzipCutInHalf", 60'000, StoredCutInHalf, Shows::kBootHeaderAlone, true, FirstHalf}};
 }
 
 }  // namespace program_test

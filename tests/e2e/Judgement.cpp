@@ -8,12 +8,11 @@
 #include <string_view>
 
 #include "simulator/instrument/Escape.h"
+#include "tests/e2e/GoldenLog.h"
 
 namespace program_test {
 
 namespace {
-
-using run_log::Lines;
 
 constexpr std::ptrdiff_t kShownLines = 6;  // of each side of a difference
 
@@ -179,12 +178,11 @@ void ExpectRun(const Outcome& outcome, int exitCode, const Lines& log) {
   }
 }
 
-void ExpectRunStarts(const Outcome& outcome, const Lines& log) {
-  const std::string expected = run_log::Text(log);
-  const std::string start = outcome.log.substr(0, expected.size());
-  if (ExpectLog(expected, start)) {
-    ExpectSame("order of console and device traffic", expected, start);
+void ExpectGolden(const Outcome& outcome, int exitCode, const std::string& name) {
+  if (golden_log::IsWritten()) {
+    golden_log::Write(name, run_log::LinesOf(outcome.log));
   }
+  ExpectRun(outcome, exitCode, golden_log::Read(name));
 }
 
 void ExpectContents(const std::string& what, const Bytes& contents, const Bytes& expected) {

@@ -10,6 +10,8 @@
 /// on, from the next line, with how.
 namespace program_test {
 
+using run_log::Lines;
+
 void ExpectExitCode(const Outcome& outcome, int expected);
 void ExpectOut(const Outcome& outcome, const std::string& expected);
 void ExpectErr(const Outcome& outcome, const std::string& expected);
@@ -22,10 +24,10 @@ void ExpectTrafficContains(const Outcome& outcome, const std::string& text, bool
 
 /// Console, exit code and traffic apart, then the order in which they stand in the log.
 /// @param log  whole, its last line the exit
-void ExpectRun(const Outcome& outcome, int exitCode, const run_log::Lines& log);
+void ExpectRun(const Outcome& outcome, int exitCode, const Lines& log);
 
-/// The same of the log's beginning; the console behind it is not looked at.
-void ExpectRunStarts(const Outcome& outcome, const run_log::Lines& log);
+/// The same with a log in a file, golden/NAME.log. With --write-golden the file is written first.
+void ExpectGolden(const Outcome& outcome, int exitCode, const std::string& name);
 
 void ExpectContents(const std::string& what, const Bytes& contents, const Bytes& expected);
 

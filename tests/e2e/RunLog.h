@@ -3,11 +3,15 @@
 #include <string>
 #include <vector>
 
-/// The log of a run, in pieces, as an engineer would expect it line by line. Each piece is one step
-/// of the program.
+/// The log of a run, line by line, and what the tables put it together from: parts of golden logs,
+/// single lines, and the runs of lines that depend on a size.
 namespace program_test::run_log {
 
 using Lines = std::vector<std::string>;
+
+/// The last words on standard output when a module cannot be reached.
+inline const std::string kConnectFailed =
+    "Could not connect to the device. Check Module # and power.";
 
 /// One piece out of several.
 Lines Join(const std::vector<Lines>& pieces);
@@ -15,38 +19,34 @@ Lines Join(const std::vector<Lines>& pieces);
 /// The text of a log, each line ended.
 std::string Text(const Lines& lines);
 
+/// The lines of a text.
+Lines LinesOf(const std::string& text);
+
 /// What the "stdout" or "stderr" lines of a log say, as it reaches the console.
 std::string ConsoleText(const Lines& log, const std::string& stream);
 
+/// The log in front of a line, where that stands for the nth time.
+/// @throw std::invalid_argument when it does not
+Lines Until(const Lines& log, const std::string& line, int nth = 1);
+
+/// The log with a run of lines replaced, wherever it occurs.
+/// @throw std::invalid_argument when it does not occur
+Lines Replaced(const Lines& log, const Lines& old, const Lines& replacement);
+
 Lines Console(const std::string& line);    ///< one line on standard output
 Lines ErrorLine(const std::string& line);  ///< one line on standard error
-Lines Request(const std::string& image);   ///< the echoed words
-Lines Discovery();                         ///< inventory, I2C bus; both again for the spidev
-Lines Clock();                             ///< the clock line, the transfer limit
-Lines AdapterAsked(const std::string& adapter,
-                   const std::string& answer);  ///< for its name; the answer as the log shows it
-Lines AdapterName(const std::string& adapter, const std::string& name);  ///< told
-Lines Programmer();  ///< the target's line, then "Connecting ..."
-Lines Control(const std::string& file, const std::string& value);  ///< a control file written
-Lines OpenBus(int slot = 1);                          ///< the spidev node opened, mode and speed
-Lines Identify(const std::string& id, int slot = 1);  ///< "20 ba 18", with the three lines printed
-Lines Lock(const std::string& config,
-           const std::string& status,
-           const std::string& registers,
-           int slot = 1);                ///< the registers read, then written
-Lines Dump(const std::string& scratch);  ///< the head of the flash into a scratch file
-Lines Compare(const std::string& scratch,
-              const std::string& name,
-              const std::string& dumpDate,
-              const std::string& image,
-              const std::string& imageDate);  ///< boot headers found and reported
-Lines Erase(int sectors, int slot = 1);       ///< whole 64 KiB sectors from address 0
-/// Pages from an address on.
-Lines Program(int bytes, int slot = 1, int address = 0);
-Lines Done(int polls);  ///< DONE polled in vain `polls` times, then high
 
-/// The end of a run whose dump or image has no boot header that can be read: an exception that
-/// nobody catches, behind its message.
-Lines UnreadableHeader(const std::string& message);
+/// An I2C adapter asked for its name; the answer as the log shows it.
+Lines AdapterAsked(const std::string& adapter, const std::string& answer);
+Lines AdapterName(const std::string& adapter, const std::string& name);  ///< told
+
+/// The SPI driver's parameter read, the size of its buffer.
+Lines BufferSizeRead(const std::string& text);
+
+/// Whole 64 KiB sectors erased, from address 0 on.
+Lines Erase(int sectors, int slot);
+
+/// Pages written, from an address on.
+Lines Program(int bytes, int slot, int address = 0);
 
 }  // namespace program_test::run_log

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/doubles/ChildProcess.h"
 #include "tests/doubles/TemporaryDirectory.h"
 
 namespace program_test {
@@ -34,13 +35,19 @@ class VirtualInstrument {
   /// Adds an option of orvane-sim, such as {"--module", "wend@1"}.
   void Option(std::vector<std::string> words);
 
+  /// Adds options as they are typed, "--module wend@1"; see SplitWords().
+  void Options(const std::string& words) { Option(SplitWords(words)); }
+
   /// Sets a variable of the program's environment.
   void Environment(std::string name, std::string value);
 
   /// Runs the program with these words behind its name. Paths are relative to the directory.
   Outcome Run(const std::vector<std::string>& words);
 
-  /// The same with one second of processor time: far more than any run takes that ends by itself,
+  /// The same with the words as they are typed, "wend -sf 1 image.bin".
+  Outcome RunWords(const std::string& words) { return Run(SplitWords(words)); }
+
+  /// Run() with one second of processor time: far more than any run takes that ends by itself,
   /// so one that is out of time never ends.
   Outcome RunLimited(const std::vector<std::string>& words);
 

@@ -2,82 +2,37 @@
 // the whole log and the flash.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
-#include <utility>
-#include <vector>
 
-#include "simulator/images/Gzip.h"
-#include "tests/e2e/FileSearch.h"
+#include "simulator/images/BootImage.h"
 #include "tests/e2e/ImageKinds.h"
 #include "tests/e2e/Judgement.h"
 #include "tests/e2e/PipeFeeder.h"
+#include "tests/e2e/ProgramTest.h"
 #include "tests/e2e/RunLog.h"
-#include "tests/e2e/WendProgram.h"
 
 namespace {
 
 using namespace program_test;
 using namespace program_test::run_log;
-using namespace program_test::wend;
 
-class WendImageTest : public WendProgram {
+class WendImageTest : public ProgramTest {
  protected:
-  /// @param file  what stands in image.bin
-  void Store(const Bytes& file) {
-    file_ = file;
-    instrument_.WriteFile("image.bin", file);
-  }
+  WendImageTest() : ProgramTest(kWend) {}
 
-  Lines ImageDateLines() const { return SearchImageDate("image.bin", file_); }
-
-  /// A scratch file that holds the head of the flash is compared with the image.
-  Lines CompareLines(const std::string& scratch, const Bytes& flash) const {
-    return Join({{R"(stdout "\n")"},
-                 SearchName(scratch, flash),
-                 SearchDumpDate(scratch, flash),
-                 ImageDateLines()});
-  }
-
-  Lines BeforeImage() const {
-    Lines lines =
-        Join({Connect(), Dump("./FlashDevice.bin"), CompareLines("./FlashDevice.bin", old_)});
-    lines.resize(lines.size() - ImageDateLines().size());
-    return lines;
-  }
-
-  /// The end of a run that has written the flash so.
-  std::pair<int, Lines> Ending(const Bytes& flash) const {
-    if (!SameDate(flash, file_)) {
-      return {6,
-              Join({ErrorLine("ERROR: SPI flash upgrade failed - Try to remove WEND if present !"),
-                    End(kProgramFailed, 6)})};
-    }
-    return {0, Join({FinalSteps(20), kDone, End(kSuccess, 0)})};
-  }
-
-  void ExpectWritten(const Bytes& contents) {
-    const Bytes flash = Flashed(contents, old_);
-    const auto [exitCode, ending] = Ending(flash);
+  void ExpectAborted(const std::string& golden) {
     PlugIn();
-    ExpectUpdate(exitCode,
-                 Join({BeforeImage(),
-                       ImageDateLines(),
-                       EraseStep(SectorsOf(contents.size())),
-                       ProgramStep(static_cast<int>(contents.size())),
-                       Dump("./FlashDevice_verif.bin"),
-                       CompareLines("./FlashDevice_verif.bin", flash),
-                       ending}));
-    ExpectFlash(flash);
-  }
-
-  void ExpectAborted(const Lines& open, const std::string& message) {
-    PlugIn();
-    ExpectUpdate(134, Join({BeforeImage(), open, UnreadableHeader(message)}));
+    ExpectUpdate(134, golden);
     ExpectFlashUntouched();
   }
 
-  Bytes file_ = image_;
+  void ExpectWritten(int exitCode, const std::string& golden) {
+    PlugIn();
+    ExpectUpdate(exitCode, golden);
+    ExpectFlashRewritten();
+  }
 };
 
 class WendReadableImageTest : public WendImageTest,
@@ -85,15 +40,20 @@ class WendReadableImageTest : public WendImageTest,
 
 TEST_P(WendReadableImageTest, IsWrittenWhenItHasABootHeader) {
   const ImageKind& kind = GetParam();
-  const Bytes plain = CutTo(kind.bytes, Image(kNewDate, std::max(kind.bytes, kHeaderBytes)));
-  const Bytes file = kind.file(plain);
-  if (file.size() < kHeaderBytes) {
-    instrument_.WriteFile("image.bin", file);
-    ExpectAborted(kOpenImage, "ERROR: Can't read file");
-  } else {
-    Store(file);
-    ExpectWritten(kind.contents(plain));
+  const Bytes plain = CutTo(kind.bytes, Image(2024, std::max(kind.bytes, kHeaderBytes)));
+  StoreImage(kind.file(plain));
+  if (image_.size() < kHeaderBytes) {
+    ExpectAborted("image-too-short");
+    return;
   }
+  PlugIn();
+  const Bytes contents = kind.contents(plain);
+  if (kind.shows != Shows::kNothing) {
+    ExpectUpdate(0, WithBytes(Log("micron-rewritten"), contents.size()));
+  } else {
+    ExpectUpdate(6, WithBytes(Log("image-without-build"), contents.size()));
+  }
+  ExpectFlash(Flashed(contents, old_));
 }
 
 INSTANTIATE_TEST_SUITE_P(Images,
@@ -102,34 +62,42 @@ INSTANTIATE_TEST_SUITE_P(Images,
                          [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(WendImageTest, ImageOfExactlyTheSizeOfTheFlashIsWritten) {
-  Store(Image(kNewDate, kFlashBytes));
-  ExpectWritten(file_);
+  StoreImage(Image(2024, kFlashBytes));
+  PlugIn();
+  ExpectUpdate(0, WithBytes(Log("micron-rewritten"), kFlashBytes));
+  ExpectFlashRewritten();
 }
 
 TEST_F(WendImageTest, ImageThatIsNoMoreThanABootHeaderIsWritten) {
-  Store(Image(kNewDate, kHeaderBytes));
-  ExpectWritten(file_);
+  StoreImage(Image(2024, kHeaderBytes));
+  PlugIn();
+  ExpectUpdate(0, WithBytes(Log("micron-rewritten"), kHeaderBytes));
+  ExpectFlashRewritten();
 }
 
 TEST_F(WendImageTest, ImageOneByteShorterThanABootHeaderEndsTheProcess) {
-  instrument_.WriteFile("image.bin", CutTo(kHeaderBytes - 1, image_));
-  ExpectAborted(kOpenImage, "ERROR: Can't read file");
+  StoreImage(CutTo(kHeaderBytes - 1, image_));
+  ExpectAborted("image-too-short");
 }
 
 TEST_F(WendImageTest, GzipImageIsWrittenButFailsTheComparisonThatVerifiesIt) {
-  Store(orvane::Gzip(image_));
-  ASSERT_FALSE(SameDate(image_, file_));
-  ExpectWritten(image_);
+  const Bytes contents = image_;
+  StoreImage(Gzipped(contents));
+  PlugIn();
+  ExpectUpdate(6, "image-without-build");
+  ExpectFlash(Flashed(contents, old_));
 }
 
 TEST_F(WendImageTest, ImageWithoutBootHeaderTextIsWrittenAndFailsTheComparison) {
-  Store(Bytes(600, 0x5A));
-  ExpectWritten(file_);
+  StoreImage(Bytes(600, 0x5A));
+  ExpectWritten(6, "no-boot-header");
 }
 
 struct HeaderRow {
   const char* name;
   std::string field;  // at byte 76, up to 76 bytes; the rest is as in any other image
+  int exitCode;
+  const char* golden;
 };
 
 std::ostream& operator<<(std::ostream& out, const HeaderRow& row) { return out << row.name; }
@@ -139,95 +107,87 @@ class HeaderTextTest : public WendImageTest, public testing::WithParamInterface<
 TEST_P(HeaderTextTest, DecidesWhetherTheWrittenFlashIsTakenForTheImage) {
   Bytes file = image_;
   std::copy(GetParam().field.begin(), GetParam().field.end(), file.begin() + 76);
-  Store(file);
-  ExpectWritten(file_);
+  StoreImage(file);
+  ExpectWritten(GetParam().exitCode, GetParam().golden);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Fields,
     HeaderTextTest,
-    testing::Values(HeaderRow{"DateBetweenTwoDelimiters", "u-boot-vexa.bin#2031-01-01#filler"},
-                    HeaderRow{"DateUpToTheEndOfTheField",
-                              std::string("name#2031-01-01") + std::string(61, '\0')},
-                    HeaderRow{"DateOfOneByteAtTheEnd", std::string(74, 'n') + "#d"},
-                    HeaderRow{"DelimiterAsTheLastByte", std::string(75, 'n') + "#"},
-                    HeaderRow{"EmptyName", "#2031-01-01#"},
-                    HeaderRow{"EmptyDate", "name##2031-01-01"},
-                    HeaderRow{"NoDelimiter", std::string(76, 'n')},
-                    HeaderRow{"BlanksAroundTheDate", "name# 2023-01-02 03:04:05 #"},
-                    HeaderRow{"BytesThatAreNoText", "na\xFFme#\x01\x80\t#"}),
+    testing::Values(
+        HeaderRow{"DateBetweenTwoDelimiters",
+                  "u-boot-vexa.bin#2031-01-01#filler",
+                  0,
+                  "date-between-delimiters"},
+        HeaderRow{"DateUpToTheEndOfTheField",
+                  std::string("name#2031-01-01") + std::string(61, '\0'),
+                  0,
+                  "date-up-to-the-end"},
+        HeaderRow{"DateOfOneByteAtTheEnd", std::string(74, 'n') + "#d", 0, "date-of-one-byte"},
+        HeaderRow{"DelimiterAsTheLastByte", std::string(75, 'n') + "#", 6, "delimiter-at-the-end"},
+        HeaderRow{"EmptyName", "#2031-01-01#", 0, "empty-name"},
+        HeaderRow{"EmptyDate", "name##2031-01-01", 6, "empty-date"},
+        HeaderRow{"NoDelimiter", std::string(76, 'n'), 6, "no-delimiter"},
+        HeaderRow{"BlanksAroundTheDate", "name# 2023-05-06 07:08:09 #", 0, "blanks-around-date"},
+        HeaderRow{"BytesThatAreNoText", "na\xFFme#\x01\x80\t#", 0, "header-of-no-text"}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(WendImageTest, MissingDateOfTheFlashStandsForTheTextDate1) {
-  instrument_.WriteFile("flash.bin", old_ = Bytes(5000, 0x5A));
-  Store(Image("date1", 600));
+  StoreFlash(Bytes(5000, 0x5A));
+  StoreImage(orvane::MakeZynqImage({.buildDate = "date1", .bytes = 600}));
   PlugIn();
-  ExpectUpdate(11, Join({BeforeImage(), ImageDateLines(), End(kUpToDate, 11)}));
+  ExpectUpdate(11, "flash-without-date");
   ExpectFlashUntouched();
 }
 
 TEST_F(WendImageTest, MissingDateOfTheImageStandsForTheTextDate2) {
-  instrument_.WriteFile("flash.bin", old_ = Image("date2", 5000));
-  Store(Bytes(600, 0x5A));
+  StoreFlash(orvane::MakeZynqImage({.buildDate = "date2", .bytes = 5000}));
+  StoreImage(Bytes(600, 0x5A));
   PlugIn();
-  ExpectUpdate(11, Join({BeforeImage(), ImageDateLines(), End(kUpToDate, 11)}));
+  ExpectUpdate(11, "image-without-date");
   ExpectFlashUntouched();
 }
 
 TEST_F(WendImageTest, SpoiltGzipKeepsTheProgramRunningAndNothingIsErased) {
-  Store(SpoiltGzip(image_));
+  StoreImage(SpoiltGzip(image_));
   PlugIn();
-  ExpectRun(
-      instrument_.RunLimited({"wend", "-sf", "1", "image.bin"}),
-      kOutOfTime,
-      Join(
-          {BeforeImage(), ImageDateLines(), kUnlocking, kErasing, kOpenImage, {"killed SIGXCPU"}}));
+  ExpectGolden(UpdateLimited(), kOutOfTime, "wend-spoilt-gzip");
   ExpectFlashUntouched();
 }
 
 TEST_F(WendImageTest, MissingImageEndsTheProcess) {
   std::filesystem::remove(instrument_.File("image.bin"));
-  ExpectAborted({"open image.bin O_RDONLY = ENOENT"}, "ERROR: Can't open file 'image.bin'");
+  ExpectAborted("missing-image");
 }
 
 TEST_F(WendImageTest, UnreadableImageEndsTheProcess) {
   Fault("open:image.bin:EACCES");
-  ExpectAborted({"open image.bin O_RDONLY = EACCES"}, "ERROR: Can't open file 'image.bin'");
+  ExpectAborted("unreadable-image");
 }
 
 TEST_F(WendImageTest, ImageThatIsGoneAfterTheDecisionFailsTheErase) {
   Fault("open:image.bin#2:ENOENT");
   PlugIn();
-  ExpectUpdate(3,
-               Join({Decide(),
-                     kUnlocking,
-                     kErasing,
-                     {"open image.bin O_RDONLY = ENOENT"},
-                     End(kEraseFailed, 3)}));
+  ExpectUpdate(3, "image-gone-before-erase");
   ExpectFlashUntouched();
 }
 
 TEST_F(WendImageTest, ImageThatIsGoneAfterTheEraseFailsTheProgrammingBeforeTheDeviceIsTouched) {
   Fault("open:image.bin#3:ENOENT");
   PlugIn();
-  ExpectUpdate(6,
-               Join({Decide(),
-                     EraseStep(),
-                     kProgramming,
-                     {"open image.bin O_RDONLY = ENOENT"},
-                     End(kProgramFailed, 6)}));
-  ExpectFlash(Flashed({0xFF}, old_));
+  ExpectUpdate(6, "image-gone-before-programming");
+  ExpectFlashErased();
 }
 
 TEST_F(WendImageTest, DirectoryEndsTheProcess) {
   std::filesystem::remove(instrument_.File("image.bin"));
   std::filesystem::create_directory(instrument_.File("image.bin"));
-  ExpectAborted(kOpenImage, "ERROR: Can't read file");
+  ExpectAborted("image-is-a-directory");
 }
 
 TEST_F(WendImageTest, PipeEndsTheProcess) {
   const PipeFeeder feeder(instrument_.File("image.bin"), image_, 1);
-  ExpectAborted(kOpenImage, "ERROR: Can't seek file");
+  ExpectAborted("image-is-a-pipe");
 }
 
 }  // namespace
