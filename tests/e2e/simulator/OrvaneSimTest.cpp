@@ -104,7 +104,7 @@ TEST(OrvaneSimTest, HelpGoesToStandardOutput) {
 
 TEST(OrvaneSimTest, VersionGoesToStandardOutput) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--version"});
+  const SimulatorOutcome outcome = run.Words("--version");
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.out, "orvane-sim " TARNWICK_VERSION "\n");
   EXPECT_EQ(outcome.err, "");
@@ -112,7 +112,7 @@ TEST(OrvaneSimTest, VersionGoesToStandardOutput) {
 
 TEST(OrvaneSimTest, UnknownOptionExitsWithTwo) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = run.Words({"--x", "--", "true"});
+  const SimulatorOutcome outcome = run.Words("--x -- true");
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, "orvane-sim: unknown option '--x'\nTry 'orvane-sim --help'.\n");
