@@ -1,7 +1,7 @@
 // A program for the instrument that does what its arguments say, one step each:
 //
-//   open PATH FLAGS        FLAGS: any of r w + c t (O_RDONLY, O_WRONLY, O_RDWR, O_CREAT 0600,
-//   O_TRUNC) close N                N: the Nth file opened, counted from 0; -1 for descriptor -1
+//   open PATH FLAGS        FLAGS: any of r w + c t (O_RDONLY, O_WRONLY, O_RDWR, O_CREAT 0600, O_TRUNC)
+//   close N                N: the Nth file opened, counted from 0; -1 for descriptor -1
 //   dup N                  becomes the next file
 //   mode N VALUE           SPI_IOC_WR_MODE
 //   speed N                SPI_IOC_RD_MAX_SPEED_HZ and the same back with SPI_IOC_WR_MAX_SPEED_HZ
