@@ -1,13 +1,11 @@
 #include "tests/doubles/FileKernel.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <utility>
 
 #include "tests/doubles/FakeClock.h"
@@ -97,13 +95,14 @@ ssize_t FileKernel::Read(int fd, void* buffer, std::size_t length) {
   }
   Position& position = At(fd);
   const std::string& contents = files[position.path];
-  const std::size_t available = contents.size() - std::min(position.at, contents.size());
-  const Fate fate = NextFate("read", position.path, std::min(length, available));
+  const auto available = [&] {
+    return std::min(length, contents.size() - std::min(position.at, contents.size()));
+  };
+  const Fate fate = NextFate("read", position.path, available());
   if (fate.error != 0) {
     return Fail(fate.error);
   }
-  const std::size_t left = contents.size() - std::min(position.at, contents.size());
-  const std::size_t count = std::min({length, left, fate.most});
+  const std::size_t count = std::min(available(), fate.most);  // deciding may change the contents
   std::copy_n(contents.data() + position.at, count, static_cast<char*>(buffer));
   position.at += count;
   return static_cast<ssize_t>(count);

@@ -3,23 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iomanip>
-#include <sstream>
+
+#include "tests/doubles/KernelCall.h"
 
 namespace {
 
 using Bytes = ScriptedSerialDevice::Bytes;
 using Step = ScriptedSerialDevice::Step;
 
-std::string Words(const Bytes& bytes) {
-  std::ostringstream text;
-  text << "{" << std::hex << std::setfill('0');
-  for (const std::uint8_t byte : bytes) {
-    text << (text.tellp() > 1 ? " " : "") << std::setw(2) << int{byte};
-  }
-  text << "}";
-  return text.str();
-}
+std::string Words(const Bytes& bytes) { return "{" + kernel::Hex(bytes) + "}"; }
 
 std::string OpenCall(std::uint8_t address) { return "open " + Words({address}); }
 

@@ -34,6 +34,7 @@ class RunSequenceTest : public testing::Test {
     std::vector<std::string> storage;
     storage.reserve(words.size());
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (const char* const word : words) {
       argv.push_back(word == nullptr ? nullptr : storage.emplace_back(word).data());
     }
