@@ -14,14 +14,13 @@ class ChildProcess {
   struct Start {
     std::vector<std::string> words;  // the path of the program, and its arguments
     std::string directory = ".";
-    std::vector<std::pair<std::string, std::string>> environment =
-        {};                               // set in ours; the last counts
-    std::vector<std::string> unset = {};  // names that it does not have
-    std::string out = "";                 // a file for its standard output; "": ours
-    std::string err = "";
-    int outEnd = -1;               // a descriptor for its standard output, instead of a file
-    std::vector<int> closed = {};  // descriptors that it does not have
-    std::vector<std::pair<int, std::string>> readers = {};  // descriptors that read these files
+    std::vector<std::pair<std::string, std::string>> environment;  // set in ours; the last counts
+    std::vector<std::string> unset;                                // names that it does not have
+    std::string out;  // a file for its standard output; empty: ours
+    std::string err;
+    int outEnd = -1;          // a descriptor for its standard output, instead of a file
+    std::vector<int> closed;  // descriptors that it does not have
+    std::vector<std::pair<int, std::string>> readers;  // descriptors that read these files
   };
 
   /// What the end of a process is called.
