@@ -239,11 +239,11 @@ int runTarnwick(int argc, char** argv) {
 
   std::cout << request.target.line << std::endl;
   ModuleProgrammer module =
-      request.target.createProgrammer(&expander, spi.get(), request.moduleNumber);
+      request.target.createProgrammer(&expander, spi.Get(), request.moduleNumber);
   const Status result = Program(request, *module.programmer);
 
   // The result line comes after the flash and the SPI bus are let go.
   module.programmer.reset();
-  spi.reset();
+  spi.Reset();
   return printStatus(result);
 }

@@ -23,7 +23,7 @@ class FileDescriptor {
   }
 
   [[nodiscard]] bool IsOpen() const { return fd_ >= 0; }
-  [[nodiscard]] int get() const { return fd_; }
+  [[nodiscard]] int Get() const { return fd_; }
 
   /// Gives the descriptor up without closing it; the caller owns it, or leaves it open on purpose.
   [[nodiscard]] int Release() { return std::exchange(fd_, kClosed); }

@@ -22,8 +22,8 @@ class SPIDevOwner::OwnedSPIDev final : public SPIDev {
 SPIDevOwner::SPIDevOwner(std::string path, unsigned int speed, std::uint8_t mode, std::uint8_t bits)
     : device_(new OwnedSPIDev(*this, std::move(path), speed, mode, bits)) {}
 
-SPIDevOwner::~SPIDevOwner() { reset(); }
+SPIDevOwner::~SPIDevOwner() { Reset(); }
 
-SPIDev* SPIDevOwner::get() const { return device_; }
+SPIDev* SPIDevOwner::Get() const { return device_; }
 
-void SPIDevOwner::reset() { delete device_; }
+void SPIDevOwner::Reset() { delete device_; }

@@ -17,10 +17,10 @@ class SPIDevOwner {
   ~SPIDevOwner();
 
   /// @return the device, lent; null once it is destroyed
-  [[nodiscard]] SPIDev* get() const;
+  [[nodiscard]] SPIDev* Get() const;
 
   /// Destroys the device now, unless that has happened already.
-  void reset();
+  void Reset();
 
  private:
   class OwnedSPIDev;

@@ -62,11 +62,11 @@ template <typename Take>
 void ReadImage(gzFile image, std::size_t chunkBytes, Take take) {
   TransferBuffer buffer(chunkBytes);
   for (;;) {
-    const int count = ::gzread(image, buffer.data(), static_cast<unsigned>(chunkBytes));
+    const int count = ::gzread(image, buffer.Data(), static_cast<unsigned>(chunkBytes));
     if (count == 0) {
       return;
     }
-    take(buffer.data(), count);
+    take(buffer.Data(), count);
   }
 }
 
@@ -391,10 +391,10 @@ bool MT25QL128::ReadBlock(int fd, int addr, int len) {
   const auto bytes = static_cast<std::size_t>(len);
   TransferBuffer buffer(bytes);
   auto header = CommandHeader(nor::kRead, addr);
-  if (spi_->read(buffer.data(), bytes, header.data(), header.size()) != len) {
+  if (spi_->read(buffer.Data(), bytes, header.data(), header.size()) != len) {
     return false;
   }
-  return fd == -1 || ::write(fd, buffer.data(), bytes) == len;
+  return fd == -1 || ::write(fd, buffer.Data(), bytes) == len;
 }
 
 bool MT25QL128::ReadBlocks(int fd, int addr, int len) {

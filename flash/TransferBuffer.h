@@ -16,7 +16,7 @@ class TransferBuffer {
   TransferBuffer(const TransferBuffer&) = delete;
   TransferBuffer& operator=(const TransferBuffer&) = delete;
 
-  [[nodiscard]] std::uint8_t* data() { return data_; }
+  [[nodiscard]] std::uint8_t* Data() { return data_; }
 
  private:
   std::array<std::uint8_t, kInlineBytes> inline_;

@@ -88,7 +88,7 @@ unsigned int BitstreamFlashProgrammer::FindTimeStampInFile(std::string file) {
   if (!descriptor.IsOpen()) {
     return 0;
   }
-  const std::optional<std::uint32_t> stamp = FindUserAccess(descriptor.get());
+  const std::optional<std::uint32_t> stamp = FindUserAccess(descriptor.Get());
   if (!stamp) {
     ReportNoTimeStamp(file);
     return 0;
@@ -110,20 +110,20 @@ void BitstreamFlashProgrammer::TakeFlashOver() {
   if (IsProgrammed()) {
     std::cout << "FPGA DONE detected, do not reset the FPGA  and try to read the flash header "
               << std::endl;
-    Drive(lines().spi_imx_to_flash());
+    Drive(Lines().spi_imx_to_flash());
     return;
   }
   std::cout << "FPGA DONE not detected, force FPGA is PS mode to keep clock management "
             << std::endl;
-  Drive(lines().spi_imx_to_flash_reset());
+  Drive(Lines().spi_imx_to_flash_reset());
   ::sleep(kPsModeSeconds);
-  Drive(lines().spi_imx_to_fpga());
+  Drive(Lines().spi_imx_to_fpga());
 }
 
 void BitstreamFlashProgrammer::PulseReset() {
-  Drive(lines().spi_flash_to_fpga_reset());
+  Drive(Lines().spi_flash_to_fpga_reset());
   ::usleep(kResetPulseMicroseconds);
-  Drive(lines().spi_flash_to_fpga_run());
+  Drive(Lines().spi_flash_to_fpga_run());
 }
 
 bool BitstreamFlashProgrammer::CompareBuilds(const std::string& dumpPath,

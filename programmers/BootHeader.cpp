@@ -26,11 +26,11 @@ class UserDefinedField {
       std::cerr << "ERROR: Can't open file '" << path << "'" << std::endl;
       Fail();
     }
-    if (::lseek(file_.get(), kFieldOffset, SEEK_SET) < 0) {
+    if (::lseek(file_.Get(), kFieldOffset, SEEK_SET) < 0) {
       std::cerr << "ERROR: Can't seek file" << std::endl;
       Fail();
     }
-    if (::read(file_.get(), bytes_.data(), bytes_.size()) != ssize_t{kFieldBytes}) {
+    if (::read(file_.Get(), bytes_.data(), bytes_.size()) != ssize_t{kFieldBytes}) {
       std::cerr << "ERROR: Can't read file" << std::endl;
       Fail();
     }

@@ -105,7 +105,7 @@ FpgaProgrammerInterface::Status ExpanderFlashProgrammer::ReadDevice(std::string 
   if (!dump.IsOpen()) {
     return OpenFileFailed;
   }
-  if (flash_->ReadDevice(0, size, dump.get()) != MT25QL128::kDone) {
+  if (flash_->ReadDevice(0, size, dump.Get()) != MT25QL128::kDone) {
     return ProgramFailed;
   }
   static_cast<void>(dump.Release());  // stays open until the process ends; the data is written

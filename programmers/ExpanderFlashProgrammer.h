@@ -78,8 +78,8 @@ class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
   /// Drives the masked lines to a pattern of the map.
   void Drive(unsigned short pattern);
 
-  [[nodiscard]] GpioProgrammingInterface& lines() { return *lines_; }
-  [[nodiscard]] int module() const { return static_cast<int>(module_); }
+  [[nodiscard]] GpioProgrammingInterface& Lines() { return *lines_; }
+  [[nodiscard]] int Module() const { return static_cast<int>(module_); }
 
  private:
   /// Routes the controller's SPI to the flash, as Connect() needs it.

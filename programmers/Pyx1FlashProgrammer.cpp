@@ -20,12 +20,12 @@ Pyx1FlashProgrammer::Pyx1FlashProgrammer(PCA9535* expander,
                                          GpioProgrammingInterface* lines,
                                          unsigned int module)
     : BitstreamFlashProgrammer(expander, spi, lines, module, kTraits) {
-  static_cast<void>(Select_SPIMaster(this->module()));  // a flash out of reach shows in Connect()
+  static_cast<void>(Select_SPIMaster(Module()));  // a flash out of reach shows in Connect()
 }
 
 Pyx1FlashProgrammer::~Pyx1FlashProgrammer() {
   ReleaseLines();
-  static_cast<void>(Select_OTDR(module()));  // reported by its own line; the run has its result
+  static_cast<void>(Select_OTDR(Module()));  // reported by its own line; the run has its result
 }
 
 int Pyx1FlashProgrammer::Select_SPIMaster(int module) {

@@ -27,12 +27,12 @@ Pyx2FlashProgrammer::Pyx2FlashProgrammer(PCA9535* expander,
                                          GpioProgrammingInterface* lines,
                                          unsigned int module)
     : ExpanderFlashProgrammer(expander, spi, lines, module, kTraits) {
-  static_cast<void>(Select_SPIMaster(this->module()));  // a flash out of reach shows in Connect()
+  static_cast<void>(Select_SPIMaster(Module()));  // a flash out of reach shows in Connect()
 }
 
 Pyx2FlashProgrammer::~Pyx2FlashProgrammer() {
   ReleaseLines();
-  static_cast<void>(Select_OTDR(module()));  // reported by its own line; the run has its result
+  static_cast<void>(Select_OTDR(Module()));  // reported by its own line; the run has its result
 }
 
 std::string Pyx2FlashProgrammer::SearchBuildDateInUDFHeader(std::string file) {
@@ -53,12 +53,12 @@ int Pyx2FlashProgrammer::Select_OTDR(int module) {
   return module_selector::Select(module, module_selector::kOtdr, std::cerr);
 }
 
-void Pyx2FlashProgrammer::TakeFlashOver() { Drive(lines().spi_imx_to_flash()); }
+void Pyx2FlashProgrammer::TakeFlashOver() { Drive(Lines().spi_imx_to_flash()); }
 
 void Pyx2FlashProgrammer::PulseReset() {
   // Deliberate: the run pattern is never driven. What ends the reset is the connect at the end of
   // toggleReset(), which makes the lines inputs.
-  Drive(lines().spi_flash_to_fpga_reset());
+  Drive(Lines().spi_flash_to_fpga_reset());
   ::sleep(kResetPulseSeconds);
 }
 

@@ -66,7 +66,7 @@ void CloseOrDie(const ControlFile& file, FileDescriptor& descriptor) {
 
 int Write(const ControlFile& file, unsigned int module, const std::string& value) {
   FileDescriptor descriptor = OpenOrDie(file, module, O_WRONLY);
-  if (::write(descriptor.get(), value.data(), value.size()) < 0) {
+  if (::write(descriptor.Get(), value.data(), value.size()) < 0) {
     Die("write to", file, errno);
   }
   CloseOrDie(file, descriptor);
@@ -131,7 +131,7 @@ int ZynqFlashProgrammer::set_zynq_hw_reset_n(std::string value) {
 int ZynqFlashProgrammer::get_zynq_done(std::string& value) {
   FileDescriptor descriptor = OpenOrDie(kDone, module_, O_RDONLY);
   char byte = '\0';
-  const ssize_t count = ::read(descriptor.get(), &byte, sizeof byte);
+  const ssize_t count = ::read(descriptor.Get(), &byte, sizeof byte);
   if (count < 0) {
     Die("read", kDone, errno);
   }
@@ -179,7 +179,7 @@ bool ZynqFlashProgrammer::DumpFlash(const char* path) {
   std::cout << "Reading flash..." << std::flush;
   // Descriptor -1 would have the driver read the flash and drop it, and an old dump would decide.
   const bool dumped =
-      dump.IsOpen() && flash_->ReadDevice(0, kDumpBytes, dump.get()) == MT25QL128::kDone;
+      dump.IsOpen() && flash_->ReadDevice(0, kDumpBytes, dump.Get()) == MT25QL128::kDone;
   static_cast<void>(dump.Close());  // the comparison reads the file again and finds what is missing
   if (!dumped) {
     std::cerr << "ERROR: Can't read Flash device !" << std::endl;

@@ -38,7 +38,7 @@ std::optional<std::string> ReadSlotAddress(unsigned slot) {
     return std::nullopt;
   }
   char text[kAddressPattern.size() + 2];  // the address, its newline, and what must not follow
-  const ssize_t count = ::read(file.get(), text, sizeof text);
+  const ssize_t count = ::read(file.Get(), text, sizeof text);
   if (count < 0) {
     return std::nullopt;
   }
@@ -58,7 +58,7 @@ bool SwitchOn(const std::string& path) {
     return false;
   }
   const bool written =
-      ::write(file.get(), kSwitchOn.data(), kSwitchOn.size()) == ssize_t{kSwitchOn.size()};
+      ::write(file.Get(), kSwitchOn.data(), kSwitchOn.size()) == ssize_t{kSwitchOn.size()};
   const bool closed = file.Close() == 0;
   return written && closed;
 }

@@ -12,7 +12,7 @@ class BusError {
   BusError& operator=(const BusError&) = delete;
   ~BusError() { sd_bus_error_free(&error_); }
 
-  sd_bus_error* get() { return &error_; }
+  sd_bus_error* Get() { return &error_; }
 
   /// @param result  what sd-bus returned, a negative errno
   [[nodiscard]] std::string Text(int result) const {
@@ -70,7 +70,7 @@ SystemBus::Message SystemBus::Call(const char* method,
                                         path_,
                                         service_,
                                         method,
-                                        error.get(),
+                                        error.Get(),
                                         &answer,
                                         argumentTypes,
                                         arguments...);

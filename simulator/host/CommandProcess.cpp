@@ -104,7 +104,7 @@ CommandProcess::CommandProcess(const std::vector<std::string>& words,
                        .kept = kept.data(),
                        .keptCount = kept.size(),
                        .takesTerminal = hasTerminal_,
-                       .failure = writer.get(),
+                       .failure = writer.Get(),
                        .parent = ::getpid()};
   id_ = ::fork();
   if (id_ < 0) {
@@ -116,7 +116,7 @@ CommandProcess::CommandProcess(const std::vector<std::string>& words,
   ::setpgid(id_, id_);  // whichever of us comes first
   static_cast<void>(writer.Close());
   int error = 0;
-  if (::read(reader.get(), &error, sizeof error) == ssize_t{sizeof error}) {
+  if (::read(reader.Get(), &error, sizeof error) == ssize_t{sizeof error}) {
     ::waitpid(id_, nullptr, 0);
     throw CommandError(error, words[0]);
   }

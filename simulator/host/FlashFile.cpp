@@ -32,7 +32,7 @@ std::vector<std::uint8_t> LoadFlashFile(const std::string& path) {
   std::vector<std::uint8_t> contents;
   std::array<std::uint8_t, 1 << 16> piece;
   for (;;) {
-    const ssize_t count = ::read(file.get(), piece.data(), piece.size());
+    const ssize_t count = ::read(file.Get(), piece.data(), piece.size());
     if (count < 0) {
       Fail("read", path);
     }
@@ -52,7 +52,7 @@ void SaveFlashFile(const std::string& path, std::span<const std::uint8_t> conten
     Fail("open", path);
   }
   while (!contents.empty()) {
-    const ssize_t count = ::write(file.get(), contents.data(), contents.size());
+    const ssize_t count = ::write(file.Get(), contents.data(), contents.size());
     if (count < 0) {
       Fail("write", path);
     }

@@ -17,7 +17,7 @@ class LinkConnection {
   /// @param descriptor  of the socket, taken over
   explicit LinkConnection(int descriptor);
 
-  int Descriptor() const { return descriptor_.get(); }
+  int Descriptor() const { return descriptor_.Get(); }
   /// The process at the other end.
   pid_t Process() const { return process_; }
 

@@ -55,11 +55,11 @@ ShimServer::ShimServer(const std::string& path,
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   if (!listener_.IsOpen() ||
-      ::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(listener_.get(), kBacklog) != 0) {
+      ::bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(listener_.Get(), kBacklog) != 0) {
     throw std::system_error(errno, std::generic_category(), "cannot listen for programs");
   }
-  listenerSource_ = WatchForInput(listener_.get(), OnListener, this);
+  listenerSource_ = WatchForInput(listener_.Get(), OnListener, this);
 }
 
 ShimServer::~ShimServer() {
@@ -87,7 +87,7 @@ int ShimServer::OnClient(int /*descriptor*/, int /*condition*/, void* client) {
 }
 
 void ShimServer::Accept() {
-  const int descriptor = ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC);
+  const int descriptor = ::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC);
   if (descriptor >= 0) {
     clients_.emplace(descriptor, std::make_unique<Client>(*this, descriptor));
   }

@@ -84,8 +84,8 @@ void Testbed::RemoveFile(std::string_view path) const { std::filesystem::remove(
 
 void Testbed::SetFile(std::string_view path, std::string_view contents) const {
   const FileDescriptor file(::open(RealPath(path).c_str(), O_WRONLY | O_CLOEXEC));
-  if (!file.IsOpen() || ::write(file.get(), contents.data(), contents.size()) < 0 ||
-      ::ftruncate(file.get(), static_cast<off_t>(contents.size())) != 0) {
+  if (!file.IsOpen() || ::write(file.Get(), contents.data(), contents.size()) < 0 ||
+      ::ftruncate(file.Get(), static_cast<off_t>(contents.size())) != 0) {
     throw std::system_error(errno, std::generic_category(), "cannot write " + RealPath(path));
   }
 }

@@ -11,14 +11,14 @@
 /// object lives.
 class PrivateSystemBus {
  public:
-  [[nodiscard]] const std::string& address() const { return address_; }
+  [[nodiscard]] const std::string& Address() const { return address_; }
 
   /// Ends the daemon and waits until it is gone. The address stays and leads nowhere.
   void Stop() { daemon_.reset(); }
 
  private:
   TemporaryDirectory directory_{"/tmp"};  // a socket's address is short
-  std::optional<orvane::PrivateBus> daemon_{directory_.path()};
+  std::optional<orvane::PrivateBus> daemon_{directory_.Path()};
   std::string address_ = daemon_->Address();
   EnvironmentVariable variable_{"DBUS_SYSTEM_BUS_ADDRESS", address_};
 };

@@ -6,7 +6,7 @@
 #include <system_error>
 
 ScratchDirectory::ScratchDirectory() : former_(std::filesystem::current_path()) {
-  std::filesystem::current_path(directory_.path());
+  std::filesystem::current_path(directory_.Path());
 }
 
 ScratchDirectory::~ScratchDirectory() {

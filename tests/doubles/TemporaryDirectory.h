@@ -12,7 +12,7 @@ class TemporaryDirectory {
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
   ~TemporaryDirectory();
 
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] const std::string& Path() const { return path_; }
 
   /// Writes a file, and the directories above it.
   /// @param name  relative to the directory

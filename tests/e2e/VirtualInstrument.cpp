@@ -36,7 +36,7 @@ constexpr int kLongestRunMilliseconds = 300'000;
 
 }  // namespace
 
-VirtualInstrument::VirtualInstrument() : directory_(temporary_.path()) {
+VirtualInstrument::VirtualInstrument() : directory_(temporary_.Path()) {
   fs::create_directory(directory_ / "cwd");
 }
 

@@ -88,7 +88,7 @@ struct Devices {
 std::unique_ptr<FpgaProgrammerInterface> NewProgrammer(const Input& input, Devices& devices) {
   const unsigned module = input.module.number;
   PCA9535* const expander = &devices.expander;
-  SPIDev* const spi = devices.spi.get();
+  SPIDev* const spi = devices.spi.Get();
   switch (input.kind) {
     case Kind::kWend:
       return std::make_unique<ZynqFlashProgrammer>(spi, module);

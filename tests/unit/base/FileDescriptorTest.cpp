@@ -21,7 +21,7 @@ bool IsOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
 TEST(FileDescriptorTest, HoldsNothingUnlessGivenADescriptor) {
   const FileDescriptor descriptor;
   EXPECT_FALSE(descriptor.IsOpen());
-  EXPECT_EQ(descriptor.get(), -1);
+  EXPECT_EQ(descriptor.Get(), -1);
 }
 
 TEST(FileDescriptorTest, TakesAFailedOpenForNothing) {
@@ -35,7 +35,7 @@ TEST(FileDescriptorTest, ClosesAtItsEnd) {
   {
     const FileDescriptor descriptor(fd);
     EXPECT_TRUE(descriptor.IsOpen());
-    EXPECT_EQ(descriptor.get(), fd);
+    EXPECT_EQ(descriptor.Get(), fd);
   }
   EXPECT_FALSE(IsOpen(fd));
 }
@@ -74,7 +74,7 @@ TEST(FileDescriptorTest, MovedFromGivesItsDescriptorUp) {
   FileDescriptor first(fd);
   {
     const FileDescriptor second(std::move(first));
-    EXPECT_EQ(second.get(), fd);
+    EXPECT_EQ(second.Get(), fd);
     EXPECT_FALSE(first.IsOpen());  // NOLINT(bugprone-use-after-move): what is left is the test
   }
   EXPECT_FALSE(IsOpen(fd));

@@ -126,7 +126,7 @@ class I2CDevMuxLookupTest : public testing::Test {
 
   /// An entry of udev's list that has no name file.
   void AddEntry(const std::string& path) {
-    udev_.entries.push_back(sys_.path() + "/" + path);
+    udev_.entries.push_back(sys_.Path() + "/" + path);
     udev_.handles.push_back(0);
   }
 

@@ -25,19 +25,19 @@ class SPIDevOwnerTest : public KernelTest {
 
 TEST_F(SPIDevOwnerTest, DeviceIsMadeFromTheParameters) {
   auto owner = Owner();
-  ASSERT_NE(owner->get(), nullptr);
-  EXPECT_EQ(owner->get()->getName(), "/dev/spidev1.0");
-  EXPECT_EQ(owner->get()->GetSpeed(), 10'000'000U);
-  EXPECT_EQ(owner->get()->GetMaxTransferSize(), 512U);
+  ASSERT_NE(owner->Get(), nullptr);
+  EXPECT_EQ(owner->Get()->getName(), "/dev/spidev1.0");
+  EXPECT_EQ(owner->Get()->GetSpeed(), 10'000'000U);
+  EXPECT_EQ(owner->Get()->GetMaxTransferSize(), 512U);
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Returns(7),
           kernel::SpiWriteMode(7, 3),
           kernel::SpiReadMaxSpeed(7, 1'000'000),
           kernel::SpiWriteMaxSpeed(7, 1'000'000),
           kernel::SpiMessage(7, {kernel::Rx(1, 10'000'000, 16)}),
           kernel::Close(7)});
-  EXPECT_EQ(owner->get()->open(0), 7);
+  EXPECT_EQ(owner->Get()->open(0), 7);
   std::uint8_t byte = 0;
-  EXPECT_EQ(owner->get()->read(&byte, 1, nullptr, 0), 1);
+  EXPECT_EQ(owner->Get()->read(&byte, 1, nullptr, 0), 1);
 }
 
 TEST_F(SPIDevOwnerTest, OwnerDestroysTheDeviceOnce) {
@@ -49,28 +49,28 @@ TEST_F(SPIDevOwnerTest, OwnerDestroysTheDeviceOnce) {
 TEST_F(SPIDevOwnerTest, ResetDestroysTheDeviceNowAndNotAgain) {
   auto owner = Owner();
   Expect({kernel::Close(-1)});
-  owner->reset();
-  EXPECT_EQ(owner->get(), nullptr);
+  owner->Reset();
+  EXPECT_EQ(owner->Get(), nullptr);
   kernel_.Verify();
-  owner->reset();
+  owner->Reset();
   owner.reset();
 }
 
 TEST_F(SPIDevOwnerTest, DeviceDestroyedByABorrowerIsKnownToTheOwner) {
   auto owner = Owner();
   Expect({kernel::Close(-1)});
-  delete owner->get();
-  EXPECT_EQ(owner->get(), nullptr);
-  owner->reset();
+  delete owner->Get();
+  EXPECT_EQ(owner->Get(), nullptr);
+  owner->Reset();
   owner.reset();
 }
 
 TEST_F(SPIDevOwnerTest, DeviceThatTheFlashDriverDestroysIsDestroyedOnce) {
   auto owner = Owner();
-  auto flash = std::make_unique<MT25QL128>(owner->get());
+  auto flash = std::make_unique<MT25QL128>(owner->Get());
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Fails(ENOENT), kernel::Close(-1)});
   EXPECT_EQ(flash->Connect(true), 1);
-  EXPECT_EQ(owner->get(), nullptr);
+  EXPECT_EQ(owner->Get(), nullptr);
   kernel_.Verify();
   flash.reset();
   owner.reset();

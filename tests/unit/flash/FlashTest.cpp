@@ -35,7 +35,7 @@ void FlashTest::ExpectOpening(int fd) {
 
 void FlashTest::OpenDevice() {
   ExpectOpening();
-  ASSERT_EQ(device()->open(0), 7);
+  ASSERT_EQ(Device()->open(0), 7);
 }
 
 void FlashTest::Rebuild(const std::string& bufsiz) {
@@ -43,11 +43,11 @@ void FlashTest::Rebuild(const std::string& bufsiz) {
   bufsiz_.reset();
   bufsiz_.emplace("/sys/module/spidev/parameters/bufsiz", bufsiz);
   spi_ = std::make_unique<SPIDevOwner>(kNode, kHz, std::uint8_t{0}, std::uint8_t{8});
-  flash_ = std::make_unique<MT25QL128>(spi_->get());
+  flash_ = std::make_unique<MT25QL128>(spi_->Get());
 }
 
 void FlashTest::Destroy() {
-  if (flash_ != nullptr && device() != nullptr) {
+  if (flash_ != nullptr && Device() != nullptr) {
     Expect({kernel::Close(fd_), kernel::Close(-1)});
   }
   flash_.reset();

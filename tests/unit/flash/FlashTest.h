@@ -43,8 +43,8 @@ class FlashTest : public KernelTest {
   /// Starts over with transfers of at most `bufsiz` bytes, the text of the kernel parameter.
   void Rebuild(const std::string& bufsiz);
 
-  [[nodiscard]] SPIDev* device() const { return spi_->get(); }
-  MT25QL128& flash() { return *flash_; }
+  [[nodiscard]] SPIDev* Device() const { return spi_->Get(); }
+  MT25QL128& Flash() { return *flash_; }
 
   /// Destroys the driver, which closes the device, and then the device, which closes again.
   void Destroy();

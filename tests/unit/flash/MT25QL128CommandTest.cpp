@@ -77,33 +77,33 @@ TEST_F(MT25QL128ConstructionTest, DestructorClosesTheDeviceButDoesNotDestroyIt) 
 
 TEST_F(MT25QL128CommandTest, SendCommandSendsTheByte) {
   Expect({Send({0x66})});
-  EXPECT_TRUE(flash().SendCommand(0x66));
+  EXPECT_TRUE(Flash().SendCommand(0x66));
 }
 
 TEST_F(MT25QL128CommandTest, SendCommandThatFailsReturnsFalse) {
   Expect({Send({0x66}).Fails(EIO)});
-  EXPECT_FALSE(flash().SendCommand(0x66));
+  EXPECT_FALSE(Flash().SendCommand(0x66));
   ExpectConsole("", kWriteError);
 }
 
 TEST_F(MT25QL128CommandTest, SetWriteEnableSends06) {
   Expect({Send({0x06}), Send({0x06}).Fails(EIO)});
-  EXPECT_TRUE(flash().SetWriteEnable());
-  EXPECT_FALSE(flash().SetWriteEnable());
+  EXPECT_TRUE(Flash().SetWriteEnable());
+  EXPECT_FALSE(Flash().SetWriteEnable());
   ExpectConsole("", kWriteError);
 }
 
 TEST_F(MT25QL128CommandTest, GetStatusAsksForOneByte) {
   Expect({Ask({0x15}, {0x08})});
   std::uint8_t value = 0x77;
-  EXPECT_TRUE(flash().GetStatus(0x15, value));
+  EXPECT_TRUE(Flash().GetStatus(0x15, value));
   EXPECT_EQ(value, 0x08);
 }
 
 TEST_F(MT25QL128CommandTest, GetStatusThatFailsLeavesTheValueUnchanged) {
   Expect({Ask({0x15}, {0x08}).Fails(EIO)});
   std::uint8_t value = 0x77;
-  EXPECT_FALSE(flash().GetStatus(0x15, value));
+  EXPECT_FALSE(Flash().GetStatus(0x15, value));
   EXPECT_EQ(value, 0x77);
   ExpectConsole("", kReadError);
 }
@@ -111,10 +111,10 @@ TEST_F(MT25QL128CommandTest, GetStatusThatFailsLeavesTheValueUnchanged) {
 TEST_F(MT25QL128CommandTest, ReadStatusRegAsks05) {
   Expect({Ask({0x05}, {0x83}), Ask({0x05}, {0x83}).Fails(EIO)});
   std::uint8_t value = 0x77;
-  EXPECT_TRUE(flash().ReadStatusReg(value));
+  EXPECT_TRUE(Flash().ReadStatusReg(value));
   EXPECT_EQ(value, 0x83);
   value = 0x77;
-  EXPECT_FALSE(flash().ReadStatusReg(value));
+  EXPECT_FALSE(Flash().ReadStatusReg(value));
   EXPECT_EQ(value, 0x77);
   ExpectConsole("", kReadError);
 }
@@ -123,7 +123,7 @@ TEST_F(MT25QL128CommandTest, ReadStatusRegAsks05) {
 
 TEST_F(MT25QL128CommandTest, VerboseIdentificationPrintsThreeLinesInHexadecimal) {
   Expect({Ask({0x9F}, {0x20, 0xBA, 0x18})});
-  EXPECT_TRUE(flash().ReadManufIDReg(true));
+  EXPECT_TRUE(Flash().ReadManufIDReg(true));
   ExpectConsole(
       "Flash Manufacturer ID   : 0x20\n"
       "Flash Memory Type       : 0xba\n"
@@ -133,7 +133,7 @@ TEST_F(MT25QL128CommandTest, VerboseIdentificationPrintsThreeLinesInHexadecimal)
 
 TEST_F(MT25QL128CommandTest, IdentificationBytesArePaddedToTwoDigits) {
   Expect({Ask({0x9F}, {0x01, 0x00, 0x0F})});
-  EXPECT_TRUE(flash().ReadManufIDReg(true));
+  EXPECT_TRUE(Flash().ReadManufIDReg(true));
   ExpectConsole(
       "Flash Manufacturer ID   : 0x01\n"
       "Flash Memory Type       : 0x00\n"
@@ -143,13 +143,13 @@ TEST_F(MT25QL128CommandTest, IdentificationBytesArePaddedToTwoDigits) {
 
 TEST_F(MT25QL128CommandTest, SilentIdentificationPrintsNothing) {
   Expect({Ask({0x9F}, {0x20, 0xBA, 0x18})});
-  EXPECT_TRUE(flash().ReadManufIDReg(false));
+  EXPECT_TRUE(Flash().ReadManufIDReg(false));
   ExpectConsole("", "");
 }
 
 TEST_F(MT25QL128CommandTest, HexModeAndFillStaySetOnStandardOutputAndTheWidthLapses) {
   Expect({Ask({0x9F}, {0x20, 0xBA, 0x18})});
-  flash().ReadManufIDReg(true);
+  Flash().ReadManufIDReg(true);
   console_.TakeOut();
   std::cout << 255 << " " << 10 << " " << std::setw(4) << 1 << std::endl;
   std::cerr << 255 << std::endl;
@@ -158,7 +158,7 @@ TEST_F(MT25QL128CommandTest, HexModeAndFillStaySetOnStandardOutputAndTheWidthLap
 
 TEST_F(MT25QL128CommandTest, SilentIdentificationLeavesStandardOutputAsItIs) {
   Expect({Ask({0x9F}, {0xC2, 0x20, 0x18})});
-  flash().ReadManufIDReg(false);
+  Flash().ReadManufIDReg(false);
   console_.TakeOut();
   std::cout << 255 << " " << std::setw(4) << 1 << std::endl;
   ExpectConsole("255    1\n", "");
@@ -166,30 +166,30 @@ TEST_F(MT25QL128CommandTest, SilentIdentificationLeavesStandardOutputAsItIs) {
 
 TEST_F(MT25QL128CommandTest, ManufacturerZeroFailsAfterPrinting) {
   Expect({Ask({0x9F}, {0x00, 0xBA, 0x18}), Ask({0x9F}, {0x00, 0x00, 0x00})});
-  EXPECT_FALSE(flash().ReadManufIDReg(true));
+  EXPECT_FALSE(Flash().ReadManufIDReg(true));
   ExpectConsole(
       "Flash Manufacturer ID   : 0x00\n"
       "Flash Memory Type       : 0xba\n"
       "Flash Memory Capacity   : 0x18\n",
       "");
-  EXPECT_FALSE(flash().ReadManufIDReg(false));
+  EXPECT_FALSE(Flash().ReadManufIDReg(false));
 }
 
 TEST_F(MT25QL128CommandTest, AnyOtherManufacturerIsAccepted) {
   Expect({Ask({0x9F}, {0xFF, 0xFF, 0xFF}), Ask({0x9F}, {0x01, 0x00, 0x00})});
-  EXPECT_TRUE(flash().ReadManufIDReg(false));
-  EXPECT_TRUE(flash().ReadManufIDReg(false));
+  EXPECT_TRUE(Flash().ReadManufIDReg(false));
+  EXPECT_TRUE(Flash().ReadManufIDReg(false));
 }
 
 TEST_F(MT25QL128CommandTest, ManufacturerC2AnnouncesLockLogicEvenWhenSilent) {
   Expect({Ask({0x9F}, {0xC2, 0x20, 0x18})});
-  EXPECT_TRUE(flash().ReadManufIDReg(false));
+  EXPECT_TRUE(Flash().ReadManufIDReg(false));
   ExpectConsole("Chip is matronix, enabling lock logic.\n", "");
 }
 
 TEST_F(MT25QL128CommandTest, ManufacturerC2IsAnnouncedAfterTheThreeLines) {
   Expect({Ask({0x9F}, {0xC2, 0x20, 0x18})});
-  EXPECT_TRUE(flash().ReadManufIDReg(true));
+  EXPECT_TRUE(Flash().ReadManufIDReg(true));
   ExpectConsole(
       "Flash Manufacturer ID   : 0xc2\n"
       "Flash Memory Type       : 0x20\n"
@@ -199,24 +199,24 @@ TEST_F(MT25QL128CommandTest, ManufacturerC2IsAnnouncedAfterTheThreeLines) {
 }
 
 TEST_F(MT25QL128CommandTest, LockLogicIsOffUntilManufacturerC2IsSeenAndThenStaysOn) {
-  EXPECT_EQ(flash().GetProtectLevel(), 0);  // no traffic
+  EXPECT_EQ(Flash().GetProtectLevel(), 0);  // no traffic
   Expect({Ask({0x9F}, {0x20, 0xBA, 0x18})});
-  EXPECT_TRUE(flash().ReadManufIDReg(false));
-  EXPECT_EQ(flash().GetProtectLevel(), 0);  // no traffic
+  EXPECT_TRUE(Flash().ReadManufIDReg(false));
+  EXPECT_EQ(Flash().GetProtectLevel(), 0);  // no traffic
 
   Expect({Ask({0x9F}, {0xC2, 0x20, 0x18}), Ask({0x15}, {0x00}), Ask({0x05}, {0x24})});
-  EXPECT_TRUE(flash().ReadManufIDReg(false));
-  EXPECT_EQ(flash().GetProtectLevel(), 9);
+  EXPECT_TRUE(Flash().ReadManufIDReg(false));
+  EXPECT_EQ(Flash().GetProtectLevel(), 9);
 
   Expect({Ask({0x9F}, {0x20, 0xBA, 0x18}), Ask({0x15}, {0x00}), Ask({0x05}, {0x24})});
-  EXPECT_TRUE(flash().ReadManufIDReg(false));
-  EXPECT_EQ(flash().GetProtectLevel(), 9);
+  EXPECT_TRUE(Flash().ReadManufIDReg(false));
+  EXPECT_EQ(Flash().GetProtectLevel(), 9);
   ExpectConsole("Chip is matronix, enabling lock logic.\n", "");
 }
 
 TEST_F(MT25QL128CommandTest, IdentificationThatCannotBeReadFailsAndPrintsNothingOfItsOwn) {
   Expect({Ask({0x9F}, {0xC2, 0x20, 0x18}).Fails(EIO)});
-  EXPECT_FALSE(flash().ReadManufIDReg(true));
+  EXPECT_FALSE(Flash().ReadManufIDReg(true));
   ExpectConsole("", kReadError);
 }
 
@@ -229,7 +229,7 @@ TEST_F(MT25QL128CommandTest, WriteCommandEnablesWritingSendsAndPollsUntilReady) 
           Ask({0x05}, {0x01}),
           Ask({0x05}, {0x00})});
   std::uint8_t data[] = {0xAA, 0x55};
-  EXPECT_TRUE(flash().WriteCommand(0x02, 0x012345, 2, data));
+  EXPECT_TRUE(Flash().WriteCommand(0x02, 0x012345, 2, data));
 }
 
 TEST_F(MT25QL128CommandTest, WriteCommandOfLengthZeroSendsFourBytesWhateverTheData) {
@@ -240,8 +240,8 @@ TEST_F(MT25QL128CommandTest, WriteCommandOfLengthZeroSendsFourBytesWhateverTheDa
           Send({0xD8, 0x12, 0x00, 0x00}),
           Ask({0x05}, {0x00})});
   std::uint8_t data[] = {0xAA};
-  EXPECT_TRUE(flash().WriteCommand(0xD8, 0x120000, 0, nullptr));
-  EXPECT_TRUE(flash().WriteCommand(0xD8, 0x120000, 0, data));
+  EXPECT_TRUE(Flash().WriteCommand(0xD8, 0x120000, 0, nullptr));
+  EXPECT_TRUE(Flash().WriteCommand(0xD8, 0x120000, 0, data));
 }
 
 TEST_F(MT25QL128CommandTest, AddressIsThreeBytesMostSignificantFirst) {
@@ -253,25 +253,25 @@ TEST_F(MT25QL128CommandTest, AddressIsThreeBytesMostSignificantFirst) {
                                                    {-0x1000000, {0x20, 0x00, 0x00, 0x00}}};
   for (const auto& [addr, bytes] : rows) {
     Expect({Send({0x06}), Send(bytes), Ask({0x05}, {0x00})});
-    EXPECT_TRUE(flash().WriteCommand(0x20, addr, 0, nullptr));
+    EXPECT_TRUE(Flash().WriteCommand(0x20, addr, 0, nullptr));
   }
 }
 
 TEST_F(MT25QL128CommandTest, FailedWriteEnableIsIgnored) {
   Expect({Send({0x06}).Fails(EIO), Send({0x20, 0x00, 0x10, 0x00}), Ask({0x05}, {0x00})});
-  EXPECT_TRUE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
   ExpectConsole("", kWriteError);
 }
 
 TEST_F(MT25QL128CommandTest, CommandThatCannotBeSentFailsWithoutPolling) {
   Expect({Send({0x06}), Send({0x20, 0x00, 0x10, 0x00}).Fails(EIO)});
-  EXPECT_FALSE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_FALSE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
   ExpectConsole("", kWriteError);
 }
 
 TEST_F(MT25QL128CommandTest, StatusThatCannotBeReadFails) {
   Expect({Send({0x06}), Send({0x20, 0x00, 0x10, 0x00}), Ask({0x05}, {0x00}).Fails(EIO)});
-  EXPECT_FALSE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_FALSE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
   ExpectConsole("", kReadError);
 }
 
@@ -280,13 +280,13 @@ TEST_F(MT25QL128CommandTest, StatusThatCannotBeReadWhileBusyFails) {
           Send({0x20, 0x00, 0x10, 0x00}),
           Ask({0x05}, {0x01}),
           Ask({0x05}, {0x00}).Fails(EIO)});
-  EXPECT_FALSE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_FALSE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
   ExpectConsole("", kReadError);
 }
 
 TEST_F(MT25QL128CommandTest, OnlyBitZeroOfTheStatusMeansBusy) {
   Expect({Send({0x06}), Send({0x20, 0x00, 0x10, 0x00}), Ask({0x05}, {0xFE})});
-  EXPECT_TRUE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
 }
 
 TEST_F(MT25QL128CommandTest, StatusIsPolledBackToBackWithoutSleep) {
@@ -295,7 +295,7 @@ TEST_F(MT25QL128CommandTest, StatusIsPolledBackToBackWithoutSleep) {
     Expect({Ask({0x05}, {0x01})});  // a sleep in between would not be expected
   }
   Expect({Ask({0x05}, {0x00})});
-  EXPECT_TRUE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
 }
 
 TEST_F(MT25QL128CommandTest, ElapsedTimeOfExactlyFiveSecondsIsNotTooLong) {
@@ -304,7 +304,7 @@ TEST_F(MT25QL128CommandTest, ElapsedTimeOfExactlyFiveSecondsIsNotTooLong) {
           Ask({0x05}, {0x01}).Takes(5s),
           Ask({0x05}, {0x01}),
           Ask({0x05}, {0x00})});
-  EXPECT_TRUE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
 }
 
 TEST_F(MT25QL128CommandTest, ElapsedTimeAboveFiveSecondsFailsAfterOneMoreStatusReadThoughReady) {
@@ -312,7 +312,7 @@ TEST_F(MT25QL128CommandTest, ElapsedTimeAboveFiveSecondsFailsAfterOneMoreStatusR
           Send({0x20, 0x00, 0x10, 0x00}),
           Ask({0x05}, {0x01}).Takes(5s + 1ns),
           Ask({0x05}, {0x00})});
-  EXPECT_FALSE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_FALSE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
   ExpectConsole("", "");
 }
 
@@ -323,12 +323,12 @@ TEST_F(MT25QL128CommandTest, ElapsedTimeAddsUpOverTheStatusReads) {
           Ask({0x05}, {0x01}).Takes(2s),
           Ask({0x05}, {0x01}).Takes(2s),
           Ask({0x05}, {0x01})});
-  EXPECT_FALSE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_FALSE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
 }
 
 TEST_F(MT25QL128CommandTest, FirstStatusReadCountsAsNoTimeAtAll) {
   Expect({Send({0x06}), Send({0x20, 0x00, 0x10, 0x00}), Ask({0x05}, {0x00}).Takes(60s)});
-  EXPECT_TRUE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
 }
 
 TEST_F(MT25QL128CommandTest, ReadyInTimeIsSuccessThoughThatReadTookLong) {
@@ -336,7 +336,7 @@ TEST_F(MT25QL128CommandTest, ReadyInTimeIsSuccessThoughThatReadTookLong) {
           Send({0x20, 0x00, 0x10, 0x00}),
           Ask({0x05}, {0x01}).Takes(4s),
           Ask({0x05}, {0x00}).Takes(60s)});
-  EXPECT_TRUE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
 }
 
 TEST_F(MT25QL128CommandTest, TimeBeforeTheFirstStatusReadDoesNotCount) {
@@ -344,7 +344,7 @@ TEST_F(MT25QL128CommandTest, TimeBeforeTheFirstStatusReadDoesNotCount) {
           Send({0x20, 0x00, 0x10, 0x00}).Takes(60s),
           Ask({0x05}, {0x01}),
           Ask({0x05}, {0x00})});
-  EXPECT_TRUE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+  EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
 }
 
 TEST_F(MT25QL128CommandTest, EachCommandHasItsOwnFiveSeconds) {
@@ -353,16 +353,16 @@ TEST_F(MT25QL128CommandTest, EachCommandHasItsOwnFiveSeconds) {
             Send({0x20, 0x00, 0x10, 0x00}),
             Ask({0x05}, {0x01}).Takes(4s),
             Ask({0x05}, {0x00})});
-    EXPECT_TRUE(flash().WriteCommand(0x20, 0x1000, 0, nullptr));
+    EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
   }
 }
 
 TEST_F(MT25QL128CommandTest, WritePageIsAPageProgram) {
   Expect({Send({0x06}), Send({0x02, 0x01, 0x23, 0x00, 0xAA}), Ask({0x05}, {0x00})});
   std::uint8_t data[] = {0xAA};
-  EXPECT_TRUE(flash().WritePage(0x012300, 1, data));
+  EXPECT_TRUE(Flash().WritePage(0x012300, 1, data));
   Expect({Send({0x06}), Send({0x02, 0x01, 0x23, 0x00, 0xAA}).Fails(EIO)});
-  EXPECT_FALSE(flash().WritePage(0x012300, 1, data));
+  EXPECT_FALSE(Flash().WritePage(0x012300, 1, data));
   ExpectConsole("", kWriteError);
 }
 
@@ -385,14 +385,14 @@ class MT25QL128WriteTest : public MT25QL128CommandTest {
 
 TEST_F(MT25QL128WriteTest, LengthZeroSendsOneEmptyPageProgram) {
   ExpectPage({0x02, 0x01, 0x00, 0x00}, {});
-  EXPECT_TRUE(flash().Write(0x010000, 0, nullptr));
+  EXPECT_TRUE(Flash().Write(0x010000, 0, nullptr));
 }
 
 TEST_F(MT25QL128WriteTest, LengthUpTo256IsOnePageProgram) {
   for (const std::size_t length : {1U, 255U, 256U}) {
     auto data = Data(length);
     ExpectPage({0x02, 0x01, 0x00, 0x00}, data);
-    EXPECT_TRUE(flash().Write(0x010000, static_cast<int>(length), data.data()));
+    EXPECT_TRUE(Flash().Write(0x010000, static_cast<int>(length), data.data()));
   }
 }
 
@@ -400,21 +400,21 @@ TEST_F(MT25QL128WriteTest, Length257IsAFullPageAndOneByteAtTheNext) {
   auto data = Data(257);
   ExpectPage({0x02, 0x01, 0x00, 0x00}, Data(256));
   ExpectPage({0x02, 0x01, 0x01, 0x00}, {0x00});
-  EXPECT_TRUE(flash().Write(0x010000, 257, data.data()));
+  EXPECT_TRUE(Flash().Write(0x010000, 257, data.data()));
 }
 
 TEST_F(MT25QL128WriteTest, Length512IsTwoFullPages) {
   auto data = Data(512);
   ExpectPage({0x02, 0x00, 0x00, 0x00}, Data(256));
   ExpectPage({0x02, 0x00, 0x01, 0x00}, Data(256));
-  EXPECT_TRUE(flash().Write(0, 512, data.data()));
+  EXPECT_TRUE(Flash().Write(0, 512, data.data()));
 }
 
 TEST_F(MT25QL128WriteTest, ChunksStartWhereTheAddressPointsAndAreNotAligned) {
   auto data = Data(300);
   ExpectPage({0x02, 0x00, 0x00, 0x80}, Data(256));
   ExpectPage({0x02, 0x00, 0x01, 0x80}, Data(44));
-  EXPECT_TRUE(flash().Write(0x80, 300, data.data()));
+  EXPECT_TRUE(Flash().Write(0x80, 300, data.data()));
 }
 
 TEST_F(MT25QL128WriteTest, FirstFailingChunkEndsTheWrite) {
@@ -423,29 +423,29 @@ TEST_F(MT25QL128WriteTest, FirstFailingChunkEndsTheWrite) {
   Bytes second = {0x02, 0x00, 0x01, 0x00};
   second.insert(second.end(), data.begin(), data.begin() + 256);
   Expect({Send({0x06}), Send(second).Fails(EIO)});
-  EXPECT_FALSE(flash().Write(0, 600, data.data()));
+  EXPECT_FALSE(Flash().Write(0, 600, data.data()));
   ExpectConsole("", kWriteError);
 }
 
 TEST_F(MT25QL128WriteTest, NegativeLengthsCutTheCommandShort) {
   std::uint8_t data[] = {0xAA};
   Expect({Send({0x06}), Send({0x02, 0x01, 0x23}), Ask({0x05}, {0x00})});
-  EXPECT_TRUE(flash().Write(0x012345, -1, data));
+  EXPECT_TRUE(Flash().Write(0x012345, -1, data));
   Expect({Send({0x06}), Send({0x02, 0x01}), Ask({0x05}, {0x00})});
-  EXPECT_TRUE(flash().Write(0x012345, -2, data));
+  EXPECT_TRUE(Flash().Write(0x012345, -2, data));
   Expect({Send({0x06}), Send({0x02}), Ask({0x05}, {0x00})});
-  EXPECT_TRUE(flash().Write(0x012345, -3, data));
+  EXPECT_TRUE(Flash().Write(0x012345, -3, data));
 }
 
 TEST_F(MT25QL128WriteTest, LengthsWithoutRoomForTheOpcodeFailWithoutTraffic) {
-  EXPECT_FALSE(flash().Write(0, -5, nullptr));
-  EXPECT_FALSE(flash().Write(0, -254, nullptr));
+  EXPECT_FALSE(Flash().Write(0, -5, nullptr));
+  EXPECT_FALSE(Flash().Write(0, -254, nullptr));
 }
 
 TEST_F(MT25QL128WriteTest, LengthsBelowMinus254SendNothingAndSucceed) {
-  EXPECT_TRUE(flash().Write(0, -255, nullptr));
-  EXPECT_TRUE(flash().Write(0, -256, nullptr));
-  EXPECT_TRUE(flash().Write(0, -2147483647 - 1, nullptr));
+  EXPECT_TRUE(Flash().Write(0, -255, nullptr));
+  EXPECT_TRUE(Flash().Write(0, -256, nullptr));
+  EXPECT_TRUE(Flash().Write(0, -2147483647 - 1, nullptr));
 }
 
 // --- Erasing ------------------------------------------------------------------------------------
@@ -459,56 +459,56 @@ class MT25QL128EraseTest : public MT25QL128CommandTest {
 
 TEST_F(MT25QL128EraseTest, LengthsBelow4096EraseNothingAndSucceed) {
   for (const int length : {4095, 1, 0, -1, -4096, -65536, -2147483647 - 1}) {
-    EXPECT_TRUE(flash().Erase(0, length)) << length;
+    EXPECT_TRUE(Flash().Erase(0, length)) << length;
   }
 }
 
 TEST_F(MT25QL128EraseTest, Length4096ErasesOneSubsector) {
   ExpectErase({0x20, 0x01, 0x20, 0x00});
-  EXPECT_TRUE(flash().Erase(0x012000, 4096));
+  EXPECT_TRUE(Flash().Erase(0x012000, 4096));
 }
 
 TEST_F(MT25QL128EraseTest, Length8191ErasesOneSubsectorAndLeavesTheTail) {
   ExpectErase({0x20, 0x00, 0x00, 0x00});
-  EXPECT_TRUE(flash().Erase(0, 8191));
+  EXPECT_TRUE(Flash().Erase(0, 8191));
 }
 
 TEST_F(MT25QL128EraseTest, Length65535ErasesFifteenSubsectors) {
   for (std::uint8_t high = 0x00; high <= 0xE0; high += 0x10) {
     ExpectErase({0x20, 0x01, high, 0x00});
   }
-  EXPECT_TRUE(flash().Erase(0x010000, 65535));
+  EXPECT_TRUE(Flash().Erase(0x010000, 65535));
 }
 
 TEST_F(MT25QL128EraseTest, Length65536ErasesOneSector) {
   ExpectErase({0xD8, 0x12, 0x00, 0x00});
-  EXPECT_TRUE(flash().Erase(0x120000, 65536));
+  EXPECT_TRUE(Flash().Erase(0x120000, 65536));
 }
 
 TEST_F(MT25QL128EraseTest, TailBeyondTheLastWholeSectorStays) {
   ExpectErase({0xD8, 0x00, 0x00, 0x00});
-  EXPECT_TRUE(flash().Erase(0, 65636));
+  EXPECT_TRUE(Flash().Erase(0, 65636));
   ExpectErase({0xD8, 0x00, 0x00, 0x00});
-  EXPECT_TRUE(flash().Erase(0, 131071));
+  EXPECT_TRUE(Flash().Erase(0, 131071));
 }
 
 TEST_F(MT25QL128EraseTest, Length196608ErasesThreeSectors) {
   ExpectErase({0xD8, 0xFE, 0x00, 0x00});
   ExpectErase({0xD8, 0xFF, 0x00, 0x00});
   ExpectErase({0xD8, 0x00, 0x00, 0x00});  // the address wraps in the chip
-  EXPECT_TRUE(flash().Erase(0xFE0000, 196608));
+  EXPECT_TRUE(Flash().Erase(0xFE0000, 196608));
 }
 
 TEST_F(MT25QL128EraseTest, AddressIsNotAligned) {
   ExpectErase({0x20, 0x00, 0x00, 0x01});
   ExpectErase({0x20, 0x00, 0x10, 0x01});
-  EXPECT_TRUE(flash().Erase(1, 8192));
+  EXPECT_TRUE(Flash().Erase(1, 8192));
 }
 
 TEST_F(MT25QL128EraseTest, FirstFailingUnitEndsTheErase) {
   ExpectErase({0xD8, 0x00, 0x00, 0x00});
   Expect({Send({0x06}), Send({0xD8, 0x01, 0x00, 0x00}).Fails(EIO)});
-  EXPECT_FALSE(flash().Erase(0, 4 * 65536));
+  EXPECT_FALSE(Flash().Erase(0, 4 * 65536));
   ExpectConsole("", kWriteError);
 }
 
@@ -517,46 +517,46 @@ TEST_F(MT25QL128EraseTest, UnitThatStaysBusyEndsTheErase) {
           Send({0x20, 0x00, 0x00, 0x00}),
           Ask({0x05}, {0x01}).Takes(6s),
           Ask({0x05}, {0x01})});
-  EXPECT_FALSE(flash().Erase(0, 8192));
+  EXPECT_FALSE(Flash().Erase(0, 8192));
 }
 
 // --- Reading ------------------------------------------------------------------------------------
 
 TEST_F(MT25QL128CommandTest, ReadBlockAppendsTheBytesToTheDescriptor) {
   Expect({Ask({0x03, 0x01, 0x23, 0x45}, {0xDE, 0xAD, 0xBE}), kernel::Write(9, {0xDE, 0xAD, 0xBE})});
-  EXPECT_TRUE(flash().ReadBlock(9, 0x012345, 3));
+  EXPECT_TRUE(Flash().ReadBlock(9, 0x012345, 3));
 }
 
 TEST_F(MT25QL128CommandTest, ReadBlockDiscardsForDescriptorMinusOne) {
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {0xDE, 0xAD})});
-  EXPECT_TRUE(flash().ReadBlock(-1, 0, 2));
+  EXPECT_TRUE(Flash().ReadBlock(-1, 0, 2));
 }
 
 TEST_F(MT25QL128CommandTest, ReadBlockDoesNotDiscardForOtherNegativeDescriptors) {
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {0xDE}), kernel::Write(-2, {0xDE}).Fails(EBADF)});
-  EXPECT_FALSE(flash().ReadBlock(-2, 0, 1));
+  EXPECT_FALSE(Flash().ReadBlock(-2, 0, 1));
 }
 
 TEST_F(MT25QL128CommandTest, ReadBlockWritesToDescriptorZeroToo) {
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {0xDE}), kernel::Write(0, {0xDE})});
-  EXPECT_TRUE(flash().ReadBlock(0, 0, 1));
+  EXPECT_TRUE(Flash().ReadBlock(0, 0, 1));
 }
 
 TEST_F(MT25QL128CommandTest, ReadBlockThatCannotReadFailsAndWritesNothing) {
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {0xDE, 0xAD}).Fails(EIO)});
-  EXPECT_FALSE(flash().ReadBlock(9, 0, 2));
+  EXPECT_FALSE(Flash().ReadBlock(9, 0, 2));
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {0xDE, 0xAD}).Fails(EIO)});
-  EXPECT_FALSE(flash().ReadBlock(-1, 0, 2));
+  EXPECT_FALSE(Flash().ReadBlock(-1, 0, 2));
   ExpectConsole("", std::string(kReadError) + kReadError);
 }
 
 TEST_F(MT25QL128CommandTest, ReadBlockThatCannotWriteEverythingFailsWithoutAnotherTry) {
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {0xDE, 0xAD, 0xBE}),
           kernel::Write(9, {0xDE, 0xAD, 0xBE}).Returns(2)});
-  EXPECT_FALSE(flash().ReadBlock(9, 0, 3));
+  EXPECT_FALSE(Flash().ReadBlock(9, 0, 3));
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {0xDE, 0xAD, 0xBE}),
           kernel::Write(9, {0xDE, 0xAD, 0xBE}).Fails(ENOSPC)});
-  EXPECT_FALSE(flash().ReadBlock(9, 0, 3));
+  EXPECT_FALSE(Flash().ReadBlock(9, 0, 3));
   ExpectConsole("", "");
 }
 
@@ -564,7 +564,7 @@ TEST_F(MT25QL128CommandTest, ReadBlockTakesAnyLengthInOneTransfer) {
   Bytes data(100'000);
   std::iota(data.begin(), data.end(), std::uint8_t{0});
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, data), kernel::Write(9, data)});
-  EXPECT_TRUE(flash().ReadBlock(9, 0, 100'000));
+  EXPECT_TRUE(Flash().ReadBlock(9, 0, 100'000));
 }
 
 TEST_F(MT25QL128CommandTest, ReadBlocksCutsIntoTransfersOfTheLargestSize) {
@@ -575,7 +575,7 @@ TEST_F(MT25QL128CommandTest, ReadBlocksCutsIntoTransfersOfTheLargestSize) {
           kernel::Write(9, {5, 6, 7, 8}),
           Ask({0x03, 0x00, 0x01, 0x08}, {9}),
           kernel::Write(9, {9})});
-  EXPECT_TRUE(flash().ReadBlocks(9, 0x0100, 9));
+  EXPECT_TRUE(Flash().ReadBlocks(9, 0x0100, 9));
 }
 
 struct BlocksRow {
@@ -599,7 +599,7 @@ TEST_P(MT25QL128ReadBlocksTest, TransfersAddUpToTheLength) {
                      transfer)});
     addr += transfer;
   }
-  EXPECT_TRUE(flash().ReadBlocks(-1, 0x010000, GetParam().length));
+  EXPECT_TRUE(Flash().ReadBlocks(-1, 0x010000, GetParam().length));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -624,9 +624,9 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(MT25QL128CommandTest, LargestTransferOfZeroMakesReadsFailWithoutTraffic) {
   Reopen("0\n");
-  EXPECT_FALSE(flash().ReadBlocks(-1, 0, 4096));
-  EXPECT_FALSE(flash().Read(-1, 0, 4096));
-  EXPECT_FALSE(flash().Read(-1, 0x6000000, 4096));
+  EXPECT_FALSE(Flash().ReadBlocks(-1, 0, 4096));
+  EXPECT_FALSE(Flash().Read(-1, 0, 4096));
+  EXPECT_FALSE(Flash().Read(-1, 0x6000000, 4096));
 }
 
 TEST_F(MT25QL128CommandTest, FailingMiddleTransferEndsReadBlocks) {
@@ -634,20 +634,20 @@ TEST_F(MT25QL128CommandTest, FailingMiddleTransferEndsReadBlocks) {
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {1, 2}),
           kernel::Write(9, {1, 2}),
           Ask({0x03, 0x00, 0x00, 0x02}, {3, 4}).Fails(EIO)});
-  EXPECT_FALSE(flash().ReadBlocks(9, 0, 6));
+  EXPECT_FALSE(Flash().ReadBlocks(9, 0, 6));
   ExpectConsole("", kReadError);
 }
 
 TEST_F(MT25QL128CommandTest, ShortMiddleWriteEndsReadBlocks) {
   Reopen("2\n");
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {1, 2}), kernel::Write(9, {1, 2}).Returns(1)});
-  EXPECT_FALSE(flash().ReadBlocks(9, 0, 6));
+  EXPECT_FALSE(Flash().ReadBlocks(9, 0, 6));
 }
 
 TEST_F(MT25QL128CommandTest, FailingLastTransferFailsReadBlocks) {
   Reopen("2\n");
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {1, 2}), Ask({0x03, 0x00, 0x00, 0x02}, {3}).Fails(EIO)});
-  EXPECT_FALSE(flash().ReadBlocks(-1, 0, 3));
+  EXPECT_FALSE(Flash().ReadBlocks(-1, 0, 3));
   ExpectConsole("", kReadError);
 }
 
@@ -672,7 +672,7 @@ TEST_P(MT25QL128ReadRegionsTest, RangeIsSplitAtTheRegionEnds) {
     Expect({kernel::SpiMessage(
         7, {kernel::Tx(read.bytes, 10'000'000, 8), kernel::Rx(read.length, 10'000'000, 8)})});
   }
-  EXPECT_TRUE(flash().Read(-1, GetParam().addr, GetParam().length));
+  EXPECT_TRUE(Flash().Read(-1, GetParam().addr, GetParam().length));
 }
 
 // Addresses go out with three bytes: the regions show only in the split.
@@ -719,11 +719,11 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(MT25QL128CommandTest, FailureInOneRegionEndsTheRead) {
   Expect({Ask({0x03, 0xFF, 0xFF, 0xFF}, {1}).Fails(EIO)});
-  EXPECT_FALSE(flash().Read(-1, 0x1FFFFFF, 2));
+  EXPECT_FALSE(Flash().Read(-1, 0x1FFFFFF, 2));
   Expect({Ask({0x03, 0xFF, 0xFF, 0xFF}, {1}), Ask({0x03, 0x00, 0x00, 0x00}, {2}).Fails(EIO)});
-  EXPECT_FALSE(flash().Read(-1, 0x3FFFFFF, 2));
+  EXPECT_FALSE(Flash().Read(-1, 0x3FFFFFF, 2));
   Expect({Ask({0x03, 0xFF, 0xFF, 0xFF}, {1}), Ask({0x03, 0x00, 0x00, 0x00}, {2}).Fails(EIO)});
-  EXPECT_FALSE(flash().Read(-1, 0x5FFFFFF, 2));
+  EXPECT_FALSE(Flash().Read(-1, 0x5FFFFFF, 2));
   ExpectConsole("", std::string(kReadError) + kReadError + kReadError);
 }
 
@@ -732,7 +732,7 @@ TEST_F(MT25QL128CommandTest, ReadAppendsTheRegionsInOrder) {
           kernel::Write(9, {1}),
           Ask({0x03, 0x00, 0x00, 0x00}, {2, 3}),
           kernel::Write(9, {2, 3})});
-  EXPECT_TRUE(flash().Read(9, 0x1FFFFFF, 3));
+  EXPECT_TRUE(Flash().Read(9, 0x1FFFFFF, 3));
 }
 
 // --- No device ----------------------------------------------------------------------------------

@@ -42,14 +42,14 @@ class MT25QL128DeviceTest : public FlashTest {
   void Connect() {
     ExpectOpening();
     Expect({Send({0x06}), Ask({0x9F}, {0x20, 0xBA, 0x18})});
-    ASSERT_EQ(flash().Connect(false), 0);
+    ASSERT_EQ(Flash().Connect(false), 0);
   }
 
   /// Opens the device and turns the lock logic on, without a lock.
   void BecomeLockable() {
     OpenDevice();
     Expect({Ask({0x9F}, {0xC2, 0x20, 0x18})});
-    ASSERT_TRUE(flash().ReadManufIDReg(false));
+    ASSERT_TRUE(Flash().ReadManufIDReg(false));
     ExpectConsole("Chip is matronix, enabling lock logic.\n", "");
   }
 
@@ -91,7 +91,7 @@ class MT25QL128DeviceTest : public FlashTest {
   }
 
   std::string GzipFile(const std::string& contents) const {
-    std::string path = directory_.path() + "/image.gz";
+    std::string path = directory_.Path() + "/image.gz";
     gzFile file = ::gzopen(path.c_str(), "wb");
     EXPECT_EQ(contents.empty()
                   ? 0
@@ -123,14 +123,14 @@ class MT25QL128DeviceTest : public FlashTest {
 TEST_F(MT25QL128DeviceTest, ConnectOpensEnablesWritingAndIdentifies) {
   ExpectOpening();
   Expect({Send({0x06}), Ask({0x9F}, {0x20, 0xBA, 0x18})});
-  EXPECT_EQ(flash().Connect(true), 0);
+  EXPECT_EQ(Flash().Connect(true), 0);
   ExpectConsole(kMicronLines, "");
 }
 
 TEST_F(MT25QL128DeviceTest, SilentConnectPrintsNothing) {
   ExpectOpening();
   Expect({Send({0x06}), Ask({0x9F}, {0x20, 0xBA, 0x18})});
-  EXPECT_EQ(flash().Connect(false), 0);
+  EXPECT_EQ(Flash().Connect(false), 0);
   ExpectConsole("", "");
 }
 
@@ -143,30 +143,30 @@ TEST_F(MT25QL128DeviceTest, ConnectToALockableChipLocksItWhole) {
           Send({0x06}),
           Send({0x01, 0x24, 0x0F}),
           kernel::Usleep(500'000)});
-  EXPECT_EQ(flash().Connect(true), 0);
+  EXPECT_EQ(Flash().Connect(true), 0);
   ExpectConsole(std::string(kMacronixLines) + "Locked 256 NOR flash sectors.\n", "");
 }
 
 TEST_F(MT25QL128DeviceTest, ConnectIgnoresAFailedWriteEnable) {
   ExpectOpening();
   Expect({Send({0x06}).Fails(EIO), Ask({0x9F}, {0x20, 0xBA, 0x18})});
-  EXPECT_EQ(flash().Connect(false), 0);
+  EXPECT_EQ(Flash().Connect(false), 0);
   ExpectConsole("", kWriteError);
 }
 
 TEST_F(MT25QL128DeviceTest, ConnectFailsWhenTheIdentificationCannotBeRead) {
   ExpectOpening();
   Expect({Send({0x06}), Ask({0x9F}, {0x20, 0xBA, 0x18}).Fails(EIO)});
-  EXPECT_EQ(flash().Connect(true), 1);
-  EXPECT_NE(device(), nullptr);
+  EXPECT_EQ(Flash().Connect(true), 1);
+  EXPECT_NE(Device(), nullptr);
   ExpectConsole("", kReadError);
 }
 
 TEST_F(MT25QL128DeviceTest, ConnectFailsWhenNoChipAnswers) {
   ExpectOpening();
   Expect({Send({0x06}), Ask({0x9F}, {0x00, 0x00, 0x00})});
-  EXPECT_EQ(flash().Connect(true), 1);
-  EXPECT_NE(device(), nullptr);
+  EXPECT_EQ(Flash().Connect(true), 1);
+  EXPECT_NE(Device(), nullptr);
   ExpectConsole(
       "Flash Manufacturer ID   : 0x00\n"
       "Flash Memory Type       : 0x00\n"
@@ -177,14 +177,14 @@ TEST_F(MT25QL128DeviceTest, ConnectFailsWhenNoChipAnswers) {
 TEST_F(MT25QL128DeviceTest, ConnectSucceedsThoughTheLockFails) {
   ExpectOpening();
   Expect({Send({0x06}), Ask({0x9F}, {0xC2, 0x20, 0x18}), Ask({0x15}, {0x00}).Fails(EIO)});
-  EXPECT_EQ(flash().Connect(false), 0);
+  EXPECT_EQ(Flash().Connect(false), 0);
   ExpectConsole("Chip is matronix, enabling lock logic.\n", std::string(kReadError) + kConfigError);
 }
 
 TEST_F(MT25QL128DeviceTest, ConnectDestroysTheDeviceWhoseNodeCannotBeOpened) {
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Fails(ENOENT), kernel::Close(-1)});
-  EXPECT_EQ(flash().Connect(true), 1);
-  EXPECT_EQ(device(), nullptr);
+  EXPECT_EQ(Flash().Connect(true), 1);
+  EXPECT_EQ(Device(), nullptr);
   ExpectConsole("", "");
 }
 
@@ -193,8 +193,8 @@ TEST_F(MT25QL128DeviceTest, ConnectDestroysTheDeviceThatCannotBeSetUp) {
           kernel::SpiWriteMode(7, 0).Fails(EINVAL),
           kernel::Close(7),
           kernel::Close(-1)});
-  EXPECT_EQ(flash().Connect(true), 1);
-  EXPECT_EQ(device(), nullptr);
+  EXPECT_EQ(Flash().Connect(true), 1);
+  EXPECT_EQ(Device(), nullptr);
   ExpectConsole("", "");
 }
 
@@ -203,27 +203,27 @@ TEST_F(MT25QL128DeviceTest, ConnectTakesDescriptorZeroForASuccess) {
   Expect({kernel::SpiMessage(0, {kernel::Tx({0x06}, 10'000'000, 8)}),
           kernel::SpiMessage(0, {kernel::Tx({0x9F}, 10'000'000, 8), kernel::Rx(3, 10'000'000, 8)})
               .Receives({0x20, 0xBA, 0x18})});
-  EXPECT_EQ(flash().Connect(false), 0);
+  EXPECT_EQ(Flash().Connect(false), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, EveryOperationReturnsItsCodeOnceTheDeviceIsGone) {
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Fails(ENOENT), kernel::Close(-1)});
-  ASSERT_EQ(flash().Connect(true), 1);
+  ASSERT_EQ(Flash().Connect(true), 1);
   const std::string image = PlainFile("image");
   const std::vector<std::string> before = OpenDescriptors();
-  EXPECT_EQ(flash().Connect(true), 1);
-  EXPECT_EQ(flash().ProgramDevice(0, image), 1);
-  EXPECT_EQ(flash().ProgramDevice(0, directory_.path() + "/none"), 1);
-  EXPECT_EQ(flash().EraseDevice(0, image), 2);
-  EXPECT_EQ(flash().EraseDevice(0, directory_.path() + "/none"), 2);
-  EXPECT_EQ(flash().EraseDevice(0, 65536), 2);
-  EXPECT_EQ(flash().EraseDevice(0, 0), 2);
-  EXPECT_EQ(flash().ReadDevice(0, 4096, -1), 2);
-  EXPECT_EQ(flash().ReadDevice(-1, 0, -1), 2);
-  flash().UnlockMemory();
-  flash().Disconnect();
-  EXPECT_EQ(flash().GetProtectLevel(), 0);
-  EXPECT_EQ(flash().GetProtectedSize(), 0);
+  EXPECT_EQ(Flash().Connect(true), 1);
+  EXPECT_EQ(Flash().ProgramDevice(0, image), 1);
+  EXPECT_EQ(Flash().ProgramDevice(0, directory_.Path() + "/none"), 1);
+  EXPECT_EQ(Flash().EraseDevice(0, image), 2);
+  EXPECT_EQ(Flash().EraseDevice(0, directory_.Path() + "/none"), 2);
+  EXPECT_EQ(Flash().EraseDevice(0, 65536), 2);
+  EXPECT_EQ(Flash().EraseDevice(0, 0), 2);
+  EXPECT_EQ(Flash().ReadDevice(0, 4096, -1), 2);
+  EXPECT_EQ(Flash().ReadDevice(-1, 0, -1), 2);
+  Flash().UnlockMemory();
+  Flash().Disconnect();
+  EXPECT_EQ(Flash().GetProtectLevel(), 0);
+  EXPECT_EQ(Flash().GetProtectedSize(), 0);
   EXPECT_EQ(OpenDescriptors(), before);
   ExpectConsole("", "");
 }
@@ -231,12 +231,12 @@ TEST_F(MT25QL128DeviceTest, EveryOperationReturnsItsCodeOnceTheDeviceIsGone) {
 TEST_F(MT25QL128DeviceTest, LockableChipWhoseDeviceIsGoneReportsItsRegistersUnreadable) {
   BecomeLockable();
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Fails(ENOENT), kernel::Close(-1)});
-  EXPECT_EQ(flash().Connect(false), 1);
-  EXPECT_EQ(flash().ReadDevice(0, 4096, -1), 2);
+  EXPECT_EQ(Flash().Connect(false), 1);
+  EXPECT_EQ(Flash().ReadDevice(0, 4096, -1), 2);
   ExpectConsole("", "");
-  EXPECT_EQ(flash().EraseDevice(0, 65536), 2);
+  EXPECT_EQ(Flash().EraseDevice(0, 65536), 2);
   ExpectConsole("", kConfigError);
-  flash().Disconnect();
+  Flash().Disconnect();
   ExpectConsole("", kConfigError);
 }
 
@@ -255,17 +255,17 @@ TEST_F(MT25QL128DeviceTest, DriverWithoutDeviceFromTheStartReturnsItsCodes) {
 
 TEST_F(MT25QL128DeviceTest, ChipWithoutLockLogicIsNeverAskedAboutProtection) {
   Connect();
-  flash().UnlockMemory();
-  flash().Disconnect();
-  EXPECT_EQ(flash().GetProtectLevel(), 0);
-  EXPECT_EQ(flash().GetProtectedSize(), 0);
+  Flash().UnlockMemory();
+  Flash().Disconnect();
+  EXPECT_EQ(Flash().GetProtectLevel(), 0);
+  EXPECT_EQ(Flash().GetProtectedSize(), 0);
   ExpectConsole("", "");
 }
 
 TEST_F(MT25QL128DeviceTest, DisconnectDoesNotCloseTheDevice) {
   Connect();
-  flash().Disconnect();
-  EXPECT_TRUE(device()->is_open());
+  Flash().Disconnect();
+  EXPECT_TRUE(Device()->is_open());
 }
 
 TEST_F(MT25QL128DeviceTest, UnlockMemorySetsLevelZeroQuietly) {
@@ -275,7 +275,7 @@ TEST_F(MT25QL128DeviceTest, UnlockMemorySetsLevelZeroQuietly) {
           Send({0x06}),
           Send({0x01, 0x00, 0x08}),
           kernel::Usleep(500'000)});
-  flash().UnlockMemory();
+  Flash().UnlockMemory();
   ExpectConsole("", "");
 }
 
@@ -286,8 +286,8 @@ TEST_F(MT25QL128DeviceTest, DisconnectLocksTheChipWholeAndLeavesTheDeviceOpen) {
           Send({0x06}),
           Send({0x01, 0x24, 0x08}),
           kernel::Usleep(500'000)});
-  flash().Disconnect();
-  EXPECT_TRUE(device()->is_open());
+  Flash().Disconnect();
+  EXPECT_TRUE(Device()->is_open());
   ExpectConsole("Locked 256 NOR flash sectors.\n", "");
 }
 
@@ -312,7 +312,7 @@ TEST_P(MT25QL128LockTest, RegistersAreReadChangedAndWritten) {
           Send({0x06}),
           Send(row.registers),
           kernel::Usleep(500'000)});
-  flash().LockMemorySectors(row.sectors);
+  Flash().LockMemorySectors(row.sectors);
   ExpectConsole(row.out, row.err);
 }
 
@@ -369,14 +369,14 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(MT25QL128DeviceTest, LockNumbersStayDecimalThoughStandardOutputIsHexadecimal) {
   OpenDevice();
   Expect({Ask({0x9F}, {0xC2, 0x20, 0x18})});
-  flash().ReadManufIDReg(true);
+  Flash().ReadManufIDReg(true);
   ExpectConsole(kMacronixLines, "");
   Expect({Ask({0x15}, {0x08}),
           Ask({0x05}, {0x00}),
           Send({0x06}),
           Send({0x01, 0x3C, 0x08}),
           kernel::Usleep(500'000)});
-  flash().LockMemorySectors(31);
+  Flash().LockMemorySectors(31);
   ExpectConsole("Locked 16384 NOR flash sectors.\n",
                 "Too many sectors (31) to lock.  Capping to max.\n");
 }
@@ -389,28 +389,28 @@ TEST_F(MT25QL128DeviceTest, LockedLineIsPrintedBeforeTheSleep) {
           Send({0x01, 0x24, 0x08}),
           kernel::Usleep(500'000).Then(
               [this] { ExpectConsole("Locked 256 NOR flash sectors.\n", ""); })});
-  flash().LockMemorySectors(9);
+  Flash().LockMemorySectors(9);
   ExpectConsole("", "");
 }
 
 TEST_F(MT25QL128DeviceTest, LockWithoutConfigurationRegisterStopsThere) {
   BecomeLockable();
   Expect({Ask({0x15}, {0x00}).Fails(EIO)});
-  flash().LockMemorySectors(9);
+  Flash().LockMemorySectors(9);
   ExpectConsole("", std::string(kReadError) + kConfigError);
 }
 
 TEST_F(MT25QL128DeviceTest, LockWithoutStatusRegisterStopsThere) {
   BecomeLockable();
   Expect({Ask({0x15}, {0x00}), Ask({0x05}, {0x00}).Fails(EIO)});
-  flash().LockMemorySectors(9);
+  Flash().LockMemorySectors(9);
   ExpectConsole("", std::string(kReadError) + kStatusError);
 }
 
 TEST_F(MT25QL128DeviceTest, LockWithoutWriteEnableStopsThere) {
   BecomeLockable();
   Expect({Ask({0x15}, {0x00}), Ask({0x05}, {0x00}), Send({0x06}).Fails(EIO)});
-  flash().LockMemorySectors(9);
+  Flash().LockMemorySectors(9);
   ExpectConsole("", std::string(kWriteError) + kEnableError);
 }
 
@@ -420,14 +420,14 @@ TEST_F(MT25QL128DeviceTest, LockWhoseRegistersCannotBeWrittenNeitherSaysLockedNo
           Ask({0x05}, {0x00}),
           Send({0x06}),
           Send({0x01, 0x24, 0x08}).Fails(EIO)});
-  flash().LockMemorySectors(9);
+  Flash().LockMemorySectors(9);
   ExpectConsole("", std::string(kWriteError) + kRegistersError);
 }
 
 TEST_F(MT25QL128DeviceTest, CappingIsReportedEvenWhenTheLockFails) {
   BecomeLockable();
   Expect({Ask({0x15}, {0x00}).Fails(EIO)});
-  flash().LockMemorySectors(20);
+  Flash().LockMemorySectors(20);
   ExpectConsole(
       "",
       std::string("Too many sectors (20) to lock.  Capping to max.\n") + kReadError + kConfigError);
@@ -439,17 +439,17 @@ TEST_F(MT25QL128DeviceTest, ProtectLevelIsBits2To5OfTheStatusRegister) {
       {0x00, 0}, {0x04, 1}, {0x24, 9}, {0x3C, 15}, {0xC3, 0}, {0xFF, 15}, {0xE7, 9}};
   for (const auto& [status, level] : rows) {
     Expect({Ask({0x15}, {0x00}), Ask({0x05}, {status})});
-    EXPECT_EQ(flash().GetProtectLevel(), level);
+    EXPECT_EQ(Flash().GetProtectLevel(), level);
   }
 }
 
 TEST_F(MT25QL128DeviceTest, ProtectLevelIsZeroWhenARegisterCannotBeRead) {
   BecomeLockable();
   Expect({Ask({0x15}, {0x00}).Fails(EIO)});
-  EXPECT_EQ(flash().GetProtectLevel(), 0);
+  EXPECT_EQ(Flash().GetProtectLevel(), 0);
   ExpectConsole("", std::string(kReadError) + kConfigError);
   Expect({Ask({0x15}, {0x00}), Ask({0x05}, {0x24}).Fails(EIO)});
-  EXPECT_EQ(flash().GetProtectLevel(), 0);
+  EXPECT_EQ(Flash().GetProtectLevel(), 0);
   ExpectConsole("", std::string(kReadError) + kStatusError);
 }
 
@@ -459,27 +459,27 @@ TEST_F(MT25QL128DeviceTest, ProtectedSizeFollowsTheLevel) {
       {0x04, 65536}, {0x08, 131072}, {0x20, 8388608}, {0x24, 16777216}, {0x3C, 1073741824}};
   for (const auto& [status, size] : rows) {
     ExpectLevelRead(status, 2);
-    EXPECT_EQ(flash().GetProtectedSize(), size);
+    EXPECT_EQ(Flash().GetProtectedSize(), size);
   }
 }
 
 TEST_F(MT25QL128DeviceTest, ProtectedSizeOfLevelZeroIsZeroAfterOneRead) {
   BecomeLockable();
   ExpectLevelRead(0x00);
-  EXPECT_EQ(flash().GetProtectedSize(), 0);
+  EXPECT_EQ(Flash().GetProtectedSize(), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, ProtectedSizeComesFromTheSecondRead) {
   BecomeLockable();
   ExpectLevelRead(0x04);
   ExpectLevelRead(0x24);
-  EXPECT_EQ(flash().GetProtectedSize(), 16777216);
+  EXPECT_EQ(Flash().GetProtectedSize(), 16777216);
 }
 
 TEST_F(MT25QL128DeviceTest, ProtectedSizeIsZeroWhenTheFirstReadFails) {
   BecomeLockable();
   Expect({Ask({0x15}, {0x00}).Fails(EIO)});
-  EXPECT_EQ(flash().GetProtectedSize(), 0);
+  EXPECT_EQ(Flash().GetProtectedSize(), 0);
   ExpectConsole("", std::string(kReadError) + kConfigError);
 }
 
@@ -487,11 +487,11 @@ TEST_F(MT25QL128DeviceTest, ProtectedSizeIs32768WhenOnlyTheSecondReadFails) {
   BecomeLockable();
   ExpectLevelRead(0x24);
   Expect({Ask({0x15}, {0x00}).Fails(EIO)});
-  EXPECT_EQ(flash().GetProtectedSize(), 32768);
+  EXPECT_EQ(Flash().GetProtectedSize(), 32768);
   ExpectConsole("", std::string(kReadError) + kConfigError);
   ExpectLevelRead(0x24);
   Expect({Ask({0x15}, {0x00}), Ask({0x05}, {0x24}).Fails(EIO)});
-  EXPECT_EQ(flash().GetProtectedSize(), 32768);
+  EXPECT_EQ(Flash().GetProtectedSize(), 32768);
   ExpectConsole("", std::string(kReadError) + kStatusError);
 }
 
@@ -506,12 +506,12 @@ TEST_F(MT25QL128DeviceTest, FreshlyConnectedLockableChipRefusesAddressZeroUntilU
           Send({0x06}),
           Send({0x01, 0x24, 0x08}),
           kernel::Usleep(500'000)});
-  ASSERT_EQ(flash().Connect(true), 0);
+  ASSERT_EQ(Flash().Connect(true), 0);
   ExpectConsole(std::string(kMacronixLines) + "Locked 256 NOR flash sectors.\n", "");
 
   const std::string image = PlainFile("x");
   ExpectLevelRead(0x24, 4);
-  EXPECT_EQ(flash().ProgramDevice(0, image), 4);
+  EXPECT_EQ(Flash().ProgramDevice(0, image), 4);
   ExpectConsole("", "Addr: 0 is within protected size (16777216)\n");
 
   Expect({Ask({0x15}, {0x08}),
@@ -519,30 +519,30 @@ TEST_F(MT25QL128DeviceTest, FreshlyConnectedLockableChipRefusesAddressZeroUntilU
           Send({0x06}),
           Send({0x01, 0x00, 0x08}),
           kernel::Usleep(500'000)});
-  flash().UnlockMemory();
+  Flash().UnlockMemory();
 
   ExpectLevelRead(0x00);
   ExpectOpening();
   ExpectPageProgram(0, "x");
-  EXPECT_EQ(flash().ProgramDevice(0, image), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0, image), 0);
   ExpectConsole("", "");
 }
 
 TEST_F(MT25QL128DeviceTest, BothErasesRefuseAProtectedAddress) {
   BecomeLockable();
   ExpectLevelRead(0x24, 4);
-  EXPECT_EQ(flash().EraseDevice(0x10000, PlainFile("x")), 4);
+  EXPECT_EQ(Flash().EraseDevice(0x10000, PlainFile("x")), 4);
   ExpectConsole("", "Addr: 65536 is within protected size (16777216)\n");
   ExpectLevelRead(0x24, 4);
-  EXPECT_EQ(flash().EraseDevice(0x20000, 65536), 4);
+  EXPECT_EQ(Flash().EraseDevice(0x20000, 65536), 4);
   ExpectConsole("", "Addr: 131072 is within protected size (16777216)\n");
 }
 
 TEST_F(MT25QL128DeviceTest, GuardComesBeforeTheImageIsOpened) {
   BecomeLockable();
   ExpectLevelRead(0x24, 8);
-  EXPECT_EQ(flash().ProgramDevice(0, directory_.path() + "/none"), 4);
-  EXPECT_EQ(flash().EraseDevice(0, directory_.path() + "/none"), 4);
+  EXPECT_EQ(Flash().ProgramDevice(0, directory_.Path() + "/none"), 4);
+  EXPECT_EQ(Flash().EraseDevice(0, directory_.Path() + "/none"), 4);
   ExpectConsole("",
                 "Addr: 0 is within protected size (16777216)\n"
                 "Addr: 0 is within protected size (16777216)\n");
@@ -551,16 +551,16 @@ TEST_F(MT25QL128DeviceTest, GuardComesBeforeTheImageIsOpened) {
 TEST_F(MT25QL128DeviceTest, LastProtectedAddressIsRefusedAndTheNextIsNot) {
   BecomeLockable();
   ExpectLevelRead(0x04, 4);
-  EXPECT_EQ(flash().EraseDevice(65535, 0), 4);
+  EXPECT_EQ(Flash().EraseDevice(65535, 0), 4);
   ExpectConsole("", "Addr: 65535 is within protected size (65536)\n");
   ExpectLevelRead(0x04, 2);
-  EXPECT_EQ(flash().EraseDevice(65536, 0), 0);
+  EXPECT_EQ(Flash().EraseDevice(65536, 0), 0);
   ExpectConsole("", "");
 }
 
 TEST_F(MT25QL128DeviceTest, NegativeAddressIsRefusedOnAnyChip) {
   Connect();
-  EXPECT_EQ(flash().EraseDevice(-1, 65536), 4);
+  EXPECT_EQ(Flash().EraseDevice(-1, 65536), 4);
   ExpectConsole("", "Addr: -1 is within protected size (0)\n");
 }
 
@@ -568,12 +568,12 @@ TEST_F(MT25QL128DeviceTest, GuardReadsTheNumberOfItsLineBeforeTheLineBegins) {
   BecomeLockable();
   ExpectLevelRead(0x24, 2);
   Expect({Ask({0x15}, {0x00}).Fails(EIO)});
-  EXPECT_EQ(flash().EraseDevice(0, 65536), 4);
+  EXPECT_EQ(Flash().EraseDevice(0, 65536), 4);
   ExpectConsole("",
                 std::string(kReadError) + kConfigError + "Addr: 0 is within protected size (0)\n");
   ExpectLevelRead(0x24, 3);
   Expect({Ask({0x15}, {0x00}).Fails(EIO)});
-  EXPECT_EQ(flash().EraseDevice(0, 65536), 4);
+  EXPECT_EQ(Flash().EraseDevice(0, 65536), 4);
   ExpectConsole(
       "", std::string(kReadError) + kConfigError + "Addr: 0 is within protected size (32768)\n");
 }
@@ -581,7 +581,7 @@ TEST_F(MT25QL128DeviceTest, GuardReadsTheNumberOfItsLineBeforeTheLineBegins) {
 TEST_F(MT25QL128DeviceTest, ReadsAreNotGuarded) {
   BecomeLockable();
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {0xAA, 0x55}), kernel::Write(9, {0xAA, 0x55})});
-  EXPECT_EQ(flash().ReadDevice(0, 2, 9), 0);
+  EXPECT_EQ(Flash().ReadDevice(0, 2, 9), 0);
 }
 
 // --- ProgramDevice ------------------------------------------------------------------------------
@@ -590,7 +590,7 @@ TEST_F(MT25QL128DeviceTest, ProgramOpensTheDeviceAgainAndWritesThePages) {
   Connect();
   ExpectOpening();
   ExpectPagePrograms(0x020000, Image(600));
-  EXPECT_EQ(flash().ProgramDevice(0x020000, PlainFile(Image(600))), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0x020000, PlainFile(Image(600))), 0);
   ExpectConsole("", "");
 }
 
@@ -604,12 +604,12 @@ TEST_F(MT25QL128DeviceTest, ProgramLeavesTheFirstDescriptorOpenAndGoesOnWithTheS
           send({0x02, 0x00, 0x00, 0x00, 'x'}),
           kernel::SpiMessage(8, {kernel::Tx({0x05}, 10'000'000, 8), kernel::Rx(1, 10'000'000, 8)})
               .Receives({0x00})});
-  EXPECT_EQ(flash().ProgramDevice(0, PlainFile("x")), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0, PlainFile("x")), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, ProgramOfAMissingImageFailsBeforeTouchingTheDevice) {
   Connect();
-  EXPECT_EQ(flash().ProgramDevice(0, directory_.path() + "/none"), 1);
+  EXPECT_EQ(Flash().ProgramDevice(0, directory_.Path() + "/none"), 1);
   ExpectConsole("", "");
 }
 
@@ -618,7 +618,7 @@ TEST_F(MT25QL128DeviceTest, ProgramFailsWhenTheDeviceOpensAsDescriptorZero) {
   const std::string image = PlainFile("x");
   const std::vector<std::string> before = OpenDescriptors();
   ExpectOpening(0);
-  EXPECT_EQ(flash().ProgramDevice(0, image), 2);
+  EXPECT_EQ(Flash().ProgramDevice(0, image), 2);
   EXPECT_EQ(OpenDescriptors(), before);
   ExpectConsole("", "");
 }
@@ -627,7 +627,7 @@ TEST_F(MT25QL128DeviceTest, ProgramGoesOnWhenTheDeviceCannotBeOpenedAgainAndEach
   Connect();
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Fails(EBUSY)});
   ExpectClosedInTheEnd();
-  EXPECT_EQ(flash().ProgramDevice(0, PlainFile(Image(10'000))), 4);
+  EXPECT_EQ(Flash().ProgramDevice(0, PlainFile(Image(10'000))), 4);
   ExpectConsole("", "");  // a closed device says nothing
 }
 
@@ -635,7 +635,7 @@ TEST_F(MT25QL128DeviceTest, ProgramOfAnEmptyImageSucceedsThoughTheDeviceCannotBe
   Connect();
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Fails(EBUSY)});
   ExpectClosedInTheEnd();
-  EXPECT_EQ(flash().ProgramDevice(0, PlainFile("")), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0, PlainFile("")), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, FailedPageEndsItsChunkButNotTheImageAndTheResultIsFour) {
@@ -650,7 +650,7 @@ TEST_F(MT25QL128DeviceTest, FailedPageEndsItsChunkButNotTheImageAndTheResultIsFo
   Expect({Send({0x06}), Send(failing).Fails(EIO)});  // 0x0300 is of the same chunk: not tried
   ExpectPageProgram(0x0400, image.substr(1024, 256));
   ExpectPageProgram(0x0500, image.substr(1280, 256));
-  EXPECT_EQ(flash().ProgramDevice(0, PlainFile(image)), 4);
+  EXPECT_EQ(Flash().ProgramDevice(0, PlainFile(image)), 4);
   ExpectConsole("", kWriteError);
 }
 
@@ -661,7 +661,7 @@ TEST_F(MT25QL128DeviceTest, PageThatStaysBusyCountsAsFailed) {
           Send({0x02, 0x00, 0x00, 0x00, 'x'}),
           Ask({0x05}, {0x01}).Takes(6s),
           Ask({0x05}, {0x01})});
-  EXPECT_EQ(flash().ProgramDevice(0, PlainFile("x")), 4);
+  EXPECT_EQ(Flash().ProgramDevice(0, PlainFile("x")), 4);
 }
 
 TEST_F(MT25QL128DeviceTest, ChunksOfTheTransferSizeAreCutIntoPagesOneByOne) {
@@ -674,14 +674,14 @@ TEST_F(MT25QL128DeviceTest, ChunksOfTheTransferSizeAreCutIntoPagesOneByOne) {
   ExpectPageProgram(300, image.substr(300, 256));
   ExpectPageProgram(556, image.substr(556, 44));
   ExpectPageProgram(600, image.substr(600, 10));
-  EXPECT_EQ(flash().ProgramDevice(0, PlainFile(image)), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0, PlainFile(image)), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, TransferSizeOfZeroReadsNothingOfTheImage) {
   Rebuild("0\n");
   Connect();
   ExpectOpening();
-  EXPECT_EQ(flash().ProgramDevice(0, PlainFile("image")), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0, PlainFile("image")), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, HugeTransferSizesProgramAndErase) {
@@ -691,10 +691,10 @@ TEST_F(MT25QL128DeviceTest, HugeTransferSizesProgramAndErase) {
     Connect();
     ExpectOpening();
     ExpectPagePrograms(0, Image(70'000));
-    EXPECT_EQ(flash().ProgramDevice(0, PlainFile(Image(70'000))), 0);
+    EXPECT_EQ(Flash().ProgramDevice(0, PlainFile(Image(70'000))), 0);
     ExpectSectorErase(0x000000);
     ExpectSectorErase(0x010000);
-    EXPECT_EQ(flash().EraseDevice(0, PlainFile(Image(70'000))), 0);
+    EXPECT_EQ(Flash().EraseDevice(0, PlainFile(Image(70'000))), 0);
   }
 }
 
@@ -704,7 +704,7 @@ TEST_F(MT25QL128DeviceTest, ProgramClosesTheImage) {
   const std::vector<std::string> before = OpenDescriptors();
   ExpectOpening();
   ExpectPageProgram(0, "x");
-  EXPECT_EQ(flash().ProgramDevice(0, image), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0, image), 0);
   EXPECT_EQ(OpenDescriptors(), before);
 }
 
@@ -721,7 +721,7 @@ class MT25QL128ImageTest : public MT25QL128DeviceTest,
     Connect();
     ExpectOpening();
     ExpectPagePrograms(0, Image(GetParam().size));
-    EXPECT_EQ(flash().ProgramDevice(0, file), 0);
+    EXPECT_EQ(Flash().ProgramDevice(0, file), 0);
     ExpectConsole("", "");
   }
 
@@ -730,7 +730,7 @@ class MT25QL128ImageTest : public MT25QL128DeviceTest,
     for (int sector = 0; sector < GetParam().sectors; ++sector) {
       ExpectSectorErase(0x030000 + sector * 0x010000);
     }
-    EXPECT_EQ(flash().EraseDevice(0x030000, file), 0);
+    EXPECT_EQ(Flash().EraseDevice(0x030000, file), 0);
     ExpectConsole("", "");
   }
 };
@@ -768,7 +768,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes,
 
 TEST_F(MT25QL128DeviceTest, EraseOfAMissingImageFailsBeforeTouchingTheDevice) {
   Connect();
-  EXPECT_EQ(flash().EraseDevice(0, directory_.path() + "/none"), 1);
+  EXPECT_EQ(Flash().EraseDevice(0, directory_.Path() + "/none"), 1);
   ExpectConsole("", "");
 }
 
@@ -776,7 +776,7 @@ TEST_F(MT25QL128DeviceTest, EraseOfAnImageStopsAtTheFirstFailingSector) {
   Connect();
   ExpectSectorErase(0x000000);
   Expect({Send({0x06}), Send({0xD8, 0x01, 0x00, 0x00}).Fails(EIO)});
-  EXPECT_EQ(flash().EraseDevice(0, PlainFile(Image(196608))), 3);
+  EXPECT_EQ(Flash().EraseDevice(0, PlainFile(Image(196608))), 3);
   ExpectConsole("", kWriteError);
 }
 
@@ -787,36 +787,36 @@ TEST_F(MT25QL128DeviceTest, EraseOfAnImageLeavesTheImageOpen) {
   expected.push_back(image);
   std::sort(expected.begin(), expected.end());
   ExpectSectorErase(0);
-  EXPECT_EQ(flash().EraseDevice(0, image), 0);
+  EXPECT_EQ(Flash().EraseDevice(0, image), 0);
   EXPECT_EQ(OpenDescriptors(), expected);
 }
 
 TEST_F(MT25QL128DeviceTest, EraseOfAnImageDoesNotOpenTheDeviceAgain) {
   Connect();
   ExpectSectorErase(0);
-  EXPECT_EQ(flash().EraseDevice(0, PlainFile("x")), 0);
+  EXPECT_EQ(Flash().EraseDevice(0, PlainFile("x")), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, TransferSizeOfZeroErasesNothingForAnImage) {
   Rebuild("0\n");
   Connect();
-  EXPECT_EQ(flash().EraseDevice(0, PlainFile("image")), 0);
+  EXPECT_EQ(Flash().EraseDevice(0, PlainFile("image")), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, EraseOfALengthRoundsDown) {
   Connect();
-  EXPECT_EQ(flash().EraseDevice(0x1000, 4095), 0);
-  EXPECT_EQ(flash().EraseDevice(0x1000, -65536), 0);
+  EXPECT_EQ(Flash().EraseDevice(0x1000, 4095), 0);
+  EXPECT_EQ(Flash().EraseDevice(0x1000, -65536), 0);
   Expect({Send({0x06}), Send({0x20, 0x00, 0x10, 0x00}), Ask({0x05}, {0x00})});
-  EXPECT_EQ(flash().EraseDevice(0x1000, 4096), 0);
+  EXPECT_EQ(Flash().EraseDevice(0x1000, 4096), 0);
   ExpectSectorErase(0x020000);
-  EXPECT_EQ(flash().EraseDevice(0x020000, 131071), 0);
+  EXPECT_EQ(Flash().EraseDevice(0x020000, 131071), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, EraseOfALengthThatFailsReturnsThree) {
   Connect();
   Expect({Send({0x06}), Send({0x20, 0x00, 0x10, 0x00}), Ask({0x05}, {0x00}).Fails(EIO)});
-  EXPECT_EQ(flash().EraseDevice(0x1000, 8192), 3);
+  EXPECT_EQ(Flash().EraseDevice(0x1000, 8192), 3);
   ExpectConsole("", kReadError);
 }
 
@@ -836,7 +836,7 @@ TEST_F(MT25QL128DeviceTest, GzreadErrorIsUsedAsALengthAgainAndAgain) {
           Send({0x06}),
           Send({0x02, 0x01, 0xFF}),
           Ask({0x05}, {0x00})});
-  EXPECT_EQ(flash().ProgramDevice(0x020000, image), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0x020000, image), 0);
   EXPECT_EQ(gzread.Lengths(), (std::vector<unsigned>{4096, 4096, 4096, 4096}));
 }
 
@@ -851,7 +851,7 @@ TEST_F(MT25QL128DeviceTest, GzreadErrorStepsBackBelowAddressZero) {
           Send({0x06}),
           Send({0x02, 0xFF, 0xFF}),
           Ask({0x05}, {0x00})});
-  EXPECT_EQ(flash().ProgramDevice(0, image), 0);
+  EXPECT_EQ(Flash().ProgramDevice(0, image), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, GzreadErrorIsAddedToTheSizeWhichWraps) {
@@ -859,18 +859,18 @@ TEST_F(MT25QL128DeviceTest, GzreadErrorIsAddedToTheSizeWhichWraps) {
   const std::string image = PlainFile("image");
   {
     ScriptedGzread gzread({-1, -1, -1, 0});
-    EXPECT_EQ(flash().EraseDevice(0, image), 0);  // 4294967293 bytes round up to none
+    EXPECT_EQ(Flash().EraseDevice(0, image), 0);  // 4294967293 bytes round up to none
     EXPECT_EQ(gzread.Lengths(), (std::vector<unsigned>{4096, 4096, 4096, 4096}));
   }
   {
     const ScriptedGzread gzread({4096, 2, -1, -1, -1, 0});  // 4095 bytes
     ExpectSectorErase(0);
-    EXPECT_EQ(flash().EraseDevice(0, image), 0);
+    EXPECT_EQ(Flash().EraseDevice(0, image), 0);
   }
   {
     const ScriptedGzread gzread({65537, -1, 0});
     ExpectSectorErase(0);
-    EXPECT_EQ(flash().EraseDevice(0, image), 0);
+    EXPECT_EQ(Flash().EraseDevice(0, image), 0);
   }
 }
 
@@ -880,7 +880,7 @@ TEST_F(MT25QL128DeviceTest, BrokenGzipImageKeepsProgrammingForEver) {
   const EndAfterGzreadErrors gzread(1000);
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Fails(EBUSY)});  // the pages need no script then
   ExpectClosedInTheEnd();
-  EXPECT_EQ(flash().ProgramDevice(0, image), 4);
+  EXPECT_EQ(Flash().ProgramDevice(0, image), 4);
   EXPECT_EQ(EndAfterGzreadErrors::Errors(), 1000);
 }
 
@@ -888,7 +888,7 @@ TEST_F(MT25QL128DeviceTest, BrokenGzipImageKeepsBeingMeasuredForEver) {
   Connect();
   const std::string image = BrokenGzipFile();
   const EndAfterGzreadErrors gzread(1000);
-  EXPECT_EQ(flash().EraseDevice(0, image), 0);  // -1000 bytes round up to none
+  EXPECT_EQ(Flash().EraseDevice(0, image), 0);  // -1000 bytes round up to none
   EXPECT_EQ(EndAfterGzreadErrors::Errors(), 1000);
 }
 
@@ -901,34 +901,34 @@ TEST_F(MT25QL128DeviceTest, ReadAppendsTheFlashToTheDescriptor) {
           kernel::Write(9, {1, 2}),
           Ask({0x03, 0x01, 0x00, 0x02}, {3}),
           kernel::Write(9, {3})});
-  EXPECT_EQ(flash().ReadDevice(0x010000, 3, 9), 0);
+  EXPECT_EQ(Flash().ReadDevice(0x010000, 3, 9), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, ReadToDescriptorMinusOneDiscardsAndSucceeds) {
   Connect();
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {1, 2})});
-  EXPECT_EQ(flash().ReadDevice(0, 2, -1), 0);
+  EXPECT_EQ(Flash().ReadDevice(0, 2, -1), 0);
 }
 
 TEST_F(MT25QL128DeviceTest, ReadThatFailsReturnsFive) {
   Connect();
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {1}).Fails(EIO)});
-  EXPECT_EQ(flash().ReadDevice(0, 1, 9), 5);
+  EXPECT_EQ(Flash().ReadDevice(0, 1, 9), 5);
   ExpectConsole("", kReadError);
 }
 
 TEST_F(MT25QL128DeviceTest, ReadWhoseBytesCannotBeStoredReturnsFive) {
   Connect();
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {1, 2}), kernel::Write(9, {1, 2}).Returns(1)});
-  EXPECT_EQ(flash().ReadDevice(0, 2, 9), 5);
+  EXPECT_EQ(Flash().ReadDevice(0, 2, 9), 5);
   Expect({Ask({0x03, 0x00, 0x00, 0x00}, {1, 2}), kernel::Write(9, {1, 2}).Fails(ENOSPC)});
-  EXPECT_EQ(flash().ReadDevice(0, 2, 9), 5);
+  EXPECT_EQ(Flash().ReadDevice(0, 2, 9), 5);
 }
 
 TEST_F(MT25QL128DeviceTest, ReadWithTransferSizeZeroReturnsFive) {
   Rebuild("0\n");
   Connect();
-  EXPECT_EQ(flash().ReadDevice(0, 4096, 9), 5);
+  EXPECT_EQ(Flash().ReadDevice(0, 4096, 9), 5);
 }
 
 }  // namespace

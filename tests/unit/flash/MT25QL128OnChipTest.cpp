@@ -55,13 +55,13 @@ class MT25QL128OnChipTest : public testing::Test {
         kernel_(std::make_unique<ChipKernel>(chip_, bufsiz)),
         bufsiz_("/sys/module/spidev/parameters/bufsiz", std::to_string(bufsiz) + "\n"),
         spi_("/dev/spidev1.0", 10'000'000, 0, 8),
-        flash_(std::make_unique<MT25QL128>(spi_.get())) {
+        flash_(std::make_unique<MT25QL128>(spi_.Get())) {
     chip_.Load(std::vector<std::uint8_t>(16U << 20, 0x55));
   }
 
   void TearDown() override {
     flash_.reset();
-    spi_.reset();
+    spi_.Reset();
     kernel_.reset();
     if (!HasFailure()) {
       ExpectConsole("", "");
@@ -102,7 +102,7 @@ class MT25QL128OnChipTest : public testing::Test {
   }
 
   [[nodiscard]] std::string GzipFile(const std::string& contents) const {
-    std::string path = directory_.path() + "/image.gz";
+    std::string path = directory_.Path() + "/image.gz";
     gzFile file = ::gzopen(path.c_str(), "wb");
     EXPECT_EQ(::gzwrite(file, contents.data(), static_cast<unsigned>(contents.size())),
               static_cast<int>(contents.size()));

@@ -47,7 +47,7 @@ class BitstreamFlashProgrammerTest : public ProgrammerTest {
 
   [[nodiscard]] int Reads() const { return log_.Count("read(100, 65536)"); }
 
-  DaxFlashProgrammer programmer_{&expander_, spi_.get(), &lines_, 3};
+  DaxFlashProgrammer programmer_{&expander_, spi_.Get(), &lines_, 3};
   std::string out_;
 };
 

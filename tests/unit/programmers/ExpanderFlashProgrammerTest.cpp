@@ -247,7 +247,7 @@ TEST_F(ExpanderFlashProgrammerTest, StampInTheTailOfALongerStaleDumpDecides) {
 
 TEST_F(ExpanderFlashProgrammerTest, DaxCreatesTheFlashDriverAndDestroysItAfterReleasingTheLines) {
   {
-    const DaxFlashProgrammer programmer(&expander_, spi_.get(), &lines_, 4);
+    const DaxFlashProgrammer programmer(&expander_, spi_.Get(), &lines_, 4);
     EXPECT_THAT(log_.Take(), ElementsAre(kWarning));
   }
   EXPECT_THAT(log_.Take(), ElementsAre(kRelease, "close(-1)"));
@@ -271,7 +271,7 @@ TYPED_TEST_SUITE(PyxLifeCycleTest, PyxProgrammers);
 
 TYPED_TEST(PyxLifeCycleTest, SelectsTheMasterBehindTheFlashDriverAndOtdrBeforeItGoes) {
   {
-    const TypeParam programmer(&this->expander_, this->spi_.get(), &this->lines_, 4);
+    const TypeParam programmer(&this->expander_, this->spi_.Get(), &this->lines_, 4);
     EXPECT_THAT(this->log_.Take(), ElementsAre(kWarning, "nanosleep(100000000)"));
     EXPECT_EQ(this->slotA_.Contents(), "SPIFIFO");
   }
@@ -281,7 +281,7 @@ TYPED_TEST(PyxLifeCycleTest, SelectsTheMasterBehindTheFlashDriverAndOtdrBeforeIt
 
 TYPED_TEST(PyxLifeCycleTest, SelectionThatThrowsDestroysTheFlashDriverOnlyAndPassesOn) {
   this->ThrowWhileSelecting();
-  EXPECT_THROW(TypeParam(&this->expander_, this->spi_.get(), &this->lines_, 4), std::domain_error);
+  EXPECT_THROW(TypeParam(&this->expander_, this->spi_.Get(), &this->lines_, 4), std::domain_error);
   EXPECT_THAT(this->log_.Take(), ElementsAre(kWarning, "nanosleep(100000000)", "close(-1)"));
 }
 

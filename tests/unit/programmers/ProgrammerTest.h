@@ -49,7 +49,7 @@ class ProgrammerTest : public testing::Test {
   /// A programmer behind the expander.
   template <typename Programmer>
   std::unique_ptr<Programmer> Make(unsigned module = 5) {
-    auto programmer = std::make_unique<Programmer>(&expander_, spi_.get(), &lines_, module);
+    auto programmer = std::make_unique<Programmer>(&expander_, spi_.Get(), &lines_, module);
     Forget();
     return programmer;
   }

@@ -36,7 +36,7 @@ class ZynqFlashProgrammerTest : public ProgrammerTest {
     };
   }
 
-  ZynqFlashProgrammer programmer_{spi_.get(), 3};
+  ZynqFlashProgrammer programmer_{spi_.Get(), 3};
   int doneReads_ = 0;
 };
 
@@ -76,7 +76,7 @@ TEST_F(ZynqFlashProgrammerTest, ProgrammedMeansThatDoneIs1) {
 TEST_F(ZynqFlashProgrammerTest, LargestModuleNumberStandsInDecimalInEveryPath) {
   AddControlFiles("/sys/platform_m4294967295");
   kernel_.files["/sys/platform_m4294967295/zynq_done/value"] = "1";
-  ZynqFlashProgrammer programmer(spi_.get(), 4294967295U);
+  ZynqFlashProgrammer programmer(spi_.Get(), 4294967295U);
   EXPECT_EQ(programmer.set_qspi_prg("1"), 0);
   EXPECT_EQ(programmer.set_zynq_hw_reset_n("1"), 0);
   EXPECT_TRUE(programmer.IsProgrammed());
@@ -137,7 +137,7 @@ TEST_F(ZynqFlashProgrammerTest, DoneSeenOnTheLastPollCountsAsTimeout) {
 
 TEST_F(ZynqFlashProgrammerTest, DestructionThroughTheInterfaceDestroysTheFlashDriverAlone) {
   std::unique_ptr<FpgaProgrammerInterface> programmer =
-      std::make_unique<ZynqFlashProgrammer>(spi_.get(), 7U);
+      std::make_unique<ZynqFlashProgrammer>(spi_.Get(), 7U);
   Forget();
   programmer.reset();
   EXPECT_THAT(log_.Take(), ElementsAre("close(-1)"));

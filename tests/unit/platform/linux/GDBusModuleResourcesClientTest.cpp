@@ -44,7 +44,7 @@ class GDBusModuleResourcesClientTest : public testing::Test {
   /// Starts a service that gives these two answers.
   BusService& Serve(const Answer& i2cBus, const Answer& spiDev) {
     service_ = std::make_unique<BusService>(
-        bus_.address(),
+        bus_.Address(),
         INTROSPECTION_FOLDER "/org.orvane.ModuleResources1.xml",
         "org.orvane.ModuleResources1",
         "/org/orvane/ModuleResources1",

@@ -35,7 +35,7 @@ class GDBusSystemInventoryClientTest : public testing::Test {
   /// Starts a service that gives `answer`.
   BusService& Serve(const Answer& answer) {
     service_ =
-        std::make_unique<BusService>(bus_.address(),
+        std::make_unique<BusService>(bus_.Address(),
                                      INTROSPECTION_FOLDER "/org.orvane.SystemInventory1.xml",
                                      "org.orvane.SystemInventory1",
                                      "/org/orvane/SystemInventory1",

@@ -65,7 +65,7 @@ class ImageMakerTest : public testing::Test {
     }
     return outcome.err.substr(start.size(), outcome.err.size() - start.size() - end.size());
   }
-  std::string File() const { return directory_.path() + "/image.bin"; }
+  std::string File() const { return directory_.Path() + "/image.bin"; }
 
   TemporaryDirectory directory_;
 };
@@ -239,7 +239,7 @@ TEST_F(ImageMakerTest, StampWordBeyondTheEndIsRefused) {
 }
 
 TEST_F(ImageMakerTest, FileThatCannotBeOpenedIsAnIoError) {
-  const std::string file = directory_.path() + "/missing/image.bin";
+  const std::string file = directory_.Path() + "/missing/image.bin";
   const Outcome outcome = Run({"zynq", "--out", file});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "");
