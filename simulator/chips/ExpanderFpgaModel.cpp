@@ -26,30 +26,24 @@ namespace {
 using Wiring = ExpanderFpgaModel::Wiring;
 
 constexpr std::chrono::nanoseconds kClearTime = std::chrono::milliseconds(5);
-constexpr unsigned kOffsetSlot = 5;  // its expander is strapped to the next address
+constexpr unsigned kOffsetSlot = 5;  // its expander answers at the next address
 
-constexpr Wiring kDax = {.address = 0x21,
-                         .pulls = 0x2C80,
-                         .reset = 0x0080,
-                         .programB = 0x0080,
-                         .initB = 0x0040,
-                         .done = 0x0100,
-                         .routing = 0xEC9F,
-                         .flashToFpga = 0x2C80,
-                         .controllerToFlash = 0x2C9D,
-                         .controllerToFpga = 0xEC9D,
-                         .plausible = HasPlausibleBitstream};
-constexpr Wiring kPyx1 = {.address = 0x20,
-                          .pulls = 0x2C80,
-                          .reset = 0x0080,
-                          .programB = 0x0080,
-                          .initB = 0x0040,
-                          .done = 0x0100,
-                          .routing = 0xEC9F,
-                          .flashToFpga = 0x2C80,
-                          .controllerToFlash = 0x2C9D,
-                          .controllerToFpga = 0xEC9D,
-                          .plausible = HasPlausibleBitstream};
+/// A dax's or pyx1's; they differ in the address alone.
+constexpr Wiring BitstreamWiring(std::uint8_t address) {
+  return {.address = address,
+          .pulls = 0x2C80,
+          .reset = 0x0080,
+          .programB = 0x0080,
+          .initB = 0x0040,
+          .done = 0x0100,
+          .routing = 0xEC9F,
+          .flashToFpga = 0x2C80,
+          .controllerToFlash = 0x2C9D,
+          .controllerToFpga = 0xEC9D,
+          .plausible = HasPlausibleBitstream};
+}
+constexpr Wiring kDax = BitstreamWiring(0x21);
+constexpr Wiring kPyx1 = BitstreamWiring(0x20);
 constexpr Wiring kPyx2 = {.address = 0x20,
                           .pulls = 0x0200,
                           .reset = 0x0200,
