@@ -12,7 +12,6 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 
 TEST(FileKernelTest, FilesAreReadAndWrittenInMemoryAndEachCallIsLogged) {
@@ -109,7 +108,7 @@ TEST(FileKernelTest, SleepsTakeTimeOnTheFakeClockAlone) {
   EXPECT_EQ(::usleep(250'000), 0);
   EXPECT_EQ(::sleep(2), 0U);
   EXPECT_EQ(::nanosleep(&time, nullptr), 0);
-  EXPECT_EQ(FakeClock::Passed(), 5250ms);
+  EXPECT_EQ(FakeClock::Passed(), std::chrono::milliseconds(5250));
 }
 
 TEST(FileKernelTest, InterruptedNanosleepLeavesHalf) {
