@@ -22,11 +22,11 @@
 #include <vector>
 
 #include "simulator/boards/ModuleFactory.h"
+#include "simulator/bus/PrivateBus.h"
 #include "simulator/host/CommandProcess.h"
 #include "simulator/host/Console.h"
 #include "simulator/host/FlashFile.h"
 #include "simulator/host/PlatformServices.h"
-#include "simulator/host/PrivateBus.h"
 #include "simulator/host/ShimServer.h"
 #include "simulator/host/TemporaryDirectory.h"
 #include "simulator/host/Testbed.h"

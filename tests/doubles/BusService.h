@@ -31,7 +31,7 @@ class BusService {
     /// An error without any message.
     static Answer BareError(const std::string& name) { return {Kind::kBareError, name, ""}; }
 
-    void Send(GDBusConnection* connection, GDBusMethodInvocation* invocation) const;
+    void Send(GDBusMethodInvocation* invocation) const;
 
    private:
     enum class Kind { kReply, kUncheckedReply, kError, kBareError };
@@ -67,14 +67,7 @@ class BusService {
 
  private:
   void Serve(std::promise<std::string>& ready);
-  static void OnCall(GDBusConnection* connection,
-                     const char* sender,
-                     const char* path,
-                     const char* interface,
-                     const char* method,
-                     GVariant* arguments,
-                     GDBusMethodInvocation* invocation,
-                     gpointer self);
+  void Answered(GDBusMethodInvocation* invocation);
 
   const std::string address_;
   const std::string file_;

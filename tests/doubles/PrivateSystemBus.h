@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "simulator/host/PrivateBus.h"
+#include "simulator/bus/PrivateBus.h"
 #include "tests/doubles/EnvironmentVariable.h"
 #include "tests/doubles/TemporaryDirectory.h"
 

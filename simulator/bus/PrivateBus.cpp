@@ -1,4 +1,4 @@
-#include "simulator/host/PrivateBus.h"
+#include "simulator/bus/PrivateBus.h"
 
 #include <fcntl.h>
 #include <signal.h>
