@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "devices/SPIDevOwner.h"
 #include "platform/PCA9535.h"
