@@ -24,6 +24,17 @@ TEST(HelpTest, EscapeSequencesAreThereAlthoughStandardOutputIsNoTerminal) {
   EXPECT_TRUE(console.Out().starts_with("\x1B[1mNAME\x1B[0m\n"));
 }
 
+TEST(HelpTest, DoubledWordAndTheNameZeltAreKept) {
+  const Console console;
+  showHelp();
+  EXPECT_NE(console.Out().find("\tA command line utility program program the FPGA or FPGA SPI NOR "
+                               "flash device of the Module.\n"
+                               "\tThis utility will NOT POWER ON THE Module, this will need to be "
+                               "done prior to running zelt.\n"),
+            std::string::npos)
+      << console.Out();
+}
+
 TEST(HelpTest, EveryReturnCodeOfTheRangeIsListedAlsoTheOnesWithoutAName) {
   const Console console;
   showHelp();

@@ -136,6 +136,11 @@ TEST_F(RunSequenceTest, AbsentModuleIsReportedAfterTheModeLine) {
                           "out| Could not run program with command line parameters provided.\n"));
 }
 
+TEST_F(RunSequenceTest, WordHetnetIsKeptInTheLineAboutTheModule) {
+  EXPECT_EQ(Run({"tarnwick", "dax", "-sf", "abc", "f"}), -1);
+  EXPECT_EQ(console_.Err(), "ERROR: Could not resolve the HETNET address param\n");
+}
+
 TEST_F(RunSequenceTest, AbsentFileIsReportedAfterTheModuleNumber) {
   EXPECT_EQ(Run({"tarnwick", "wend", "-sf", "3x", nullptr}), -1);
   EXPECT_THAT(log_.Take(),

@@ -187,7 +187,7 @@ TEST_F(MT25QL128CommandTest, ManufacturerC2AnnouncesLockLogicEvenWhenSilent) {
   ExpectConsole("Chip is matronix, enabling lock logic.\n", "");
 }
 
-TEST_F(MT25QL128CommandTest, ManufacturerC2IsAnnouncedAfterTheThreeLines) {
+TEST_F(MT25QL128CommandTest, ManufacturerC2IsCalledMatronixAfterTheThreeLines) {
   Expect({Ask({0x9F}, {0xC2, 0x20, 0x18})});
   EXPECT_TRUE(Flash().ReadManufIDReg(true));
   ExpectConsole(

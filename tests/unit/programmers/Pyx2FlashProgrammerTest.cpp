@@ -1,4 +1,4 @@
-// What the pyx2 programmer has of its own: its wording of the boot header's search.
+// What the pyx2 programmer has of its own: how it words the search of the boot header and the dump.
 #include <string>
 
 #include "programmers/Pyx2FlashProgrammer.h"
@@ -38,6 +38,12 @@ TEST_F(Pyx2FlashProgrammerTest, DatesAloneDecideAndNoNameIsLookedFor) {
   EXPECT_EQ(console_.TakeOut(), "\nFlash header build date: date\nBinary  file build date: date\n");
   kernel_.files["image"] = WithField("other#later#");
   EXPECT_TRUE(programmer_->IsFlashUpgradeRequired("dump", "image"));
+}
+
+TEST_F(Pyx2FlashProgrammerTest, DumpIsAnnouncedWithTheTextOfThePyx1) {
+  EXPECT_EQ(programmer_->ReadDevice("dump", 0), 0);
+  EXPECT_EQ(console_.TakeOut(), "Pyx1FlashProgrammer ReadDevice \n");
+  leftOpen_ = {"dump"};
 }
 
 }  // namespace
