@@ -13,7 +13,6 @@ constexpr const char* kProgram = "tarnwick";
 constexpr int kFirstStatus = -1;
 constexpr int kLastStatus = 11;
 
-// append() instead of +: in Release builds g++ 12 sees an overlap in the latter that is not there.
 std::string Bold(const std::string& text) {
   return std::string("\x1B[1m").append(text).append("\x1B[0m");
 }

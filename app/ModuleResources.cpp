@@ -8,7 +8,8 @@
 
 namespace {
 
-/// @param query  the question to ask of the resource service once the module is selected
+/// @param query  the operation to call once the client has been told the module
+/// @return its answer; empty, without a call, when the module is not populated
 std::string QueryResource(unsigned module, std::string (GDBusModuleResourcesClient::*query)()) {
   if (!checkAddress(static_cast<int>(module))) {
     return "";

@@ -2,7 +2,8 @@
 
 #include <string>
 
-/// Each of these asks the platform's services anew; what their clients throw passes on.
+/// Each of these asks the platform's services again; nothing is cached. Exceptions of the clients
+/// are not caught.
 
 /// @param module  slot number
 /// @return true when it is one of the populated module locations

@@ -38,7 +38,8 @@ constexpr std::uint8_t kSpiBitsPerWord = 8;
 constexpr unsigned char kExpanderFlags = 1;
 constexpr unsigned kModuleWithoutCommand = 42;
 
-/// A programmer and the line map it borrows; the programmer goes first.
+/// A programmer, and the line map that it borrows (null for a wend). The programmer is destroyed
+/// first.
 struct ModuleProgrammer {
   std::unique_ptr<GpioProgrammingInterface> lines;
   std::unique_ptr<FpgaProgrammerInterface> programmer;
@@ -55,12 +56,12 @@ ModuleProgrammer CreateExpanderProgrammer(PCA9535* expander, SPIDev* spi, unsign
   return {std::move(lines), std::move(programmer)};
 }
 
-/// What differs between the module types, as far as the run sequence is concerned.
+/// What differs between the module types in the run sequence.
 struct Target {
   const char* word;               ///< on the command line
   const char* line;               ///< printed before the programmer is created
-  std::optional<int> muxChannel;  ///< of the multiplexer that the expander sits behind
-  bool hasPcieEndpoint;           ///< to be enumerated again after an update
+  std::optional<int> muxChannel;  ///< leads to the expander; none: it is on the module's bus
+  bool hasPcieEndpoint;           ///< enumerated again unless the result is UpToDate
   ModuleProgrammer (*createProgrammer)(PCA9535* expander, SPIDev* spi, unsigned moduleNumber);
 };
 
@@ -83,7 +84,7 @@ constexpr Target kTargets[] = {
      CreateExpanderProgrammer<Pyx2GpioProgramming, Pyx2FlashProgrammer>},
 };
 
-/// @return the row of the table; null for a word that names no module type
+/// @return the row of the table, not owned; null for a word that names no module type
 const Target* FindTarget(const std::string& word) {
   const auto* const found = std::find_if(std::begin(kTargets),
                                          std::end(kTargets),
@@ -115,7 +116,7 @@ ParsedArguments ShowHelp() {
 }
 
 /// Reads 64 bits on every machine, also where `unsigned long` has 32.
-/// @return the number, cut to 32 bits; nothing when the word is none
+/// @return the low 32 bits of the number; nothing when the word is null, or no number, or too large
 std::optional<unsigned> ParseModuleNumber(const char* word) {
   if (word == nullptr) {
     return std::nullopt;
@@ -141,8 +142,8 @@ ParsedArguments ParseArguments(int argc, char** argv) {
   }
   const Target* const target = FindTarget(targetWord);
   if (target == nullptr) {
-    // Deliberate: on standard output, unlike every other error line; fixed and observable; do not
-    // change.
+    // Deliberate: on standard output, unlike the other error lines here; fixed and observable; do
+    // not change.
     return Refuse(std::cout, "ERROR: Module not handled");
   }
   Request request = {.target = *target};
@@ -180,7 +181,7 @@ unsigned SpiClockMHz() {
   unsigned spiClockMHz = kDefaultSpiClockMHz;
   const char* const wanted = std::getenv("SPI_CLOCK_SPEED");
   if (wanted != nullptr) {
-    // A text that is no number leaves the default, and any number is taken as it comes.
+    // A text that is no number leaves the default. A number is used without a range check.
     // NOLINTNEXTLINE(cert-err34-c): the rules of "%u" are fixed and observable
     static_cast<void>(std::sscanf(wanted, "%u", &spiClockMHz));
   }
@@ -193,7 +194,8 @@ std::string I2CBusName(const Request& request) {
   return muxChannel ? I2CDev::FindI2CBusNameOfMuxChannel(moduleBus, *muxChannel) : moduleBus;
 }
 
-/// Connects and programs, then re-enumerates the endpoint of a pyx module.
+/// Connects and programs; then, unless the flash was up to date, re-enumerates the PCIe endpoint of
+/// a pyx module.
 /// @return the status of the run
 Status Program(const Request& request, FpgaProgrammerInterface& programmer) {
   std::cout << "Connecting ..." << std::endl;
@@ -242,7 +244,7 @@ int runTarnwick(int argc, char** argv) {
       request.target.createProgrammer(&expander, spi.Get(), request.moduleNumber);
   const Status result = Program(request, *module.programmer);
 
-  // The result line comes after the flash and the SPI bus are let go.
+  // Both are destroyed before the result line is printed.
   module.programmer.reset();
   spi.Reset();
   return printStatus(result);

@@ -25,11 +25,13 @@ class FileDescriptor {
   [[nodiscard]] bool IsOpen() const { return fd_ >= 0; }
   [[nodiscard]] int Get() const { return fd_; }
 
-  /// Gives the descriptor up without closing it; the caller owns it, or leaves it open on purpose.
+  /// Hands the descriptor over without closing it; the caller owns it, or leaves it open on
+  /// purpose.
+  /// @return the descriptor; kClosed when nothing is open
   [[nodiscard]] int Release() { return std::exchange(fd_, kClosed); }
 
-  /// Closes now.
-  /// @return what close() returned; errno is the caller's to report
+  /// Closes now; the destructor then does nothing.
+  /// @return what close() returned, with its errno; -1 (EBADF) when nothing is open
   [[nodiscard]] int Close() { return ::close(Release()); }
 
  private:

@@ -95,9 +95,9 @@ bool CommandLine::TakesValue(std::string_view name) const {
          });
 }
 
-/// Puts the words after "--" aside.
-/// @return the words before it. CLI11 takes the next word for the value of "--log=": an empty value
-///         becomes a word of its own.
+/// Keeps the words after "--" in afterDashes_.
+/// @return the words before it. CLI11 would take the next word as the value of "--log=", so an
+///         empty value becomes a word of its own.
 std::vector<std::string> CommandLine::CutRest(std::span<const char* const> words) {
   std::vector<std::string> front;
   bool isValue = false;
@@ -131,7 +131,7 @@ void CommandLine::Refuse(const CLI::ParseError& error) const {
   if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::ArgumentMismatch)) {
     throw UsageError(error.what());
   }
-  // "--log: 1 required ..." for a value that is missing, "fast was given ..." for one too many.
+  // "--log: 1 required ..." for a missing value, "fast was given ..." for one that is not allowed.
   const std::string_view text = error.what();
   const std::string_view name = text.substr(0, text.find_first_of(": "));
   if (TakesValue(name)) {
@@ -165,7 +165,7 @@ void CommandLine::RefuseLooseWords() const {
 
 std::optional<std::string> CommandLine::Read(std::span<const char* const> words) {
   std::vector<std::string> front = CutRest(words);
-  std::reverse(front.begin(), front.end());  // as CLI11 takes them
+  std::reverse(front.begin(), front.end());  // CLI11 takes them from the last to the first
   try {
     app_->parse(std::move(front));
   } catch (const CLI::CallForHelp&) {

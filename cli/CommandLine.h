@@ -33,12 +33,12 @@ std::string UsageText(std::string_view program, std::string_view why);
 /// 'word'
 std::string Quoted(std::string_view word);
 
-/// Options that are known together: those of a program, or of one of its commands. What they fill in
-/// must live until the command line has been read.
+/// The options of a program, or of one of its commands. The variables that they set must exist
+/// until the command line has been read.
 class OptionSet {
  public:
   /// Takes one value. Throws std::invalid_argument, with a text for the user, when it is wrong; the
-  /// option's name is put in front of it.
+  /// message then starts with the option's name.
   using Take = std::function<void(const std::string& value)>;
 
   explicit OptionSet(CLI::App& app) : app_(app) {}
@@ -73,7 +73,7 @@ class OptionSet {
 /// The command line of one of our tools, read with CLI11. All of them know --help and --version.
 class CommandLine {
  public:
-  /// @param program  the name under which it speaks
+  /// @param program  its name in messages
   /// @param help     what --help prints
   CommandLine(std::string program, std::string_view help);
   CommandLine(const CommandLine&) = delete;
@@ -81,17 +81,18 @@ class CommandLine {
   ~CommandLine();
 
   OptionSet& Options() { return options_; }
-  /// A word that says what to do, with options of its own after it. When there are such words, just
-  /// one of them must be given.
+  /// A word that says what to do, with options of its own after it; sets `given`. When a program
+  /// has such words, exactly one of them must be given.
+  /// @return the options of this command, owned by this object
   OptionSet& AddCommand(const std::string& word, bool& given);
-  /// The words after "--", whatever they are; there must be one at least. `name` is how the help
-  /// calls them.
+  /// Takes the words after "--", whatever they are; there must be at least one. `name` is what the
+  /// help calls them.
   void AddRest(std::string name, std::vector<std::string>& words);
 
   /// Reads the words and fills in everything that has been added.
   /// @param words  without the program's name
-  /// @return what to print on standard output, and nothing else is to be done then: the answer to
-  ///         --help or --version, which win over values that are wrong; nothing: go on
+  /// @return the answer to --help or --version: the caller prints it on standard output and does
+  ///         nothing else. These two take precedence over wrong values. Nothing: go on.
   /// @throw UsageError
   std::optional<std::string> Read(std::span<const char* const> words);
 
