@@ -13,10 +13,10 @@
 
 namespace {
 
-/// A count of bytes as the interface carries it.
+/// A count of bytes, cut to the 32 bits that the interface returns.
 int Count(std::size_t length) { return static_cast<int>(static_cast<std::uint32_t>(length)); }
 
-/// A count of bytes as a message carries it.
+/// A count of bytes, cut to the 16 bits that a message has for it.
 std::uint16_t Low16(std::size_t length) { return static_cast<std::uint16_t>(length); }
 
 template <std::size_t N>
@@ -50,8 +50,8 @@ bool I2CDev::is_open() { return fd_ != kClosed; }
 int I2CDev::open(std::uint8_t address) {
   if (fd_ != kClosed) {
     // Deliberate: the address of the first open stays in force; fixed and observable; do not
-    // change. The reset of a module in slot 5 depends on it: it connects again with the address of
-    // the map.
+    // change. The reset of a module in slot 5 depends on it: it opens with the address of the map,
+    // but has to reach the next one.
     return fd_;
   }
   fd_ = ::open(path_.c_str(), O_RDWR);
@@ -95,7 +95,7 @@ std::string I2CDev::FindI2CBusNameOfMuxChannel(std::string parentBus, int channe
   }
   udev_enumerate* const newEnumerator = ::udev_enumerate_new(newContext);
   if (newEnumerator == nullptr) {
-    return "";  // the context stays: the run is about to end for want of a bus
+    return "";  // the context is not released; without a bus the run ends
   }
   // Released in reverse order: the enumerator, then the context.
   const std::unique_ptr<udev, UdevUnref> context(newContext);
@@ -110,7 +110,7 @@ std::string I2CDev::FindI2CBusNameOfMuxChannel(std::string parentBus, int channe
       continue;
     }
     const std::string sysfsPath = name;
-    // Deliberate: a loose test ("i2c-1" also occurs below "i2c-10"); the name decides.
+    // Deliberate: a loose test ("i2c-1" also occurs in a path below "i2c-10"); the name decides.
     if (sysfsPath.find(parentBus) == std::string::npos) {
       continue;
     }

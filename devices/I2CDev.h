@@ -6,8 +6,8 @@
 
 #include "devices/SerialDeviceInterface.h"
 
-/// One slave address on one Linux i2c-dev node (kernel document i2c/dev-interface.rst), spoken to
-/// in combined messages of the I2C_RDWR ioctl. Prints nothing. Owns its descriptor.
+/// One slave address on one Linux i2c-dev node (kernel document i2c/dev-interface.rst), accessed
+/// with the I2C_RDWR ioctl. Prints nothing. Owns its descriptor.
 class I2CDev : public SerialDeviceInterface {
  public:
   /// Does not open the node.
@@ -35,13 +35,14 @@ class I2CDev : public SerialDeviceInterface {
   int read(std::uint8_t* rx, std::size_t rxLen, std::uint8_t* tx, std::size_t txLen) override;
 
   /// Sends `txLen` bytes in one write message.
+  /// @param tx  borrowed for the call; on the wire the length is cut to its low 16 bits
   /// @return txLen cut to 32 bits; 0 on failure or while closed
   int write(std::uint8_t* tx, std::size_t txLen) override;
 
-  /// Finds the bus of one channel of the I2C multiplexer behind a bus, by the name that the
-  /// kernel's i2c-mux core gives each channel's adapter, in udev's order.
-  /// @param parentBus  the multiplexer's bus, such as "i2c-1"
-  /// @param channel    channel number as the kernel counts it
+  /// Finds the bus of one channel of the I2C multiplexer that is on `parentBus`: the first adapter,
+  /// in udev's order, with the name that the kernel's i2c-mux core gives to a channel.
+  /// @param parentBus  such as "i2c-1"
+  /// @param channel    channel number of the kernel (chan_id)
   /// @return the channel's bus name, such as "i2c-5"; empty when there is none or udev fails
   static std::string FindI2CBusNameOfMuxChannel(std::string parentBus, int channel);
 

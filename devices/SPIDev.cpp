@@ -22,7 +22,7 @@ std::uint64_t Address(const std::uint8_t* buffer) {
   return reinterpret_cast<std::uintptr_t>(buffer);
 }
 
-/// A count of bytes as the interface and the kernel's structs carry it.
+/// A count of bytes, cut to the 32 bits that the interface and the kernel's structs have for it.
 std::uint32_t Low32(std::size_t length) { return static_cast<std::uint32_t>(length); }
 
 template <std::size_t N>

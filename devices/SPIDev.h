@@ -6,12 +6,12 @@
 
 #include "devices/SerialDeviceInterface.h"
 
-/// One Linux spidev node (kernel document spi/spidev.rst), spoken to in whole transactions of the
-/// SPI_IOC_MESSAGE ioctl: chip select stays asserted for exactly one write() or one read().
+/// One Linux spidev node (kernel document spi/spidev.rst), accessed with the SPI_IOC_MESSAGE ioctl:
+/// chip select stays asserted for exactly one write() or one read().
 /// Owns its descriptor. Single-threaded, one object per node.
 class SPIDev : public SerialDeviceInterface {
  public:
-  /// Learns the transfer limit from the kernel; does not open the node.
+  /// Reads the transfer limit, see GetBufsiz(); does not open the node.
   /// @param path   spidev node, such as "/dev/spidev1.0"
   /// @param speed  clock rate in Hz, put into every transfer
   /// @param mode   SPI mode byte (SPI_MODE_* bits), set when the node is opened
@@ -24,7 +24,8 @@ class SPIDev : public SerialDeviceInterface {
   bool is_open() override;
 
   /// Opens the node and sets the mode; the driver's own maximum speed is left as it was. Does not
-  /// look whether the node is open already: a second call overwrites the first descriptor.
+  /// check whether the node is open already: a second call overwrites the first descriptor, which
+  /// stays open.
   /// @param address  ignored
   /// @return the descriptor, or a negative value; nothing is printed
   int open(std::uint8_t address) override;
@@ -40,7 +41,9 @@ class SPIDev : public SerialDeviceInterface {
   ///         Never splits: the caller keeps each length within GetMaxTransferSize() bytes.
   int read(std::uint8_t* rx, std::size_t rxLen, std::uint8_t* tx, std::size_t txLen) override;
 
-  /// Sends `txLen` bytes under one chip select; what the device sends back is dropped.
+  /// Sends `txLen` bytes under one chip select; what the device sends back is discarded. Uses words
+  /// of 8 bits when `txLen` is no whole number of words.
+  /// @param tx  borrowed for the call
   /// @return txLen cut to 32 bits; 0 on failure (one line on standard error) or while closed
   int write(std::uint8_t* tx, std::size_t txLen) override;
 
@@ -54,7 +57,8 @@ class SPIDev : public SerialDeviceInterface {
   [[nodiscard]] std::string getName() const;
 
   /// Reads the spidev buffer size, module parameter "bufsiz".
-  /// @return bytes, without any bound; 4096 when the parameter cannot be read or is no number
+  /// @return bytes, not range-checked; 4096 when the parameter cannot be read, or is empty or no
+  ///         number (one line on standard error, none for an empty one)
   static std::size_t GetBufsiz();
 
   /// Closes the descriptor as close() does.

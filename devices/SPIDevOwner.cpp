@@ -2,7 +2,7 @@
 
 #include <utility>
 
-/// Tells its owner when it goes.
+/// Sets the pointer of its owner to null when it is destroyed.
 class SPIDevOwner::OwnedSPIDev final : public SPIDev {
  public:
   OwnedSPIDev(SPIDevOwner& owner,

@@ -5,9 +5,9 @@
 
 #include "devices/SPIDev.h"
 
-/// Owner of the run's SPIDev, which a flash driver destroys first when the node cannot be opened
-/// (MT25QL128::Connect). Whoever destroys the device, the owner knows: it is destroyed exactly
-/// once, through its virtual destructor.
+/// Owner of the run's SPIDev. A flash driver destroys the device when the node cannot be opened
+/// (MT25QL128::Connect); the owner then learns of it, so that the device is destroyed exactly once,
+/// through its virtual destructor.
 class SPIDevOwner {
  public:
   /// Creates the device on the heap; the parameters are those of SPIDev.
@@ -16,7 +16,7 @@ class SPIDevOwner {
   SPIDevOwner& operator=(const SPIDevOwner&) = delete;
   ~SPIDevOwner();
 
-  /// @return the device, lent; null once it is destroyed
+  /// @return the device, still owned here; null once it is destroyed
   [[nodiscard]] SPIDev* Get() const;
 
   /// Destroys the device now, unless that has happened already.

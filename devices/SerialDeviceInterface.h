@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A device on a serial bus that is spoken to in whole transactions. Success is a count equal to
-/// the one asked for; 0 is failure, so a request of length zero cannot be told from a failed one.
-/// The closed expander class calls an implementation through its table of virtual functions: their
+/// A device on a serial bus that is accessed in whole transactions. Success is a count equal to the
+/// one asked for; 0 is failure, so a request of length zero looks the same as a failed one. The
+/// closed expander class calls an implementation through its table of virtual functions: their
 /// order is fixed.
 class SerialDeviceInterface {
  public:
@@ -21,6 +21,7 @@ class SerialDeviceInterface {
   /// @return the file descriptor (zero or more), or a negative value on failure
   virtual int open(std::uint8_t address) = 0;
 
+  /// Closes the device. A device that is not open stays so.
   virtual void close() = 0;
 
   /// Sends `txLen` bytes from `tx`, when given, and then receives `rxLen` bytes into `rx`, as one

@@ -26,10 +26,10 @@ constexpr useconds_t kStatusWriteMicroseconds = 500'000;
 constexpr unsigned kMaxProtectLevel = 15;
 constexpr unsigned kWholeArrayLevel = 9;
 
-/// Below this length Write() sends nothing and succeeds.
+/// With a length below this one Write() sends nothing and succeeds.
 constexpr int kLeastWriteLength = -254;
 
-/// Largest piece of an image held in memory at a time: the whole array.
+/// Largest piece of an image that is held in memory: as much as the whole flash array.
 constexpr std::size_t kMaxImageChunkBytes = std::size_t{16} * 1024 * 1024;
 
 /// Reads are split at these addresses, in bytes.
@@ -39,7 +39,7 @@ constexpr int kReadRegionEnds[] = {0x2000000, 0x4000000, 0x6000000};
 constexpr int kReadRegionsEnd = 0x6000000;
 constexpr int kLastReadRegionEnd = 0x7FFFFFF;
 
-/// Addresses and lengths count on past their range without overflow.
+/// Adds modulo 2^32: an address may run past the range of int.
 int WrappingAdd(int left, int right) {
   return static_cast<int>(static_cast<unsigned>(left) + static_cast<unsigned>(right));
 }
@@ -52,12 +52,13 @@ std::array<std::uint8_t, nor::kHeaderBytes> CommandHeader(std::uint8_t cmd, int 
           static_cast<std::uint8_t>(addr)};
 }
 
-/// 64 KiB sectors that a protect level covers; half a sector for level 0.
+/// @return number of 64 KiB sectors that a protect level covers; 0.5 for level 0
 double ProtectedSectors(int level) { return std::pow(2.0, level - 1); }
 
-/// Hands out the decompressed image piece by piece, as take(bytes, count).
+/// Decompresses the image and calls take(bytes, count) for each piece.
 // Deliberate: only a count of 0 ends the loop; fixed and observable; do not change. A negative
-// count (zlib's error) is handed out too, and zlib goes on returning it: the loop then has no end.
+// count (an error of zlib) is passed to take() too; zlib returns it again and again, so the loop
+// does not end.
 template <typename Take>
 void ReadImage(gzFile image, std::size_t chunkBytes, Take take) {
   TransferBuffer buffer(chunkBytes);
@@ -103,7 +104,7 @@ int MT25QL128::Connect(bool verbose) {
     spi_ = nullptr;
     return kUnavailable;
   }
-  static_cast<void>(SetWriteEnable());  // a chip that does not answer shows in the identification
+  static_cast<void>(SetWriteEnable());  // a chip that does not answer fails the identification
   if (!ReadManufIDReg(verbose)) {
     return kUnavailable;
   }
@@ -205,7 +206,7 @@ bool MT25QL128::RefuseIfProtected(int startAddr) {
   if (GetProtectedSize() <= startAddr) {
     return false;
   }
-  // Read again first: its own messages must not land inside the line.
+  // Read before the line is begun: reading prints messages of its own.
   const int protectedSize = GetProtectedSize();
   std::cerr << "Addr: " << startAddr << " is within protected size (" << protectedSize << ")"
             << std::endl;
@@ -326,7 +327,7 @@ bool MT25QL128::WriteCommand(std::uint8_t cmd, int addr, int len, std::uint8_t* 
   if (spi_->write(buffer.data(), buffer.size()) != size) {
     return false;
   }
-  // Deliberate: polled back to back, without a sleep. A page takes well under a millisecond.
+  // Deliberate: polled without a sleep. A page program takes well under a millisecond.
   const Clock::time_point start = Clock::now();
   std::chrono::duration<double> elapsed{0.0};
   for (;;) {
@@ -352,7 +353,7 @@ bool MT25QL128::Write(int addr, int len, std::uint8_t* data) {
   if (len < kLeastWriteLength) {
     return true;
   }
-  // Rounds toward zero, so lengths from -254 to 0 make one page program too.
+  // The division rounds toward zero: lengths from -254 to 0 also give one page program.
   const int chunks = (len - 1) / nor::kPageBytes + 1;
   for (int chunk = 0; chunk < chunks; ++chunk) {
     const int done = chunk * nor::kPageBytes;
@@ -405,7 +406,8 @@ bool MT25QL128::ReadBlocks(int fd, int addr, int len) {
   if (len == 0) {
     return true;
   }
-  // In 64 bits, unsigned, then cut to 32: a negative length makes 2^52 transfers of 4096, or none.
+  // Divided in 64 bits, unsigned, then cut to 32 bits, signed. With a limit of 4096 a negative
+  // length gives 2^52 or a little less, which is cut to 0 or a negative number: no transfer.
   const auto last = static_cast<std::uint64_t>(std::int64_t{len} - 1);
   const auto transfers = static_cast<std::int32_t>(static_cast<std::uint32_t>(last / max + 1));
   bool result = true;

@@ -19,13 +19,13 @@ class SPIFlashInterface {
   /// Erases `length` bytes from `startAddr` on.
   virtual int EraseDevice(int startAddr, int length) = 0;
 
-  /// Appends `length` bytes of flash from `startAddr` on to the open descriptor `fd`, borrowed.
+  /// Writes `length` bytes of flash from `startAddr` on to the open descriptor `fd`, borrowed.
   virtual int ReadDevice(int startAddr, int length, int fd) = 0;
 
   /// Protects the contents again, where the chip can. The bus stays open.
   virtual void Disconnect() = 0;
 
-  /// Takes the protection off, where the chip has one.
+  /// Removes the protection, where the chip has one.
   virtual void UnlockMemory() = 0;
 
   virtual ~SPIFlashInterface() = default;

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <memory>
 
-/// Scratch memory for one SPI transfer: on the stack up to kInlineBytes, where every usual transfer
-/// size lies, on the heap beyond. Uninitialised.
+/// Scratch memory for one SPI transfer: up to kInlineBytes inside the object, which its users have
+/// on the stack; on the heap for more. Uninitialised.
 class TransferBuffer {
  public:
   static constexpr std::size_t kInlineBytes = std::size_t{64} * 1024;
