@@ -7,7 +7,7 @@ class SerialDeviceInterface;
 class PCA9535 {
  public:
   /// @param bus    borrowed; must outlive this object, which opens and closes it. No bus traffic.
-  /// @param flags  passed on by callers as 1; the meaning is the library's own
+  /// @param flags  always 1 here; the meaning is the library's own
   PCA9535(SerialDeviceInterface* bus, unsigned char flags);
   PCA9535(const PCA9535&) = delete;
   PCA9535& operator=(const PCA9535&) = delete;

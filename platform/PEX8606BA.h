@@ -1,7 +1,7 @@
 #pragma once
 
-/// The instrument platform's handle on the PCIe switch in front of the plug-in modules. A module is
-/// named by its slot number. Every operation returns true when it was carried out.
+/// The instrument platform's handle on the PCIe switch that the plug-in modules are connected to. A
+/// module is named by its slot number. Every operation returns true when it was carried out.
 class PEX8606BA {
  public:
   PEX8606BA();

@@ -3,7 +3,7 @@
 #include "platform/linux/SystemBus.h"
 
 // The interface is described in org.orvane.ModuleResources1.xml. The service keeps no state
-// between calls, so the selected module is kept here and travels with every query.
+// between calls, so the selected module is kept here and sent with every query.
 struct GDBusModuleResourcesClient::Connection {
   SystemBus bus{"org.orvane.ModuleResources1", "/org/orvane/ModuleResources1"};
   unsigned module = 0;

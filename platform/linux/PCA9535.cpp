@@ -68,7 +68,7 @@ bool PCA9535::connect(unsigned char address,
 }
 
 void PCA9535::setPortActually(unsigned short outputs, unsigned short mask) {
-  static_cast<void>(ChangePair(*bus_, kOutputPair, outputs, mask));  // reports nothing to anyone
+  static_cast<void>(ChangePair(*bus_, kOutputPair, outputs, mask));  // a failure is not reported
 }
 
 unsigned short PCA9535::getPort(unsigned short bits) {

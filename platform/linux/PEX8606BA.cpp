@@ -37,7 +37,7 @@ std::optional<std::string> ReadSlotAddress(unsigned slot) {
   if (!file.IsOpen()) {
     return std::nullopt;
   }
-  char text[kAddressPattern.size() + 2];  // the address, its newline, and what must not follow
+  char text[kAddressPattern.size() + 2];  // the address, its newline, one byte too many
   const ssize_t count = ::read(file.Get(), text, sizeof text);
   if (count < 0) {
     return std::nullopt;

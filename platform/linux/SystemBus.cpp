@@ -34,7 +34,8 @@ class BusError {
   throw std::runtime_error(subject + ": " + error);
 }
 
-/// For the steps in which sd-bus takes a reply apart.
+/// Throws when a step of reading a reply has failed.
+/// @param result  what sd-bus returned; negative: an errno
 void Check(const char* method, int result) {
   if (result < 0) {
     Fail(method, std::generic_category().message(-result));

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-/// One connection to the system bus, for calls to one service. Blocks until each reply is there.
+/// One connection to the system bus, for calls to one service. Blocks until each reply has arrived.
 /// Everything that goes wrong is a std::runtime_error with the text
 ///   METHOD: the bus's own error
 /// or SERVICE: ... from the constructor. The bus's own error is the D-Bus error name and message,
@@ -15,8 +15,8 @@
 class SystemBus {
  public:
   /// Connects, to DBUS_SYSTEM_BUS_ADDRESS where that is set.
-  /// @param service  the service's bus name, and the name of its interface; borrowed for life
-  /// @param path     of its object; borrowed for life
+  /// @param service  the service's bus name, which is also the name of its interface
+  /// @param path     of its object; both are borrowed and must outlive this object
   SystemBus(const char* service, const char* path);
 
   /// Calls `method` without arguments.
