@@ -24,11 +24,11 @@ static_assert(kReadBytes % kWordBytes == 0);
 
 constexpr int kFirstYear = 2000;
 
-/// Looks at a file word by word, big-endian, and takes the word behind the packet header.
+/// Reads a file word by word, big-endian, and takes the word after the packet header.
 class UserAccessSearch {
  public:
   /// @param bytes,count  the next 1 to 4 bytes of the file; fewer than 4 at its end only. They
-  ///                     replace the first bytes of the word before, whose others stay.
+  ///                     replace the first bytes of the previous word, whose other bytes stay.
   /// @return the time stamp, when this word is it
   std::optional<std::uint32_t> Next(const std::uint8_t* bytes, std::size_t count) {
     std::uint32_t word = previous_;
@@ -47,16 +47,17 @@ class UserAccessSearch {
   std::uint32_t previous_ = 0;
 };
 
-/// @param fd  read from its offset to the end of the file
+/// @param fd  borrowed; read from its offset to the end of the file
+/// @return the time stamp; nothing when there is none
 std::optional<std::uint32_t> FindUserAccess(int fd) {
   UserAccessSearch search;
   std::array<std::uint8_t, kReadBytes> buffer;
-  std::size_t held = 0;  // bytes of a word that a short read has cut
+  std::size_t held = 0;  // bytes of an incomplete word, left from a short read
   for (;;) {
     const ssize_t count = ::read(fd, buffer.data() + held, buffer.size() - held);
     if (count < 0) {
       // Deliberate: only the end of the file ends the search. A file that cannot be read must not
-      // pass for one without a stamp, which is up to date over a flash without one.
+      // count as one without a stamp: that is up to date when the flash has no stamp either.
       continue;
     }
     if (count == 0) {

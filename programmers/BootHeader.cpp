@@ -38,15 +38,15 @@ class UserDefinedField {
 
   [[nodiscard]] std::string_view Text() const { return {bytes_.data(), bytes_.size()}; }
 
-  /// Gives up on the file without closing it.
-  // Deliberate: also where the search goes on without a delimiter; fixed and observable; do not
-  // change.
+  /// Leaves the file open until the process ends.
+  // Deliberate: not only after a failure, also when there is no delimiter and the run goes on;
+  // fixed and observable; do not change.
   void LeaveOpen() { static_cast<void>(file_.Release()); }
 
  private:
   // Deliberate: a header that cannot be read has no result to return. Nobody catches the exception:
-  // the process ends, before anything is erased or, at the comparison that verifies, after the
-  // write. Its text is fixed and observable; do not change.
+  // the process ends, before anything is erased or, in the comparison that verifies a wend, after
+  // the write. The text is fixed and observable; do not change.
   [[noreturn]] void Fail() {
     LeaveOpen();
     throw std::logic_error("basic_string::_M_construct null not valid");
@@ -56,7 +56,7 @@ class UserDefinedField {
   std::array<char, kFieldBytes> bytes_{};
 };
 
-/// @return where the first delimiter stands; npos, after the message, when there is none
+/// @return the position of the first delimiter; npos, after the message, when there is none
 std::size_t FindDelimiter(UserDefinedField& field, const char* noDelimiterMessage) {
   const std::size_t delimiter = field.Text().find(kDelimiter);
   if (delimiter == std::string_view::npos) {
@@ -66,7 +66,7 @@ std::size_t FindDelimiter(UserDefinedField& field, const char* noDelimiterMessag
   return delimiter;
 }
 
-/// Prints the label and the text found; or, when it is empty, the error line.
+/// Prints the label and the text found, or the error line when the text is empty.
 /// @return the text, or the fallback
 std::string ReportOrFallBack(const std::string& found,
                              const char* label,
@@ -97,7 +97,7 @@ std::string FindBuildDate(const std::string& file, const char* noDelimiterMessag
 bool ReportBuildDates(const std::string& dump,
                       const std::string& image,
                       const std::function<std::string(std::string file)>& findBuildDate) {
-  // The fallback dates differ, so a missing date asks for an upgrade.
+  // The fallback dates differ, so a missing date requires an upgrade.
   const std::string dumpDate = ReportOrFallBack(findBuildDate(dump),
                                                 "Flash header build date: ",
                                                 "ERROR: Can't find uboot build date in dumpfile",

@@ -10,7 +10,7 @@
 /// as they are. The file is opened and read as it is, never decompressed.
 ///
 /// All of these throw std::logic_error, after one line on standard error, when the file cannot be
-/// opened or is shorter than 152 bytes.
+/// opened or read, or is shorter than 152 bytes.
 
 /// @return the file name; empty, after one line on standard error, when the field has no '#'
 std::string SearchFilenameInUDFHeader(std::string file);
@@ -26,7 +26,7 @@ std::string SearchBuildDateInUDFHeader(std::string file);
 /// @return true when the flash must be rewritten: the dates differ, or one is missing
 bool IsFlashUpgradeRequired(std::string dump, std::string image);
 
-/// What the searches above share with programmers that word their messages differently.
+/// What the functions above share with a programmer that prints other messages.
 namespace boot_header {
 
 /// SearchBuildDateInUDFHeader() with the given line for a field without '#'.

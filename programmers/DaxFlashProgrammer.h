@@ -2,8 +2,8 @@
 
 #include "programmers/BitstreamFlashProgrammer.h"
 
-/// Programs the dax module. Its FPGA is neither reset nor asked for DONE afterwards. Its expander
-/// alone routes the SPI bus: there is no module selector to switch.
+/// Programs the dax module. After the write its FPGA is neither reset nor asked for DONE. Its
+/// expander alone routes the SPI bus: there is no module selector to switch.
 class DaxFlashProgrammer : public BitstreamFlashProgrammer {
  public:
   /// Creates the flash driver; touches no hardware. The parameters are those of

@@ -49,8 +49,8 @@ void ExpanderFlashProgrammer::Drive(unsigned short pattern) {
 }
 
 FpgaProgrammerInterface::Status ExpanderFlashProgrammer::Connect() {
-  // Deliberate: the expander of a module in slot 5 is addressed one up, and only here:
-  // toggleReset() takes the address of the map. Fixed and observable; do not change.
+  // Deliberate: a module in slot 5 has its expander at the next address; only here: toggleReset()
+  // takes the address of the map. Fixed and observable; do not change.
   const int address = lines_->address() + (module_ == kModuleAtNextAddress ? 1 : 0);
   const bool connected = expander_->connect(static_cast<unsigned char>(address),
                                             lines_->io_config(),
@@ -76,12 +76,12 @@ FpgaProgrammerInterface::Status ExpanderFlashProgrammer::ProgramDevice(std::stri
   if (flash_ == nullptr) {
     return ConnectFailed;  // GCOVR_EXCL_LINE: the constructor creates the flash driver
   }
-  static_cast<void>(ReadDevice(kDumpPath, kDumpBytes));  // the comparison takes what the file holds
+  static_cast<void>(ReadDevice(kDumpPath, kDumpBytes));  // the comparison uses what the file holds
   if (CompareBuilds(kDumpPath, imagePath)) {
     std::cout << "No need to update Flash device " << std::endl;
     return UpToDate;
   }
-  // Only proves that the image can be opened; closed on every way out.
+  // Only proves that the image can be opened; closed on every return.
   const FileDescriptor image(traits_.opensImageBeforeErasing ? ::open(imagePath.c_str(), O_RDONLY)
                                                              : FileDescriptor::kClosed);
   if (traits_.opensImageBeforeErasing && !image.IsOpen()) {
@@ -100,7 +100,7 @@ bool ExpanderFlashProgrammer::IsProgrammed() { return expander_->getPort(lines_-
 FpgaProgrammerInterface::Status ExpanderFlashProgrammer::ReadDevice(std::string path, int size) {
   std::cout << traits_.readDeviceLine << std::endl;
   // Deliberate: not truncated; fixed and observable; do not change. What a longer file of an
-  // earlier run holds behind the dump stays, and the search for the time stamp reads it too.
+  // earlier run holds after the dump stays, and the search for the time stamp reads it too.
   FileDescriptor dump(::open(path.c_str(), O_WRONLY | O_CREAT, kDumpMode));
   if (!dump.IsOpen()) {
     return OpenFileFailed;
@@ -139,6 +139,6 @@ bool ExpanderFlashProgrammer::waitForSignalToGoHigh(unsigned short bits,
 
 FpgaProgrammerInterface::Status ExpanderFlashProgrammer::toggleFpgaResetAndWaitForProgramDone() {
   return ResetAndWaitForDone(
-      [this] { static_cast<void>(toggleReset()); },  // DONE tells whether it worked
+      [this] { static_cast<void>(toggleReset()); },  // the wait for DONE shows whether it worked
       [this] { return waitForSignalToGoHigh(lines_->cfg_done(), kDoneTimeout); });
 }

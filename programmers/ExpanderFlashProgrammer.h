@@ -11,30 +11,33 @@ class MT25QL128;
 class PCA9535;
 class SPIDev;
 
-/// What the programmers behind a GPIO expander share: a PCA9535 switches the SPI bus between
-/// controller, flash and FPGA, holds the FPGA in reset and reads its DONE. Every line comes from
-/// the module's map. A module type is a row of Traits and three operations.
+/// What the programmers of modules with a GPIO expander share: a PCA9535 switches the SPI bus
+/// between controller, flash and FPGA, holds the FPGA in reset and reads its DONE. Every line
+/// pattern comes from the module's map. Module types differ in their Traits and in the private
+/// operations.
 class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
  public:
-  /// How a module type differs where a value says it all.
+  /// The differences between module types that are plain values.
   struct Traits {
     const char* readDeviceLine;    ///< printed by ReadDevice()
     bool reportsExpanderConnect;   ///< prints how connecting the expander went
     bool opensImageBeforeErasing;  ///< OpenFileFailed for an image that cannot be opened
-    bool resetsFpgaAfterWriting;   ///< and waits for its DONE; otherwise the run ends there
+    bool resetsFpgaAfterWriting;   ///< and waits for its DONE; false: Success after the write
   };
 
   ExpanderFlashProgrammer(const ExpanderFlashProgrammer&) = delete;
   ExpanderFlashProgrammer& operator=(const ExpanderFlashProgrammer&) = delete;
 
-  /// Takes the expander lines and the flash over from the FPGA and identifies the flash.
-  /// @return Success, or ConnectFailed with the flash handed back to the FPGA
+  /// Takes over the expander lines and the flash from the FPGA and identifies the flash.
+  /// @return Success, or ConnectFailed: the expander did not answer, or the flash did not, which is
+  ///         then routed back to the FPGA
   Status Connect() override;
 
-  /// Compares the heads of flash and image and, where they differ, rewrites the flash. Leaves the
+  /// Compares the builds of flash and image and, where they differ, rewrites the flash. Leaves the
   /// first 512 bytes of flash in dumpflash.bin. No read-back follows the write.
   /// @return Success, UpToDate, ConnectFailed, OpenFileFailed, EraseFailed, ProgramFailed or
-  ///         ConfigDoneNotAsserted
+  ///         ConfigDoneNotAsserted.
+  ///         Throws what the comparison of builds throws (pyx2: std::logic_error, BootHeader.h).
   Status ProgramDevice(std::string imagePath) override;
 
   /// @return true when the FPGA's DONE line is high
@@ -48,16 +51,17 @@ class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
   /// @return true when the expander answered at the end
   bool toggleReset();
 
-  /// Polls every millisecond, at most as often as the time-out has milliseconds.
-  /// @param bits     the expander lines to watch
-  /// @param timeout  below 1 ms the expander is not asked at all
-  /// @return true when one was high with at least one poll left
+  /// Reads the lines every millisecond, at most as often as the time-out has milliseconds.
+  /// @param bits     mask of the expander lines to watch
+  /// @param timeout  below 1 ms the expander is not read at all
+  /// @return true when one of them was high in the first n - 1 reads of the n that n ms permit
   bool waitForSignalToGoHigh(unsigned short bits, const std::chrono::milliseconds& timeout);
 
+  /// Resets the FPGA, then waits for its DONE line for up to 10 s.
   /// @return Success or ConfigDoneNotAsserted
   Status toggleFpgaResetAndWaitForProgramDone();
 
-  /// Destroys the flash driver. The module type's own destructor has released the lines before.
+  /// Destroys the flash driver. The destructor of the module type has released the lines already.
   ~ExpanderFlashProgrammer() override;
 
  protected:
@@ -65,7 +69,7 @@ class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
   /// @param expander,lines  borrowed
   /// @param spi     borrowed, also by the flash driver, which destroys it when it cannot be opened
   /// @param module  slot number
-  /// @param traits  outlive the programmer
+  /// @param traits  borrowed; must outlive the programmer
   ExpanderFlashProgrammer(PCA9535* expander,
                           SPIDev* spi,
                           GpioProgrammingInterface* lines,
@@ -85,10 +89,10 @@ class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
   /// Routes the controller's SPI to the flash, as Connect() needs it.
   virtual void TakeFlashOver() = 0;
 
-  /// Resets the FPGA, as far as driving lines does it.
+  /// Drives the line patterns of a reset. toggleReset() makes the lines inputs afterwards.
   virtual void PulseReset() = 0;
 
-  /// Reports what identifies the builds of flash and image.
+  /// Prints what identifies the builds of flash and image, and compares it.
   /// @param dumpPath  file with the head of the flash
   /// @return true when flash and image are the same build
   virtual bool CompareBuilds(const std::string& dumpPath, const std::string& imagePath) = 0;

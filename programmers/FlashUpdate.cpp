@@ -10,7 +10,7 @@ constexpr int kImageAddress = 0;
 
 FpgaProgrammerInterface::Status RewriteFlash(MT25QL128& flash, const std::string& imagePath) {
   std::cout << "Unlocking flash memory ... " << std::endl;
-  flash.UnlockMemory();  // a chip that stays locked refuses the erase
+  flash.UnlockMemory();  // EraseDevice() refuses a chip that stays locked
 
   std::cout << "Erasing device ... " << std::flush;
   if (flash.EraseDevice(kImageAddress, imagePath) != MT25QL128::kDone) {

@@ -7,8 +7,8 @@
 /// Success, ProgramDevice(), then destruction.
 class FpgaProgrammerInterface {
  public:
-  /// Outcome of every step and of the run. The values are the program's exit codes: 4, 5 and 8 are
-  /// gaps.
+  /// Result of every step and of the run. The values are the program's exit codes; 4, 5 and 8 are
+  /// not used.
   enum Status : std::int32_t {
     InvalidParams = -1,
     Success = 0,
@@ -27,9 +27,11 @@ class FpgaProgrammerInterface {
   FpgaProgrammerInterface& operator=(const FpgaProgrammerInterface&) = delete;
 
   /// Takes control of the module and connects to its flash.
+  /// @return Success or the reason of the failure
   virtual Status Connect() = 0;
 
   /// Brings the flash up to date with the image at a path.
+  /// @return Success, UpToDate or the reason of the failure
   virtual Status ProgramDevice(std::string imagePath) = 0;
 
   /// Extension points that no programmer implements.

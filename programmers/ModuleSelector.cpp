@@ -17,7 +17,7 @@ constexpr const char* kSlotBPath = "/sys/platform/module_selector/slotB";
 constexpr int kMaxAttempts = 21;
 constexpr timespec kSettlingTime = {.tv_sec = 0, .tv_nsec = 100'000'000};
 
-/// Sleeps the whole time, also across signals.
+/// Sleeps 100 ms; after a signal it sleeps for the rest.
 void Settle() {
   timespec remaining = kSettlingTime;
   while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
@@ -28,7 +28,7 @@ void Settle() {
 
 bool InsertAndWait(std::ostream& selector, const char* text) {
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
-    selector << text;  // no newline, no flush: it goes out when the file is closed
+    selector << text;  // no newline, no flush: written when the file is closed
     Settle();
     if (!selector.bad()) {
       return !selector.fail();
@@ -53,7 +53,7 @@ int Select(int module, const Route& route, std::ostream& openFailure) {
     openFailure << "Could not open the module_selector file" << std::endl;
     return -1;
   }
-  return Apply(selector, route);  // the text goes out when the file closes here
+  return Apply(selector, route);  // the text is written when the file is closed on return
 }
 
 }  // namespace module_selector

@@ -2,8 +2,8 @@
 
 #include <iosfwd>
 
-/// The platform's multiplexer behind a pyx slot, one sysfs attribute per slot, which routes the
-/// slot's SPI lines. A route holds until the next one is selected.
+/// The platform's multiplexer for the SPI lines of the pyx slots, with two sysfs attributes, slotA
+/// and slotB. A route stays in force until the next one is selected.
 namespace module_selector {
 
 /// One route: what is written, and the line on standard error when that fails.
@@ -19,7 +19,8 @@ inline constexpr Route kOtdr = {"SPILVDS", "Select_OTDR failed"};
 /// kernel at the close, whose own failure is not reported.
 /// @param module       slot number; 4 is slot A, every other number slot B
 /// @param openFailure  takes the line for a file that cannot be opened
-/// @return 0; -1 on failure, after one line
+/// @return 0; -1 on failure, after one line: on `openFailure` when the file cannot be opened, else
+///         on standard error
 int Select(int module, const Route& route, std::ostream& openFailure);
 
 /// Inserts the route's text into an open selector, as InsertAndWait() does.

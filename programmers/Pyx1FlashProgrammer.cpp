@@ -20,12 +20,12 @@ Pyx1FlashProgrammer::Pyx1FlashProgrammer(PCA9535* expander,
                                          GpioProgrammingInterface* lines,
                                          unsigned int module)
     : BitstreamFlashProgrammer(expander, spi, lines, module, kTraits) {
-  static_cast<void>(Select_SPIMaster(Module()));  // a flash out of reach shows in Connect()
+  static_cast<void>(Select_SPIMaster(Module()));  // Connect() shows whether it worked
 }
 
 Pyx1FlashProgrammer::~Pyx1FlashProgrammer() {
   ReleaseLines();
-  static_cast<void>(Select_OTDR(Module()));  // reported by its own line; the run has its result
+  static_cast<void>(Select_OTDR(Module()));  // it prints a line; the result stays as it is
 }
 
 int Pyx1FlashProgrammer::Select_SPIMaster(int module) {

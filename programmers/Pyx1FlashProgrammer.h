@@ -2,8 +2,8 @@
 
 #include "programmers/BitstreamFlashProgrammer.h"
 
-/// Programs the pyx1 module, whose slot's SPI path is switched to the controller for as long as the
-/// programmer lives.
+/// Programs the pyx1 module. The SPI path of its slot is switched to the controller for the
+/// lifetime of the programmer.
 class Pyx1FlashProgrammer : public BitstreamFlashProgrammer {
  public:
   /// Creates the flash driver and selects the SPI master; the parameters are those of
@@ -16,7 +16,7 @@ class Pyx1FlashProgrammer : public BitstreamFlashProgrammer {
   Pyx1FlashProgrammer& operator=(const Pyx1FlashProgrammer&) = delete;
 
   /// Routes the slot's SPI lines to the controller. A selector file that cannot be opened is
-  /// reported on standard output.
+  /// reported on standard output, any other failure on standard error.
   /// @return 0, or -1 after one line
   int Select_SPIMaster(int module);
 

@@ -27,12 +27,12 @@ Pyx2FlashProgrammer::Pyx2FlashProgrammer(PCA9535* expander,
                                          GpioProgrammingInterface* lines,
                                          unsigned int module)
     : ExpanderFlashProgrammer(expander, spi, lines, module, kTraits) {
-  static_cast<void>(Select_SPIMaster(Module()));  // a flash out of reach shows in Connect()
+  static_cast<void>(Select_SPIMaster(Module()));  // Connect() shows whether it worked
 }
 
 Pyx2FlashProgrammer::~Pyx2FlashProgrammer() {
   ReleaseLines();
-  static_cast<void>(Select_OTDR(Module()));  // reported by its own line; the run has its result
+  static_cast<void>(Select_OTDR(Module()));  // it prints a line; the result stays as it is
 }
 
 std::string Pyx2FlashProgrammer::SearchBuildDateInUDFHeader(std::string file) {

@@ -3,8 +3,8 @@
 #include "programmers/ExpanderFlashProgrammer.h"
 
 /// Programs the pyx2 module, whose flash holds a Zynq boot image, compared by its build date.
-/// Connecting never looks at DONE, and the slot's SPI path is switched to the controller for as
-/// long as the programmer lives.
+/// Connect() never reads DONE. The SPI path of its slot is switched to the controller for the
+/// lifetime of the programmer.
 class Pyx2FlashProgrammer : public ExpanderFlashProgrammer {
  public:
   /// Creates the flash driver and selects the SPI master; the parameters are those of
@@ -16,10 +16,10 @@ class Pyx2FlashProgrammer : public ExpanderFlashProgrammer {
   Pyx2FlashProgrammer(const Pyx2FlashProgrammer&) = delete;
   Pyx2FlashProgrammer& operator=(const Pyx2FlashProgrammer&) = delete;
 
-  /// As the free function, with its own line for a field without '#'.
+  /// As the free function in BootHeader.h, with its own line for a field without '#'.
   std::string SearchBuildDateInUDFHeader(std::string file);
 
-  /// As the free function, without the file name.
+  /// As the free function in BootHeader.h, without the file name.
   bool IsFlashUpgradeRequired(std::string dump, std::string image);
 
   /// Routes the slot's SPI lines to the controller.

@@ -9,9 +9,9 @@
 class MT25QL128;
 class SPIDev;
 
-/// Programs the wend module, whose FPGA is a Zynq: sysfs control files hand its QSPI flash over,
-/// hold it in reset and report DONE. A control file that cannot be opened, written, read or closed
-/// ends the process with exit status 1, after one perror line.
+/// Programs the wend module, whose FPGA is a Zynq. Sysfs control files assign its QSPI flash to the
+/// controller, hold it in reset and report DONE. When a control file cannot be opened, written,
+/// read or closed, the process ends with exit status 1, after one perror line.
 class ZynqFlashProgrammer : public FpgaProgrammerInterface {
  public:
   /// Creates the flash driver; touches no hardware.
@@ -26,12 +26,12 @@ class ZynqFlashProgrammer : public FpgaProgrammerInterface {
   Status Connect() override;
 
   /// Compares the boot headers of flash and image and, where they differ, rewrites the flash,
-  /// compares again, gives the flash back and restarts the Zynq. Leaves the dumps of the first 4096
-  /// bytes in ./FlashDevice.bin and ./FlashDevice_verif.bin.
+  /// compares again, gives the flash back to the Zynq and resets it. Leaves the dumps of the first
+  /// 4096 bytes in ./FlashDevice.bin and ./FlashDevice_verif.bin.
   ///
-  /// On every return but the last step's, the controller keeps the flash and the Zynq runs on.
+  /// On every return before that the controller keeps the flash and the Zynq is not reset.
   /// @return Success, UpToDate, ConnectFailed, EraseFailed, ProgramFailed or ConfigDoneNotAsserted.
-  ///         Throws std::logic_error when a dump or the image is too short for a boot header.
+  ///         Throws std::logic_error when the boot header of a dump or of the image cannot be read.
   Status ProgramDevice(std::string imagePath) override;
 
   /// @return true when the Zynq reports configuration done
@@ -49,13 +49,14 @@ class ZynqFlashProgrammer : public FpgaProgrammerInterface {
   /// @return 0
   int get_zynq_done(std::string& value);
 
-  /// Holds the Zynq in reset for 5 s.
+  /// Holds the Zynq in reset for 5 s, then releases it.
   void toggleReset();
 
-  /// Polls DONE every millisecond, at most as often as the time-out has milliseconds.
-  /// @return true when DONE went high with at least one poll left
+  /// Reads DONE at once, then every millisecond, as often as the time-out has milliseconds.
+  /// @return true when DONE was high in the first n - 1 reads, with a time-out of n ms
   bool waitForDoneToGoHigh(const std::chrono::milliseconds& timeout);
 
+  /// Resets the Zynq, then waits for DONE for up to 10 s.
   /// @return Success or ConfigDoneNotAsserted
   Status toggleFpgaResetAndWaitForProgramDone();
 
@@ -63,7 +64,7 @@ class ZynqFlashProgrammer : public FpgaProgrammerInterface {
   ~ZynqFlashProgrammer() override;
 
  private:
-  /// Dumps the head of the flash into a scratch file.
+  /// Dumps the first 4096 bytes of the flash into a scratch file.
   /// @return false, after one line on standard error, when that failed
   bool DumpFlash(const char* path);
 

@@ -2,7 +2,7 @@
 
 #include "programmers/lines/GpioProgrammingInterface.h"
 
-/// The values behind GpioProgrammingInterface, one member per accessor.
+/// The values that GpioProgrammingInterface returns, one member per accessor.
 struct GpioLines {
   unsigned short address;
   unsigned short ioConfig;
@@ -19,7 +19,7 @@ struct GpioLines {
   unsigned short cfgInitB;
 };
 
-/// Answers every accessor from one table, which outlives it.
+/// Returns the values of one table, borrowed, which must outlive this object.
 class GpioLineMap : public GpioProgrammingInterface {
  public:
   unsigned short address() override;

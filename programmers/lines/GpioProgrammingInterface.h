@@ -14,7 +14,7 @@ class GpioProgrammingInterface {
   virtual unsigned short address() = 0;
   /// @return direction word, 1 marks an input
   virtual unsigned short io_config() = 0;
-  /// @return the lines a programmer may drive
+  /// @return the lines that a programmer may change
   virtual unsigned short mask() = 0;
 
   /// Flash routed to the FPGA, FPGA released: it runs from flash.
@@ -32,10 +32,10 @@ class GpioProgrammingInterface {
   /// Controller SPI routed to the flash, FPGA held in reset.
   virtual unsigned short spi_imx_to_flash_reset() = 0;
 
-  /// @return the line of the FPGA's DONE output
+  /// @return the bit of the FPGA's DONE output
   virtual unsigned short cfg_done() = 0;
-  /// @return the line of the FPGA's PROGRAM_B input
+  /// @return the bit of the FPGA's PROGRAM_B input
   virtual unsigned short cfg_program_b() = 0;
-  /// @return the line of the FPGA's INIT_B
+  /// @return the bit of the FPGA's INIT_B line
   virtual unsigned short cfg_init_b() = 0;
 };
