@@ -1,16 +1,16 @@
-# What the scripts share; each sources it first, with the words it was given:
+# What the scripts share. Each sources it first, with its own arguments:
 #     . "$(dirname "$0")/common.sh"
-# Among these, --help shows the comment at the head of the script. Goes to the root of the
-# repository; `started_in` is the folder before.
+# With --help among these it prints the comment at the head of the script and ends it. Changes to
+# the root of the repository; `started_in` is the folder where the script was started.
 # shellcheck shell=sh
 
-# refuse MESSAGE: ends a script whose words are wrong.
+# refuse MESSAGE: ends a script whose arguments are wrong, with exit code 2.
 refuse() {
   echo "$0: $1" >&2
   echo "Try '$0 --help'." >&2
   exit 2
 }
-# refuse_words WORD...: for a script that knows none of these.
+# refuse_words WORD...: the same when there is a word; for words that the script does not know.
 refuse_words() {
   [ $# -eq 0 ] || refuse "unknown word '$1'"
 }
@@ -36,6 +36,6 @@ for word in "$@"; do
     exit 0
   fi
 done
-# shellcheck disable=SC2034 # for those that take paths
+# shellcheck disable=SC2034 # for scripts that take paths
 started_in=$PWD
 cd "$(dirname "$0")/.." || exit
