@@ -1,8 +1,9 @@
-# The installed libraries, each found with a message that names what to install.
+# Finds the installed libraries and programs. For a missing one the message names what to install.
 
 find_package(PkgConfig REQUIRED)
 
-# tarnwick_require_module(TARGET MODULE PACKAGE WHY): pkg-config MODULE as PkgConfig::TARGET.
+# tarnwick_require_module(TARGET MODULE PACKAGE WHY)
+#   finds the pkg-config module MODULE, as PkgConfig::TARGET.
 function(tarnwick_require_module target module package why)
   pkg_check_modules(${target} QUIET IMPORTED_TARGET GLOBAL ${module})
   if(NOT ${target}_FOUND)
@@ -11,7 +12,7 @@ function(tarnwick_require_module target module package why)
 endfunction()
 
 # tarnwick_require_program(PROGRAM PACKAGE WHY)
-#   its path, in TARNWICK_PROGRAM with capitals and underscores.
+#   finds PROGRAM and sets TARNWICK_PROGRAM, in capitals and underscores, to its path.
 function(tarnwick_require_program program package why)
   string(MAKE_C_IDENTIFIER "TARNWICK_${program}" variable)
   string(TOUPPER "${variable}" variable)
@@ -30,7 +31,7 @@ elseif(TARNWICK_SIMULATOR AND BUILD_TESTING)
   tarnwick_require_module(LIBSYSTEMD libsystemd libsystemd-dev
     "a test of the simulator asks the system bus; or switch the tests off with -DBUILD_TESTING=OFF")
 endif()
-# What the simulator and the tests of platform/linux run on.
+# What the simulator and the tests of platform/linux need.
 set(users "")
 if(TARNWICK_SIMULATOR)
   list(APPEND users "the simulator off with -DTARNWICK_SIMULATOR=OFF")

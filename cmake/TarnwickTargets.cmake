@@ -11,9 +11,9 @@ add_library(tarnwick_build_flags INTERFACE)
 target_compile_features(tarnwick_build_flags INTERFACE cxx_std_20)
 target_compile_options(tarnwick_build_flags INTERFACE
   -Wall -Wextra -Wconversion -Wshadow
-  -Wno-missing-field-initializers)  # fires on designated initialisers, where zero is meant
+  -Wno-missing-field-initializers)  # warns of designated initialisers that leave members at zero
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  # Optimising, g++ 12 sees overlaps and bounds in std::string and std::copy that are not there.
+  # Optimising, g++ 12 warns of overlaps and bounds in std::string and std::copy without cause.
   target_compile_options(tarnwick_build_flags INTERFACE -Wno-restrict -Wno-array-bounds
     -Wno-stringop-overread)
 endif()
@@ -21,8 +21,8 @@ if(TARNWICK_WERROR)
   target_compile_options(tarnwick_build_flags INTERFACE -Werror)
 endif()
 
-# Hardening: code at no fixed address, relocations read-only before main() runs, stacks guarded, and
-# checked copies in the C library, which take an optimiser.
+# Hardening: position-independent code, relocations read-only before main() runs, protected stacks,
+# and checked copies in the C library, which need optimisation.
 set_target_properties(tarnwick_build_flags PROPERTIES INTERFACE_POSITION_INDEPENDENT_CODE ON)
 target_compile_options(tarnwick_build_flags INTERFACE
   -fstack-protector-strong -fstack-clash-protection)
@@ -30,8 +30,9 @@ target_link_options(tarnwick_build_flags INTERFACE LINKER:-z,relro,-z,now)
 target_compile_definitions(tarnwick_build_flags INTERFACE
   $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:_FORTIFY_SOURCE=3>)
 
-# The sanitizers stand apart, because a library that is preloaded into foreign programs must do
-# without them. g++ links its runtimes statically: a shared one would have to be preloaded first.
+# The sanitizers are a target of their own, because a library that is preloaded into any program
+# must not have them. With g++ their runtimes are linked statically: a shared one would have to be
+# preloaded before all other libraries.
 add_library(tarnwick_sanitizers INTERFACE)
 if(TARNWICK_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
@@ -39,7 +40,7 @@ if(TARNWICK_FUZZ)
   endif()
   target_compile_options(tarnwick_sanitizers INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
-    # What is no code under test does without the coverage that guides the fuzzer.
+    # Code that is not under test is built without the coverage that guides the fuzzer.
     $<$<NOT:$<BOOL:$<TARGET_PROPERTY:TARNWICK_NOT_UNDER_TEST>>>:-fsanitize=fuzzer-no-link>)
   target_link_options(tarnwick_sanitizers INTERFACE -fsanitize=address,undefined)
 elseif(TARNWICK_SANITIZE)
@@ -51,8 +52,8 @@ elseif(TARNWICK_SANITIZE)
   endif()
 endif()
 
-# The counts are written when a process ends, and past the seams and the simulator's shim: these
-# show what the program does, so the library that writes calls the C library by its inner names.
+# The counts are written when a process ends. The link seams and the simulator's shim must not take
+# that for calls of the program, so a copy of libgcov calls the C library by its internal names.
 if(TARNWICK_COVERAGE)
   if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     message(FATAL_ERROR " TARNWICK_COVERAGE takes g++, which brings gcov.")
@@ -71,8 +72,9 @@ list(TRANSFORM program_folders REPLACE "^program " "")
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
   "${CMAKE_CURRENT_LIST_DIR}/source-folders")
 
-# tarnwick_count_coverage(TARGET): counts what is executed of a target in one of the program's
-# folders; the tests and the simulator are not measured.
+# tarnwick_count_coverage(TARGET)
+#   has a target count what is executed, when it is in one of the program's folders; the tests and
+#   the simulator are not measured.
 function(tarnwick_count_coverage target)
   cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
     BASE_DIRECTORY "${PROJECT_SOURCE_DIR}" OUTPUT_VARIABLE folder)
@@ -107,9 +109,9 @@ function(tarnwick_add_header_library name)
 endfunction()
 
 # tarnwick_wrap(TARGET symbol...)
-#   puts each named function behind the linker's --wrap, so that the program supplies it, or a
-#   library, wherever that stands on the linker's command line. Of a library it wraps them in each
-#   executable that links it.
+#   replaces each named function by __wrap_NAME, with the linker's --wrap. The target supplies that,
+#   or a library at any place of the linker's command line. For a library, the functions are wrapped
+#   in each executable that links it.
 function(tarnwick_wrap target)
   get_target_property(type ${target} TYPE)
   set(link_scope PRIVATE)
@@ -118,8 +120,8 @@ function(tarnwick_wrap target)
     set(link_scope INTERFACE)
     set(compile_scope PUBLIC)
   endif()
-  # _FORTIFY_SOURCE renames open and read, which the link seams replace by name. What is linked from
-  # the libraries calls the checked forms where it is optimised; they take the same parameters first.
+  # _FORTIFY_SOURCE renames open and read, which the link seams replace by name. Optimised code of
+  # our libraries calls the checked forms, whose first parameters are the same.
   target_compile_options(${target} ${compile_scope} -U_FORTIFY_SOURCE)
   set(checked_open __open_2)
   set(checked_read __read_chk)
@@ -142,13 +144,13 @@ function(tarnwick_add_executable name)
   tarnwick_count_coverage(${name})
 endfunction()
 
-# What the leak sanitizer is told. Suppressions go by function, which takes exact call stacks, also
-# through libraries without frame pointers; eight frames are enough. The quotes let the path
-# have blanks.
+# Options of the leak sanitizer. Suppressions match by function, which needs exact call stacks, also
+# through libraries without frame pointers; eight frames are enough. The quotes allow blanks in the
+# path.
 string(CONCAT TARNWICK_LSAN_OPTIONS
   "LSAN_OPTIONS=suppressions='${PROJECT_SOURCE_DIR}/tests/leaks.supp':print_suppressions=0"
   ":fast_unwind_on_malloc=0:malloc_context_size=8")
-# Where a program that runs the program finds the instrument's own library: tarnwick does not say.
+# Where tests that run the program find the instrument's own library: tarnwick has no RPATH for it.
 set(TARNWICK_LIBRARY_PATH "")
 if(TARNWICK_PLATFORM_LIBRARY)
   cmake_path(GET TARNWICK_PLATFORM_LIBRARY PARENT_PATH library_folder)
