@@ -7,7 +7,7 @@
 
 namespace orvane {
 
-/// The kernel hands a value on with or without the newline that shells add.
+/// A value as it is written to an attribute, without the newline that shells add.
 inline std::string_view WithoutNewline(std::string_view value) {
   return value.ends_with('\n') ? value.substr(0, value.size() - 1) : value;
 }
@@ -20,11 +20,11 @@ class AttributeFiles {
   AttributeFiles& operator=(const AttributeFiles&) = delete;
   virtual ~AttributeFiles() = default;
 
-  /// The paths of all files that can be there.
+  /// The paths of all files that can exist.
   virtual std::vector<std::string> AttributePaths() const { return {}; }
 
   /// @param path  one of these
-  /// @return the whole contents; none: the file is not there now
+  /// @return the whole contents; none: the file does not exist now
   virtual std::optional<std::string> ReadAttribute(std::string_view /*path*/) {
     return std::nullopt;
   }

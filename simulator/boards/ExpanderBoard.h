@@ -9,7 +9,7 @@
 
 namespace orvane {
 
-/// A dax, pyx1 or pyx2: an FPGA behind a GPIO expander. The expander of a dax is on channel 0 of
+/// A dax, pyx1 or pyx2: an FPGA with a GPIO expander. The expander of a dax is on channel 0 of
 /// the multiplexer on the module's bus. A pyx has a PCIe endpoint, and its SPI bus reaches it only
 /// while the module selector has its slot on the SPI master.
 class ExpanderBoard : public Module {

@@ -10,23 +10,23 @@ namespace orvane {
 struct I2cAdapter {
   unsigned number = 0;
   std::string name;                 // its "name" attribute
-  std::optional<unsigned> parent;   // the adapter in front of the multiplexer; none: a root adapter
+  std::optional<unsigned> parent;   // the adapter with the multiplexer; none: a root adapter
   std::optional<unsigned> slot;     // the module it leads to; none: a bus of the chassis
-  std::optional<unsigned> channel;  // of the multiplexer; none: in front of it
+  std::optional<unsigned> channel;  // of the multiplexer; none: a root adapter
 
   std::string BusName() const { return "i2c-" + std::to_string(number); }
 };
 
-/// What the adapters follow from.
+/// What the adapters depend on: one module.
 struct I2cUser {
   unsigned slot;
   bool hasMux;
 };
 
 /// Every adapter of an instrument: i2c-<slot> for each module; i2c-0 and i2c-10, buses of the
-/// chassis, where these numbers are free; two channels behind each multiplexer, numbered from 11
-/// on, first those of modules in the order given, then those of i2c-10. Both its channels and
-/// its name, which starts with that of i2c-1, mislead a search by a part of the name.
+/// chassis, where these numbers are free; two channels of each multiplexer, numbered from 11 on,
+/// first those of modules in the order given, then those of i2c-10. A search for a part of the name
+/// "i2c-1" finds i2c-10 and its channels too, and has to reject them.
 std::vector<I2cAdapter> PlanI2cAdapters(const std::vector<I2cUser>& users);
 
 }  // namespace orvane

@@ -24,12 +24,12 @@ class I2cDevice {
 
   /// The bytes of one message to the chip.
   virtual void Write(std::span<const std::uint8_t> bytes) = 0;
-  /// The bytes of one message from the chip, filled whole.
+  /// Fills `bytes` with one message from the chip.
   virtual void Read(std::span<std::uint8_t> bytes) = 0;
 };
 
-/// A plug-in module: a board with a configuration flash, and what decides who reaches it. What a
-/// kind of board has beyond that, its class adds.
+/// A plug-in module: a board with a configuration flash, and what decides who can access it. The
+/// derived classes add what a kind of board has beyond that.
 class Module : public AttributeFiles {
  public:
   /// @param flashContents  what the flash holds at power-on, at most NorFlashModel::kBytes
@@ -39,20 +39,20 @@ class Module : public AttributeFiles {
   const NorFlashModel& Flash() const { return flash_; }
 
   /// Everything between chip select falling and rising on the module's SPI bus.
-  /// @param miso  as long as `mosi`, filled whole
+  /// @param miso  as long as `mosi`; every byte is written
   virtual void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) = 0;
 
   /// Whether the module's I2C bus has a multiplexer, whose channels are adapters of their own.
   virtual bool HasMux() const { return false; }
 
-  /// @param channel  of the multiplexer; none: in front of it
+  /// @param channel  of the multiplexer; none: the bus of the module itself
   /// @return the chip that acknowledges this address, owned by the module; or null
   virtual I2cDevice* FindI2c(std::optional<unsigned> channel, std::uint16_t address);
 
-  /// Lets instrument time pass.
+  /// Advances the instrument time.
   virtual void AdvanceTime(std::chrono::nanoseconds by);
 
-  /// What the module's outside shows, as words NAME=VALUE: "done=1", and what its board has beyond.
+  /// What can be seen of the module from outside, as words NAME=VALUE: "done=1", and more by board.
   virtual std::string DescribeState() const = 0;
 
  protected:

@@ -12,7 +12,7 @@ namespace orvane {
 
 enum class ModuleType { kWend, kDax, kPyx1, kPyx2 };
 
-/// What is broken about a flash chip; see NorFlashModel. 0: not broken so.
+/// Defects of a flash chip, see NorFlashModel. 0: without this defect.
 struct FlashDefects {
   bool absent = false;
   std::uint64_t lostProgram = 0;
@@ -27,16 +27,16 @@ struct FlashDefects {
 struct ModuleOptions {
   ModuleType type = ModuleType::kWend;
   unsigned slot = 1;
-  std::string flashFile;  // empty: a blank chip that is forgotten at the end
+  std::string flashFile;  // empty: a blank chip, which is not saved
   Chip chip = Chip::kMicron;
   DonePolicy done;
-  std::optional<std::string> i2cName;  // what the resource service answers; none: the truth
+  std::optional<std::string> i2cName;  // what the resource service answers; none: the real name
   std::optional<std::string> spiName;
-  bool i2cNode = true;  // whether the nodes under /dev are there
+  bool i2cNode = true;  // whether the nodes under /dev exist
   bool spiNode = true;
   bool expander = true;         // whether a GPIO expander acknowledges its address
-  bool controlFiles = true;     // whether a Zynq's control files are there
-  std::uint16_t heldLines = 0;  // of the expander: stuck for ever, whoever drives them
+  bool controlFiles = true;     // whether a Zynq's control files exist
+  std::uint16_t heldLines = 0;  // of the expander: stuck, whoever drives them
   std::uint16_t heldLevels = 0;
   FlashDefects defects;
 };

@@ -5,7 +5,7 @@
 
 namespace orvane {
 
-/// The module selector behind its attributes:
+/// The attributes of the module selector:
 ///   /sys/platform/module_selector/slotA, slotB
 class ModuleSelectorFiles : public AttributeFiles {
  public:

@@ -5,10 +5,10 @@
 
 namespace orvane {
 
-/// A slot's PCIe endpoint behind the kernel's attributes. The bus is the slot number, four digits
-/// of domain and two of bus:
+/// The kernel's attributes of a slot's PCIe endpoint. In its address, all hexadecimal, the bus BB
+/// is the low byte of the slot number and the domain DDDD the 16 bits above it:
 ///   /sys/bus/pci/slots/<slot>/address                           "DDDD:BB:00"
-///   /sys/bus/pci/devices/DDDD:BB:00.0/remove, enable            only while the endpoint is there
+///   /sys/bus/pci/devices/DDDD:BB:00.0/remove, enable            only while it is present
 ///   /sys/class/pci_bus/DDDD:BB/rescan
 class PcieSlotFiles : public AttributeFiles {
  public:

@@ -5,7 +5,7 @@
 
 namespace orvane {
 
-/// A wend: a Zynq behind three control files, nothing on its I2C bus.
+/// A wend: a Zynq with three control files; nothing is on its I2C bus.
 ///
 ///   /sys/platform_m<slot>/qspi_prg/value         written; "1": the controller owns the flash
 ///   /sys/platform_m<slot>/zynq_hw_reset_n/value  written; "0": in reset

@@ -17,7 +17,7 @@ struct ExpanderFpgaModel::Wiring {
   std::uint16_t routing;  // the lines that route the SPI, and their levels:
   std::uint16_t flashToFpga;
   std::uint16_t controllerToFlash;
-  std::uint16_t controllerToFpga;  // the flash listens too
+  std::uint16_t controllerToFpga;  // connected to the flash too
   bool (*plausible)(std::span<const std::uint8_t> flash);
 };
 
@@ -86,8 +86,8 @@ void ExpanderFpgaModel::WriteExpander(std::span<const std::uint8_t> bytes) {
   if (bytes.empty()) {
     return;
   }
-  // Byte by byte, for a register takes its value with its own byte: a pulse within one transaction
-  // is a pulse.
+  // Byte by byte: a register takes its value with its own byte, so the FPGA sees a pulse within one
+  // transaction.
   for (std::size_t i = 1; i < bytes.size(); ++i) {
     const std::uint8_t single[] = {static_cast<std::uint8_t>(bytes[0] ^ ((i - 1) % 2)), bytes[i]};
     expander_.Write(single);
@@ -116,7 +116,8 @@ void ExpanderFpgaModel::HoldLines(std::uint16_t mask, std::uint16_t levels) {
   Settle();
 }
 
-/// The FPGA sees the lines, then the lines see the FPGA; it drives none of those it listens to.
+/// First the FPGA reads the lines, then the lines take the levels that it drives. It drives none of
+/// the lines that it reads.
 void ExpanderFpgaModel::Settle() {
   boot_.Update((expander_.Lines() & wiring_.reset) == 0, FlashBootable());
   unsigned outside = wiring_.pulls;

@@ -14,9 +14,9 @@ namespace orvane {
 enum class ExpanderModule { kDax, kPyx1, kPyx2 };
 
 /// The FPGA of a dax, pyx1 or pyx2 module, its GPIO expander and the lines between them. A line
-/// that the expander does not drive is at the level of the board's pulls, which let the FPGA run
-/// from its flash; the FPGA drives DONE and INIT_B, which falls in reset and while it clears
-/// itself.
+/// that the expander does not drive is at the level of the board's pull resistors, with which the
+/// FPGA runs from its flash. The FPGA drives DONE and INIT_B; INIT_B is low in reset and while the
+/// FPGA clears its configuration memory.
 ///
 ///                                    dax, pyx1                pyx2
 ///   in reset while low               line 7 (PROGRAM_B)       line 9
@@ -27,14 +27,14 @@ enum class ExpanderModule { kDax, kPyx1, kPyx2 };
 ///   controller to flash              0x2C9D                   0x0204
 ///   controller to FPGA and flash     0xEC9D                   -
 ///
-/// Released, the FPGA boots when the SPI is routed from flash to FPGA from the end of clearing (5
-/// ms) until DONE (FpgaBoot::kBootTime after the release) and the flash holds a plausible bitstream
-/// (pyx2: boot header). It looks once: lines that are set right later do nothing before the next
-/// reset. At power-on it has already booted if it could.
+/// Once released, the FPGA boots when the flash holds a plausible bitstream (pyx2: boot header) and
+/// the SPI is routed from flash to FPGA from the end of clearing (5 ms) until DONE
+/// (FpgaBoot::kBootTime after the release). It tries once: a routing that is set later has no
+/// effect before the next reset. At power-on it has already booted if it could.
 class ExpanderFpgaModel {
  public:
-  /// @param slot   the expander in slot 5 has an address of its own: one higher
-  /// @param flash  borrowed; loaded before, and outlives this object
+  /// @param slot   in slot 5 the address of the expander is one higher
+  /// @param flash  borrowed; loaded already, and outlives this object
   ExpanderFpgaModel(ExpanderModule module,
                     unsigned slot,
                     const NorFlashModel& flash,
@@ -46,14 +46,14 @@ class ExpanderFpgaModel {
   void WriteExpander(std::span<const std::uint8_t> bytes);
   void ReadExpander(std::span<std::uint8_t> bytes) const { expander_.Read(bytes); }
 
-  /// False: the controller's spidev reads zeros and reaches no chip.
+  /// False: the controller's spidev reads zeros, and no chip receives what it sends.
   bool FlashAnswersController() const;
   bool Done() const { return boot_.Done(); }
   /// The lines that the expander drives: none once the program has released them.
   std::uint16_t DrivenLines() const { return expander_.Driven(); }
   void AdvanceTime(std::chrono::nanoseconds by);
 
-  /// A fault: the lines in `mask` stay at `levels`, whoever drives them; mask 0 ends it.
+  /// A fault: the lines in `mask` stay at `levels`, whoever drives them; mask 0 ends the fault.
   void HoldLines(std::uint16_t mask, std::uint16_t levels);
 
   struct Wiring;  // what differs from module to module

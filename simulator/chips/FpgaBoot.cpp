@@ -8,7 +8,7 @@ FpgaBoot::FpgaBoot(DonePolicy policy, std::chrono::nanoseconds clearTime, bool c
     : policy_(policy),
       clearTime_(clearTime),
       phase_(configured ? Phase::kConfigured : Phase::kFailed),
-      sinceRelease_(std::max(policy.delay, kBootTime)) {}  // longer ago than anything waits for
+      sinceRelease_(std::max(policy.delay, kBootTime)) {}  // so that every wait is over
 
 void FpgaBoot::Update(bool inReset, bool flashBootable) {
   flashBootable_ = flashBootable;

@@ -6,20 +6,20 @@
 
 namespace orvane {
 
-/// How an FPGA comes out of reset: it clears itself, looks for its flash, loads from it and raises
-/// DONE. It looks once: when its flash cannot be booted from at the end of clearing, or is out of
-/// reach before DONE, it stays unconfigured until the next reset.
+/// How an FPGA comes out of reset: it clears its configuration memory, loads from its flash and
+/// raises DONE. It tries once: when it cannot boot from its flash at the end of clearing, or at any
+/// time before DONE, it stays unconfigured until the next reset.
 class FpgaBoot {
  public:
   static constexpr std::chrono::nanoseconds kBootTime = std::chrono::milliseconds(20);
 
-  /// Powered for a long time, not in reset.
-  /// @param clearTime   from release until the flash must be there, at most kBootTime
+  /// An FPGA that has been powered for a long time and is not in reset.
+  /// @param clearTime   from the release until the FPGA reads the flash, at most kBootTime
   /// @param configured  whether DONE is high under DonePolicy::Kind::kAuto
   FpgaBoot(DonePolicy policy, std::chrono::nanoseconds clearTime, bool configured);
 
-  /// Sets the reset line and whether a flash that can be booted from is within reach. To be called
-  /// whenever either may have changed.
+  /// Sets the reset line and whether the FPGA can access a flash that it can boot from. To be
+  /// called whenever either may have changed.
   void Update(bool inReset, bool flashBootable);
 
   void AdvanceTime(std::chrono::nanoseconds by);

@@ -16,7 +16,7 @@ class ModuleSelectorModel {
   /// The text in force.
   std::string_view Read(Attribute attribute) const;
 
-  /// False: the spidev of a pyx module in `slot` reads zeros and reaches no chip.
+  /// False: the spidev of a pyx module in `slot` reads zeros, and no chip receives what it sends.
   bool OnSpiMaster(unsigned slot) const;
 
  private:

@@ -7,7 +7,7 @@
 namespace orvane {
 namespace {
 
-// Command set: opcode, then what travels with it.
+// Command set: opcode, then the bytes that follow it.
 constexpr std::uint8_t kWriteRegisters = 0x01;      // status, on kMacronix configuration too
 constexpr std::uint8_t kPageProgram = 0x02;         // 3 address bytes, data
 constexpr std::uint8_t kRead = 0x03;                // 3 address bytes, data back
@@ -51,7 +51,7 @@ unsigned ProtectLevel(Chip chip, std::uint8_t status) {
 }
 
 /// Counts one event.
-/// @param countdown  how many are left to the one that was asked for; 0: none was
+/// @param countdown  how many events are left, the wanted one included; 0: none is wanted
 /// @return whether this is that event
 bool CountDown(std::uint64_t& countdown) { return countdown > 0 && --countdown == 0; }
 
@@ -118,7 +118,7 @@ void NorFlashModel::ReadStatus(std::span<std::uint8_t> miso) {
   }
 }
 
-/// Commands that bring nothing back. Each is carried out when chip select rises after exactly the
+/// Commands without an answer. Each is carried out when chip select rises after exactly the
 /// bytes it consists of, and ignored otherwise.
 void NorFlashModel::Execute(std::span<const std::uint8_t> command) {
   if (command[0] == kWriteEnable || command[0] == kWriteDisable) {
@@ -166,7 +166,7 @@ void NorFlashModel::Program(std::size_t address, std::span<const std::uint8_t> d
   const bool lost = CountDown(dropProgram_) ||
                     std::find(wornPages_.begin(), wornPages_.end(), page) != wornPages_.end();
   if (!lost) {
-    if (data.size() > kPageBytes) {  // the page buffer went round: the last bytes stand
+    if (data.size() > kPageBytes) {  // the page buffer wraps: the last bytes count
       address += data.size() - kPageBytes;
       data = data.last(kPageBytes);
     }

@@ -14,8 +14,8 @@ enum class Chip {
 };
 
 /// A 16 MiB serial NOR flash with three-byte addresses, as its data sheet describes it: bytes in,
-/// bytes out, one chip select at a time. What the chip does not understand, may not do now or is
-/// not allowed to do, it ignores; it has no way to report an error.
+/// bytes out, one chip select at a time. The chip ignores a command that it does not know, or that
+/// it cannot or may not carry out now; it has no way to report an error.
 ///
 ///   06 / 04               write enable / disable      exactly this byte
 ///   05 -> sr sr ...       read status                 also while busy, repeats while clocked
@@ -50,7 +50,7 @@ class NorFlashModel {
   /// A blank chip (all 0xFF), unprotected, as delivered.
   explicit NorFlashModel(Chip chip);
 
-  /// Puts `contents` at address 0 and 0xFF behind it, in no time.
+  /// Puts `contents` at address 0 and 0xFF after it. Takes no instrument time.
   /// @throw std::length_error when longer than kBytes; the chip keeps what it holds
   void Load(std::span<const std::uint8_t> contents);
 
@@ -59,42 +59,43 @@ class NorFlashModel {
 
   /// Everything between chip select falling and rising.
   /// @param mosi  what the controller drives
-  /// @param miso  filled whole: 0x00 wherever the chip does not drive the line; must not overlap
-  ///              `mosi`
+  /// @param miso  every byte is written, 0x00 where the chip does not drive the line; must not
+  ///              overlap `mosi`
   /// @throw std::invalid_argument when the lengths differ
   void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso);
 
-  /// Lets instrument time pass.
+  /// Advances the instrument time.
   void AdvanceTime(std::chrono::nanoseconds by);
 
-  /// Whether something else on the chip's bus could boot from it: present and not stuck busy.
+  /// Whether an FPGA could boot from it: present and not stuck busy.
   bool Bootable() const { return present_ && !stuckBusy_; }
 
   bool Busy() const { return busyReads_ > 0 || registerWriteLeft_.count() > 0 || stuckBusy_; }
   std::uint8_t StatusRegister() const;
   std::uint8_t ConfigurationRegister() const { return configuration_; }
 
-  /// Sets the non-volatile bits of the registers as an earlier life left them: of `status` bits
-  /// 2..7; `configuration` on kMacronix only. Here the bottom bit can also be cleared.
+  /// Sets the non-volatile bits of the registers, as an earlier run left them: of `status` bits
+  /// 2..7; `configuration` on kMacronix only. The bottom bit can be cleared here.
   void LoadRegisters(std::uint8_t status, std::uint8_t configuration);
 
-  // Faults. Programs and erases count from 1 and from the call on; those that the chip ignores do
-  // not count. 0 takes a counted fault back, a new call replaces the last one.
+  // Faults. Programs, erases and register writes are counted from 1, beginning with the call; those
+  // that the chip ignores do not count. 0 cancels a counted fault, a new call replaces the last
+  // one.
 
   /// An absent chip drives zeros and ignores every command.
   void SetPresent(bool present) { present_ = present; }
-  /// The nth page program looks as usual, but programs nothing.
+  /// The nth page program takes its time, but programs nothing.
   void DropProgram(std::uint64_t nth) { dropProgram_ = nth; }
-  /// The nth erase, of whatever size, looks as usual, but erases nothing.
+  /// The nth erase, of whatever size, takes its time, but erases nothing.
   void DropErase(std::uint64_t nth) { dropErase_ = nth; }
-  /// The nth register write looks as usual, but changes nothing.
+  /// The nth register write takes its time, but changes nothing.
   void DropRegisterWrite(std::uint64_t nth) { dropRegisterWrite_ = nth; }
-  /// The nth program or erase, counted together, is done but leaves the chip busy for ever.
+  /// The nth program or erase, counted together, is done, but the chip stays busy.
   void StayBusyAfter(std::uint64_t nth) { stayBusyAfter_ = nth; }
-  /// The page that holds `address` never programs again; programs of it look as usual.
+  /// The page that holds `address` is not programmed any more; programs of it take their time.
   void WearOutPage(std::uint32_t address);
-  /// The 64 KiB sector that holds `address` never erases again, in part or whole; erases of it look
-  /// as usual, and a chip erase leaves it out.
+  /// The 64 KiB sector that holds `address` is not erased any more, in part or whole; erases of it
+  /// take their time, and a chip erase leaves it out.
   void WearOutSector(std::uint32_t address);
 
  private:
@@ -118,10 +119,10 @@ class NorFlashModel {
   std::vector<std::uint8_t> array_;
   std::uint8_t status_ = 0;         // non-volatile bits only
   std::uint8_t configuration_ = 0;  // stays 0 on kMicron
-  std::uint8_t nextStatus_ = 0;     // what a register write under way will leave
+  std::uint8_t nextStatus_ = 0;     // the values after the register write that is in progress
   std::uint8_t nextConfiguration_ = 0;
   bool writeEnabled_ = false;
-  int busyReads_ = 0;                     // of a program or an erase, as long as it is under way
+  int busyReads_ = 0;                     // of a program or an erase that is in progress
   std::chrono::nanoseconds busyLeft_{0};  // likewise
   std::chrono::nanoseconds registerWriteLeft_{0};
 

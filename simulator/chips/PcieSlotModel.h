@@ -5,7 +5,7 @@
 namespace orvane {
 
 /// A module's PCIe endpoint as the kernel's attributes show it. It is present and enabled from the
-/// start, whatever the module's flash holds; `remove` removes it, `rescan` brings it back, not
+/// start, whatever the module's flash holds; `remove` removes it, `rescan` adds it again, not
 /// enabled, and `enable` enables it.
 class PcieSlotModel {
  public:
@@ -17,7 +17,7 @@ class PcieSlotModel {
   };
 
   /// Writes the attribute of `step`: "1", or "0", which for kEnable disables and for the others
-  /// does nothing; a newline may follow. What fails changes nothing.
+  /// does nothing; a newline may follow. A write that fails changes nothing.
   Result Write(Step step, std::string_view text);
 
   bool Present() const { return present_; }

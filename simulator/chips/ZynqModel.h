@@ -12,12 +12,13 @@ namespace orvane {
 /// The Zynq of a wend module, as its three control files show it. At power-on the Zynq owns its
 /// flash, is not in reset, and DONE is high when the flash holds a plausible boot header.
 ///
-/// DONE falls in reset. It rises FpgaBoot::kBootTime after the release when the Zynq owns the flash
-/// from the release on and finds a plausible boot header there. It looks once: a flash that comes
-/// back later is not noticed before the next reset. A configured Zynq stays so without its flash.
+/// DONE is low in reset. It rises FpgaBoot::kBootTime after the release when the Zynq owns the
+/// flash from the release on and finds a plausible boot header there. It tries once: a flash that
+/// it gets back later has no effect before the next reset. Without its flash a configured Zynq
+/// stays so.
 class ZynqModel {
  public:
-  /// @param flash  borrowed; loaded before, and outlives this object
+  /// @param flash  borrowed; loaded already, and outlives this object
   ZynqModel(const NorFlashModel& flash, DonePolicy policy);
 
   /// "1": the controller owns the flash; "0": the Zynq owns it; anything else is ignored.
@@ -25,7 +26,7 @@ class ZynqModel {
   /// "0": in reset; "1": released; anything else is ignored.
   void WriteHwReset(std::string_view value);
 
-  /// False: the controller's spidev reads zeros and reaches no chip.
+  /// False: the controller's spidev reads zeros, and no chip receives what it sends.
   bool ControllerOwnsFlash() const { return controllerOwnsFlash_; }
   bool InReset() const { return inReset_; }
   bool Done() const { return boot_.Done(); }
