@@ -20,17 +20,18 @@ struct BitstreamOptions {
 /// A Xilinx configuration bitstream, the same for the same options: words big-endian,
 ///   0x00  ff ff ff ff, dummy words with the bus width pattern at 0x20
 ///   0x30  aa 99 55 66, the sync word
-///   0x34  20 00 00 00, no operation, twice
+///   0x34  20 00 00 00, no operation, two words
 ///   0x3C  pseudo-random bytes
 /// and, with a stamp, 30 01 a0 01 (write one word to USR_ACCESS) at `stampWordOffset`, then the
-/// stamp. At no other multiple of four are there the bytes 30 01 a0 01, the stamp itself excepted.
+/// stamp. The bytes 30 01 a0 01 are at no other multiple of four, except where the stamp itself has
+/// them.
 /// @throw std::invalid_argument, with a text for the user, when `bytes` is below
-/// kBitstreamMinBytes,
-///        or when the stamp does not fit before the end or would lie on the sync word
+///        kBitstreamMinBytes, or when the stamp does not fit before the end or would lie on the
+///        sync word
 std::vector<std::uint8_t> MakeBitstream(const BitstreamOptions& options);
 
-/// Whether an FPGA would find a bitstream here: the sync word at a multiple of four within the
-/// first 512 bytes.
+/// Whether an FPGA would take these contents for a bitstream: the sync word is at a multiple of
+/// four within the first 512 bytes.
 bool HasPlausibleBitstream(std::span<const std::uint8_t> flash);
 
 /// A date and time as a USR_ACCESS stamp holds it.

@@ -23,7 +23,7 @@ std::vector<std::uint8_t> Gzip(std::span<const std::uint8_t> data) {
     throw std::runtime_error("zlib cannot start");
   }
   std::vector<std::uint8_t> out(deflateBound(&stream, data.size()));
-  // zlib's interface knows no const; it only reads from next_in.
+  // The interface of zlib is without const; it only reads from next_in.
   stream.next_in = const_cast<Bytef*>(data.data());
   stream.avail_in = static_cast<uInt>(data.size());
   stream.next_out = out.data();

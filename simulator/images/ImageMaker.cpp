@@ -24,7 +24,7 @@ namespace {
 
 constexpr int kExitIo = 1;
 constexpr const char* kProgram = "orvane-image";
-constexpr std::size_t kMaxBytes = 1U << 30;  // far beyond any flash; more is a typing error
+constexpr std::size_t kMaxBytes = 1U << 30;  // far more than any flash holds
 
 constexpr std::string_view kHelp =
     "Usage: orvane-image zynq --out FILE [--name NAME] [--date DATE] [common options]\n"
@@ -69,7 +69,8 @@ using cli::Quoted;
 
 [[noreturn]] void Reject(const std::string& why) { throw std::invalid_argument(why); }
 
-/// The whole of `text` as a decimal number of at most `max`.
+/// @return the whole of `text` as a decimal number of at most `max`
+/// @throw std::invalid_argument
 std::uint64_t ParseNumber(std::string_view text, std::uint64_t max) {
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -9,7 +9,7 @@ namespace orvane {
 /// @param words  the command line without the program's name
 /// @param out    the help or the version, nothing else
 /// @param err    one line on failure, starting with "orvane-image: ", and after a usage error a
-///               second one that says where to look
+///               second one that names --help
 /// @return 0 done, 1 the file could not be written, 2 the command line is wrong
 int RunImageMaker(std::span<const char* const> words, std::ostream& out, std::ostream& err);
 

@@ -19,11 +19,11 @@ std::string Unescape(std::string_view text);
 /// "0a ff": two digits a byte, blanks between.
 std::string HexBytes(std::string_view bytes);
 
-/// Likewise, but the number of those beyond the first kMaxHexBytes: "0a ff ... +7".
+/// The same for the first kMaxHexBytes bytes, then the number of the others: "0a ff ... +7".
 std::string LimitedHexBytes(std::span<const std::uint8_t> bytes);
 inline constexpr std::size_t kMaxHexBytes = 32;
 
-/// "0x0021": at least so many digits.
+/// "0x0021": lower case, with at least `digits` digits.
 std::string HexNumber(std::uint32_t value, std::size_t digits);
 
 }  // namespace orvane

@@ -36,7 +36,7 @@ class I2cBytes {
            std::optional<std::span<const std::uint8_t>> received)
       : sent_(sent), received_(received) {}
 
-  /// To be asked in the order of the messages.
+  /// To be called in the order of the messages.
   std::string Next(const I2cMessage& message) {
     std::string bytes;
     if (!message.reads) {

@@ -14,7 +14,7 @@
 namespace orvane {
 
 /// An event of the instrument: a line of the log without its result, and what fault rules match.
-/// Every text is composed by the functions below; nothing reads it back.
+/// The functions below compose every text; no code parses it.
 struct Event {
   EventKind kind;
   std::string text;
@@ -23,12 +23,12 @@ struct Event {
 /// @param flags  as OpenFlagsText shows them
 Event OpenEvent(std::string_view path, std::string_view flags);
 Event CloseEvent(std::string_view path);
-/// A close of a descriptor that stands for no file.
+/// A close of a negative descriptor.
 Event CloseEvent(std::int64_t descriptor);
 
-/// A read that is asked for.
+/// A read before it is carried out.
 Event ReadEvent(std::string_view path);
-/// A read that is done.
+/// A read that has been carried out.
 Event ReadEvent(std::string_view path, std::string_view bytes);
 
 /// A write to an attribute.
@@ -43,7 +43,8 @@ Event OtherRequestEvent(std::string_view path, std::uint32_t request);
 
 /// @param description  of all chip selects
 Event SpiEvent(std::string_view path, std::string_view description);
-/// Not an event that fault rules see: what differs from the last message to this node.
+/// For the log only, no fault rule applies: settings that differ from the last message to this
+/// node.
 Event SpiSpeedEvent(std::string_view path, std::uint32_t speedHz, std::uint8_t bitsPerWord);
 
 /// @param sent      of all messages that write, in their order

@@ -5,8 +5,8 @@
 
 namespace orvane {
 
-/// What can happen on the instrument. A line of the log and the place of a fault start with the
-/// word for it.
+/// The kinds of events on the instrument. A line of the log and a fault rule start with the word
+/// for one.
 enum class EventKind { kOpen, kClose, kRead, kWrite, kIoctl, kSpi, kI2c, kDBus, kSleep };
 
 inline constexpr std::array<std::string_view, 9> kEventWords = {

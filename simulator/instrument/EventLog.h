@@ -14,7 +14,7 @@ class EventLog {
   /// @param out  borrowed; null: nothing is written
   explicit EventLog(std::ostream* out) : out_(out) {}
 
-  /// Whether anything is written, so that the texts are worth composing.
+  /// Whether anything is written. If not, callers need not compose texts.
   bool IsOn() const { return out_ != nullptr; }
 
   /// "spi /dev/spidev1.0 RDSR = 03"; without a result, nothing follows the event's text.
@@ -23,8 +23,8 @@ class EventLog {
   /// One write to standard output, one line.
   void StandardOutput(std::string_view bytes);
 
-  /// A write to standard error. Programs write it in pieces, so the pieces are put together: a line
-  /// for each line of text, and one for an unfinished line when something else follows.
+  /// A write to standard error. Programs write to it in pieces, so the pieces are joined: the log
+  /// gets one line for each line of text, and one for an unfinished line before the next event.
   void StandardError(std::string_view bytes);
 
   /// The end of the run: "exit 0", "killed SIGSEGV".

@@ -6,15 +6,15 @@
 
 namespace orvane {
 
-/// What a program gets for an event.
+/// The result of an event for the program.
 struct EventResult {
-  bool killed = false;  // it gets nothing any more
+  bool killed = false;  // the program gets no result
   int error = 0;        // an errno; 0: success
   std::int64_t value = 0;
   std::vector<std::uint8_t> bytes;
 };
 
-/// Likewise, for a call of a D-Bus method.
+/// The same for a call of a D-Bus method.
 struct DBusResult {
   bool killed = false;
   std::string error;  // the name of a D-Bus error; empty: success

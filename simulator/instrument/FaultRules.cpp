@@ -121,12 +121,12 @@ bool BelongsToWord(char character) {
   return IsSmall(character) || IsCapital(character) || (character >= '0' && character <= '9');
 }
 
-/// @return whether no word goes on from `before` to `first`
+/// @return whether a word begins at `first`, after the character `before`
 bool WordBegins(char before, char first) {
   return !BelongsToWord(before) || !BelongsToWord(first) || (IsSmall(before) && IsCapital(first));
 }
 
-/// @return whether `part` stands in `text`, from the start of a word on
+/// @return whether `text` contains `part` at the start of a word
 bool Contains(std::string_view text, std::string_view part) {
   for (std::size_t at = text.find(part); at != std::string_view::npos;
        at = text.find(part, at + 1)) {

@@ -13,10 +13,10 @@ namespace orvane {
 /// What happens to one event.
 struct Fault {
   enum class Kind {
-    kNone,    // it takes its course
+    kNone,    // it is carried out
     kFail,    // it has no effect and fails with `error` (D-Bus: with the error named `text`)
     kLose,    // it has no effect and succeeds
-    kAnswer,  // it takes its course, but the program gets `text` for an answer
+    kAnswer,  // it is carried out, but the program gets `text` as the answer
     kKill,    // it has no effect: the program is killed
   };
   Kind kind = Kind::kNone;
@@ -24,9 +24,9 @@ struct Fault {
   std::string text;
 };
 
-/// One rule, KIND[:TEXT][#N[+]]:ACTION. TEXT matches where a word of the event begins: at the start,
-/// after a character that is no letter or digit, at a capital after a small letter. A TEXT that
-/// begins with another character matches anywhere.
+/// One rule, KIND[:TEXT][#N[+]]:ACTION. TEXT matches where a word of the event begins: at the
+/// start, after a character that is no letter or digit, at a capital after a small letter. A TEXT
+/// that begins with neither a letter nor a digit matches anywhere.
 struct FaultRule {
   std::optional<EventKind> kind;  // none: any
   std::string text;               // a part of the event's text, see above; empty: any
@@ -38,13 +38,14 @@ struct FaultRule {
   static FaultRule Parse(std::string_view text);
 };
 
-/// The rules of a run. Each counts the events that match it, whichever rule hits them in the end.
+/// The rules of a run. Each counts every event that matches it, also those that an earlier rule
+/// hits.
 class FaultRules {
  public:
   void Add(FaultRule rule) { rules_.push_back({std::move(rule)}); }
   bool Empty() const { return rules_.empty(); }
 
-  /// To be asked exactly once for each event.
+  /// To be called exactly once for each event.
   /// @param text  the event as the log shows it, without its result
   /// @return the fault of the first rule that hits it
   Fault Judge(EventKind kind, std::string_view text);

@@ -16,13 +16,13 @@ namespace {
 constexpr const char* kKilled = "kill";
 constexpr const char* kLost = "lost";
 
-/// Whether the event is carried out, whatever the program gets for an answer.
+/// Whether the event is carried out, whatever answer the program gets.
 bool TakesItsCourse(const Fault& fault) {
   return fault.kind == Fault::Kind::kNone || fault.kind == Fault::Kind::kAnswer;
 }
 
 /// What the program gets for an event that is not carried out.
-/// @param success  when it is told that the event was
+/// @param success  the result when the event is lost: the program is told that it succeeded
 EventResult InsteadOf(const Fault& fault, EventResult success = {}) {
   switch (fault.kind) {
     case Fault::Kind::kFail:
@@ -37,12 +37,12 @@ EventResult InsteadOf(const Fault& fault, EventResult success = {}) {
   return success;
 }
 
-/// Likewise, for a call of a D-Bus method, which cannot be lost.
+/// The same for a call of a D-Bus method, which cannot be lost.
 DBusResult InsteadOfCall(const Fault& fault) {
   return {.killed = fault.kind == Fault::Kind::kKill, .error = fault.text};
 }
 
-/// The text of a fault in place of what was received.
+/// Replaces what was received by the text of a fault, with zeros after it.
 void Overwrite(std::vector<std::uint8_t>& received, const std::string& text) {
   for (std::size_t i = 0; i < received.size(); ++i) {
     received[i] = i < text.size() ? static_cast<std::uint8_t>(text[i]) : std::uint8_t{0};
@@ -51,7 +51,7 @@ void Overwrite(std::vector<std::uint8_t>& received, const std::string& text) {
 
 std::string TextOf(int error) { return error == 0 ? "" : ErrnoName(error); }
 
-/// @return the bytes that the program wants of the answers
+/// @return the received bytes that the program asked for
 std::vector<std::uint8_t> ExchangeSpi(Module& module,
                                       std::span<const ChipSelect> selects,
                                       std::size_t receivedBytes) {
@@ -77,7 +77,7 @@ std::size_t ReceivedBytes(std::span<const I2cMessage> messages) {
   return bytes;
 }
 
-/// Carries the messages out up to the first that nobody acknowledges.
+/// Carries the messages out up to the first one that no chip acknowledges.
 /// @param module  null: nothing is connected
 /// @return 0 or an errno
 int ExchangeI2c(Module* module,
@@ -234,7 +234,7 @@ EventResult Instrument::SubmitSpi(std::string_view path, const SpiMessage& messa
   if (fits) {
     selects = ChipSelects(message.transfers, *message.sent);
   }
-  if (log_.IsOn() || !faults_.Empty()) {  // nobody sees the text otherwise
+  if (log_.IsOn() || !faults_.Empty()) {  // otherwise nothing uses the text
     LogSpeed(path, node, message.transfers);
     description = fits ? Describe(selects) : DescribeLength(totals);
   }

@@ -24,12 +24,12 @@
 
 namespace orvane {
 
-/// The instrument: its modules, its time, and what its programs see of both. It makes no system
+/// The instrument: its modules, its time, and what programs can see of both. It makes no system
 /// call. Every event goes through Arrive, which counts it and asks the fault rules, and ends in one
 /// line of the log.
 class Instrument {
  public:
-  /// @param selector  borrowed; the modules know its model
+  /// @param selector  borrowed; the modules borrow its model
   /// @param bufsiz  the limit of the spidev driver, in bytes
   /// @param log     borrowed
   Instrument(std::vector<std::unique_ptr<Module>> modules,
@@ -38,19 +38,19 @@ class Instrument {
              std::uint64_t bufsiz,
              EventLog& log);
 
-  // --- What there is
+  // --- Contents
 
   const std::vector<std::unique_ptr<Module>>& Modules() const { return modules_; }
   const std::vector<I2cAdapter>& I2cAdapters() const { return adapters_; }
   /// The paths of all device nodes.
   std::vector<std::string> NodePaths() const;
   bool HasNode(std::string_view path) const { return nodes_.find(path) != nodes_.end(); }
-  /// The paths of the files under /sys that the instrument answers for.
+  /// The paths of the files under /sys that the instrument has.
   std::vector<std::string> AttributePaths() const;
-  /// @return nothing when nobody answers for this file, or it is not there now
+  /// @return nothing when the instrument has no such file, or it does not exist now
   std::optional<std::string> AttributeContents(std::string_view path);
 
-  // --- Events whose real call somebody else makes
+  // --- Events whose real call the program makes
 
   /// Counts the event and asks the fault rules. When a fault decides its result, this writes the
   /// line of the log; otherwise whoever carries the event out calls Complete.
@@ -74,7 +74,7 @@ class Instrument {
 
   /// @param path  one of AttributePaths()
   EventResult WriteAttribute(std::string_view path, std::string_view value);
-  /// @param contents  of the whole file
+  /// @param contents  of the whole file, of which `count` bytes from `offset` on are read
   EventResult ReadFile(std::string_view path,
                        std::string_view contents,
                        std::size_t offset,

@@ -7,10 +7,10 @@
 
 namespace orvane {
 
-/// One chip select of an SPI bus, as a serial NOR flash understands it.
+/// One chip select of an SPI bus, decoded as a command of a serial NOR flash.
 struct SpiDescription {
-  std::string command;        // "PP 0x001000 +256", "RDSR"; what is no command, as hex bytes
-  bool answersShown = false;  // whether the bytes that come back are worth showing
+  std::string command;        // "PP 0x001000 +256", "RDSR"; anything else as hex bytes
+  bool answersShown = false;  // whether the log shows the bytes that come back
 };
 
 /// @param sent           what the controller sends before the bytes that it only receives

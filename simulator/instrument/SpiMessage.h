@@ -16,15 +16,15 @@ struct SpiTransfer {
   std::uint32_t speedHz = 0;
   std::uint8_t bitsPerWord = 0;
   bool changesChipSelect = false;  // chip select rises after it, and falls again for the next one
-  bool sends = false;              // zeros otherwise
+  bool sends = false;              // zeros are sent otherwise
   bool receives = false;           // the program wants what comes back
 };
 
 /// What a program hands to an SPI device in one request.
 struct SpiMessage {
   std::span<const SpiTransfer> transfers;
-  /// Of all transfers that send, in their order. None: there are too many of them, and the message
-  /// cannot be carried out.
+  /// The bytes of all transfers that send, in their order. None: there are too many bytes, and the
+  /// message cannot be carried out.
   std::optional<std::span<const std::uint8_t>> sent;
 };
 
@@ -39,7 +39,7 @@ struct SpiTotals {
 };
 SpiTotals Total(std::span<const SpiTransfer> transfers);
 
-/// One chip select: what goes out, and the positions whose answer the program wants.
+/// One chip select: what is sent, and the positions whose answer the program asked for.
 struct ChipSelect {
   struct Window {
     std::size_t at;
@@ -51,8 +51,8 @@ struct ChipSelect {
   std::vector<Window> received;
 };
 
-/// Puts the transfers together: chip select stays low from the first to the last, unless one of
-/// them changes it.
+/// Joins the transfers: chip select stays low from the first to the last, unless one of them
+/// changes it.
 /// @return at least one
 std::vector<ChipSelect> ChipSelects(std::span<const SpiTransfer> transfers,
                                     std::span<const std::uint8_t> sent);

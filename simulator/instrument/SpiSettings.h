@@ -13,7 +13,7 @@ enum class SpiSetting { kMode, kLsbFirst, kBitsPerWord, kMaxSpeedHz, kMode32 };
 /// The end of the names of its requests: "MAX_SPEED_HZ".
 std::string_view SettingName(SpiSetting setting);
 
-/// What an SPI device is set to; at first, what it has at power-on.
+/// The settings of an SPI device; at first those at power-on.
 class SpiSettings {
  public:
   SpiSettings();
@@ -25,7 +25,7 @@ class SpiSettings {
  private:
   static constexpr std::size_t kCount = 5;
 
-  /// Both requests of the mode show the same bits.
+  /// Both requests of the mode access the same bits.
   static std::size_t IndexOf(SpiSetting setting) {
     return static_cast<std::size_t>(setting == SpiSetting::kMode32 ? SpiSetting::kMode : setting);
   }

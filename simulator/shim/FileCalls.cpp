@@ -60,7 +60,7 @@ void ReportOpened(const Answer& answer, int descriptor) {
   AskBare({.op = Op::kOpened, .handle = answer.handle, .a = error}, ignored);
 }
 
-/// An attribute and a device node have no contents of their own to create or cut.
+/// Attributes and device nodes can be neither created nor truncated.
 int FlagsAt(const Answer& answer, int flags) {
   return answer.kind == Kind::kFile ? flags : flags & ~(O_CREAT | O_EXCL | O_TRUNC);
 }
@@ -81,8 +81,8 @@ int Open(const char* path, int flags, mode_t mode, RealOpen realOpen) {
   if (out.answer.action == Action::kDone) {
     return Fail(out.answer.error);
   }
-  // The next library keeps sockets of its own for every node under /dev. They would take the
-  // descriptor numbers that the program is about to get.
+  // The next library (umockdev) opens sockets of its own for every node under /dev. They would take
+  // the descriptor numbers that the program gets without it.
   const int descriptor = out.answer.action == Action::kProceedAt
                              ? RawOpen(out.path, FlagsAt(out.answer, flags), mode)
                              : realOpen();
@@ -142,7 +142,7 @@ FILE* OpenStream(const char* path, const char* mode, RealOpen realOpen) {
   return stream;
 }
 
-/// Asks about closing, when the host has to know of it.
+/// Asks the host about closing, when it has to know of it.
 /// @return the errno that the close is to end with, or 0
 int AskClose(int descriptor) {
   const DescriptorTable::Entry entry = Descriptors().Get(descriptor);

@@ -7,13 +7,13 @@
 #include "simulator/shim/LinkProtocol.h"
 
 /// What the replaced calls share. Each of them asks the host first and then makes the real call, or
-/// returns what the host answers. A call that is no event goes straight to the next library.
+/// returns what the host answers. A call that is no event goes to the next library at once.
 namespace orvane::shim {
 
-/// Those of this process.
+/// The descriptors of this process.
 DescriptorTable& Descriptors();
 
-/// The function of this name in the libraries after this one.
+/// The function of this name in the libraries after this one. `cache` keeps it.
 template <typename Function>
 Function* Next(Function*& cache, const char* name) {
   if (cache == nullptr) {
@@ -32,8 +32,8 @@ Function* Next(Function*& cache, const char* name) {
 /// @return -1
 int Fail(int error);
 
-/// Asks without a payload either way.
-/// @return 0, or an errno, as Ask
+/// Asks a question without payload that has an answer without payload.
+/// @return 0, or an errno, as Ask()
 int AskBare(const link::Question& question, link::Answer& answer);
 
 /// What the host says about a call.

@@ -14,9 +14,9 @@ inline constexpr const char* kAddressVariable =
 inline constexpr const char* kClockStepVariable =
     "ORVANE_CLOCK_STEP";  // holds nanoseconds; not there: the clock is the machine's
 inline constexpr std::size_t kPacketBytes = 64U << 10;
-/// More than this is never sent; an SPI message with more to send goes without its bytes.
+/// An SPI message with more bytes than this to send is sent without them.
 inline constexpr std::uint64_t kMaxPayloadBytes = 64U << 20;
-/// Descriptors are handled by a number of the host that stands for the path they were opened with.
+/// The host gives a number, the handle, to each path that is opened; this one stands for no path.
 inline constexpr std::uint32_t kNoHandle = 0;
 
 enum class Op : std::uint32_t {

@@ -46,7 +46,7 @@ inline bool IsSharedObject(const char* path) {
 
 /// Whether opening this file is an event of the instrument: devices, sysfs attributes and the
 /// program's own files are; what libraries and the run time open by themselves is not.
-/// It decides by path and flags alone, so it decides alike in every build of a program.
+/// It depends on path and flags alone, so the answer is the same in every build of a program.
 inline bool IsReported(const char* path, int flags) {
   using namespace report_filter;
   if ((flags & (O_PATH | O_DIRECTORY)) != 0) {

@@ -22,7 +22,7 @@ constexpr int kHostGone = 125;
 constexpr int kMaxBuffers = 1024;  // what the kernel takes in one call
 
 int linkDescriptor = -1;
-pid_t linkOwner = -1;  // a forked child must not talk on its parent's connection
+pid_t linkOwner = -1;  // a forked child must not use its parent's connection
 pthread_mutex_t askLock = PTHREAD_MUTEX_INITIALIZER;
 __thread bool asking __attribute__((tls_model("initial-exec"))) = false;
 
@@ -65,7 +65,7 @@ int Connect(const char* path) {
   return ToHighDescriptor(descriptor);
 }
 
-/// Makes sure that this very process has a connection.
+/// Connects, unless this process has a connection of its own already.
 void EnsureConnection() {
   const pid_t self = ::getpid();
   if (linkOwner == self) {
@@ -82,7 +82,7 @@ void EnsureConnection() {
   }
 }
 
-/// A list of buffers that is used up from its front.
+/// A list of buffers that is consumed from its start.
 struct BufferList {
   iovec* first;
   int count;

@@ -6,17 +6,18 @@
 
 namespace orvane::shim {
 
-/// The program's end of the link. Connects when first used, and again in a forked child. Its
-/// descriptor has a high number, so that the program gets the same numbers as without it.
+/// The program's end of the link. Connects when the library is loaded, and in a forked child when
+/// it asks for the first time. Its descriptor has a high number, so that the program gets the same
+/// numbers as without it.
 ///
-/// Every function here leaves errno alone unless it says otherwise, and calls nothing that may be
-/// interposed. Nothing here allocates.
+/// No function here changes errno, calls a function that may be interposed, or allocates memory.
 
-/// Whether this process has a host. False also inside of Ask, so that calls made from a signal
-/// handler meanwhile bypass the link.
+/// Whether this process has a host. False also during Ask(), so that calls from a signal handler
+/// bypass the link then.
 bool IsLinked();
 
-/// What is sent and where the answer's payload goes. The arrays are used up.
+/// What is sent, and where the answer's payload is stored. The first element of each array is left
+/// for the header. The arrays are changed by Ask().
 struct Buffers {
   iovec* send = nullptr;
   int sendCount = 0;
@@ -24,10 +25,10 @@ struct Buffers {
   int receiveCount = 0;
 };
 
-/// Sends one question and waits for its answer. When the host is gone, the process ends with
-/// status 125 and a line on standard error: nobody can say what the calls of a program lead to.
+/// Sends one question and waits for its answer. When the host has ended, the process ends with
+/// status 125 and a line on standard error, because only the host knows the results of its calls.
 /// @param question  payloadBytes is filled in here
-/// @return 0, or the errno for a buffer that is none of this process's memory
+/// @return 0, or EFAULT for a buffer that is not in the memory of this process
 int Ask(link::Question question, Buffers buffers, link::Answer& answer);
 
 }  // namespace orvane::shim

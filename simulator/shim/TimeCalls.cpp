@@ -30,8 +30,8 @@ std::int64_t Nanoseconds(const timespec& time) {
   return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
 }
 
-/// Reports a sleep of this length, when it is one.
-/// @param error  what it is to end with; only when the real call is not to be made
+/// Reports a sleep of this length, unless it is 0 or less.
+/// @param error  set to 0, or to the errno of the call when the real call is not to be made
 /// @return whether to make the real call
 bool AskSleep(std::int64_t nanoseconds, int& error) {
   error = 0;
@@ -46,7 +46,7 @@ bool AskSleep(std::int64_t nanoseconds, int& error) {
 
 // --- The monotonic clock ------------------------------------------------------------------------
 
-/// By how much each look at the clock moves it on.
+/// By how many nanoseconds each read of the monotonic clock advances it.
 std::int64_t ClockStep() {
   static std::int64_t step = -1;  // not looked up yet
   if (step < 0) {
@@ -56,7 +56,7 @@ std::int64_t ClockStep() {
   return step;
 }
 
-/// By how much the program's clock is ahead of the machine's.
+/// By how many nanoseconds the program's clock is ahead of the machine's.
 std::atomic<std::int64_t> clockLead = 0;
 
 timespec TimeSpec(std::int64_t nanoseconds) {
@@ -64,9 +64,9 @@ timespec TimeSpec(std::int64_t nanoseconds) {
           .tv_nsec = nanoseconds % kNanosecondsPerSecond};
 }
 
-/// Turns a time of the program's clock into one of the machine's, by which it sleeps.
+/// Converts a time of the program's clock to the machine's clock, which the real sleep uses.
 /// @param now  by the machine's clock
-/// @return how long it is until then
+/// @return nanoseconds from `now` until then
 std::int64_t ToMachineTime(clockid_t clock, const timespec& now, timespec& time) {
   const std::int64_t lead = clock == CLOCK_MONOTONIC ? clockLead.load() : 0;
   const std::int64_t nanoseconds = Nanoseconds(time) - lead;
