@@ -88,7 +88,7 @@ PrivateBus::PrivateBus(const std::string& directory) {
   }
   ::close(ready[1]);
   ::close(null);
-  // One line when the bus is ready, or the end of the pipe when it will never be.
+  // One line when the bus is ready; the end of the pipe when it cannot start.
   char byte = '\0';
   const bool isReady = daemon_ > 0 && ::read(ready[0], &byte, sizeof byte) == 1;
   ::close(ready[0]);

@@ -6,7 +6,7 @@
 
 namespace orvane {
 
-/// A D-Bus daemon of our own, which ends with the object, and with this process however that ends.
+/// A D-Bus daemon of our own. It ends with the object, and also when this process is killed.
 class PrivateBus {
  public:
   /// @param directory  for its configuration and socket

@@ -36,12 +36,12 @@ struct Child {
   const int* kept;
   std::size_t keptCount;
   bool takesTerminal;
-  int failure;  // where the errno of a failed exec goes
+  int failure;  // the pipe that the errno of a failed exec is written to
   pid_t parent;
 };
 
-/// Puts the standard descriptors in place. None of those that it gets is below 3, but for those
-/// that stand at their place already.
+/// Puts the standard descriptors in place. Of those that it gets, one below 3 has the right number
+/// already.
 void PlaceStandard(const std::array<int, 3>& standard) {
   for (int descriptor = 0; descriptor < 3; ++descriptor) {
     const int wanted = standard[static_cast<std::size_t>(descriptor)];
@@ -61,7 +61,7 @@ void PlaceStandard(const std::array<int, 3>& standard) {
   }
   ::setpgid(0, 0);
   if (child.takesTerminal) {
-    static_cast<void>(::signal(SIGTTOU, SIG_IGN));  // or taking it would stop us
+    static_cast<void>(::signal(SIGTTOU, SIG_IGN));  // or tcsetpgrp() would stop us
     ::tcsetpgrp(STDIN_FILENO, ::getpid());
   }
   for (const int signal : {SIGTTOU, SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
@@ -71,7 +71,7 @@ void PlaceStandard(const std::array<int, 3>& standard) {
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
   PlaceStandard(child.standard);
-  // What our libraries have open is not for the command. It keeps what we were started with.
+  // The command does not get what our libraries have open, only what we were started with.
   ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
   for (std::size_t i = 0; i < child.keptCount; ++i) {
     ::fcntl(child.kept[i], F_SETFD, 0);
@@ -113,7 +113,7 @@ CommandProcess::CommandProcess(const std::vector<std::string>& words,
   if (id_ == 0) {
     RunCommand(child);
   }
-  ::setpgid(id_, id_);  // whichever of us comes first
+  ::setpgid(id_, id_);  // both processes do this: either may be first
   static_cast<void>(writer.Close());
   int error = 0;
   if (::read(reader.Get(), &error, sizeof error) == ssize_t{sizeof error}) {

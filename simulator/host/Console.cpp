@@ -38,7 +38,7 @@ int BoundSocket(const std::string& path) {
   return descriptor;
 }
 
-/// @return false when nobody will ever read it
+/// @return false when the descriptor cannot be written any more
 bool WriteAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());

@@ -11,7 +11,7 @@ namespace orvane {
 
 /// The standard output and error of the command, merged in the order of its writes: both are
 /// datagram sockets connected to the same receiver, so that each write is one datagram, and
-/// datagrams keep their order. What arrives is logged and handed on to our own standard output and
+/// datagrams keep their order. What arrives is logged and passed on to our own standard output and
 /// error.
 class Console {
  public:
@@ -25,19 +25,19 @@ class Console {
 
   /// Readable when there is something to drain.
   int Descriptor() const { return receiver_; }
-  /// What the command gets for its descriptor 1 or 2. Ours until CloseWriters.
+  /// What the command gets as its descriptor 1 or 2. Owned here until CloseWriters().
   int WriterFor(int descriptor) const {
     return writers_.at(static_cast<std::size_t>(descriptor - 1));
   }
   void CloseWriters();
 
-  /// Logs and hands on everything that has been written so far. Never waits for more.
+  /// Logs and passes on everything that has been written so far. Never waits for more.
   void Drain();
 
  private:
   int receiver_ = -1;
   std::array<int, 2> writers_{-1, -1};
-  std::array<bool, 2> broken_{};  // ours cannot be written any more
+  std::array<bool, 2> broken_{};  // our own cannot be written any more
   EventLog& log_;
   std::unique_ptr<char[]> buffer_;
 };

@@ -14,7 +14,7 @@ namespace {
 
 using link::Kind;
 
-/// The SPI and I2C nodes of the machine are no part of the instrument.
+/// SPI and I2C nodes of this machine, which are no part of the instrument.
 bool IsForeignNode(std::string_view path) {
   return path.starts_with("/dev/spidev") || path.starts_with("/dev/i2c-");
 }

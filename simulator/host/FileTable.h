@@ -13,8 +13,8 @@
 
 namespace orvane {
 
-/// The files that programs open on the instrument: what each path stands for, where its contents
-/// are, and the handles that stand for paths on the link.
+/// The files that programs open on the instrument: what kind of file each path is, where its
+/// contents are, and the handles for paths on the link.
 class FileTable {
  public:
   struct File {
@@ -24,7 +24,7 @@ class FileTable {
 
   /// Creates the files of the instrument's attributes.
   /// @param instrument  borrowed
-  /// @param testbed     borrowed, has the other files
+  /// @param testbed     borrowed; these files are added to it
   /// @throw std::runtime_error
   FileTable(Instrument& instrument, Testbed& testbed);
 
@@ -33,17 +33,17 @@ class FileTable {
   /// The same handle each time for the same path.
   std::uint32_t HandleFor(std::string_view path);
 
-  /// What becomes of an open.
+  /// The outcome of an open.
   struct Place {
     int error = 0;         // an errno: the open fails
-    std::string realPath;  // empty: where the program looks for it
+    std::string realPath;  // empty: the path that the program gave
   };
   Place Locate(const File& file, int flags) const;
 
   /// The whole contents of a file under /sys.
   std::string Contents(std::string_view path);
 
-  /// Whether the instrument itself answers for a file, and the file is there now.
+  /// Whether a file is an attribute of the instrument and exists now.
   bool IsAttribute(std::string_view path) const {
     return instrument_.AttributeContents(path).has_value();
   }
@@ -59,8 +59,8 @@ class FileTable {
   Testbed& testbed_;
   std::vector<File> files_;  // by handle
   std::map<std::string, std::uint32_t, std::less<>> handles_;
-  /// What the files of the attributes hold. Programs that read them as C streams are not seen
-  /// doing so: they read the files.
+  /// What the files of the attributes hold. The shim does not report reads of C streams: these read
+  /// the files.
   std::map<std::string, std::optional<std::string>, std::less<>> attributes_;
 };
 

@@ -24,7 +24,7 @@ namespace {
 }  // namespace
 
 std::vector<std::uint8_t> LoadFlashFile(const std::string& path) {
-  // Opened for writing too, so that a run cannot end with contents that find no place.
+  // Opened for writing too: otherwise a run could end with contents that cannot be saved.
   const FileDescriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
   if (!file.IsOpen()) {
     Fail("open", path);

@@ -96,7 +96,7 @@ struct UnrefLoop {
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
 };
 
-/// Takes signals off their default action for as long as it lives.
+/// Handles a signal in the main loop, instead of its default action, until it is destroyed.
 class SignalSource {
  public:
   SignalSource(int signal, GSourceFunc function, void* self)
@@ -109,7 +109,7 @@ class SignalSource {
   unsigned source_;
 };
 
-/// Everything of one run, built in order and taken down in reverse.
+/// Everything of one run, built in the order of the members and destroyed in reverse.
 class Host {
  public:
   Host(const Options& options, const InheritedDescriptors& descriptors)
@@ -189,7 +189,7 @@ class Host {
     }
   }
 
-  /// Hands a signal on. The command is killed when it has not ended within the grace period, or
+  /// Passes a signal on. The command is killed when it has not ended within the grace period, or
   /// when a second signal arrives.
   void Forward(int signal) {
     if (graceSource_ != 0) {
@@ -212,9 +212,10 @@ class Host {
     }
   }
 
-  /// Ours, with what makes a process part of the instrument. Inherited by everything it starts.
+  /// Our environment and the variables that make a process part of the instrument. The processes
+  /// that the command starts inherit it.
   std::vector<std::string> Environment() const {
-    // Under a path without blanks and colons, which would end it in LD_PRELOAD.
+    // A path without blanks and colons, because these separate paths in LD_PRELOAD.
     const std::string shim = directory_.Path() + "/" + kShimName;
     std::filesystem::create_symlink(FindShim(), shim);
 
@@ -258,7 +259,8 @@ class Host {
     return standard;
   }
 
-  /// Ends whatever the command has left running, in its group or out of it, and waits for it.
+  /// Kills the processes that the command has left running, in its group or outside, and waits for
+  /// them.
   void KillRest() {
     command_.reset();
     for (const pid_t process : server_.ConnectedProcesses()) {
@@ -266,7 +268,7 @@ class Host {
     }
     services_.reset();
     bus_.reset();
-    // What had other parents is ours to wait for by now.
+    // Processes whose parents have ended are our children by now.
     for (int waited = 0; waited < kReapMilliseconds; ++waited) {
       pid_t reaped = 0;
       while ((reaped = ::waitpid(-1, nullptr, WNOHANG)) > 0) {
@@ -310,7 +312,8 @@ class Host {
   }
 
   std::unique_ptr<GMainLoop, UnrefLoop> loop_{g_main_loop_new(nullptr, FALSE)};
-  // First of all: from here on a signal cannot leave anything behind. It waits for the main loop.
+  // Before anything is created that has to be removed: from here on a signal waits for the main
+  // loop.
   SignalSource interrupt_{SIGINT, OnSignal<SIGINT>, this};
   SignalSource terminate_{SIGTERM, OnSignal<SIGTERM>, this};
   SignalSource hangUp_{SIGHUP, OnSignal<SIGHUP>, this};
@@ -342,7 +345,7 @@ InheritedDescriptors SecureDescriptors() {
       static_cast<void>(::open("/dev/null", O_RDWR));  // the lowest free one is `descriptor`
     }
   }
-  std::vector<int> listed;  // with that of the directory itself, which is closed again
+  std::vector<int> listed;  // contains that of the directory itself, which is closed by then
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     listed.push_back(std::stoi(entry.path().filename()));
   }
@@ -356,7 +359,7 @@ InheritedDescriptors SecureDescriptors() {
 
 int RunOnInstrument(const Options& options, const InheritedDescriptors& descriptors) {
   static_cast<void>(
-      ::signal(SIGPIPE, SIG_IGN));  // whoever reads our output may leave; the run goes on
+      ::signal(SIGPIPE, SIG_IGN));  // the run goes on when the reader of our output ends
   // Processes whose parents end become children of this one, so that none is lost.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   return Host(options, descriptors).Run();

@@ -26,7 +26,7 @@ ssize_t Transfer(Call call, int descriptor, std::span<iovec> pieces) {
 }
 
 /// Sends or receives the packets after the first.
-/// @return false when the process has gone
+/// @return false when the connection has ended
 template <typename Call>
 bool TransferRest(Call call, int descriptor, std::uint8_t* bytes, std::size_t count) {
   while (count > 0) {

@@ -14,19 +14,19 @@ namespace orvane {
 /// The host's end of the link to one process: whole questions and whole answers, cut into packets.
 class LinkConnection {
  public:
-  /// @param descriptor  of the socket, taken over
+  /// @param descriptor  of the socket; owned from here on
   explicit LinkConnection(int descriptor);
 
   int Descriptor() const { return descriptor_.Get(); }
   /// The process at the other end.
   pid_t Process() const { return process_; }
 
-  /// Waits for a whole question; its first packet is there already.
-  /// @return false when the process has gone
+  /// Waits for a whole question; its first packet has arrived already.
+  /// @return false when the connection has ended or the question is malformed
   bool Receive(link::Question& question, std::vector<std::uint8_t>& payload) const;
 
   /// @param answer  payloadBytes is filled in here
-  /// @return false when the process has gone
+  /// @return false when the connection has ended
   bool Send(link::Answer answer, std::span<const std::uint8_t> payload) const;
 
  private:

@@ -28,7 +28,7 @@ constexpr struct {
     {O_DIRECT, "O_DIRECT"},
     {O_NOATIME, "O_NOATIME"},
 };
-constexpr int kLargeFile = 0100000;  // always set for 64-bit programs or never: says nothing
+constexpr int kLargeFile = 0100000;  // O_LARGEFILE on x86: follows from the build of a program
 
 const char* AccessName(int flags) {
   switch (flags & O_ACCMODE) {

@@ -28,7 +28,7 @@ Options (the value of an option can follow '=' as well: --log=FILE):
   --clock-step MS
                  each time a program reads its monotonic clock, the clock has advanced by
                  that many milliseconds (0)
-  --log FILE     writes every event to FILE, one line each, in true order
+  --log FILE     writes every event to FILE, one line each, in order of time
   --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1 and
                  what else can be seen of it from outside
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such
@@ -74,7 +74,7 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
   ACTION  ENOENT or any other errno: it has no effect and fails so
           error[:NAME]: likewise for dbus, with this D-Bus error
           lost: it has no effect and succeeds (write, ioctl, spi, i2c)
-          data:TEXT: it takes its course, but TEXT comes back (read, spi, i2c, dbus;
+          data:TEXT: it is carried out, but TEXT comes back (read, spi, i2c, dbus;
           ioctl: this number); with \n \t \r \" \\ \xHH for other bytes
           kill: it has no effect: SIGKILL for the program
   The first rule that hits an event decides.

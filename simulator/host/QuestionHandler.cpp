@@ -23,7 +23,7 @@ using link::Kind;
 using link::Op;
 using link::Question;
 
-static_assert(kMaxSpiMessageBytes == link::kMaxPayloadBytes);  // what is sent can be carried out
+static_assert(kMaxSpiMessageBytes == link::kMaxPayloadBytes);  // what the link carries can be done
 
 std::string_view Characters(std::span<const std::uint8_t> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -73,7 +73,7 @@ QuestionHandler::QuestionHandler(bool fast,
       beforeEvent_(std::move(beforeEvent)) {}
 
 LinkReply QuestionHandler::Handle(const Question& question, Payload payload, PendingCall& pending) {
-  // A result belongs to the event before it: what was printed since comes after it.
+  // A result belongs to the event before it: console output since then stands after it in the log.
   if (question.op == Op::kOpened) {
     return HandleOpened(question, pending);
   }

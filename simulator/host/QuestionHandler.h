@@ -20,19 +20,19 @@ struct PendingCall {
   std::int64_t bytes = 0;  // of a write: how many the program asked for
 };
 
-/// What goes back to a program: nothing at all when it is to be killed.
+/// What is sent back to a program: nothing when it is to be killed.
 struct LinkReply {
   link::Answer answer{};
   std::vector<std::uint8_t> payload;
   bool killed = false;
 };
 
-/// Hands the questions of programs to the instrument.
+/// Answers the questions of programs, with the instrument.
 class QuestionHandler {
  public:
   /// @param fast         sleeps do not wait
   /// @param instrument   borrowed
-  /// @param testbed      borrowed, as by FileTable
+  /// @param testbed      borrowed; gets the files of the instrument's attributes
   /// @param beforeEvent  run before each event
   QuestionHandler(bool fast,
                   Instrument& instrument,

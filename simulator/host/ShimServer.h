@@ -20,7 +20,7 @@ class ShimServer {
   /// @param path         of the socket to listen on
   /// @param fast         sleeps do not wait
   /// @param instrument   borrowed
-  /// @param testbed      borrowed, has the other files; gets those of the instrument's attributes
+  /// @param testbed      borrowed; gets the files of the instrument's attributes
   /// @param beforeEvent  run before each event
   /// @throw std::system_error
   ShimServer(const std::string& path,

@@ -34,7 +34,7 @@ TemporaryDirectory::TemporaryDirectory() : path_(Parent() + "/orvane-sim.XXXXXX"
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
-  std::error_code ignored;  // nothing is left to be done about it
+  std::error_code ignored;  // an error here has no consequence for the run
   std::filesystem::remove_all(path_, ignored);
 }
 

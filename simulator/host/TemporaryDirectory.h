@@ -4,9 +4,9 @@
 
 namespace orvane {
 
-/// A fresh directory for sockets and the like, which goes with the object, contents included. It
-/// lies in $TMPDIR, or in /tmp when that path is too long for a socket's address or contains what
-/// LD_PRELOAD or a D-Bus address cannot carry.
+/// A new directory for sockets and other files of a run, which is deleted with the object, contents
+/// included. It is in $TMPDIR, or in /tmp when that is not set, is no absolute path, is too long
+/// for a socket's address, or has characters that LD_PRELOAD or a D-Bus address cannot hold.
 class TemporaryDirectory {
  public:
   /// @throw std::system_error

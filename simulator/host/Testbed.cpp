@@ -28,8 +28,8 @@ std::string TakeText(char* text) {
   return copy;
 }
 
-/// The library builds its tree in the directory for temporary files, which GLib looks up once. The
-/// variable is put back: the command is to find its own.
+/// The library builds its tree in the directory for temporary files, which GLib looks up once. Then
+/// the variable gets its old value back, which the command inherits.
 void SettleTemporaryFiles(const std::string& directory) {
   const char* const before = std::getenv(kTemporaryFilesVariable);
   const std::optional<std::string> saved =
@@ -43,7 +43,7 @@ void SettleTemporaryFiles(const std::string& directory) {
   }
 }
 
-/// Below /sys/devices, as the kernel shows a bus behind a multiplexer.
+/// The path below /sys/devices; a channel of a multiplexer is below its parent, as in the kernel.
 std::string DevicePath(const I2cAdapter& adapter) {
   std::string path = "platform/soc/";
   if (adapter.parent) {
@@ -56,8 +56,8 @@ std::string DevicePath(const I2cAdapter& adapter) {
 
 Testbed::Testbed(const std::string& directory) {
   SettleTemporaryFiles(directory);
-  // The library starts a thread that looks variables up, and sets this one only after that. It is
-  // set here already, so that the list of variables need not move while the thread reads it.
+  // The library starts a thread that reads variables, and sets this one only after that. It is set
+  // here already, so that the list of variables does not move while the thread reads it.
   g_setenv(kTestbedVariable, "", TRUE);
   testbed_ = umockdev_testbed_new();
   if (testbed_ == nullptr) {

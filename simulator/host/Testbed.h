@@ -9,8 +9,8 @@ struct _UMockdevTestbed;  // NOLINT(bugprone-reserved-identifier): the library's
 
 namespace orvane {
 
-/// The trees that programs see instead of /sys and in front of /dev. Device nodes are empty files:
-/// whoever opens them is served by the link. The directory goes with the object.
+/// The trees that programs see instead of /sys and on top of /dev. Device nodes are empty files:
+/// the calls of programs on them go over the link. The trees are deleted with the object.
 class Testbed {
  public:
   /// @param directory  where the trees are built
@@ -20,18 +20,18 @@ class Testbed {
   Testbed& operator=(const Testbed&) = delete;
   ~Testbed();
 
-  /// Where a path of the instrument really is: below the trees.
+  /// The real path, in the trees, of a path of the instrument.
   std::string RealPath(std::string_view path) const;
 
   /// Creates a file, and the directories above it.
-  /// @throw std::runtime_error
+  /// @throw std::runtime_error or std::filesystem::filesystem_error
   void AddFile(std::string_view path, std::string_view contents) const;
 
-  /// Gives a file that is there other contents. At no time is it empty for others to see.
+  /// Replaces the contents of an existing file. Other processes never find it empty.
   /// @throw std::system_error
   void SetFile(std::string_view path, std::string_view contents) const;
 
-  /// Takes a file away.
+  /// Deletes a file.
   void RemoveFile(std::string_view path) const;
 
   /// Adds a device of subsystem i2c that udev finds.
