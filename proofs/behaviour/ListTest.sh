@@ -1,7 +1,7 @@
 #!/bin/sh
 # ListTest.sh PROGRAMS
-# Sees that proofs/behaviour/BEHAVIOUR.md is what the list of behaviours makes, so that each has its tests;
-# and that a list which names none, or one that is not there, is refused.
+# Checks that proofs/behaviour/BEHAVIOUR.md is what the list of behaviours makes, so that each has its
+# tests; and that a list is refused if a behaviour has no test or names one that does not exist.
 set -eu
 folder=$(cd "$(dirname "$0")" && pwd) programs=$1
 directory=$(mktemp -d)

@@ -1,12 +1,11 @@
 #!/bin/sh
 # generate.sh LIST PROGRAMS
-# Prints the readable form of LIST, whose tests stand in the programs named in PROGRAMS, a path on
-# each line. Fails when a behaviour has no test, or names one that does not exist.
+# Prints the page of LIST. Its tests are in the programs named in PROGRAMS, a path on each line. Fails when a behaviour has no test, or names one that does not exist.
 set -eu
 list=$1 programs=$2
 
 # "kind Suite.Test/Row" for every test, without the prefix of an instantiation and the number of a
-# type. What runs the whole program says so.
+# type. The kind is "program" for a test that runs the whole program, else "class".
 while read -r program; do
   kind=class
   case ${program##*/} in e2e_*) kind=program ;; esac

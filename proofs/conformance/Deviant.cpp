@@ -1,4 +1,4 @@
-// A program that departs from tarnwick in the way that DEVIATION names, and in nothing else.
+// A program that differs from tarnwick in what DEVIATION names, and in nothing else.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -42,7 +42,7 @@ int main(int /*argc*/, char** argv) {
     const int exitCode = RunTarnwick(argv, ends[1]);
     ::close(ends[1]);
     char byte = 0;
-    while (::read(ends[0], &byte, 1) == 1) {  // late, but all of it
+    while (::read(ends[0], &byte, 1) == 1) {  // after everything else
       static_cast<void>(std::putchar(byte));
     }
     return exitCode;

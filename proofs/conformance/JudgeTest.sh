@@ -1,6 +1,6 @@
 #!/bin/sh
 # JudgeTest.sh TABLE DEVIANT
-# Sees that the judgement of TABLE, a test program, on DEVIANT says what departs, and only that.
+# Checks that judge.sh, with the test program TABLE, reports how DEVIANT differs, and nothing else.
 set -eu
 folder=$(dirname "$0") table=$1 deviant=$2
 directory=$(mktemp -d)
@@ -10,7 +10,7 @@ echo "$table" >"$directory/list"
 export GTEST_FILTER='*Ends/NoWordsShowHelp:*Ends/LongCommandIsEchoedAsTyped'
 failed=0
 
-# expect EXIT-CODE DEVIATION: the report is what stands on standard input.
+# expect EXIT-CODE DEVIATION: checks that the report is the text on standard input.
 expect() {
   cat >"$directory/expected"
   code=0
@@ -69,7 +69,7 @@ FAILS Words/CommandLineTest.Ends/LongCommandIsEchoedAsTyped
 0 of 2 rows hold
 END
 
-# The golden logs are not rewritten by a machine, nor from a program that is judged.
+# Golden logs are rewritten neither in CI nor from another build of the program.
 refuse() {
   code=0
   env "$1" "$table" --write-golden >"$directory/message" 2>&1 || code=$?
@@ -83,7 +83,7 @@ refuse() {
 refuse CI=true
 refuse TARNWICK_BINARY="$deviant"
 
-# What is right in every part, but comes too late.
+# Every part is right, but comes too late.
 GTEST_FILTER='WendProgramTest.EmptySpiNameFails'
 echo "$(dirname "$table")/e2e_WendProgramTest" >"$directory/list"
 expect 1 order <<'END'
@@ -107,7 +107,7 @@ FAILS WendProgramTest.EmptySpiNameFails
 0 of 1 rows hold
 END
 
-# A program that holds no table, or breaks off, is no table in which every row holds.
+# A program without a table, or one that ends before its last row, is not a table in which all rows hold.
 echo /bin/true >"$directory/list"
 expect 1 none <<'END'
 true did not finish

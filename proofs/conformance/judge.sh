@@ -1,8 +1,8 @@
 #!/bin/sh
 # judge.sh LIST BINARY
-# Judges BINARY by the tables in LIST, a file with the path of a test program on each line. A row
-# that fails is named, with what differs below it. Ends with the number of rows that hold, and
-# with 1 unless all do.
+# Compares BINARY with the tables in LIST, a file with the path of a test program on each line. Prints
+# the name of each row that fails, then what differs, at the end the number of rows that hold. The exit
+# code is 1 unless all hold.
 set -eu
 list=$1 binary=$(realpath "$2")
 
@@ -10,9 +10,9 @@ directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
 trap 'exit 130' INT TERM
 
-# What a build with the leak sanitizer leaves open on purpose is not judged here.
+# Leaks are not checked here: the program leaves files open on purpose.
 export LSAN_OPTIONS="${LSAN_OPTIONS:-detect_leaks=0}"
-# One program a processor; a program's failing rows come in a piece, its count last.
+# One program for each processor. The report of each goes to a file of its own, its count last.
 export TARNWICK_BINARY="$binary" directory
 # shellcheck disable=SC2016 # for the inner shell
 xargs -d '\n' -P "$(nproc)" -I '{}' sh -c '

@@ -39,7 +39,7 @@ std::string Updates(const Scenario& scenario, const std::vector<std::string>& im
   return command;
 }
 
-/// The text after the last mark.
+/// @return the text after the last mark
 std::string LastPart(const std::string& text) {
   const std::string mark = std::string(kMark) + "\n";
   const std::size_t at = text.rfind(mark);

@@ -87,7 +87,7 @@ std::string AfterFirstWord(std::string_view text) {
   return std::string(space == std::string_view::npos ? "" : text.substr(space + 1));
 }
 
-/// Cuts " = " and what follows off.
+/// Removes " = " and what follows.
 /// @return what follows, "" without " = "
 std::string CutResult(std::string& text) {
   const std::size_t at = text.rfind(" = ");
@@ -118,7 +118,7 @@ std::string Label(const std::string& kind, const std::string& text) {
   return kind == "spi" ? FirstWord(AfterFirstWord(text)) : kind + " " + text;
 }
 
-/// Adds to the labels of SPI messages: the sector or page, and the command that a write enable is for.
+/// Adds to the labels of SPI messages the sector or page, and to a write enable the command after it.
 class Placer {
  public:
   explicit Placer(std::vector<Event>& events) : events_(events) {

@@ -14,11 +14,11 @@ struct Event {
   std::string step;               ///< "erase"
   std::string label;              ///< for a reader, without numbers of devices
   std::size_t ordinal = 0;        ///< among the events of its kind, counted from 1
-  std::size_t statusRead = 0;     ///< among the status reads, counted from 1; 0: none
-  std::size_t program = 0;        ///< among the page programs, likewise
-  std::size_t erase = 0;          ///< among the sector erases, likewise
-  std::size_t operation = 0;      ///< among programs and erases together, likewise
-  std::size_t registerWrite = 0;  ///< among the register writes, likewise
+  std::size_t statusRead = 0;     ///< among the status reads, counted from 1; 0: not one
+  std::size_t program = 0;        ///< among the page programs, as above
+  std::size_t erase = 0;          ///< among the sector erases, as above
+  std::size_t operation = 0;      ///< among programs and erases together, as above
+  std::size_t registerWrite = 0;  ///< among the register writes, as above
 };
 
 /// Reads the events out of a log. Of the page loop it keeps the first, the second, the middle and

@@ -20,8 +20,8 @@ constexpr std::size_t kOldBytes = 200'000;
 constexpr std::uint32_t kNewSeed = 2;
 constexpr std::uint32_t kOldSeed = 1;
 
-// Each look at the program's clock moves it on by this much, so that the program soon gives up a chip
-// that stays busy.
+// Each reading of the clock advances it by this much, so that the program soon gives up a chip that
+// stays busy.
 constexpr const char* kClockStepMilliseconds = "500";
 
 // No run that ends has so many events.
@@ -40,7 +40,7 @@ Bytes Image(const Scenario& scenario, int year, std::size_t bytes, std::uint32_t
       {.bytes = bytes, .userAccess = orvane::PackStamp({year, 5, 6, 7, 8, 9}), .seed = seed});
 }
 
-/// The stamp or build date, which an update compares, is in these bytes.
+/// The first bytes of an image. They contain the stamp or build date that an update compares.
 constexpr std::ptrdiff_t kHeadBytes = 256;
 
 Flash Classify(const Scenario& scenario, const Bytes& flash) {

@@ -67,8 +67,8 @@ bool Changes(const std::string& line) {
                                       Contains(line, " SSE ") || Contains(line, " CE"));
 }
 
-/// Whether the fault hits one of the accesses that give the lines back: the expander's registers,
-/// or all transfers from some point on.
+/// Whether the fault hits an access that releases the lines: to a register of the expander, or all
+/// transfers from some point on.
 bool HitsRelease(const MappedFault& fault) {
   return Contains(fault.event, " the directions") ||
          (fault.lasts && !fault.rules.empty() && fault.rules.front().starts_with("i2c#"));

@@ -1,5 +1,5 @@
 # awk -f render.awk MAP.tsv MAP.md.in
-# Writes the page of a map: its template, with these places filled in from its data.
+# Writes the page of a map: its template, in which these places are replaced by its data.
 #   {{runs}}        how many runs there are
 #   {{tables ###}}  on a line of its own: a table for each target, below headings of this level
 # Both take a selection: "{{runs where exit = 0|11, flash != image or exit = 7}}". "=" asks for one
@@ -46,7 +46,7 @@ function runs(selection,    row, sum) {
   return sum + 0
 }
 
-# The cells from one column to another as a part of a Markdown row.
+# The cells of a range of columns, as a part of a Markdown row.
 function cells(row, from, to,    text) {
   for (; from <= to; ++from)
     text = text " " cell[row, from] " |"
