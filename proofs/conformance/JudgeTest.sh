@@ -107,7 +107,7 @@ FAILS WendProgramTest.EmptySpiNameFails
 0 of 1 rows hold
 END
 
-# A program without a table, or one that ends before its last row, is not a table in which all rows hold.
+# A program without a table, or one that ends before its last row, does not hold.
 echo /bin/true >"$directory/list"
 expect 1 none <<'END'
 true did not finish
