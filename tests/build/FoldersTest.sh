@@ -1,6 +1,6 @@
 #!/bin/sh
 # FoldersTest.sh SOURCE
-# Checks that the list of the source folders is complete, and that one which is not is refused.
+# Checks that the list of the source folders is complete, and that an incomplete list is refused.
 # shellcheck disable=SC2016 # the backquotes are Markdown's
 set -eu
 folder=$(cd "$(dirname "$0")" && pwd) source=$1
@@ -10,7 +10,7 @@ directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
 cd "$directory"
 
-# A tree that is right.
+# A correct tree.
 tree() {
   rm -rf tree
   mkdir -p tree/app/deep tree/cmake tree/tests tree/build/dev tree/docs
@@ -20,7 +20,7 @@ tree() {
   echo "HeaderFilterRegex: '(app|tests)/'" >tree/.clang-tidy
 }
 failed=0
-# expect EXIT-CODE: the report on the tree is what stands on standard input.
+# expect EXIT-CODE: checks that the report on the tree is the text on standard input.
 expect() {
   cat >expected
   code=0

@@ -1,7 +1,7 @@
 #!/bin/sh
 # ScriptsTest.sh SOURCE
-# Checks that every script shows its help, also where it is started from another folder, and refuses a
-# word that it does not know, before it does anything.
+# Checks that every script shows its help, also when it is started in another folder, and that it
+# refuses an unknown word before it does anything.
 set -eu
 source=$1
 directory=$(mktemp -d)

@@ -1,8 +1,8 @@
 #!/bin/sh
 # check.sh SOURCE BUILD COMPILER COMPILER-ID LIBRARY...
 # Builds the program as it is installed on an instrument, and checks that it is hardened: by the ELF
-# file where that shows it, by the compile commands for the rest. Links it with each platform
-# LIBRARY then, and checks that nothing of the build tree stays in it.
+# file if that shows it, else by the compile commands. Then links it with each platform LIBRARY, and
+# checks that it contains no path of the build tree.
 set -eu
 source=$1 build=$2 compiler=$3 id=$4
 shift 4
@@ -19,14 +19,14 @@ rm -rf "$build"
 build_program
 
 failures=0
-# carries WHAT PATTERN TEXT: some line of TEXT matches the extended regular expression PATTERN.
+# carries WHAT PATTERN TEXT: checks that a line of TEXT matches the extended regular expression PATTERN.
 carries() {
   if ! printf '%s\n' "$3" | grep -Eq -e "$2"; then
     echo "not hardened: $1 is missing"
     failures=$((failures + 1))
   fi
 }
-# check_loading WHAT: nothing but the system says where the libraries of the program are loaded from.
+# check_loading WHAT: checks that only the system decides from where the program's libraries are loaded.
 check_loading() {
   wanted=$(readelf -Wd "$program" | grep -E '\((RPATH|RUNPATH|NEEDED)\)')
   if printf '%s\n' "$wanted" | grep -E 'PATH\)|\[.*/'; then
@@ -50,7 +50,7 @@ if [ "$id" = GNU ]; then # another compiler may find nothing here that it could 
 fi
 check_loading "over platform/linux"
 
-# What it is made of is what the list of the program's folders says: nothing else is gated.
+# The program is made of the folders that the list names: the gates check no others.
 folders=$(awk '$1 == "program" { print $2 }' "$source/cmake/source-folders" | sort)
 used=$(cd "$build" && ninja -t deps | sed -n 's/^    //p' | sort -u | xargs -d '\n' realpath |
   awk -v root="$(realpath "$source")/" -v build="$(pwd -P)/" '

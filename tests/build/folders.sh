@@ -11,7 +11,7 @@ complain() {
   failed=1
 }
 
-# Not what was built here, of which each folder has a cache below it.
+# Not build folders: each has a CMake cache below it.
 present=$(for folder in */; do
   folder=${folder%/}
   if [ -n "$(find "$folder" \( -name '*.cpp' -o -name '*.h' \) -print -quit)" ] &&

@@ -100,7 +100,7 @@ void BusService::Serve(std::promise<std::string>& ready) {
   } catch (const std::runtime_error& error) {
     ready.set_value(error.what());
   }
-  while (g_main_context_iteration(context_, FALSE) != FALSE) {  // what closing left to release
+  while (g_main_context_iteration(context_, FALSE) != FALSE) {  // what is left after closing
   }
   g_main_context_pop_thread_default(context_);
 }

@@ -57,7 +57,7 @@ class Actions {
     }
     Write(STDOUT_FILENO, start.out);
     Write(STDERR_FILENO, start.err);
-    // Whoever started the tests may have left descriptors open.
+    // The process that started the tests may have left descriptors open.
     ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
     for (const int descriptor : start.closed) {
       ::posix_spawn_file_actions_addclose(&actions_, descriptor);

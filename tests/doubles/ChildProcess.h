@@ -23,12 +23,12 @@ class ChildProcess {
     std::vector<std::pair<int, std::string>> readers;  // descriptors that read these files
   };
 
-  /// What the end of a process is called.
+  /// How a process ended.
   struct End {
     bool isSignal = false;
     int number = -1;  // its exit status, or the signal
 
-    /// As a shell shows it: 128 and the signal.
+    /// As a shell shows it: 128 + the signal.
     [[nodiscard]] int ExitCode() const { return isSignal ? 128 + number : number; }
   };
 

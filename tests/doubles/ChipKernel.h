@@ -10,8 +10,8 @@
 #include "tests/doubles/Kernel.h"
 #include "tests/doubles/KernelCall.h"
 
-/// A kernel whose only device is a spidev node with a serial NOR flash behind it: each message is
-/// one chip select, sleeping lets the chip's time pass. As the kernel does, it refuses messages
+/// A kernel whose only device is the spidev node of a serial NOR flash: each message is one chip
+/// select, and a sleep advances the chip's time. As the kernel does, it refuses messages
 /// whose sent or received bytes exceed the buffer size. Any other call fails the test.
 class ChipKernel : public Kernel {
  public:

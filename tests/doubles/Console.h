@@ -8,14 +8,14 @@
 
 #include "tests/doubles/EventLog.h"
 
-/// Takes the console over while it lives, then gives it back together with the format state of
-/// std::cout and std::cerr, which code under test may leave changed. Text counts when it is
-/// flushed, and not before.
+/// Captures the console while it lives, then restores it and the format state of std::cout and
+/// std::cerr, which code under test may have changed. Text is captured when it is flushed, and not
+/// before.
 class Console {
  public:
   enum class Takes {
     kStreams,          ///< std::cout and std::cerr
-    kStreamsAndStdio,  ///< stdout and stderr of <cstdio> too, and with them what GoogleTest prints
+    kStreamsAndStdio,  ///< also stdout and stderr of <cstdio>, including what GoogleTest prints
   };
 
   /// @param log  borrowed; takes the text as events "out| ..." and "err| ..."; null for none

@@ -12,8 +12,8 @@ class EventLog {
 
   void Add(const std::string& event);
 
-  /// Adds console text, as "out| text". Text that goes on in a line which the same stream left
-  /// unfinished in the last event joins that event.
+  /// Adds console text, as "out| text". Text is added to the last event if that is an unfinished
+  /// line of the same stream.
   void AddText(const std::string& stream, std::string_view text);
 
   /// @return how many events are exactly this one

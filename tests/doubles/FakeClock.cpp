@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Any time but zero, which a broken clock would show as well.
+/// Not zero, which a clock that does not work would show as well.
 constexpr std::chrono::nanoseconds kStart = std::chrono::hours(1000);
 
 bool stopped = false;
@@ -34,8 +34,8 @@ void FakeClock::Advance(std::chrono::nanoseconds by) {
 
 std::chrono::nanoseconds FakeClock::Passed() { return passed; }
 
-/// Takes the place of the C library's function, also for the C++ library, which --wrap does not
-/// reach.
+/// Replaces the function of the C library, also for the C++ library, whose calls --wrap does not
+/// replace.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the C library's are reserved
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
   if (!stopped || clock != CLOCK_MONOTONIC) {

@@ -3,7 +3,7 @@
 #include <chrono>
 
 /// Stops std::chrono::steady_clock, and what else reads CLOCK_MONOTONIC with clock_gettime(), for
-/// as long as the object lives; time passes only by Advance(). The wall clock goes on. One at a
+/// as long as the object lives; only Advance() advances it. The wall clock goes on. One object at a
 /// time.
 class FakeClock {
  public:

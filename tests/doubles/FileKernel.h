@@ -12,16 +12,16 @@
 
 /// A kernel that keeps its files in memory. Its descriptors count from 100; a call on any other
 /// one, but for negative ones, reaches the operating system. A call on a descriptor of its own that
-/// is not open ends the process. It has no ioctl(). Sleeping takes no time but on the FakeClock.
+/// is not open ends the process. It has no ioctl(). A sleep takes time on the FakeClock only.
 class FileKernel : public Kernel {
  public:
-  /// What becomes of a call.
+  /// How a call ends.
   struct Fate {
     int error = 0;  ///< the errno that it fails with; 0 for none
     std::size_t most = std::numeric_limits<std::size_t>::max();  ///< the bytes it moves at most
   };
 
-  /// Called ahead of open, close, read, write, lseek and nanosleep, by these names.
+  /// Called before open, close, read, write, lseek and nanosleep, by these names.
   /// @param path  empty for nanosleep, which leaves half of its time when it fails
   using Decide = std::function<Fate(const char* call, const std::string& path)>;
 
@@ -31,7 +31,7 @@ class FileKernel : public Kernel {
   std::map<std::string, std::string> files;  ///< contents, by path
   Decide decide;                             ///< null lets every call go through
 
-  /// @return whether any call on a file but a close has failed or moved less by its fate
+  /// @return whether any call on a file, except a close, has failed or moved less because of its Fate
   [[nodiscard]] bool Disturbed() const { return disturbed_; }
 
   /// @return the paths that are open, one for each descriptor, in the order of their opening
@@ -52,7 +52,7 @@ class FileKernel : public Kernel {
   int Nanosleep(const timespec* duration, timespec* left) override;
 
  protected:
-  /// @return the path behind an open descriptor
+  /// @return the path of an open descriptor
   const std::string& PathOf(int fd) { return At(fd).path; }
 
  private:
@@ -62,7 +62,7 @@ class FileKernel : public Kernel {
   };
 
   Position& At(int fd);
-  /// @return what becomes of a call, noted when that is a disturbance
+  /// @return how a call ends; notes whether that is a disturbance
   Fate NextFate(const char* call, const std::string& path, std::size_t length = 0);
   /// @param call  returns the KernelCall to log; not called without a log
   template <typename Call>

@@ -6,9 +6,9 @@
 #include <cstddef>
 
 /// The system calls that our objects make through the link seams (KernelSeam.cpp). While an object
-/// of this class lives, all those of its thread end here, those of the test itself included;
-/// otherwise they reach the operating system. One at a time. Calls from within the C and C++
-/// libraries are not seen.
+/// of this class lives, it handles all those of its thread, also those of the test itself;
+/// otherwise they reach the operating system. One object at a time. Calls inside the C and C++
+/// libraries are not replaced.
 class Kernel {
  public:
   Kernel();
@@ -19,7 +19,7 @@ class Kernel {
   /// @return the one that lives, or null
   static Kernel* Current();
 
-  /// @return whether calls on this descriptor end here; others reach the operating system
+  /// @return whether this object handles calls on the descriptor; others reach the operating system
   [[nodiscard]] virtual bool Owns(int /*fd*/) const { return true; }
 
   // Results and errno as the system calls of the same names give them.

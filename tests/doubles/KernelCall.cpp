@@ -11,7 +11,7 @@ std::string Quantity(const char* name, unsigned long value) {
   return std::string(" ") + name + " " + std::to_string(value);
 }
 
-/// Fields that are zero as a rule.
+/// Fields that are normally zero.
 std::string Unusual(const char* name, unsigned value) {
   return value == 0 ? "" : Quantity(name, value);
 }

@@ -33,7 +33,7 @@ struct KernelCall {
   /// @param bytes  as many as the call asks for, or none: the buffers then stay as they are
   [[nodiscard]] KernelCall Receives(Bytes bytes) const;
   [[nodiscard]] KernelCall Takes(std::chrono::nanoseconds newTime) const;
-  /// Does something while the call is under way.
+  /// Does something during the call.
   [[nodiscard]] KernelCall Then(std::function<void()> newAction) const;
 };
 
@@ -85,7 +85,7 @@ KernelCall UnknownIoctl(int fd, unsigned long request);
 /// @return a buffer of an SPI transfer, which the kernel's struct carries as a number
 std::uint8_t* Pointer(std::uint64_t address);
 
-// The same from what the code under test hands over; every field of every struct is in the text.
+// The same from the arguments of the code under test; every field of every struct is in the text.
 Segment Describe(const spi_ioc_transfer& transfer);
 Segment Describe(const i2c_msg& message);
 

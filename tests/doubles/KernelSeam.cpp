@@ -1,4 +1,4 @@
-// The functions that the linker's --wrap puts in the place of the system calls.
+// The functions with which the linker's --wrap replaces the system calls.
 #include <fcntl.h>
 #include <sys/types.h>
 #include <time.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// @return the kernel that a call on this descriptor ends at; null for the operating system
+/// @return the kernel that handles calls on this descriptor; null for the operating system
 Kernel* OwnerOf(int fd) {
   Kernel* const kernel = Kernel::Current();
   return kernel != nullptr && kernel->Owns(fd) ? kernel : nullptr;

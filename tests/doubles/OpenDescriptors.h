@@ -3,5 +3,5 @@
 #include <string>
 #include <vector>
 
-/// @return what each open descriptor of this process stands for, sorted, as /proc/self/fd shows it
+/// @return the target of each open descriptor of this process, sorted, as /proc/self/fd shows it
 std::vector<std::string> OpenDescriptors();

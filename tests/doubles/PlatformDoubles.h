@@ -8,9 +8,9 @@
 
 class SerialDeviceInterface;
 
-/// How the instrument's platform library behaves: its source file stands in for that library, with
-/// the members of the four platform classes. Every call is one event, construction and destruction
-/// included. One at a time, which outlives what it stands in for.
+/// How the instrument's platform library behaves. The source file of this class replaces that library:
+/// it defines the members of the four platform classes. Every call is one event, also construction and
+/// destruction. One object at a time, which must outlive the objects of the platform classes.
 class PlatformDoubles {
  public:
   /// @param log  borrowed
@@ -34,10 +34,10 @@ class PlatformDoubles {
   bool expanderAnswers = true;
   std::function<unsigned short(unsigned short bits)> port;  ///< of getPort; 0 without
 
-  /// The event that throws std::runtime_error, its text being the event.
+  /// The event that throws std::runtime_error; its text is the event.
   std::string throwAt;
 
-  /// Logs the event, and throws where that is asked for.
+  /// Logs the event, and throws if it is the one above.
   void Happened(const std::string& event);
 
   static PlatformDoubles* current;

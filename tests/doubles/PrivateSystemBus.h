@@ -7,13 +7,12 @@
 #include "tests/doubles/EnvironmentVariable.h"
 #include "tests/doubles/TemporaryDirectory.h"
 
-/// A real dbus-daemon of the test's own, which is the system bus of this process as long as the
-/// object lives.
+/// A dbus-daemon of the test. It is the system bus of this process as long as the object lives.
 class PrivateSystemBus {
  public:
   [[nodiscard]] const std::string& Address() const { return address_; }
 
-  /// Ends the daemon and waits until it is gone. The address stays and leads nowhere.
+  /// Ends the daemon and waits until it is gone. The address stays, but nothing listens there.
   void Stop() { daemon_.reset(); }
 
  private:

@@ -18,7 +18,7 @@ namespace {
 
 std::vector<RedirectedFile*> redirected;
 
-/// Around the link seams, which are for the calls of the code under test.
+/// Not through the link seams, which are for the calls of the code under test.
 int OpenAround(const char* path, int flags) {
   return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags));
 }
@@ -80,7 +80,7 @@ std::FILE* RedirectedFile::OpenOnce(const char* mode) {
   return open_(mode);
 }
 
-/// An opening of its own, with a descriptor behind it, as the C++ library uses that.
+/// Opens the file anew, with a real descriptor, because the C++ library uses the descriptor.
 std::FILE* RedirectedFile::OpenMemory(const char* mode) const {
   const std::string path = "/proc/self/fd/" + std::to_string(memory_);
   return ::fdopen(OpenAround(path.c_str(), mode[0] == 'w' ? O_RDWR | O_TRUNC : O_RDWR), mode);

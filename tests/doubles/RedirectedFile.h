@@ -5,14 +5,14 @@
 #include <string>
 
 /// Decides, for as long as it lives, what this process finds when it opens one path as a C or C++
-/// stream: std::fstream opens through fopen() inside the C++ library, which --wrap does not reach.
+/// stream: std::fstream calls fopen() inside the C++ library, where --wrap does not replace it.
 /// Other paths, and open(), are not affected.
 class RedirectedFile {
  public:
   /// @return the stream for one opening; null, with errno set, when it fails
   using Open = std::function<std::FILE*(const char* mode)>;
 
-  /// The path holds `contents`, and takes what is written.
+  /// The path holds `contents`, and can be written.
   explicit RedirectedFile(std::string path, const std::string& contents = "");
   /// Each opening of the path is decided by a call.
   RedirectedFile(std::string path, Open open);
@@ -23,7 +23,7 @@ class RedirectedFile {
   /// From now on there is no such file.
   void Remove();
 
-  /// @return how often the path has been opened, in vain or not
+  /// @return how often the path has been opened, with success or without
   [[nodiscard]] int Openings() const { return openings_; }
 
   /// @return what the path holds now, unless openings are decided by a call
@@ -43,5 +43,5 @@ class RedirectedFile {
   int openings_ = 0;
 };
 
-/// @return a stream that writes to nowhere: its bytes are refused when they are flushed
+/// @return a stream that cannot be written: its bytes are refused when they are flushed
 std::FILE* OpenFullDevice();

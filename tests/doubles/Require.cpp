@@ -7,7 +7,7 @@
 
 void Require(bool condition, const char* rule) {
   if (!condition) {
-    // Not stderr, which may be captured.
+    // Not to stderr, which may be captured.
     static_cast<void>(::dprintf(STDERR_FILENO, "Does not hold: %s\n", rule));
     std::abort();
   }

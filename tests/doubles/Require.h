@@ -1,5 +1,5 @@
 #pragma once
 
-/// Ends the process, as a finding of the fuzzer, unless `condition` holds.
+/// Ends the process unless `condition` holds; the fuzzer reports that as a finding.
 /// @param rule  what does not hold then
 void Require(bool condition, const char* rule);

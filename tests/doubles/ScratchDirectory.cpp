@@ -10,12 +10,12 @@ ScratchDirectory::ScratchDirectory() : former_(std::filesystem::current_path()) 
 }
 
 ScratchDirectory::~ScratchDirectory() {
-  std::error_code ignored;  // nothing to do about it at the end of a test
+  std::error_code ignored;  // a failure has no effect on the test
   std::filesystem::current_path(former_, ignored);
 }
 
 void WriteFile(const std::string& path, std::string_view contents) {
-  std::filesystem::remove(path);  // cutting a file short waits for the disk
+  std::filesystem::remove(path);  // faster than truncating, which waits for the disk
   std::ofstream file(path, std::ios::binary);
   file << contents << std::flush;
   if (!file) {

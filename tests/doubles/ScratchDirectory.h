@@ -6,7 +6,7 @@
 
 #include "tests/doubles/TemporaryDirectory.h"
 
-/// A fresh working directory; the former one returns, and the directory goes, at the end.
+/// A new working directory. At the end the former one is restored, and the directory is removed.
 class ScratchDirectory {
  public:
   ScratchDirectory();
@@ -19,8 +19,8 @@ class ScratchDirectory {
   std::filesystem::path former_;
 };
 
-/// The file is a new one, whatever was there.
+/// Creates a new file in place of one that exists.
 void WriteFile(const std::string& path, std::string_view contents);
 
-/// @return the whole file; "(cannot be opened)" when that is so
+/// @return the whole file; "(cannot be opened)" if that fails
 std::string ReadFile(const std::string& path);

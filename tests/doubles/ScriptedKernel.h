@@ -12,7 +12,7 @@
 
 /// A kernel that follows a script of calls. The first call that is not the next one of the script
 /// fails the test and shows both; from then on every call fails with EIO and nothing more is
-/// reported, as it would only be the consequence.
+/// reported, because it would only be a consequence.
 class ScriptedKernel : public Kernel {
  public:
   ScriptedKernel() = default;
@@ -44,7 +44,7 @@ class ScriptedKernel : public Kernel {
     std::size_t length;
   };
 
-  /// Answers the call: lets its time pass, fills the buffers, sets errno.
+  /// Answers the call: advances the FakeClock, fills the buffers, sets errno.
   /// @return the scripted call, or one that fails with EIO
   KernelCall Answer(const KernelCall& made, const std::vector<Buffer>& receive = {});
 

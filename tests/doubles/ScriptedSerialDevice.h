@@ -9,8 +9,8 @@
 #include "devices/SerialDeviceInterface.h"
 
 /// A serial device that follows a script of calls. A call that is not the next one of the script
-/// fails the test, shows both, moves no data and returns failure; the script then still waits for
-/// the call it was at. What the script still holds at the end fails the test as well.
+/// fails the test, shows both, moves no data and returns failure; the script then still expects the
+/// same call. Calls that are left in the script at the end fail the test, too.
 ///   bus.Expect({Opens(0x20, 3), Ask({0x02}, {0x34, 0x12}), Send({0x02, 0x00, 0x00}), Closes()});
 class ScriptedSerialDevice : public SerialDeviceInterface {
  public:

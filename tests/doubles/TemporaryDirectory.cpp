@@ -14,7 +14,7 @@ TemporaryDirectory::TemporaryDirectory(const std::string& parent)
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
-  std::error_code ignored;  // nothing better to do with a directory that will not go
+  std::error_code ignored;  // a directory that cannot be removed has no effect on the test
   std::filesystem::remove_all(path_, ignored);
 }
 

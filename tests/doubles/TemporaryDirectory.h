@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-/// A fresh directory, removed with its contents in the end.
+/// A new directory, removed with its contents at the end.
 class TemporaryDirectory {
  public:
   /// @throw std::system_error

@@ -5,8 +5,8 @@
 #include <type_traits>
 
 /// @param member  pointer to a virtual member function
-/// @return its place in the table of virtual functions (a virtual destructor takes two), as the
-///         Itanium C++ ABI, section 2.3, represents such a pointer
+/// @return its index in the table of virtual functions (a virtual destructor has two), read from the
+///         pointer as the Itanium C++ ABI, section 2.3, defines it
 template <typename Member>
 std::size_t VirtualSlot(Member member) {
   static_assert(std::is_member_function_pointer_v<Member>);

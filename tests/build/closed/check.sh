@@ -1,7 +1,7 @@
 #!/bin/sh
 # check.sh SOURCE BUILD COMPILER LIBRARY...
 # Builds the program against each platform library, given by its path, without the simulator and the
-# tests, and checks that it is this library that answers.
+# tests, and checks that the program uses this library.
 set -eu
 source=$1 build=$2 compiler=$3
 shift 3

@@ -1,7 +1,7 @@
 #!/bin/sh
 # combinations.sh SOURCE BUILD COMPILER LIBRARY
 # Configures the project with a platform library, given by its path, in all four combinations of the
-# simulator and the tests, and builds what a combination adds to the link line where that is little.
+# simulator and the tests, and builds one program of the last.
 set -eu
 source=$1 build=$2 compiler=$3 library=$4
 
@@ -21,7 +21,7 @@ for simulator in OFF ON; do
   done
 done
 
-# The one program of the tests that asks the system bus itself, whatever tarnwick is linked with.
+# The one test program that uses the system bus itself, whatever tarnwick is linked with.
 if ! cmake --build "$folder" --target device-probe >"$build/log"; then
   cat "$build/log"
   failures=$((failures + 1))
