@@ -1,6 +1,7 @@
 #!/bin/sh
 # generate.sh LIST PROGRAMS
-# Prints the page of LIST. PROGRAMS is a file with the paths of the test programs, one on each line. Fails when a behaviour has no test, or names one that does not exist.
+# Prints the page of LIST. PROGRAMS is a file with the paths of the test programs, one on each line.
+# Fails when a behaviour has no test, or names one that does not exist.
 set -eu
 list=$1 programs=$2
 
