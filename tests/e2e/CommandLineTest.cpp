@@ -1,5 +1,5 @@
-// What the program makes of its words and its environment, on an instrument with a wend in slot 1
-// whose flash is up to date.
+// How the program handles its words and its environment, on an instrument with a wend in slot 1 whose
+// flash is up to date.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -19,7 +19,7 @@ using namespace program_test::run_log;
 const Lines kInvalid = Console("Could not run program with command line parameters provided.");
 const Lines kNoI2c = Join({ErrorLine("ERROR: No I2C device found"), Console(kConnectFailed)});
 
-/// Line by line, each written by itself.
+/// One log line for each line: each is written by itself.
 Lines Help() {
   std::ifstream file(TARNWICK_GOLDEN_DIR "/help.txt", std::ios::binary);
   Lines log;
@@ -29,7 +29,7 @@ Lines Help() {
   return log;
 }
 
-/// A search for the channel of a nameless bus: every adapter's path contains the empty name.
+/// The search for the channel of a bus with an empty name: the path of every adapter contains that.
 Lines EveryAdapterAsked() {
   return Join({AdapterName("i2c-0", "Orvane chassis"),
                AdapterName("i2c-1", "Orvane slot 1"),
@@ -71,7 +71,7 @@ Lines Echo(const std::string& command,
                {"dbus GetModuleLocations = " + locations}});
 }
 
-/// A number that is taken, for a slot that is empty.
+/// A valid number of a slot that is empty.
 Words EmptySlot(const char* name,
                 const std::string& word,
                 const std::string& number,

@@ -62,15 +62,15 @@ INSTANTIATE_TEST_SUITE_P(Images,
 
 class ExpanderImageTest : public BoardTest {
  protected:
-  /// The exception is not caught when a pyx2 finds no boot header, a pyx1 does not notice before the
-  /// flash is to be erased, and a dax opens the image once more for that purpose.
+  /// A pyx2 that finds no boot header ends with an exception, a pyx1 fails when it erases the flash,
+  /// and a dax when it opens the image before that.
   void ExpectCannotBeOpened(const std::string& golden) {
     PlugIn();
     ExpectUpdate(HasBootHeader() ? 134 : IsPyx() ? 3 : 2, golden);
     ExpectFlashUntouched();
   }
 
-  /// The program does not come to an end; the last it did is the last of the log.
+  /// The program does not end; the last line of the log is the last event before it hangs.
   void ExpectEndless(const std::string& golden) {
     PlugIn();
     ExpectGolden(UpdateLimited(), kOutOfTime, std::string(board_.word) + "-" + golden);
@@ -176,7 +176,7 @@ TEST_P(StampImageTest, StampMayStandAnywhereInTheImage) {
   ExpectFlashRewritten();
 }
 
-/// The module that reads its image to the end whenever it opens it: for the stamp, to erase and to
+/// The module that reads its image to the end each time it opens it: for the stamp, to erase and to
 /// program.
 class ReopenedImageTest : public ProgramTest {
  protected:
@@ -205,7 +205,7 @@ TEST_F(ReopenedImageTest, GzipThatIsSpoiltWhenItIsProgrammedKeepsTheProgramRunni
   PlugIn();
   const Outcome outcome = UpdateLimited();
 
-  // The third: one identifies the chip, one erases the sector, the next programs.
+  // The first is of the identification, the second of the erase, the third of a page program.
   const Lines start = Until(Log("micron-rewritten"), "spi /dev/spidev4.0 WREN", 3);
   constexpr std::ptrdiff_t kTimes = 300;  // at the least
   const auto lines = std::count(outcome.log.begin(), outcome.log.end(), '\n');
@@ -218,7 +218,7 @@ TEST_F(ReopenedImageTest, GzipThatIsSpoiltWhenItIsProgrammedKeepsTheProgramRunni
   ExpectFlashErased();
 }
 
-/// One of the modules, for what does not depend on which: it takes its time.
+/// Only one of the modules, because the test takes long and is the same for all.
 class LargestImageTest : public ProgramTest {
  protected:
   LargestImageTest() : ProgramTest(kPyx1) {}

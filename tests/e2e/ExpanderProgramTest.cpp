@@ -1,5 +1,5 @@
-// The whole job on the modules behind a GPIO expander: dax, pyx1 and pyx2. Where a test compares
-// the log, it compares all of it: console lines, I2C, SPI, sysfs and D-Bus in their true order.
+// Whole updates of the modules behind a GPIO expander: dax, pyx1 and pyx2. A test that compares the log
+// compares all of it: console lines, I2C, SPI, sysfs and D-Bus in their true order.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -212,7 +212,7 @@ class MuxTest : public ProgramTest {
  protected:
   MuxTest() : ProgramTest(kDax) {}
 
-  /// @param channel  the log of the one that would be the right one
+  /// @param channel  what the log shows of the adapter that would be the right one
   void ExpectNotTaken(const Lines& channel) {
     PlugIn();
     ExpectUpdate(1,
@@ -318,7 +318,7 @@ TEST_P(SelectorTest, LostSelectionIsNotNoticedButTheFlashIsOutOfReach) {
   ExpectUpdate(1, "selection-lost");
 }
 
-/// In slots that the other tests leave empty: the selector of slot B is theirs too.
+/// In slots that the other tests leave empty: they use the selector of slot B, too.
 class SlotBTest : public ProgramTest, public testing::WithParamInterface<std::tuple<Board, int>> {
  protected:
   SlotBTest() : ProgramTest({std::get<0>(GetParam()).word, std::get<1>(GetParam())}) {}

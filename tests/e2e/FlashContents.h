@@ -14,7 +14,7 @@ Bytes PaddedTo(std::size_t bytes, Bytes contents);  ///< with erased bytes
 int SectorsOf(std::size_t bytes);
 
 /// What the flash holds after an update: the image, erased bytes to the end of its last sector, and
-/// behind that what was there.
+/// then what was there before.
 Bytes Flashed(const Bytes& image, const Bytes& before);
 
 }  // namespace program_test

@@ -35,7 +35,7 @@ std::string Hex24(unsigned number) {
   return text;
 }
 
-/// The line with its address so much further, if it has one.
+/// The line with its address increased by so much, if it has one.
 std::string Moved(const std::string& line, unsigned distance) {
   std::smatch found;
   if (distance == 0 || !std::regex_search(line, found, Address())) {
@@ -45,7 +45,7 @@ std::string Moved(const std::string& line, unsigned distance) {
   return found.prefix().str() + Hex24(address + distance) + found.suffix().str();
 }
 
-/// How far the first address of a block is from that of the next block; 0 when it has none.
+/// The difference between the first address of the next block and that of a block; 0 without address.
 unsigned StepOf(const Lines& log, std::size_t first, std::size_t block) {
   for (std::size_t line = first; line < first + block; ++line) {
     std::smatch here;
@@ -82,7 +82,7 @@ Run RunOf(const Lines& log, std::size_t first, std::size_t block) {
   return run;
 }
 
-/// The run that covers most of what begins at a line; one line when none is worth it.
+/// The repetition from a line on that covers the most lines; one line if none makes the file shorter.
 Run LongestRun(const Lines& log, std::size_t first) {
   Run longest;
   for (std::size_t block = 1; block <= kLongestBlock; ++block) {

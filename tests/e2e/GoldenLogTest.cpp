@@ -16,7 +16,7 @@ using testing::ElementsAreArray;
 
 const Lines kPoll = {"open done", "read done \"0\"", "close done", "sleep 1 ms"};
 
-/// Pages behind each other, as a log shows them.
+/// Consecutive pages, as a log shows them.
 const Lines kPages = {"PP 0x000000 +256",
                       "RDSR = 00",
                       "PP 0x000100 +256",

@@ -39,7 +39,7 @@ Bytes InThreeMembers(const Bytes& plain) {
                 orvane::Gzip(SecondHalf(plain)));
 }
 
-/// A gzip header and one stored block: where it is cut says how much of the image is left.
+/// A gzip header and one stored block: the place of the cut decides how much of the image is left.
 Bytes Stored(const Bytes& plain) {
   const auto size = static_cast<unsigned>(plain.size());
   Bytes file = {0x1F, 0x8B, 0x08, 0, 0, 0, 0, 0, 0, 0xFF, 0x01};
@@ -52,7 +52,7 @@ Bytes Stored(const Bytes& plain) {
 
 Bytes StoredHalf(const Bytes& plain) { return Stored(FirstHalf(plain)); }
 
-/// One block says how long it is, its second half is missing.
+/// One block with its length, and without its second half.
 Bytes StoredCutInHalf(const Bytes& plain) {
   Bytes file = Stored(plain);
   file.resize(file.size() - SecondHalf(plain).size());

@@ -186,7 +186,7 @@ void ExpectGolden(const Outcome& outcome, int exitCode, const std::string& name)
 }
 
 void ExpectContents(const std::string& what, const Bytes& contents, const Bytes& expected) {
-  if (contents == expected) {  // compares memory; element by element takes long, not optimised
+  if (contents == expected) {  // by memory; element by element takes long in debug builds
     return;
   }
   const auto [is, wanted] =

@@ -5,9 +5,9 @@
 #include "tests/e2e/RunLog.h"
 #include "tests/e2e/VirtualInstrument.h"
 
-/// Judges what a run did. Whatever departs from what was expected is a test failure of its own,
-/// whose text begins with where ("stdout", "stderr", "exit code", "device traffic", ...) and goes
-/// on, from the next line, with how.
+/// Compares what a run did with what is expected. Each part that differs is a test failure, whose text
+/// begins with a line that names the part ("stdout", "stderr", "exit code", "device traffic", ...) and
+/// then shows the difference.
 namespace program_test {
 
 using run_log::Lines;
@@ -22,7 +22,7 @@ void ExpectErrEnds(const Outcome& outcome, const std::string& text);
 
 void ExpectTrafficContains(const Outcome& outcome, const std::string& text, bool wanted = true);
 
-/// Console, exit code and traffic apart, then the order in which they stand in the log.
+/// Compares console, exit code and traffic separately, then their order in the log.
 /// @param log  whole, its last line the exit
 void ExpectRun(const Outcome& outcome, int exitCode, const Lines& log);
 
@@ -31,8 +31,8 @@ void ExpectGolden(const Outcome& outcome, int exitCode, const std::string& name)
 
 void ExpectContents(const std::string& what, const Bytes& contents, const Bytes& expected);
 
-/// Where and how two texts differ: the number of the first line that does, the lines of both
-/// without those in front and behind that are equal. Empty when nothing differs.
+/// How two texts differ: the number of the first line that differs, and the lines of both, without the
+/// equal lines at the start and at the end. Empty if nothing differs.
 std::string Difference(const std::string& expected, const std::string& actual);
 
 }  // namespace program_test

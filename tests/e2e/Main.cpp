@@ -1,5 +1,5 @@
-// A test program as usual; with --rows, a table that is reported row by row; with --write-golden, one
-// that writes its golden logs.
+// The main function of a test program. With --rows it reports row by row; with --write-golden it writes
+// its golden logs.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,7 +11,7 @@
 
 namespace {
 
-/// A log that is written is looked at by a person, and is that of the program built with the tests.
+/// Golden logs are checked by a person, and come from the program that is built with the tests.
 const char* WhyGoldenLogsStay() {
   if (std::getenv("CI") != nullptr) {
     return "not with CI in the environment";
@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
   if (word == "--rows") {
     testing::TestEventListeners& listeners = testing::UnitTest::GetInstance()->listeners();
     delete listeners.Release(listeners.default_result_printer());
-    listeners.Append(new program_test::RowReport(std::cout));  // which GoogleTest then owns
+    listeners.Append(new program_test::RowReport(std::cout));  // GoogleTest owns it then
   } else if (word == "--write-golden") {
     if (const char* const reason = WhyGoldenLogsStay(); reason != nullptr) {
       std::cerr << argv[0] << ": --write-golden: " << reason << "\n";

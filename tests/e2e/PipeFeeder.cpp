@@ -26,7 +26,7 @@ PipeFeeder::PipeFeeder(fs::path path, std::vector<Bytes> contents) : path_(std::
 }
 
 PipeFeeder::~PipeFeeder() {
-  // Pipes that nobody has opened are opened here, so that the thread comes to its end.
+  // Pipes that nobody has opened are opened here, so that the thread ends.
   std::vector<int> readers;
   for (const fs::path& pipe : pipes_) {
     readers.push_back(::open(pipe.c_str(), O_RDONLY | O_NONBLOCK));

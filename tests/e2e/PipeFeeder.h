@@ -10,13 +10,13 @@
 
 namespace program_test {
 
-/// Puts a named pipe in a file's place and feeds whoever opens it. Each opening has a pipe of its
-/// own, so that no reader gets the bytes of two: before a reader finds the end of its pipe, the
-/// path stands for the next one.
+/// Replaces a file by a named pipe and writes to it each time it is opened. Each opening has a pipe of
+/// its own, so that no reader gets the bytes of two: the path leads to the next pipe before a reader
+/// reaches the end of its own.
 class PipeFeeder {
  public:
-  /// @param contents  of each opening, not more than a pipe holds, 64 KiB; behind the last the path
-  ///                  stands for no file
+  /// @param contents  of each opening, not more than a pipe holds, 64 KiB; after the last there is
+  ///                  no file
   PipeFeeder(std::filesystem::path path, std::vector<Bytes> contents);
 
   /// Feeds so many openings with the same bytes.

@@ -43,7 +43,7 @@ class ProgramTest : public testing::Test {
   /// A build of the year: a bitstream stamped 06/05 07:08:09, or a boot image dated so.
   Bytes Image(int year, std::size_t bytes) const;
 
-  /// @param file  what stands in image.bin
+  /// @param file  contents of image.bin
   void StoreImage(const Bytes& file);
   void StoreFlash(const Bytes& contents);
 
@@ -60,7 +60,7 @@ class ProgramTest : public testing::Test {
   void ExpectUpdate(int exitCode, const std::string& golden);
   void ExpectUpdate(int exitCode, const Lines& log) { ExpectRun(Update(), exitCode, log); }
 
-  /// A golden log with the erased sectors and the pages of an image of another size.
+  /// @return a golden log with the erased sectors and the pages of an image of another size
   Lines WithBytes(const Lines& log, std::size_t bytes) const;
 
   void ExpectFlash(const Bytes& contents);
@@ -68,7 +68,7 @@ class ProgramTest : public testing::Test {
   void ExpectFlashRewritten() { ExpectFlash(Flashed(image_, old_)); }
   /// Rewritten, but for these bytes, which are blank.
   void ExpectFlashRewrittenBut(std::size_t first, std::size_t bytes);
-  /// Erased for the image, of which nothing is there.
+  /// Erased for the image, but nothing of it is written.
   void ExpectFlashErased() { ExpectFlash(Flashed({0xFF}, old_)); }
 
   VirtualInstrument instrument_;

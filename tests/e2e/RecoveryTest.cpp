@@ -1,4 +1,4 @@
-// An update that was cut short, and how the module is brought back.
+// An update that was cut short, and how the module is repaired.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,7 +10,7 @@ namespace maps {
 namespace {
 
 /// Updates one after the other, the first of them killed.
-/// @return what was seen, on standard output only the exit codes
+/// @return what the runs did; standard output has only the exit codes
 Observation AfterCut(const Scenario& scenario,
                      const std::string& rule,
                      const std::vector<std::string>& images) {

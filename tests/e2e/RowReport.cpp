@@ -8,7 +8,7 @@ namespace program_test {
 
 namespace {
 
-/// What an ADD_FAILURE of ours says begins with this line.
+/// The text of an ADD_FAILURE of our own begins with this line.
 constexpr const char* kPlainFailure = "Failed\n";
 
 std::string Indented(const std::string& message) {

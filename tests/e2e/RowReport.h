@@ -7,7 +7,7 @@
 namespace program_test {
 
 /// Reports each test as a row of a table: nothing for one that holds, a line with its name for one
-/// that fails, below it what differs. The last line counts: "ROWS HOLDING".
+/// that fails, then what differs. The last line is two numbers: all rows, and those that hold.
 class RowReport : public testing::EmptyTestEventListener {
  public:
   explicit RowReport(std::ostream& out) : out_(out) {}

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-/// The log of a run, line by line, and what the tables put it together from: parts of golden logs,
-/// single lines, and the runs of lines that depend on a size.
+/// The log of a run, line by line, and the parts from which the tables make it: parts of golden logs,
+/// single lines, and lines that depend on a size.
 namespace program_test::run_log {
 
 using Lines = std::vector<std::string>;
@@ -13,7 +13,7 @@ using Lines = std::vector<std::string>;
 inline const std::string kConnectFailed =
     "Could not connect to the device. Check Module # and power.";
 
-/// One piece out of several.
+/// @return the pieces, one after the other
 Lines Join(const std::vector<Lines>& pieces);
 
 /// The text of a log, each line ended.
@@ -25,8 +25,8 @@ Lines LinesOf(const std::string& text);
 /// What the "stdout" or "stderr" lines of a log say, as it reaches the console.
 std::string ConsoleText(const Lines& log, const std::string& stream);
 
-/// The log in front of a line, where that stands for the nth time.
-/// @throw std::invalid_argument when it does not
+/// @return the log before the nth occurrence of a line
+/// @throw std::invalid_argument if there is none
 Lines Until(const Lines& log, const std::string& line, int nth = 1);
 
 /// The log with a run of lines replaced, wherever it occurs.

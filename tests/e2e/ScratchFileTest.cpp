@@ -1,5 +1,4 @@
-// The files in which the head of the flash is dumped, when something stands in their place or they
-// cannot be opened. Every test compares console, exit code, the whole log and the flash.
+// The dump files, when something else is in their place or they cannot be opened. Every test compares console, exit code, the whole log and the flash.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -85,7 +84,7 @@ TEST_P(ExpanderScratchFileTest, DumpThatCannotBeOpenedAtAllCountsAsWithoutStampO
   }
 }
 
-// The dump stays empty; only a boot header is missed in it.
+// The dump stays empty; only a run that needs a boot header fails then.
 TEST_P(ExpanderScratchFileTest, FullDiskIsNotReported) {
   Fault("write:dumpflash.bin:ENOSPC");
   PlugIn();

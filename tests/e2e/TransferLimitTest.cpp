@@ -1,5 +1,4 @@
-// What the SPI driver's buffer size makes of an update: how the flash is read and written in
-// pieces. Every test compares console, exit code, the whole log and the flash.
+// How the SPI driver's buffer size affects an update: the flash is read and written in pieces of it. Every test compares console, exit code, the whole log and the flash.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -86,7 +85,7 @@ Lines WriteInPieces(std::size_t limit, int slot) {
   return lines;
 }
 
-/// What that leaves in the flash: a page program wraps within its page and only clears bits.
+/// The flash after that: a page program wraps within its page and only clears bits.
 Bytes FlashedInPieces(const Bytes& image, const Bytes& before, std::size_t limit) {
   Bytes flash = Flashed(image, before);
   std::fill_n(flash.begin(), image.size(), 0xFF);
@@ -110,7 +109,7 @@ class TransferLimit : public ProgramTest {
     PlugIn();
   }
 
-  /// A log of the default limit as it is with another.
+  /// A log of the default limit, changed to another limit.
   Lines Adapted(Lines log, const Limit& limit) const {
     log = Replaced(log, BufferSizeRead("4096"), limit.asked);
     log = Replaced(log, Program(kImageBytes, board_.slot), WriteInPieces(limit.bytes, board_.slot));
@@ -213,7 +212,7 @@ TEST_P(ExpanderTransferLimitTest, LimitOfOneByteRefusesTheIdentification) {
   ExpectLimitOfOneByte();
 }
 
-// The dump is missing and nothing of the image is read: the flash stays as it is.
+// There is no dump, and nothing of the image is read: the flash stays as it is.
 TEST_P(ExpanderTransferLimitTest, LimitOfZeroWritesNothing) {
   PlugInWith("0");
   ExpectUpdate(HasBootHeader() ? 134 : 0, "limit-of-0");

@@ -24,14 +24,14 @@ Container Slurp(const fs::path& path) {
   return contents;
 }
 
-/// The program under test; another build can be named in the environment of the tests.
+/// The program under test; the environment of the tests can name another build.
 std::string Program() {
   const char* const named = std::getenv("TARNWICK_BINARY");
   return named != nullptr ? named : TARNWICK_BINARY_PATH;
 }
 
-/// Far more than any run takes. A program that hangs where ours does not is ended then, so that the
-/// other rows are still judged; the instrument passes the signal on.
+/// Much more than any run takes. A program that hangs is ended then, so that the other rows still run;
+/// the instrument passes the signal on.
 constexpr int kLongestRunMilliseconds = 300'000;
 
 }  // namespace
@@ -68,7 +68,7 @@ Outcome VirtualInstrument::Run(const std::vector<std::string>& words) {
 }
 
 Outcome VirtualInstrument::RunLimited(const std::vector<std::string>& words) {
-  // The soft limit alone: the hard one would end the run in SIGKILL, as other things may.
+  // The soft limit only: the hard limit would end the run with SIGKILL, which other causes can send, too.
   std::vector<std::string> command = {
       "/bin/sh", "-c", R"(ulimit -c 0; ulimit -S -t 1; exec "$@")", "sh", Program()};
   command.insert(command.end(), words.begin(), words.end());

@@ -41,7 +41,7 @@ class VirtualInstrument {
   /// Sets a variable of the program's environment.
   void Environment(std::string name, std::string value);
 
-  /// Runs the program with these words behind its name. Paths are relative to the directory.
+  /// Runs the program with these words after its name. Paths are relative to the directory.
   Outcome Run(const std::vector<std::string>& words);
 
   /// The same with the words as they are typed, "wend -sf 1 image.bin".

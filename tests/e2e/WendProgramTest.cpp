@@ -193,7 +193,7 @@ struct BusRow {
   const char* name;
   const char* fault;
   std::string request;  // as the log shows it
-  std::string result;   // behind it, when nothing fails
+  std::string result;   // after it, when nothing fails
 };
 
 void PrintTo(const BusRow& row, std::ostream* out) { *out << row.name; }
@@ -413,7 +413,7 @@ struct ControlRow {
 void PrintTo(const ControlRow& row, std::ostream* out) { *out << row.name; }
 
 /// A system call that fails.
-/// @param words  behind the path in the log
+/// @param words  after the path in the log
 ControlRow FailedCall(const char* name,
                       const ControlFile& file,
                       const std::string& call,

@@ -1,4 +1,4 @@
-// orvane-sim as a process: status, signals, files, what it leaves behind.
+// orvane-sim as a process: status, signals, files, and what is left after it.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -23,8 +23,8 @@ using testing::StartsWith;
 
 constexpr std::size_t kFlashBytes = 16U << 20;
 
-/// A pipe, to learn what a running command says, and when the last one that could say more has
-/// gone.
+/// A pipe that shows what a running command prints, and when the last process that could print more has
+/// ended.
 class Pipe {
  public:
   Pipe() {
@@ -54,7 +54,7 @@ class Pipe {
     }
     return line;
   }
-  /// Waits until nobody holds the other end any more.
+  /// Waits until no process has the other end open.
   std::string ReadToTheEnd() const {
     std::string text;
     char letter = '\0';

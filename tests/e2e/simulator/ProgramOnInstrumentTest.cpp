@@ -1,5 +1,5 @@
-// What a program on the instrument gets for its calls, and what the log says about them. The probe
-// prints the result of each step; with the log that shows the order of everything.
+// The results of the calls of a program on the instrument, and their lines in the log. The probe prints
+// the result of each step; together with the log this shows the order of everything.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -215,7 +215,7 @@ TEST_F(ProgramOnInstrumentTest, ClosedStandardStreamsAreClosedInTheCommand) {
 }
 
 TEST_F(ProgramOnInstrumentTest, CommandGetsTheDescriptorsThatTheSimulatorGot) {
-  // Nothing else that the instrument has opened for itself: 3 is the directory that is listed.
+  // No descriptor of the instrument itself is open: 3 is the directory that is listed.
   const SimulatorOutcome outcome = run_.Shell("cd /proc/$$/fd; echo *");
   EXPECT_EQ(outcome.out, "0 1 2 3 500\n");
 }
@@ -392,7 +392,7 @@ TEST_F(ProgramOnInstrumentTest, MissingBusCannotBeReached) {
 // --- Time ---------------------------------------------------------------------------------------
 
 TEST_F(ProgramOnInstrumentTest, EverySleepIsLoggedAndPassesAtOnce) {
-  // 28 hours: only a run that does not wait ends.
+  // 28 hours: the test ends only if the run does not wait.
   const SimulatorOutcome outcome =
       run_.Probe({"sleep 100000", "usleep 500000", "nanosleep 1000000", "usleep 0"});
   EXPECT_EQ(outcome.out, "0\n0\n0\n0\n");

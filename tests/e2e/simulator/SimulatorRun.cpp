@@ -21,7 +21,7 @@ std::string Slurp(const fs::path& path) {
 
 }  // namespace
 
-// A short path: orvane-sim is to take its own directory from it, sockets included.
+// A short path: orvane-sim creates its own directory there, with sockets.
 SimulatorRun::SimulatorRun() : temporary_("/tmp"), directory_(temporary_.Path()) {
   fs::create_directory(directory_ / "cwd");
   fs::create_directory(directory_ / "tmp");

@@ -14,7 +14,7 @@
 
 namespace orvane {
 
-/// What a finished orvane-sim left.
+/// What is there after orvane-sim has ended.
 struct SimulatorOutcome {
   int status = -1;  // its exit status; 1000 + n when signal n ended orvane-sim itself
   std::string out;
@@ -23,15 +23,15 @@ struct SimulatorOutcome {
   std::vector<std::string> leftovers;  // in its directory for temporary files
 };
 
-/// One run of orvane-sim in a fresh working directory, which goes with the object; a run that has not
-/// been waited for is killed. Options and commands are split into words, see SplitWords().
+/// One run of orvane-sim in a new working directory, which is removed with the object. A run that has
+/// not been waited for is killed. Options and commands are split into words, see SplitWords().
 class SimulatorRun {
  public:
   SimulatorRun();
   SimulatorRun(const SimulatorRun&) = delete;
   SimulatorRun& operator=(const SimulatorRun&) = delete;
 
-  /// Options in front of those that every run has: --fast and --log.
+  /// Adds options before those that every run has: --fast and --log.
   void Option(const std::string& words);
   void WithoutFast() { fast_ = false; }
   void WithoutLog() { log_ = false; }

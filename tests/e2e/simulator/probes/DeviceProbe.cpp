@@ -11,12 +11,12 @@
 //   i2c N ADDRESS HEX COUNT
 //   read N COUNT / write N TEXT
 //   ifstream PATH / ofstream PATH TEXT
-//   sleep S / usleep US / nanosleep NS / until NS (clock_nanosleep to a time that far away)
-//   clocks                 how far two looks at the clock are apart, monotonic and real time, in s
+//   sleep S / usleep US / nanosleep NS / until NS (clock_nanosleep to the time in so many ns)
+//   clocks                 the difference between two readings of the clock, monotonic and real time, in s
 //   out TEXT / err TEXT    to standard output or error, flushed
 //   inventory / i2cbus SLOT / spidev SLOT
 //   udev SUBSYSTEM         lists the devices
-//   repeat COUNT           does the steps behind it so often
+//   repeat COUNT           repeats the steps after it that often
 //   crash                  by SIGSEGV
 //   exit STATUS
 //
