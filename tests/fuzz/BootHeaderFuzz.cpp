@@ -28,8 +28,8 @@ struct Input {
   std::string image;
 };
 
-/// A programmer for its searches alone. It lives as long as the process: its end would ask for the
-/// expander, which is not there.
+/// A programmer, used for its searches only. It is never destroyed: its destructor would use the
+/// expander, and there is none.
 Pyx2FlashProgrammer& Programmer() {
   static I2CDev bus("");
   static PCA9535 expander(&bus, 1);
@@ -72,7 +72,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string dump = bytes.Text(dumpBytes);
   const Input input = {.disturbances = disturbances, .dump = dump, .image = bytes.RestAsText()};
 
-  // One file each; the other one is the same.
+  // With one of the files in both places.
   const Input dumpOnly = {.disturbances = disturbances, .dump = dump, .image = dump};
   Compare(
       dumpOnly,

@@ -7,8 +7,8 @@
 #include "tests/doubles/FileKernel.h"
 #include "tests/fuzz/HostileBytes.h"
 
-/// What becomes of a call on a file, as the fuzzer says by one byte: 0 leaves it alone, 255 fails
-/// it, anything between cuts a read or a write to so many bytes.
+/// How a call on a file ends, decided by one byte of the fuzzer: with 0 it is carried out, with 255
+/// it fails, with any other value a read or a write moves at most so many bytes.
 inline FileKernel::Fate FateOf(std::uint8_t disturbance) {
   constexpr std::uint8_t kFails = 0xFF;
   if (disturbance == 0) {

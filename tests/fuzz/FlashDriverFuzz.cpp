@@ -1,8 +1,8 @@
-// The flash driver over a chip whose every answer comes from the fuzzer, as does the sequence of
-// operations, with their arguments, and the image.
+// The flash driver on a chip. All answers of the chip come from the fuzzer, and so do the sequence
+// of operations, their arguments, and the image.
 //   input: transfer size (an index), clock rate (an index), end of the answers (odd: busy for
-//          ever), image (an index: none, plain, in gzip, as zlib shall make of it), answers (2 bytes of
-//          length, bytes), image (2 bytes of length, bytes), operations
+//          ever), image (an index: none, plain, in gzip, what zlib shall return), answers (2 bytes
+//          of length, bytes), image (2 bytes of length, bytes), operations
 #include <fcntl.h>
 
 #include <algorithm>
@@ -61,7 +61,7 @@ std::optional<std::string> FileContents(Image image, const std::string& contents
   return std::nullopt;
 }
 
-/// @return what zlib makes of the file, when that is known without zlib
+/// @return what zlib returns for the file, if that is known without zlib
 std::optional<std::string> Decompressed(Image image, const std::string& contents) {
   const bool looksLikeGzip = contents.starts_with('\x1f');
   const bool known = image == Image::kInGzip || (image != Image::kNone && !looksLikeGzip);
@@ -135,7 +135,7 @@ class Bench {
 
   int PageAddress() { return static_cast<int>(static_cast<unsigned>(Address()) & ~0xFFU); }
 
-  /// Any negative length, or one that takes no more time than a fuzzer has.
+  /// Any negative length, or one that is short enough for a fuzzer.
   int Length() {
     constexpr int kLong = 0x40000000;
     const int length = static_cast<int>(input_.Long());
@@ -146,7 +146,7 @@ class Bench {
     return length % (largeTransfers && (length & kLong) != 0 ? kMaxLongLength : kMaxLength);
   }
 
-  /// Any length at all, when a chip that goes away puts an end to it.
+  /// Any length, if the chip stops answering, which ends the operation.
   int LengthOfMany() {
     const bool usualTransfers = !destroyed_ && chip_->GetMaxTransferSize() <= 0x10000;
     return endsGone_ && usualTransfers ? static_cast<int>(input_.Long()) : Length();
@@ -260,7 +260,7 @@ class Bench {
     CheckLock(9, answered && lockable_);
   }
 
-  /// The level is set when it shall be, or there is a reason why not.
+  /// The level is set as asked for, or there is a reason why not.
   void CheckLock(unsigned level, bool expected) {
     Require(CountChanges() <= (expected ? 1 : 0), "no other register and no memory is changed");
     if (expected && Count(0x01) == 1) {
@@ -379,7 +379,7 @@ class Bench {
     }
   }
 
-  /// The result is in the table, and true where it stands for "nothing done".
+  /// The result is one of the table, and correct if it means "nothing done".
   void CheckRefusal(int result, int address, const std::vector<int>& allowed) {
     Require(std::find(allowed.begin(), allowed.end(), result) != allowed.end(),
             "the result is in the table");
@@ -456,7 +456,7 @@ class Bench {
       const auto expected = static_cast<std::size_t>(length);
       Require(whole ? dump.size() == expected : dump.size() <= expected,
               "a dump has the length asked for");
-      // Beyond the chip the addresses, which travel in 24 bits, start anew with each transfer.
+      // Addresses are sent with 24 bits; beyond the chip they start again at each transfer.
       for (std::size_t i = 0; i < dump.size() && address <= 0x1000000 - length; ++i) {
         const std::uint8_t expectedByte = HostileChip::Memory(static_cast<std::uint32_t>(address) +
                                                               static_cast<std::uint32_t>(i));

@@ -6,8 +6,8 @@
 #include <span>
 #include <string>
 
-/// The fuzzer's bytes, taken from the front. Behind their end come zeros, which mean "nothing
-/// special" wherever a target asks.
+/// The fuzzer's bytes, taken from the front. After their end there are zeros, which mean "nothing
+/// special" in every target.
 class HostileBytes {
  public:
   HostileBytes(const std::uint8_t* data, std::size_t size) : rest_(data, size) {}
@@ -45,10 +45,10 @@ class HostileBytes {
     return {bytes.begin(), bytes.end()};
   }
 
-  /// A part that tells its own length, in one byte.
+  /// A part after its length in one byte.
   HostileBytes Part() { return HostileBytes(Take(Byte())); }
 
-  /// The same, in two bytes.
+  /// A part after its length in two bytes.
   HostileBytes LongPart() { return HostileBytes(Take(Word())); }
 
   /// Everything that is left, as text.

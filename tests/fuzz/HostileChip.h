@@ -7,9 +7,9 @@
 #include "devices/SPIDev.h"
 #include "tests/fuzz/HostileBytes.h"
 
-/// A flash whose every answer comes from the fuzzer, which gives one byte per call: 0 for an
-/// obedient chip, 0xFF for a call that fails, 0xFE for one that moves too little, 0xFD for one that
-/// takes six seconds. What a register answers are further bytes; the memory holds a pattern.
+/// A flash. One byte of the fuzzer decides how each call ends: 0 as with a sound chip, 0xFF with a
+/// failure, 0xFE with too few bytes, 0xFD after six seconds. The contents of registers are further
+/// bytes; the memory holds a pattern.
 class HostileChip : public SPIDev {
  public:
   /// One chip select.
@@ -23,7 +23,7 @@ class HostileChip : public SPIDev {
     [[nodiscard]] std::uint32_t Address() const;
   };
 
-  /// What the chip is behind the end of the answers.
+  /// How the chip behaves after the end of the answers.
   enum class End { kObedient, kBusy, kGone };
 
   /// @param answers    borrowed
@@ -46,7 +46,7 @@ class HostileChip : public SPIDev {
   int lastOpenResult = -1;
 
  private:
-  /// Notes a frame, and lets its time pass.
+  /// Notes a frame, and advances the clock by its time.
   /// @return the count to return for `length` bytes
   int Answer(Frame frame, std::size_t length);
 

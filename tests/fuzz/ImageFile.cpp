@@ -43,7 +43,7 @@ constexpr int kMaxFailures = 3;
 
 ImageFile* current = nullptr;
 
-/// Around the link seams, which are for the program's own calls.
+/// Not through the link seams, which are for the program's own calls.
 int DescriptorOf(const std::string& contents) {
   const int fd = ::memfd_create("image", 0);
   std::string bytes = contents;

@@ -7,8 +7,8 @@
 
 struct gzFile_s;
 
-/// What gzopen() finds behind the one image path while an object lives: contents that zlib reads
-/// from memory. Closes in the end what the program leaves open on purpose. One at a time.
+/// What gzopen() finds at the one image path while an object lives: contents that zlib reads from
+/// memory. At the end it closes what the program leaves open on purpose. One object at a time.
 class ImageFile {
  public:
   /// @param contents  as zlib finds them; none when there is no such file
@@ -20,8 +20,8 @@ class ImageFile {
   /// @return how many files are open
   [[nodiscard]] std::size_t OpenCount() const { return open_.size(); }
 
-  /// An image that zlib cannot decompress keeps the program reading for ever, on purpose. After a
-  /// few reads that failed, the image ends here.
+  /// With an image that zlib cannot decompress the program reads without end, on purpose. Here the
+  /// image ends after a few reads that failed.
   /// @return whether that has happened
   [[nodiscard]] bool HasFailed() const { return failures_ != 0; }
 
@@ -38,5 +38,5 @@ class ImageFile {
   int failures_ = 0;
 };
 
-/// @return the bytes as a gzip file, not made any shorter
+/// @return the bytes as a gzip file, not compressed
 std::string InGzip(const std::string& bytes);

@@ -1,5 +1,5 @@
-// The four programmers in a world of which the fuzzer decides everything: flash, expander, control
-// files, selector, scratch files and image.
+// The four programmers, with everything outside them decided by the fuzzer: flash, expander,
+// control files, selector, scratch files and image.
 //   input: type of module, slot, transfer size (an index), bits (1: no image, 2: in gzip), the
 //          flash's identification (3 bytes), DONE (reads before it is high, text), head of the
 //          flash (2 bytes of length, bytes), image (the same), one byte for each call
@@ -77,7 +77,7 @@ Input Read(HostileBytes& bytes) {
   return input;
 }
 
-/// The expander, the SPI device and what drives the lines, as the program has them.
+/// The expander, the SPI device and the line map, as the program has them.
 struct Devices {
   SPIDevOwner spi{ProgrammersWorld::kSpiNode, kSpeedHz, 0, 8};
   I2CDev i2c{ProgrammersWorld::kI2cNode};
@@ -129,7 +129,7 @@ Outcome Run(const Input& input) {
   return outcome;
 }
 
-/// The decision, by the plain rules, from the files as they are.
+/// The decision, by the rules of Reference.h, from the files.
 /// @return whether the flash is to be rewritten; none when a header cannot be read
 std::optional<bool> IsUpgradeRequired(const Input& input, const ProgrammersWorld& world) {
   const auto contents = [&](const std::string& path) {
@@ -191,8 +191,8 @@ void CheckDecision(const Input& input, const Outcome& outcome, const Programmers
   }
 }
 
-/// @return whether zlib gives the image back and the driver writes it page by page: its pages
-///         follow each transfer without regard to page ends
+/// @return whether zlib returns the image and the driver writes it page by page: it begins a page
+///         at the start of each transfer, also inside a page of the chip
 bool IsWritable(const Input& input) {
   const std::string& bufsiz = input.module.bufsiz;
   const bool looksLikeGzip = input.image.starts_with('\x1f');
@@ -200,7 +200,7 @@ bool IsWritable(const Input& input) {
          bufsiz != "300";
 }
 
-/// Nothing has got into the way of this run.
+/// Nothing has disturbed this run.
 bool Obeyed(const ProgrammersWorld& world) {
   return world.FlashObeyed() && world.ExpanderObeyed() && !world.Disturbed();
 }

@@ -28,7 +28,7 @@ constexpr std::size_t kMaxCalls = 2'000'000;
 
 constexpr std::uint8_t kFails = 0xFF;
 constexpr std::uint8_t kAnswersAnything = 0xFE;  // a flash register, the expander's inputs
-constexpr std::uint8_t kIgnores = 0xFD;          // the flash does not do what it is told
+constexpr std::uint8_t kIgnores = 0xFD;          // the flash does not carry out the command
 constexpr std::uint8_t kTakesLong = 0xFC;
 constexpr std::chrono::seconds kLong{6};
 
@@ -37,7 +37,7 @@ int Fail(int error) {
   return -1;
 }
 
-/// The three bytes behind the opcode; 0 when they are not all there.
+/// The three bytes after the opcode; 0 if one is missing.
 std::size_t AddressIn(const std::vector<std::uint8_t>& tx) {
   std::size_t address = 0;
   for (std::size_t i = 1; i < 4 && tx.size() >= 4; ++i) {

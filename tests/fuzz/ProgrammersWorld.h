@@ -15,16 +15,16 @@
 struct spi_ioc_transfer;
 struct i2c_msg;
 
-/// All that a programmer meets on an instrument, one module wide: a spidev node with a flash, an
-/// I2C node with an expander, the wend module's control files, the module selector, scratch files.
-/// An obedient one where the fuzzer's bytes are zero; each call takes one byte, and fails at 255.
-/// Only the control files never fail: that ends the process.
+/// What a programmer uses of an instrument with one module: a spidev node with a flash, an I2C node
+/// with an expander, the wend module's control files, the module selector, scratch files. Each call
+/// takes one byte of the fuzzer: with 0 it succeeds, with 255 it fails. Control files never fail,
+/// because that ends the process.
 class ProgrammersWorld : public FileKernel {
  public:
   static constexpr const char* kSpiNode = "/dev/spidev1.0";
   static constexpr const char* kI2cNode = "/dev/i2c-1";
 
-  /// How the module starts and what it makes of a reset.
+  /// The state of the module at the start, and how it reacts to a reset.
   struct Module {
     unsigned number;
     std::string bufsiz;        // text of the module parameter; empty for none
@@ -48,12 +48,12 @@ class ProgrammersWorld : public FileKernel {
   [[nodiscard]] bool HasChanged() const { return changed_; }
   /// @return whether the protection has been taken off
   [[nodiscard]] bool HasUnlocked() const { return unlocked_; }
-  /// @return whether the flash has done all it was told
+  /// @return whether the flash has carried out all commands
   [[nodiscard]] bool FlashObeyed() const { return flashObeyed_; }
 
   /// @return the expander's directions, 1 for an input
   [[nodiscard]] unsigned Directions() const { return registers_[6] | registers_[7] * 0x100U; }
-  /// @return whether the expander has answered every transaction, and truly
+  /// @return whether the expander has answered every transaction, with its true contents
   [[nodiscard]] bool ExpanderObeyed() const { return expanderObeyed_; }
   /// @return whether the last transaction with the expander failed
   [[nodiscard]] bool ExpanderFailedLast() const { return expanderFailedLast_; }

@@ -28,7 +28,7 @@ std::optional<BootHeader> FindBootHeader(const std::string& file) {
 }
 
 bool BuildDatesDiffer(const BootHeader& dump, const BootHeader& image) {
-  // Dates that are missing stand for two texts which a header may hold, too.
+  // A missing date counts as one of two texts, which a header can contain, too.
   const std::string dumpDate = dump.buildDate.empty() ? "date1" : dump.buildDate;
   const std::string imageDate = image.buildDate.empty() ? "date2" : image.buildDate;
   return dumpDate != imageDate;

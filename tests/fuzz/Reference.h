@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-/// The rules about foreign bytes, written out as plainly as they can be said. The targets compare
-/// the program with them.
+/// The rules for data from outside, written as simply as possible. The targets compare the program
+/// with them.
 namespace reference {
 
 /// The texts of a boot header's user-defined field. A file too short for the field has none.
@@ -17,10 +17,10 @@ struct BootHeader {
 };
 std::optional<BootHeader> FindBootHeader(const std::string& file);
 
-/// Whether the build dates of two headers ask for an upgrade.
+/// Whether an upgrade is required for the build dates of two headers.
 bool BuildDatesDiffer(const BootHeader& dump, const BootHeader& image);
 
-/// The word behind 30 01 A0 01, looked for in 4-byte steps. A short last step replaces only the
+/// The word after 30 01 A0 01, looked for in 4-byte steps. A short last step replaces only the
 /// first bytes of the word before.
 std::optional<std::uint32_t> FindTimeStamp(const std::string& file);
 

@@ -19,8 +19,8 @@
 
 namespace {
 
-/// A programmer for its search alone. It lives as long as the process: its end would ask for the
-/// expander, which is not there.
+/// A programmer, used for its search only. It is never destroyed: its destructor would use the
+/// expander, and there is none.
 DaxFlashProgrammer& Programmer() {
   static I2CDev bus("");
   static PCA9535 expander(&bus, 1);
@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             "a file that cannot be opened gives 0, in silence");
     return 0;
   }
-  // Reads that fail or fall short change nothing: they are made again, and joined.
+  // Reads that fail or return less change nothing: they are repeated, and their bytes joined.
   const std::optional<std::uint32_t> expected = reference::FindTimeStamp(kernel.files.at("file"));
   Require(found == expected.value_or(0), "the stamp is the reference's");
   Require(
