@@ -63,8 +63,8 @@ bool WasCut(const Observation& seen, const Event& event) {
   });
 }
 
-/// Checks that writing another image and then the right one repairs a flash that is wrongly found up
-/// to date.
+/// Checks that writing another image and then the right one repairs a flash that is wrongly found
+/// up to date.
 void CheckRecovery(const Cut& cut, MapRun& run) {
   const Observation seen =
       Observe(cut.scenario,

@@ -118,7 +118,8 @@ std::string Label(const std::string& kind, const std::string& text) {
   return kind == "spi" ? FirstWord(AfterFirstWord(text)) : kind + " " + text;
 }
 
-/// Adds to the labels of SPI messages the sector or page, and to a write enable the command after it.
+/// Adds to the labels of SPI messages the sector or page, and to a write enable the command after
+/// it.
 class Placer {
  public:
   explicit Placer(std::vector<Event>& events) : events_(events) {

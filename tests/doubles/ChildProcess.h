@@ -50,6 +50,7 @@ class ChildProcess {
   pid_t id_ = -1;
 };
 
-/// The words of a command: blanks part them, and what stands between two ' is kept, blanks included.
+/// The words of a command: blanks part them, and what stands between two ' is kept, blanks
+/// included.
 /// @throw std::invalid_argument when the second ' is missing
 std::vector<std::string> SplitWords(std::string_view command);

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-/// Sets an environment variable while it lives, and then restores the former value. For use while no
-/// other thread of the program reads the environment.
+/// Sets an environment variable while it lives, and then restores the former value. For use while
+/// no other thread of the program reads the environment.
 class EnvironmentVariable {
  public:
   EnvironmentVariable(const std::string& name, const std::string& value) : name_(name) {

@@ -31,7 +31,7 @@ class FileKernel : public Kernel {
   std::map<std::string, std::string> files;  ///< contents, by path
   Decide decide;                             ///< null lets every call go through
 
-  /// @return whether any call on a file, except a close, has failed or moved less because of its Fate
+  /// @return whether a Fate made any call on a file, except a close, fail or move less
   [[nodiscard]] bool Disturbed() const { return disturbed_; }
 
   /// @return the paths that are open, one for each descriptor, in the order of their opening

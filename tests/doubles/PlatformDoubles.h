@@ -8,9 +8,10 @@
 
 class SerialDeviceInterface;
 
-/// How the instrument's platform library behaves. The source file of this class replaces that library:
-/// it defines the members of the four platform classes. Every call is one event, also construction and
-/// destruction. One object at a time, which must outlive the objects of the platform classes.
+/// How the instrument's platform library behaves. The source file of this class replaces that
+/// library: it defines the members of the four platform classes. Every call is one event, also
+/// construction and destruction. One object at a time, which must outlive the objects of the
+/// platform classes.
 class PlatformDoubles {
  public:
   /// @param log  borrowed

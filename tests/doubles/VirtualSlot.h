@@ -5,8 +5,8 @@
 #include <type_traits>
 
 /// @param member  pointer to a virtual member function
-/// @return its index in the table of virtual functions (a virtual destructor has two), read from the
-///         pointer as the Itanium C++ ABI, section 2.3, defines it
+/// @return its index in the table of virtual functions (a virtual destructor has two), read from
+///         the pointer as the Itanium C++ ABI, section 2.3, defines it
 template <typename Member>
 std::size_t VirtualSlot(Member member) {
   static_assert(std::is_member_function_pointer_v<Member>);

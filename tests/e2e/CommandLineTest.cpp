@@ -1,5 +1,5 @@
-// How the program handles its words and its environment, on an instrument with a wend in slot 1 whose
-// flash is up to date.
+// How the program handles its words and its environment, on an instrument with a wend in slot 1
+// whose flash is up to date.
 #include <gtest/gtest.h>
 
 #include <fstream>

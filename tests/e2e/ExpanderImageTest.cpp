@@ -62,8 +62,8 @@ INSTANTIATE_TEST_SUITE_P(Images,
 
 class ExpanderImageTest : public BoardTest {
  protected:
-  /// A pyx2 that finds no boot header ends with an exception, a pyx1 fails when it erases the flash,
-  /// and a dax when it opens the image before that.
+  /// A pyx2 that finds no boot header ends with an exception, a pyx1 fails when it erases the
+  /// flash, and a dax when it opens the image before that.
   void ExpectCannotBeOpened(const std::string& golden) {
     PlugIn();
     ExpectUpdate(HasBootHeader() ? 134 : IsPyx() ? 3 : 2, golden);

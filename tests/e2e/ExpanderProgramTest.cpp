@@ -1,5 +1,5 @@
-// Whole updates of the modules behind a GPIO expander: dax, pyx1 and pyx2. A test that compares the log
-// compares all of it: console lines, I2C, SPI, sysfs and D-Bus in their true order.
+// Whole updates of the modules behind a GPIO expander: dax, pyx1 and pyx2. A test that compares the
+// log compares all of it: console lines, I2C, SPI, sysfs and D-Bus in their true order.
 #include <gtest/gtest.h>
 
 #include <string>

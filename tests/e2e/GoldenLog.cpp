@@ -45,7 +45,8 @@ std::string Moved(const std::string& line, unsigned distance) {
   return found.prefix().str() + Hex24(address + distance) + found.suffix().str();
 }
 
-/// The difference between the first address of the next block and that of a block; 0 without address.
+/// The difference between the first address of the next block and that of a block; 0 without
+/// address.
 unsigned StepOf(const Lines& log, std::size_t first, std::size_t block) {
   for (std::size_t line = first; line < first + block; ++line) {
     std::smatch here;
@@ -82,7 +83,8 @@ Run RunOf(const Lines& log, std::size_t first, std::size_t block) {
   return run;
 }
 
-/// The repetition from a line on that covers the most lines; one line if none makes the file shorter.
+/// The repetition from a line on that covers the most lines; one line if none makes the file
+/// shorter.
 Run LongestRun(const Lines& log, std::size_t first) {
   Run longest;
   for (std::size_t block = 1; block <= kLongestBlock; ++block) {

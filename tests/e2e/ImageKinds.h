@@ -31,8 +31,8 @@ std::ostream& operator<<(std::ostream& out, const ImageKind& kind);
 /// Plain images around every boundary, and compressed ones that zlib reads to their end.
 std::vector<ImageKind> ReadableImages();
 
-/// A gzip-compressed image. The length of its member's name is such that the program finds neither a build
-/// nor a '#' in the file, whatever bytes zlib makes of the image.
+/// A gzip-compressed image. The length of its member's name is such that the program finds neither
+/// a build nor a '#' in the file, whatever bytes zlib makes of the image.
 Bytes Gzipped(const Bytes& plain);
 
 /// A gzip-compressed image whose checksum is wrong: zlib refuses it after it has read all of it.

@@ -5,9 +5,9 @@
 #include "tests/e2e/RunLog.h"
 #include "tests/e2e/VirtualInstrument.h"
 
-/// Compares what a run did with what is expected. Each part that differs is a test failure, whose text
-/// begins with a line that names the part ("stdout", "stderr", "exit code", "device traffic", ...) and
-/// then shows the difference.
+/// Compares what a run did with what is expected. Each part that differs is a test failure, whose
+/// text begins with a line that names the part ("stdout", "stderr", "exit code", "device traffic",
+/// ...) and then shows the difference.
 namespace program_test {
 
 using run_log::Lines;
@@ -31,8 +31,8 @@ void ExpectGolden(const Outcome& outcome, int exitCode, const std::string& name)
 
 void ExpectContents(const std::string& what, const Bytes& contents, const Bytes& expected);
 
-/// How two texts differ: the number of the first line that differs, and the lines of both, without the
-/// equal lines at the start and at the end. Empty if nothing differs.
+/// How two texts differ: the number of the first line that differs, and the lines of both, without
+/// the equal lines at the start and at the end. Empty if nothing differs.
 std::string Difference(const std::string& expected, const std::string& actual);
 
 }  // namespace program_test

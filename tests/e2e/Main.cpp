@@ -1,5 +1,5 @@
-// The main function of a test program. With --rows it reports row by row; with --write-golden it writes
-// its golden logs.
+// The main function of a test program. With --rows it reports row by row; with --write-golden it
+// writes its golden logs.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

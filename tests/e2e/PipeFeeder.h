@@ -10,9 +10,9 @@
 
 namespace program_test {
 
-/// Replaces a file by a named pipe and writes to it each time it is opened. Each opening has a pipe of
-/// its own, so that no reader gets the bytes of two: the path leads to the next pipe before a reader
-/// reaches the end of its own.
+/// Replaces a file by a named pipe and writes to it each time it is opened. Each opening has a pipe
+/// of its own, so that no reader gets the bytes of two: the path leads to the next pipe before a
+/// reader reaches the end of its own.
 class PipeFeeder {
  public:
   /// @param contents  of each opening, not more than a pipe holds, 64 KiB; after the last there is

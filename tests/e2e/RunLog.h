@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-/// The log of a run, line by line, and the parts from which the tables make it: parts of golden logs,
-/// single lines, and lines that depend on a size.
+/// The log of a run, line by line, and the parts from which the tables make it: parts of golden
+/// logs, single lines, and lines that depend on a size.
 namespace program_test::run_log {
 
 using Lines = std::vector<std::string>;

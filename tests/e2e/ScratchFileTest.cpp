@@ -1,4 +1,5 @@
-// The dump files, when something else is in their place or they cannot be opened. Every test compares console, exit code, the whole log and the flash.
+// The dump files, when something else is in their place or they cannot be opened. Every test
+// compares console, exit code, the whole log and the flash.
 #include <gtest/gtest.h>
 
 #include <filesystem>

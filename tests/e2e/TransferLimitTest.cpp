@@ -1,4 +1,5 @@
-// How the SPI driver's buffer size affects an update: the flash is read and written in pieces of it. Every test compares console, exit code, the whole log and the flash.
+// How the SPI driver's buffer size affects an update: the flash is read and written in pieces of
+// it. Every test compares console, exit code, the whole log and the flash.
 #include <gtest/gtest.h>
 
 #include <algorithm>

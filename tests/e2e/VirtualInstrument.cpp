@@ -30,8 +30,8 @@ std::string Program() {
   return named != nullptr ? named : TARNWICK_BINARY_PATH;
 }
 
-/// Much more than any run takes. A program that hangs is ended then, so that the other rows still run;
-/// the instrument passes the signal on.
+/// Much more than any run takes. A program that hangs is ended then, so that the other rows still
+/// run; the instrument passes the signal on.
 constexpr int kLongestRunMilliseconds = 300'000;
 
 }  // namespace
@@ -68,7 +68,8 @@ Outcome VirtualInstrument::Run(const std::vector<std::string>& words) {
 }
 
 Outcome VirtualInstrument::RunLimited(const std::vector<std::string>& words) {
-  // The soft limit only: the hard limit would end the run with SIGKILL, which other causes can send, too.
+  // The soft limit only: the hard limit would end the run with SIGKILL, which other causes can
+  // send, too.
   std::vector<std::string> command = {
       "/bin/sh", "-c", R"(ulimit -c 0; ulimit -S -t 1; exec "$@")", "sh", Program()};
   command.insert(command.end(), words.begin(), words.end());

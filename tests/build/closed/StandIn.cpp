@@ -1,6 +1,6 @@
-// A platform library as on an instrument: the declared classes. Only the inventory does something: it
-// lists slot 7. What only the programmers call is in another file, so that it is a member of its own in
-// a static library.
+// A platform library as on an instrument: the declared classes. Only the inventory does something:
+// it lists slot 7. What only the programmers call is in another file, so that it is a member of its
+// own in a static library.
 #include "platform/GDBusModuleResourcesClient.h"
 #include "platform/GDBusSystemInventoryClient.h"
 #include "platform/PCA9535.h"

@@ -23,8 +23,8 @@ using testing::StartsWith;
 
 constexpr std::size_t kFlashBytes = 16U << 20;
 
-/// A pipe that shows what a running command prints, and when the last process that could print more has
-/// ended.
+/// A pipe that shows what a running command prints, and when the last process that could print more
+/// has ended.
 class Pipe {
  public:
   Pipe() {

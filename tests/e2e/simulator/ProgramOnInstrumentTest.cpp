@@ -1,5 +1,5 @@
-// The results of the calls of a program on the instrument, and their lines in the log. The probe prints
-// the result of each step; together with the log this shows the order of everything.
+// The results of the calls of a program on the instrument, and their lines in the log. The probe
+// prints the result of each step; together with the log this shows the order of everything.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

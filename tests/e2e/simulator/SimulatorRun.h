@@ -23,8 +23,8 @@ struct SimulatorOutcome {
   std::vector<std::string> leftovers;  // in its directory for temporary files
 };
 
-/// One run of orvane-sim in a new working directory, which is removed with the object. A run that has
-/// not been waited for is killed. Options and commands are split into words, see SplitWords().
+/// One run of orvane-sim in a new working directory, which is removed with the object. A run that
+/// has not been waited for is killed. Options and commands are split into words, see SplitWords().
 class SimulatorRun {
  public:
   SimulatorRun();

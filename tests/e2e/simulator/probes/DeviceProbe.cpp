@@ -12,7 +12,7 @@
 //   read N COUNT / write N TEXT
 //   ifstream PATH / ofstream PATH TEXT
 //   sleep S / usleep US / nanosleep NS / until NS (clock_nanosleep to the time in so many ns)
-//   clocks                 the difference between two readings of the clock, monotonic and real time, in s
+//   clocks                 difference of two readings of a clock, monotonic and real time, in s
 //   out TEXT / err TEXT    to standard output or error, flushed
 //   inventory / i2cbus SLOT / spidev SLOT
 //   udev SUBSYSTEM         lists the devices
