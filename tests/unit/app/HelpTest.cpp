@@ -9,7 +9,7 @@
 
 namespace {
 
-// The golden file of the whole-program tables holds the text itself.
+// The text itself is compared by the whole-program tables, with a golden file.
 TEST(HelpTest, TextHas43LinesEachFlushedByItself) {
   EventLog log;
   const Console console(&log);

@@ -1,6 +1,5 @@
-// The run sequence. What words on a command line can do is shown by the whole-program tables; these
-// tests show words that are not there at all, exceptions of the platform and the order in which
-// things are destroyed.
+// The run sequence. The whole-program tables show what words on a command line do; these tests show
+// words that are null pointers, exceptions of the platform and the order of destruction.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -29,7 +28,7 @@ class RunSequenceTest : public testing::Test {
     platform_.expanderAnswers = false;
   }
 
-  /// @param words  argv, with a null pointer for a word that is absent
+  /// @param words  argv, with a null pointer for an absent word
   static int Run(const std::vector<const char*>& words) {
     std::vector<std::string> storage;
     storage.reserve(words.size());

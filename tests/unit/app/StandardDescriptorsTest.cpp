@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kHighestDescriptor = 1023;
 
-/// What stands behind every open descriptor, and its flags.
+/// The target of every open descriptor, and its flags.
 struct Descriptor {
   dev_t device;
   ino_t node;
@@ -48,7 +48,7 @@ bool IsDevNull(int fd) {
          status.st_rdev == devNull.st_rdev && S_ISCHR(status.st_mode);
 }
 
-// What a child found, as its exit code.
+// What a child process found, as its exit code.
 enum Finding : int {
   kAsWanted = 0,
   kMissing,
@@ -59,7 +59,7 @@ enum Finding : int {
   kMoreOpened,
 };
 
-/// Closes `closed`, has the gaps filled and looks at every descriptor.
+/// Closes `closed`, lets the gaps be filled and checks every descriptor.
 Finding Look(const std::set<int>& closed) {
   for (const int fd : closed) {
     ::close(fd);

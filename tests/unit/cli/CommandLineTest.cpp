@@ -11,7 +11,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-/// What a tool called "tool" has read.
+/// What a program called "tool" has read.
 struct Reading {
   std::optional<std::string> answer;
   std::string problem;  // the text of the usage error; empty: none
@@ -36,7 +36,7 @@ void TakeLog(const std::string& value, Words& logs) {
   logs.push_back(value);
 }
 
-/// By a tool with a flag, an option and words after "--".
+/// What a tool with a flag, an option and words after "--" has read.
 Reading Read(const Words& words) {
   Reading reading;
   cli::CommandLine line("tool", "help text\n");

@@ -18,7 +18,7 @@ struct FakeUdev {
   std::vector<std::string> entries;
   std::vector<std::string> calls;
 
-  // Handles are addresses of something; entry n is that of handles[n].
+  // Handles are addresses: entry n has that of handles[n].
   char context = 0;
   char enumerator = 0;
   std::vector<char> handles;

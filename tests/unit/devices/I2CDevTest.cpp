@@ -12,7 +12,7 @@ namespace {
 constexpr const char* kNode = "/dev/i2c-1";
 constexpr int kFd = 5;
 
-/// Nothing an I2CDev does prints anything: the fixture checks that after each test.
+/// An I2CDev never prints anything: the fixture checks that after each test.
 class I2CDevTest : public KernelTest {
  protected:
   static KernelCall OpenNode(int fd = kFd) { return kernel::Open(kNode, O_RDWR).Returns(fd); }

@@ -11,8 +11,8 @@
 
 namespace {
 
-/// Who destroys the device shows in the close(-1) of its destructor, which the script counts; that
-/// it is destroyed once, under the address sanitizer.
+/// The script shows when the device is destroyed: its destructor calls close(-1). That it is
+/// destroyed only once is checked by the address sanitizer.
 class SPIDevOwnerTest : public KernelTest {
  protected:
   static std::unique_ptr<SPIDevOwner> Owner() {

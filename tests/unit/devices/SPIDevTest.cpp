@@ -259,7 +259,7 @@ TEST_F(SPIDevTest, DestructionThroughTheInterfaceClosesTheDevice) {
 
 class SPIDevTransferTest : public SPIDevTest {
  protected:
-  /// An open device; the script then holds what the test adds.
+  /// An open device; the test adds the rest of the script.
   SPIDev& Device(std::uint8_t bits = 8) {
     ExpectOpening();
     device_ = std::make_unique<SPIDev>(kNode, kHz, std::uint8_t{0}, bits);
@@ -402,7 +402,7 @@ TEST_F(SPIDevTransferTest, TransferAfterAFailedOneGoesOn) {
                 " file: /dev/spidev1.0\n");
 }
 
-/// A console that cannot be written, and says so in errno.
+/// A console that cannot be written, which sets errno.
 class BrokenConsole : public std::streambuf {
  public:
   BrokenConsole() : saved_(std::cerr.rdbuf(this)) {}

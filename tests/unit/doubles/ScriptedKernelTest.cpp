@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// The result of a call of which only the errno matters, or that a test makes in passing.
+/// The result of a call of which only the errno matters, or which a test does not check.
 template <typename Result>
 void Ignore(Result /*result*/) {}
 

@@ -17,7 +17,7 @@ inline constexpr const char* kWriteError =
     "SpiDev::Write() SPI_IOC_MESSAGE error, errno = Input/output error file: /dev/spidev1.0\n";
 
 /// A flash driver over a real SPIDev on the scripted kernel: /dev/spidev1.0, 10 MHz, 8 bits,
-/// transfers of at most 4096 bytes. Time stands still but for what the script takes.
+/// transfers of at most 4096 bytes. Only the script advances the time.
 class FlashTest : public KernelTest {
  protected:
   using Bytes = kernel::Bytes;
@@ -28,16 +28,16 @@ class FlashTest : public KernelTest {
   // One chip select each.
   static KernelCall Send(const Bytes& tx);
   static KernelCall Ask(const Bytes& tx, const Bytes& rx);
-  /// A question whose answer is of no interest: zeros.
+  /// A command whose answer does not matter: zeros.
   static KernelCall AskZeros(const Bytes& tx, std::size_t rxLength);
 
-  /// Expects the calls of an open that succeeds, and that the driver closes `fd` in the end.
+  /// Expects the calls of an open that succeeds, and that the driver closes `fd` at the end.
   void ExpectOpening(int fd = 7);
 
-  /// Expects that the driver finds the device closed in the end.
+  /// Expects that the driver finds the device closed at the end.
   void ExpectClosedInTheEnd() { fd_ = -1; }
 
-  /// Opens the device behind the driver's back, as descriptor 7.
+  /// Opens the device without the driver, as descriptor 7.
   void OpenDevice();
 
   /// Starts over with transfers of at most `bufsiz` bytes, the text of the kernel parameter.

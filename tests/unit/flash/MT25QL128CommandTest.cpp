@@ -292,7 +292,7 @@ TEST_F(MT25QL128CommandTest, OnlyBitZeroOfTheStatusMeansBusy) {
 TEST_F(MT25QL128CommandTest, StatusIsPolledBackToBackWithoutSleep) {
   Expect({Send({0x06}), Send({0x20, 0x00, 0x10, 0x00})});
   for (int poll = 0; poll < 100; ++poll) {
-    Expect({Ask({0x05}, {0x01})});  // a sleep in between would not be expected
+    Expect({Ask({0x05}, {0x01})});  // a sleep in between would fail the test
   }
   Expect({Ask({0x05}, {0x00})});
   EXPECT_TRUE(Flash().WriteCommand(0x20, 0x1000, 0, nullptr));
@@ -675,7 +675,7 @@ TEST_P(MT25QL128ReadRegionsTest, RangeIsSplitAtTheRegionEnds) {
   EXPECT_TRUE(Flash().Read(-1, GetParam().addr, GetParam().length));
 }
 
-// Addresses go out with three bytes: the regions show only in the split.
+// Addresses are sent with three bytes: the regions show only in the split.
 INSTANTIATE_TEST_SUITE_P(
     Rows,
     MT25QL128ReadRegionsTest,
@@ -758,7 +758,7 @@ TEST_F(MT25QL128ConstructionTest, EveryCommandFailsWithoutADevice) {
   EXPECT_FALSE(flash.Read(-1, 0x6000000, 1));
 }
 
-// What needs no traffic needs no device either.
+// Operations without traffic need no device.
 TEST_F(MT25QL128ConstructionTest, EmptyEraseAndRangesOutsideTheRegionsSucceedWithoutADevice) {
   MT25QL128 flash(nullptr);
   EXPECT_TRUE(flash.Erase(0, 4095));

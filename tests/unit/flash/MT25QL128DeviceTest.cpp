@@ -628,7 +628,7 @@ TEST_F(MT25QL128DeviceTest, ProgramGoesOnWhenTheDeviceCannotBeOpenedAgainAndEach
   Expect({kernel::Open("/dev/spidev1.0", O_RDWR).Fails(EBUSY)});
   ExpectClosedInTheEnd();
   EXPECT_EQ(Flash().ProgramDevice(0, PlainFile(Image(10'000))), 4);
-  ExpectConsole("", "");  // a closed device says nothing
+  ExpectConsole("", "");  // a closed device prints nothing
 }
 
 TEST_F(MT25QL128DeviceTest, ProgramOfAnEmptyImageSucceedsThoughTheDeviceCannotBeOpenedAgain) {

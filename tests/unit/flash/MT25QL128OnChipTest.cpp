@@ -46,8 +46,8 @@ class Dump {
   std::FILE* file_;
 };
 
-/// The driver on a chip that behaves as its data sheet says, whatever the driver does. The chip
-/// starts with 0x55 everywhere, so that each byte shows whether it was erased.
+/// The driver on the model of the chip, which does not follow a script. The chip holds 0x55
+/// everywhere at the start, so that each byte shows whether it was erased.
 class MT25QL128OnChipTest : public testing::Test {
  protected:
   explicit MT25QL128OnChipTest(Chip chip = Chip::kMicron, std::size_t bufsiz = 4096)
@@ -252,7 +252,7 @@ TEST_F(MT25QL128OddTransferTest, ChunksThatAreNoWholePagesWrapInTheirPages) {
   ASSERT_EQ(flash_->EraseDevice(0, 65536), 0);
   const std::string image = Image(600);
   EXPECT_EQ(Program(0, PlainFile(image)), 0);
-  // The second chunk starts at 300: what reaches over 512 lands at 256 again.
+  // The second chunk starts at 300: what would be beyond 512 is programmed from 256 on.
   std::string page = image.substr(256, 256);
   for (std::size_t at = 0; at < 44; ++at) {
     page[at] = static_cast<char>(page[at] & image[512 + at]);

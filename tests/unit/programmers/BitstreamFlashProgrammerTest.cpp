@@ -1,5 +1,5 @@
 // The search for the time stamp. The whole-program tables show where a stamp may stand and how it
-// is printed; these tests show its edges, and reads that fail or fall short.
+// is printed; these tests show its limits, and reads that fail or return less.
 #include <cerrno>
 #include <cstdint>
 #include <optional>
@@ -15,7 +15,7 @@ namespace {
 const std::string kHeader = "\x30\x01\xA0\x01";  // write one word to USR_ACCESS
 const std::string kStamp = "\x5A\x9E\x38\xC5";
 
-/// The scan as it is meant, four bytes a step; a short last step replaces only the first bytes.
+/// The expected search: four bytes a step; a short last step replaces only the first bytes.
 std::uint32_t StampByFourByteSteps(const std::string& file) {
   std::string word(4, '\0');
   std::string previous;
@@ -134,7 +134,7 @@ TEST_F(BitstreamFlashProgrammerTest, RandomFilesGiveWhatFourByteStepsGive) {
   const auto below = [&random](std::size_t limit) { return random() % limit; };
   int found = 0;
   for (int file = 0; file < 400; ++file) {
-    // Bytes of the header in good and bad order, so that it turns up often and at any offset.
+    // Bytes of the header in good and bad order, so that it occurs often and at any offset.
     std::string bytes;
     for (std::size_t pieces = below(12); pieces > 0; --pieces) {
       switch (below(4)) {

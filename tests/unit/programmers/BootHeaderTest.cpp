@@ -106,7 +106,7 @@ class HeaderSearchTest : public BootHeaderTest, public testing::WithParamInterfa
     try {
       GetParam()("file");
     } catch (const std::logic_error& error) {
-      // Callers tell by the text: none of the classes derived from std::logic_error will do.
+      // The exact class counts: a class derived from std::logic_error is not accepted.
       EXPECT_EQ(typeid(error), typeid(std::logic_error));
       return error.what();
     }

@@ -215,7 +215,7 @@ TEST_F(ExpanderFlashProgrammerTest, DumpThatCannotBeCreatedIsOpenFileFailed) {
   EXPECT_EQ(programmer->ReadDevice("dump", 512), 2);
 }
 
-/// A device behind which every byte of the flash is zero.
+/// A device on whose flash every byte is zero.
 class ZeroDevice : public SPIDev {
  public:
   ZeroDevice() : SPIDev("", kHz, 0, 8) {}

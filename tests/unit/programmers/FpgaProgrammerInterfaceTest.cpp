@@ -11,7 +11,7 @@ namespace {
 
 using Interface = FpgaProgrammerInterface;
 
-/// Overrides what a programmer must, and nothing else.
+/// Overrides what a programmer must override, and nothing else.
 class BareProgrammer final : public Interface {
  public:
   Status Connect() override { return Success; }

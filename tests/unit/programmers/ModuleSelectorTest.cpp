@@ -128,7 +128,7 @@ TEST_F(SelectorAttemptTest, InsertionThatBreaksTheStreamIsTried21TimesThenReport
   buffer_.broken = true;
   EXPECT_EQ(module_selector::Apply(stream_, module_selector::kOtdr), -1);
   EventLog::Events expected(21, kWait);
-  expected.insert(expected.begin(), "insert SPILVDS");  // a bad stream takes no more
+  expected.insert(expected.begin(), "insert SPILVDS");  // a bad stream accepts no more
   expected.emplace_back("err| Select_OTDR failed\n");
   EXPECT_THAT(log_.Take(), ElementsAreArray(expected));
 }

@@ -17,8 +17,8 @@
 #include "tests/doubles/PlatformDoubles.h"
 #include "tests/doubles/RedirectedFile.h"
 
-/// A line map without two equal values, so that the log tells which one was taken. The tables of
-/// the modules repeat patterns.
+/// A line map without two equal values, so that the log shows which one was used. In the maps of
+/// the modules some patterns are equal.
 class DistinctLines final : public GpioProgrammingInterface {
  public:
   unsigned short address() override { return 0xAB31; }
@@ -36,8 +36,8 @@ class DistinctLines final : public GpioProgrammingInterface {
   unsigned short cfg_init_b() override { return 0x100D; }
 };
 
-/// What a programmer meets, with one log of it all: system calls, the expander and the console. No
-/// spidev node is there, so the flash never answers.
+/// What a programmer uses, with one log of all of it: system calls, the expander and the console.
+/// There is no spidev node, so the flash never answers.
 class ProgrammerTest : public testing::Test {
  protected:
   static constexpr unsigned kHz = 20'000'000;  // a flash driver reports that when it is created
@@ -47,7 +47,7 @@ class ProgrammerTest : public testing::Test {
   /// Every test says which files stay open; none, unless it does.
   ~ProgrammerTest() override { EXPECT_EQ(kernel_.OpenFiles(), leftOpen_); }
 
-  /// A programmer behind the expander.
+  /// A programmer of a module with an expander.
   template <typename Programmer>
   std::unique_ptr<Programmer> Make(unsigned module = 5) {
     auto programmer = std::make_unique<Programmer>(&expander_, spi_.Get(), &lines_, module);

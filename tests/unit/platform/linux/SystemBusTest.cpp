@@ -9,7 +9,7 @@
 
 namespace {
 
-// What sd-bus gives back; no service answers like this.
+// What sd-bus returns; no service gives this answer.
 int callResult = 0;
 int readResult = 0;
 

@@ -150,8 +150,8 @@ rc::Gen<Steps> Strays() {
   return rc::gen::map(AnyStep(), [](FlashStep step) { return Steps{std::move(step)}; });
 }
 
-/// Write enable, then work; then, after a command too early or not, status reads and time, enough
-/// for it to end or not.
+/// Write enable and a program, an erase or a register write; then perhaps a command that is too
+/// early; then status reads and time, enough for the work to end or not.
 rc::Gen<Steps> Operations() {
   const auto waits = rc::gen::weightedOneOf<std::chrono::nanoseconds>(
       {{4, rc::gen::just<std::chrono::nanoseconds>(40ms)},
@@ -188,7 +188,7 @@ rc::Gen<Steps> StepLists() {
 
 rc::Gen<NorFlashFaults> Faults() {
   using Addresses = std::vector<std::uint32_t>;
-  // Seldom later than what a session gets done.
+  // Mostly small enough that the session reaches it.
   const auto nth = [] { return rc::gen::cast<std::uint64_t>(Between(0, 5)); };
   const auto worn = [] {
     const auto some =

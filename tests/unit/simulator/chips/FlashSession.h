@@ -25,7 +25,7 @@ struct FlashStep {
   std::vector<std::uint8_t> Mosi() const;
 };
 
-/// What a chip went through before, and then what it is told.
+/// The state of a chip at the start, and then its commands.
 struct FlashSession {
   Chip chip = Chip::kMicron;
   bool written = false;  // holds bytes that differ from page to page, rather than being blank

@@ -170,7 +170,7 @@ std::uint8_t NaiveNorFlash::ReadData(std::size_t index) const {
   return memory_[(Address() + index) % kArrayBytes];
 }
 
-/// The data pass through a buffer of a page, from the address on and round and round.
+/// The data go to a buffer of one page, from the address on, and wrap within it.
 void NaiveNorFlash::Program() {
   const std::size_t page = Address() / 256;
   if (!MayChange(page * 256, 256)) {
@@ -241,7 +241,7 @@ std::size_t NaiveNorFlash::Address() const {
   return heard_[1] * std::size_t{65536} + heard_[2] * std::size_t{256} + heard_[3];
 }
 
-/// Whether nothing there is protected; when something is, what becomes of the latch.
+/// Whether nothing there is protected; if something is, sets the latch as the chip does.
 bool NaiveNorFlash::MayChange(std::size_t address, std::size_t bytes) {
   for (std::size_t at = address; at < address + bytes; at += 256) {
     if (Protected(at / kSectorBytes)) {

@@ -20,14 +20,14 @@ struct NorFlashFaults {
   std::vector<std::uint32_t> wornSectors;
 };
 
-/// The chip that NorFlashModel.h describes once more, to compare with: a byte at a time as they
-/// come down the line, one rule a function, and slow wherever that is the plainer way.
+/// A second model of the chip that NorFlashModel.h describes, to compare with. It takes one byte at
+/// a time, has one function for each rule, and is slow where that is simpler.
 class NaiveNorFlash {
  public:
   /// @param memory  the array, borrowed: 16 MiB that hold what the chip holds
   NaiveNorFlash(Chip chip, NorFlashFaults faults, std::vector<std::uint8_t>& memory);
 
-  /// The non-volatile bits, as an earlier life left them.
+  /// Sets the non-volatile bits, as earlier commands left them.
   void LoadRegisters(std::uint8_t status, std::uint8_t configuration);
 
   /// One chip select: `sent`, then zeros for as long as bytes are received.
@@ -64,11 +64,11 @@ class NaiveNorFlash {
   std::vector<std::uint8_t>& memory_;
   std::uint8_t storedStatus_ = 0;
   std::uint8_t configuration_;
-  std::vector<std::uint8_t> heard_;  // since chip select fell
+  std::vector<std::uint8_t> heard_;  // received since chip select fell
   bool latch_ = false;
   bool stuck_ = false;
   int pollsLeft_ = 0;                         // of a program or an erase
-  std::chrono::nanoseconds workTimeLeft_{0};  // likewise
+  std::chrono::nanoseconds workTimeLeft_{0};  // of the same
   std::chrono::nanoseconds timeLeft_{0};
   std::vector<std::uint8_t> registersToCome_;
   std::uint64_t programs_ = 0;

@@ -1,5 +1,5 @@
-// The model against random sessions: what must hold after every step of each, and a second model.
-// The same sessions every time; for others, or more:
+// Random sessions on the model: checks what must hold after every step, and compares with a second
+// model. The sessions are always the same; for others, or more:
 //   RC_PARAMS="max_success=5000" build/dev/tests/unit_simulator_chips_NorFlashModelPropertyTest
 
 #include <gtest/gtest.h>
@@ -42,8 +42,8 @@ const NorFlashModel& NewChip(Chip chip) {
   return chip == Chip::kMicron ? micron : macronix;
 }
 
-/// The model with the past of the session. One at a time: they share their memory, as mapping it
-/// anew takes longer than a session.
+/// The model in the state at the start of the session. One object at a time: they share their
+/// memory, because mapping new memory takes longer than a session.
 class Flash {
  public:
   explicit Flash(const FlashSession& session) : model_(Shared()) {
@@ -66,7 +66,7 @@ class Flash {
     }
   }
 
-  /// @return what came back, from the first byte on
+  /// @return what was received, from the first byte on
   Bytes Do(const FlashStep& step) {
     if (step.sent.empty()) {
       model_.AdvanceTime(step.wait);
@@ -101,7 +101,7 @@ void AtEveryStep(const FlashSession& session, const Check& check) {
   }
 }
 
-// That the properties are about something: what sessions must bring about, and often.
+// The properties are tested often enough: what sessions must cause, and how often.
 
 struct Event {
   const char* name;
@@ -448,7 +448,7 @@ Bytes Do(NaiveNorFlash& naive, const FlashStep& step) {
   return naive.Select(step.sent, step.received);
 }
 
-/// The naive model with the past of the session. One at a time, likewise.
+/// The second model in the state at the start of the session. One object at a time, too.
 NaiveNorFlash Naive(const FlashSession& session) {
   static Bytes memory;
   memory = session.Contents();

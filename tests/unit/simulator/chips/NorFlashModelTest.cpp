@@ -28,7 +28,7 @@ class NorFlashModelTest : public testing::Test {
   explicit NorFlashModelTest(Chip chip) : flash_(std::make_unique<NorFlashModel>(chip)) {}
 
   /// One chip select: sends the command, then clocks `reply` more bytes.
-  /// @return those; what the chip drives while it is being commanded must be zero
+  /// @return those bytes; what the chip drives during the command must be zero
   Bytes Ask(const Bytes& command, std::size_t reply) {
     Bytes mosi = command;
     mosi.resize(command.size() + reply, 0x00);
@@ -304,7 +304,7 @@ TEST_F(MacronixFlashModelTest, ConfigurationReadsDoNotEndAProgram) {
   EXPECT_EQ(Ask({0x05}, 3), Bytes({0x03, 0x03, 0x00}));
 }
 
-// Deaf while busy.
+// Commands that are ignored while the chip is busy.
 
 TEST_F(NorFlashModelTest, BusyChipHearsNoRead) {
   Send({0x06});

@@ -11,7 +11,7 @@ namespace {
 using orvane::Gzip;
 using Bytes = std::vector<std::uint8_t>;
 
-/// What zlib's own reader makes of one gzip member; empty when it does not like it.
+/// What zlib reads from one gzip member; empty if it refuses it.
 Bytes Unpack(const Bytes& packed, std::size_t room) {
   z_stream stream{};
   EXPECT_EQ(inflateInit2(&stream, 15 + 16), Z_OK);

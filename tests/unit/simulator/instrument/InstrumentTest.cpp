@@ -27,7 +27,7 @@ constexpr const char* kQspiPrg = "/sys/platform_m1/qspi_prg/value";
 constexpr const char* kReset = "/sys/platform_m1/zynq_hw_reset_n/value";
 constexpr const char* kDone = "/sys/platform_m1/zynq_done/value";
 
-/// A chip at 0x21 that remembers what it was sent and answers 40 01 02 ...
+/// A chip at 0x21 that stores what it was sent and answers 40 01 02 ...
 class Expander : public I2cDevice {
  public:
   void Write(std::span<const std::uint8_t> bytes) override {

@@ -19,7 +19,7 @@ std::string OutputOf(const std::string& command) {
 }
 
 TEST(ShimLibraryTest, NeedsNothingButTheCLibrary) {
-  // Whatever else it needed would be loaded into every program, sanitizers included.
+  // Any other library that it needs would be loaded into every program, also a sanitizer.
   EXPECT_EQ(OutputOf("readelf -d '" ORVANE_SHIM "' | sed -n 's/.*NEEDED.*\\[\\(.*\\)\\]/\\1/p'"),
             "libc.so.6\n");
 }
