@@ -33,7 +33,7 @@ class BusConnection {
   /// @throw std::runtime_error, also when somebody else has that name
   Object Offer(const std::string& xml, Handler handler);
 
-  /// Asks the bus daemon itself. It does not take the main loop: the caller may be in it.
+  /// Asks the bus daemon itself. It must not run the main loop, because that may run the caller.
   /// @param arguments  taken over when floating
   /// @return the number in the reply
   /// @throw std::runtime_error

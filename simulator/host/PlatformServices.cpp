@@ -70,7 +70,7 @@ void PlatformServices::State::Serve(GDBusMethodInvocation* invocation) {
   const std::unique_ptr<GVariant, Unref> owned(g_variant_ref_sink(reply));
   if (result.killed) {
     KillCaller(invocation);
-    g_object_unref(invocation);  // nobody waits for it
+    g_object_unref(invocation);  // its caller does not exist any more
   } else if (!result.error.empty()) {
     g_dbus_method_invocation_return_dbus_error(
         invocation, result.error.c_str(), "The instrument was told to fail here");
