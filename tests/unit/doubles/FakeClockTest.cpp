@@ -29,10 +29,10 @@ TEST(FakeClockTest, EachClockStartsAnewAndThereIsOneAtATime) {
   {
     const FakeClock clock;
     FakeClock::Advance(1s);
-    EXPECT_THROW(FakeClock(), std::logic_error);
+    EXPECT_THROW(const FakeClock second, std::logic_error);
   }
   const FakeClock clock;
-  EXPECT_EQ(FakeClock::Passed(), 0s);
+  EXPECT_EQ(FakeClock::Passed(), std::chrono::seconds::zero());
 }
 
 TEST(FakeClockTest, WallClockGoesOnAndTheRealClockIsBackAfterwards) {

@@ -36,7 +36,7 @@ TEST(TemporaryDirectoryTest, GoesWithItsContents) {
 }
 
 TEST(TemporaryDirectoryTest, ParentThatIsMissingThrows) {
-  EXPECT_THROW(TemporaryDirectory("/nonexistent"), std::system_error);
+  EXPECT_THROW(const TemporaryDirectory directory("/nonexistent"), std::system_error);
 }
 
 TEST(ScratchDirectoryTest, IsTheWorkingDirectoryUntilItGoes) {
