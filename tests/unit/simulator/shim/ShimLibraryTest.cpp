@@ -1,21 +1,17 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
+
+#include "tests/doubles/ChildProcess.h"
+#include "tests/doubles/ScratchDirectory.h"
 
 namespace {
 
+/// @return what a line of the shell prints
 std::string OutputOf(const std::string& command) {
-  std::FILE* const pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) {
-    return "";
-  }
-  std::string text;
-  for (int byte = std::getc(pipe); byte != EOF; byte = std::getc(pipe)) {
-    text += static_cast<char>(byte);
-  }
-  pclose(pipe);
-  return text;
+  const ScratchDirectory directory;
+  EXPECT_EQ(ChildProcess({.words = {"/bin/sh", "-c", command}, .out = "out"}).Wait().ExitCode(), 0);
+  return ReadFile("out");
 }
 
 TEST(ShimLibraryTest, NeedsNothingButTheCLibrary) {
