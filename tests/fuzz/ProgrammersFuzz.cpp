@@ -106,14 +106,14 @@ std::unique_ptr<FpgaProgrammerInterface> NewProgrammer(const Input& input, Devic
 }
 
 /// How a run ended: with a status or an exception.
-struct Outcome {
+struct UpdateResult {
   std::optional<Status> status;
   bool threw = false;
   bool connected = false;
 };
 
-Outcome Run(const Input& input) {
-  Outcome outcome;
+UpdateResult Run(const Input& input) {
+  UpdateResult outcome;
   Devices devices;
   try {
     const auto programmer = NewProgrammer(input, devices);
@@ -150,7 +150,7 @@ std::optional<bool> IsUpgradeRequired(const Input& input, const ProgrammersWorld
   return reference::BuildDatesDiffer(*dumpHeader, *imageHeader);
 }
 
-void CheckStatus(const Input& input, const Outcome& outcome) {
+void CheckStatus(const Input& input, const UpdateResult& outcome) {
   Require(!outcome.threw || input.ComparesHeaders(), "only boot headers throw");
   if (!outcome.status) {
     return;
@@ -173,7 +173,7 @@ void CheckStatus(const Input& input, const Outcome& outcome) {
   }
 }
 
-void CheckDecision(const Input& input, const Outcome& outcome, const ProgrammersWorld& world) {
+void CheckDecision(const Input& input, const UpdateResult& outcome, const ProgrammersWorld& world) {
   const bool upToDate = outcome.status == FpgaProgrammerInterface::UpToDate;
   if (upToDate || !outcome.connected) {
     Require(!world.HasChanged() && !world.HasUnlocked(), "nothing is written before the decision");
@@ -205,7 +205,7 @@ bool Obeyed(const ProgrammersWorld& world) {
   return world.FlashObeyed() && world.ExpanderObeyed() && !world.Disturbed();
 }
 
-void CheckRewrite(const Input& input, const Outcome& outcome, const ProgrammersWorld& world) {
+void CheckRewrite(const Input& input, const UpdateResult& outcome, const ProgrammersWorld& world) {
   if (outcome.status == FpgaProgrammerInterface::Success && world.FlashObeyed() &&
       IsWritable(input)) {
     Require(world.Memory().starts_with(input.image), "after a success the flash holds the image");
@@ -230,7 +230,7 @@ void CheckRewrite(const Input& input, const Outcome& outcome, const ProgrammersW
           "a run that nothing disturbs comes to its end");
 }
 
-void CheckControlFiles(const Outcome& outcome, const ProgrammersWorld& world) {
+void CheckControlFiles(const UpdateResult& outcome, const ProgrammersWorld& world) {
   const std::string& owner = world.files.at(world.ControlFile("qspi_prg"));
   const std::string& reset = world.files.at(world.ControlFile("zynq_hw_reset_n"));
   if (!outcome.status) {
@@ -283,7 +283,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     world.files[kImage] = *input.File();
   }
 
-  const Outcome outcome = Run(input);
+  const UpdateResult outcome = Run(input);
 
   CheckStatus(input, outcome);
   CheckDecision(input, outcome, world);

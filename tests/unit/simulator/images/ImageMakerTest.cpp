@@ -18,7 +18,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-struct Outcome {
+struct MakerRun {
   int status;
   std::string out;
   std::string err;
@@ -26,7 +26,7 @@ struct Outcome {
 
 class ImageMakerTest : public testing::Test {
  protected:
-  static Outcome Run(const std::vector<std::string>& words) {
+  static MakerRun Run(const std::vector<std::string>& words) {
     std::vector<const char*> pointers;
     pointers.reserve(words.size());
     for (const std::string& word : words) {
@@ -40,7 +40,7 @@ class ImageMakerTest : public testing::Test {
   /// Runs with --out added; expects success and returns the file.
   Bytes Make(std::vector<std::string> words) const {
     words.insert(words.end(), {"--out", File()});
-    const Outcome outcome = Run(words);
+    const MakerRun outcome = Run(words);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "");
@@ -54,7 +54,7 @@ class ImageMakerTest : public testing::Test {
     return ProblemWithJust(words);
   }
   std::string ProblemWithJust(const std::vector<std::string>& words) const {
-    const Outcome outcome = Run(words);
+    const MakerRun outcome = Run(words);
     EXPECT_EQ(outcome.status, 2);
     EXPECT_EQ(outcome.out, "");
     EXPECT_FALSE(std::filesystem::exists(File()));
@@ -122,7 +122,7 @@ TEST_F(ImageMakerTest, ExistingFileIsReplaced) {
 TEST_F(ImageMakerTest, HelpGoesToStandardOutput) {
   for (const std::vector<std::string>& words :
        {std::vector<std::string>{"--help"}, {"zynq", "--help"}, {"bitstream", "--help"}}) {
-    const Outcome outcome = Run(words);
+    const MakerRun outcome = Run(words);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out.substr(0, 31), "Usage: orvane-image zynq --out ");
     EXPECT_EQ(outcome.err, "");
@@ -132,7 +132,7 @@ TEST_F(ImageMakerTest, HelpGoesToStandardOutput) {
 TEST_F(ImageMakerTest, VersionGoesToStandardOutput) {
   for (const std::vector<std::string>& words :
        {std::vector<std::string>{"--version"}, {"zynq", "--version"}}) {
-    const Outcome outcome = Run(words);
+    const MakerRun outcome = Run(words);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out.substr(0, 13), "orvane-image ");
     EXPECT_EQ(outcome.err, "");
@@ -240,7 +240,7 @@ TEST_F(ImageMakerTest, StampWordBeyondTheEndIsRefused) {
 
 TEST_F(ImageMakerTest, FileThatCannotBeOpenedIsAnIoError) {
   const std::string file = directory_.Path() + "/missing/image.bin";
-  const Outcome outcome = Run({"zynq", "--out", file});
+  const MakerRun outcome = Run({"zynq", "--out", file});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, "orvane-image: cannot write '" + file + "': No such file or directory\n");
@@ -248,7 +248,7 @@ TEST_F(ImageMakerTest, FileThatCannotBeOpenedIsAnIoError) {
 
 TEST_F(ImageMakerTest, FullDeviceIsAnIoErrorForLargeAndSmallFiles) {
   for (const char* size : {"1M", "152"}) {
-    const Outcome outcome = Run({"zynq", "--out", "/dev/full", "--size", size});
+    const MakerRun outcome = Run({"zynq", "--out", "/dev/full", "--size", size});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "orvane-image: cannot write '/dev/full': No space left on device\n");
