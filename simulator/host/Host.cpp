@@ -27,6 +27,7 @@
 #include "simulator/host/Console.h"
 #include "simulator/host/FlashFile.h"
 #include "simulator/host/PlatformServices.h"
+#include "simulator/host/RunHooks.h"
 #include "simulator/host/ShimServer.h"
 #include "simulator/host/TemporaryDirectory.h"
 #include "simulator/host/Testbed.h"
@@ -124,16 +125,14 @@ class Host {
                     options.SpiLimit(),
                     log_),
         testbed_(directory_.Path()),
-        server_(directory_.Path() + "/link", options.fast, instrument_, testbed_, [this] {
-          DrainConsole();
-        }) {
+        server_(directory_.Path() + "/link", options.fast, instrument_, testbed_, hooks_) {
     FillTestbed();
     if (options_.withBus) {
       bus_.emplace(directory_.Path());
       services_.emplace(bus_->Address(),
                         PlatformServices::Wanted{options_.withInventory, options_.withResources},
                         instrument_,
-                        [this] { DrainConsole(); });
+                        hooks_);
     }
     if (logFile_ != nullptr) {
       console_.emplace(directory_.Path(), log_);
@@ -156,6 +155,9 @@ class Host {
     LogEnd();
     SaveFlashes();
     SaveState();
+    if (failure_) {
+      throw std::runtime_error(*failure_);
+    }
     if (logFile_ != nullptr && !*logFile_) {
       throw std::runtime_error("cannot write log file '" + options_.logFile + "'");
     }
@@ -198,6 +200,22 @@ class Host {
       graceSource_ = g_timeout_add(kGraceMilliseconds, OnGraceOver, this);
     }
     command_->Signal(signal);
+  }
+
+  void Fail(const std::string& why) {
+    if (!failure_) {
+      failure_ = why;
+      KillCommand();
+    }
+  }
+
+  void KillCommand() {
+    if (command_) {
+      command_->Signal(SIGKILL);
+    }
+    for (const pid_t process : server_.ConnectedProcesses()) {
+      ::kill(process, SIGKILL);
+    }
   }
 
   void FillTestbed() {
@@ -317,6 +335,9 @@ class Host {
   SignalSource interrupt_{SIGINT, OnSignal<SIGINT>, this};
   SignalSource terminate_{SIGTERM, OnSignal<SIGTERM>, this};
   SignalSource hangUp_{SIGHUP, OnSignal<SIGHUP>, this};
+  const RunHooks hooks_{.beforeEvent = [this] { DrainConsole(); },
+                        .fail = [this](const std::string& why) { Fail(why); },
+                        .killAll = [this] { KillCommand(); }};
   const Options& options_;
   const InheritedDescriptors& descriptors_;
   TemporaryDirectory directory_;
@@ -330,6 +351,7 @@ class Host {
   std::optional<PlatformServices> services_;
   std::optional<Console> console_;
   std::optional<CommandProcess> command_;
+  std::optional<std::string> failure_;  // why the run was ended
   unsigned graceSource_ = 0;
   int waitStatus_ = 0;
 };

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "simulator/bus/BusConnection.h"
@@ -33,7 +32,7 @@ GVariant* NumbersReply(const std::vector<int>& numbers) {
 
 struct PlatformServices::State {
   Instrument& instrument;
-  std::function<void()> beforeEvent;
+  const RunHooks& hooks;
   BusConnection bus;
 
   void Offer(const char* xml) {
@@ -55,7 +54,7 @@ void PlatformServices::State::KillCaller(GDBusMethodInvocation* invocation) {
 
 void PlatformServices::State::Serve(GDBusMethodInvocation* invocation) {
   const std::string_view method = g_dbus_method_invocation_get_method_name(invocation);
-  beforeEvent();
+  hooks.beforeEvent();
   DBusResult result;
   GVariant* reply = nullptr;
   if (method == "GetModuleLocations") {
@@ -82,8 +81,8 @@ void PlatformServices::State::Serve(GDBusMethodInvocation* invocation) {
 PlatformServices::PlatformServices(const std::string& busAddress,
                                    Wanted wanted,
                                    Instrument& instrument,
-                                   std::function<void()> beforeEvent)
-    : state_(new State{instrument, std::move(beforeEvent), BusConnection(busAddress)}) {
+                                   const RunHooks& hooks)
+    : state_(new State{instrument, hooks, BusConnection(busAddress)}) {
   if (wanted.inventory) {
     state_->Offer(kSystemInventoryXml);
   }

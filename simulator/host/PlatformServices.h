@@ -1,9 +1,9 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 
+#include "simulator/host/RunHooks.h"
 #include "simulator/instrument/Instrument.h"
 
 namespace orvane {
@@ -17,13 +17,13 @@ class PlatformServices {
     bool resources = true;
   };
 
-  /// @param instrument   borrowed, answers the calls
-  /// @param beforeEvent  run before each call is handed to the instrument
+  /// @param instrument  borrowed, answers the calls
+  /// @param hooks       borrowed
   /// @throw std::runtime_error
   PlatformServices(const std::string& busAddress,
                    Wanted wanted,
                    Instrument& instrument,
-                   std::function<void()> beforeEvent);
+                   const RunHooks& hooks);
   PlatformServices(const PlatformServices&) = delete;
   PlatformServices& operator=(const PlatformServices&) = delete;
   ~PlatformServices();

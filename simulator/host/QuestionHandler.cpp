@@ -66,11 +66,8 @@ LinkReply ReplyFor(const Fault& fault, Answer otherwise) {
 QuestionHandler::QuestionHandler(bool fast,
                                  Instrument& instrument,
                                  Testbed& testbed,
-                                 std::function<void()> beforeEvent)
-    : fast_(fast),
-      instrument_(instrument),
-      files_(instrument, testbed),
-      beforeEvent_(std::move(beforeEvent)) {}
+                                 const RunHooks& hooks)
+    : fast_(fast), instrument_(instrument), files_(instrument, testbed), hooks_(hooks) {}
 
 LinkReply QuestionHandler::Handle(const Question& question, Payload payload, PendingCall& pending) {
   // A result belongs to the event before it: console output since then stands after it in the log.
@@ -80,7 +77,7 @@ LinkReply QuestionHandler::Handle(const Question& question, Payload payload, Pen
   if (question.op == Op::kWritten) {
     return HandleWritten(question, pending);
   }
-  beforeEvent_();
+  hooks_.beforeEvent();
   LinkReply reply = HandleEvent(question, payload, pending);
   if (question.op == Op::kWrite || question.op == Op::kSleep) {
     files_.UpdateAttributes();

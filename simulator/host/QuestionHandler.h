@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <string_view>
 #include <vector>
 
 #include "simulator/host/FileTable.h"
+#include "simulator/host/RunHooks.h"
 #include "simulator/host/Testbed.h"
 #include "simulator/instrument/Event.h"
 #include "simulator/instrument/Instrument.h"
@@ -30,14 +30,11 @@ struct LinkReply {
 /// Answers the questions of programs, with the instrument.
 class QuestionHandler {
  public:
-  /// @param fast         sleeps do not wait
-  /// @param instrument   borrowed
-  /// @param testbed      borrowed; gets the files of the instrument's attributes
-  /// @param beforeEvent  run before each event
-  QuestionHandler(bool fast,
-                  Instrument& instrument,
-                  Testbed& testbed,
-                  std::function<void()> beforeEvent);
+  /// @param fast        sleeps do not wait
+  /// @param instrument  borrowed
+  /// @param testbed     borrowed; gets the files of the instrument's attributes
+  /// @param hooks       borrowed
+  QuestionHandler(bool fast, Instrument& instrument, Testbed& testbed, const RunHooks& hooks);
 
   /// @param pending  of the process that asks, one at a time
   LinkReply Handle(const link::Question& question,
@@ -66,7 +63,7 @@ class QuestionHandler {
   bool fast_;
   Instrument& instrument_;
   FileTable files_;
-  std::function<void()> beforeEvent_;
+  const RunHooks& hooks_;
 };
 
 }  // namespace orvane

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <system_error>
-#include <utility>
 
 #include "simulator/host/LinkConnection.h"
 
@@ -48,8 +47,8 @@ ShimServer::ShimServer(const std::string& path,
                        bool fast,
                        Instrument& instrument,
                        Testbed& testbed,
-                       std::function<void()> beforeEvent)
-    : handler_(fast, instrument, testbed, std::move(beforeEvent)),
+                       const RunHooks& hooks)
+    : handler_(fast, instrument, testbed, hooks),
       listener_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -8,6 +7,7 @@
 
 #include "base/FileDescriptor.h"
 #include "simulator/host/QuestionHandler.h"
+#include "simulator/host/RunHooks.h"
 #include "simulator/host/Testbed.h"
 #include "simulator/instrument/Instrument.h"
 
@@ -17,17 +17,17 @@ namespace orvane {
 /// one at a time. Served from the thread's main loop.
 class ShimServer {
  public:
-  /// @param path         of the socket to listen on
-  /// @param fast         sleeps do not wait
-  /// @param instrument   borrowed
-  /// @param testbed      borrowed; gets the files of the instrument's attributes
-  /// @param beforeEvent  run before each event
+  /// @param path        of the socket to listen on
+  /// @param fast        sleeps do not wait
+  /// @param instrument  borrowed
+  /// @param testbed     borrowed; gets the files of the instrument's attributes
+  /// @param hooks       borrowed
   /// @throw std::system_error
   ShimServer(const std::string& path,
              bool fast,
              Instrument& instrument,
              Testbed& testbed,
-             std::function<void()> beforeEvent);
+             const RunHooks& hooks);
   ShimServer(const ShimServer&) = delete;
   ShimServer& operator=(const ShimServer&) = delete;
   ~ShimServer();
