@@ -1,35 +1,31 @@
 #include "simulator/host/Host.h"
 
-#include <fcntl.h>
 #include <glib-unix.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <string>
-#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "simulator/boards/ModuleFactory.h"
 #include "simulator/bus/PrivateBus.h"
-#include "simulator/host/CommandProcess.h"
+#include "simulator/guard/ProcessTree.h"
+#include "simulator/guard/RunDirectory.h"
 #include "simulator/host/Console.h"
 #include "simulator/host/FlashFile.h"
 #include "simulator/host/PlatformServices.h"
 #include "simulator/host/RunHooks.h"
 #include "simulator/host/ShimServer.h"
-#include "simulator/host/TemporaryDirectory.h"
 #include "simulator/host/Testbed.h"
 #include "simulator/instrument/EventLog.h"
 #include "simulator/instrument/Instrument.h"
@@ -41,10 +37,10 @@ namespace {
 constexpr const char* kBufsizPath = "/sys/module/spidev/parameters/bufsiz";
 constexpr const char* kUmockdevPreload = "libumockdev-preload.so.0";
 constexpr const char* kShimName = "liborvane-shim.so";
-constexpr unsigned kGraceMilliseconds = 2000;
-constexpr int kReapMilliseconds = 2000;
-constexpr useconds_t kReapPollMicroseconds = 1000;
 constexpr int kSignalStatus = 128;
+constexpr int kInstrumentFailed = 125;
+
+std::string LinkAddress(const std::string& directory) { return directory + "/link"; }
 
 /// Where the build puts the shim, seen from this executable.
 std::string FindShim() {
@@ -97,25 +93,33 @@ struct UnrefLoop {
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
 };
 
-/// Handles a signal in the main loop, instead of its default action, until it is destroyed.
-class SignalSource {
- public:
-  SignalSource(int signal, GSourceFunc function, void* self)
-      : source_(g_unix_signal_add(signal, function, self)) {}
-  SignalSource(const SignalSource&) = delete;
-  SignalSource& operator=(const SignalSource&) = delete;
-  ~SignalSource() { g_source_remove(source_); }
-
- private:
-  unsigned source_;
-};
+/// Ends this process, and every process of the command, when the guard has been killed: then nobody
+/// else does. It needs a thread of its own, because the others may be waiting for anything.
+void EndWithGuard(FileDescriptor lifeline, const std::string& directory) {
+  std::thread([lifeline = std::move(lifeline), directory] {
+    char byte = '\0';
+    while (::read(lifeline.Get(), &byte, sizeof byte) < 0 && errno == EINTR) {
+    }
+    static_cast<void>(
+        process_tree::KillWith(std::string(link::kAddressVariable) + "=" + LinkAddress(directory)));
+    static_cast<void>(process_tree::Kill(::getpid(), 0));  // the bus
+    while (::waitpid(-1, nullptr, 0) > 0) {
+    }
+    RunDirectory::Remove(directory);
+    ::_exit(kInstrumentFailed);
+  }).detach();
+}
 
 /// Everything of one run, built in the order of the members and destroyed in reverse.
 class Host {
  public:
-  Host(const Options& options, const InheritedDescriptors& descriptors)
+  Host(const Options& options,
+       const std::string& directory,
+       ConsoleSockets* console,
+       ControlChannel guard)
       : options_(options),
-        descriptors_(descriptors),
+        directory_(directory),
+        guard_(std::move(guard)),
         logFile_(OpenLog(options.logFile)),
         log_(logFile_.get()),
         selector_(options.withSelector),
@@ -124,18 +128,18 @@ class Host {
                     Rules(options.faults),
                     options.SpiLimit(),
                     log_),
-        testbed_(directory_.Path()),
-        server_(directory_.Path() + "/link", options.fast, instrument_, testbed_, hooks_) {
+        testbed_(directory),
+        server_(LinkAddress(directory), options.fast, instrument_, testbed_, hooks_) {
     FillTestbed();
     if (options_.withBus) {
-      bus_.emplace(directory_.Path());
+      bus_.emplace(directory_);
       services_.emplace(bus_->Address(),
                         PlatformServices::Wanted{options_.withInventory, options_.withResources},
                         instrument_,
                         hooks_);
     }
-    if (logFile_ != nullptr) {
-      console_.emplace(directory_.Path(), log_);
+    if (console != nullptr) {
+      console_.emplace(*console, log_);
     }
   }
   Host(const Host&) = delete;
@@ -143,23 +147,27 @@ class Host {
   ~Host() = default;
 
   int Run() {
-    command_.emplace(options_.command, Environment(), StandardOfCommand(), descriptors_.others);
     if (console_) {
-      console_->CloseWriters();
       g_unix_fd_add(console_->Descriptor(), G_IO_IN, OnConsole, this);
     }
-    g_child_watch_add(command_->Id(), OnEnd, this);
+    g_unix_fd_add(guard_.Descriptor(), G_IO_IN, OnGuard, this);
+    guard_.Send(MakeReadyMessage(Settings()));
     g_main_loop_run(loop_.get());
-    KillRest();
     DrainConsole();
     LogEnd();
     SaveFlashes();
     SaveState();
-    if (failure_) {
-      throw std::runtime_error(*failure_);
-    }
     if (logFile_ != nullptr && !*logFile_) {
-      throw std::runtime_error("cannot write log file '" + options_.logFile + "'");
+      problems_.push_back("cannot write log file '" + options_.logFile + "'");
+    }
+    if (!server_.HasHadConnections()) {
+      problems_.emplace_back("COMMAND never connected to the instrument");
+    }
+    for (const std::string& problem : problems_) {
+      std::cerr << "orvane-sim: " << problem << std::endl;
+    }
+    if (!problems_.empty()) {
+      return kInstrumentFailed;
     }
     return WIFEXITED(waitStatus_) ? WEXITSTATUS(waitStatus_)
                                   : kSignalStatus + WTERMSIG(waitStatus_);
@@ -170,19 +178,14 @@ class Host {
     static_cast<Host*>(self)->DrainConsole();
     return G_SOURCE_CONTINUE;
   }
-  static void OnEnd(GPid /*process*/, int status, void* self) {
+  static int OnGuard(int /*descriptor*/, GIOCondition /*condition*/, void* self) {
     auto* const host = static_cast<Host*>(self);
-    host->waitStatus_ = status;
-    g_main_loop_quit(host->loop_.get());
-  }
-  template <int kSignal>
-  static int OnSignal(void* self) {
-    static_cast<Host*>(self)->Forward(kSignal);
-    return G_SOURCE_CONTINUE;
-  }
-  static int OnGraceOver(void* self) {
-    static_cast<Host*>(self)->command_->Signal(SIGKILL);
-    return G_SOURCE_CONTINUE;
+    const std::optional<std::string> message = host->guard_.Receive();
+    if (message) {
+      host->waitStatus_ = std::stoi(*message);
+      g_main_loop_quit(host->loop_.get());
+    }
+    return G_SOURCE_REMOVE;  // it says no more
   }
 
   void DrainConsole() {
@@ -191,30 +194,17 @@ class Host {
     }
   }
 
-  /// Passes a signal on. The command is killed when it has not ended within the grace period, or
-  /// when a second signal arrives.
-  void Forward(int signal) {
-    if (graceSource_ != 0) {
-      signal = SIGKILL;
-    } else {
-      graceSource_ = g_timeout_add(kGraceMilliseconds, OnGraceOver, this);
-    }
-    command_->Signal(signal);
-  }
-
   void Fail(const std::string& why) {
-    if (!failure_) {
-      failure_ = why;
+    if (!hasFailed_) {
+      hasFailed_ = true;
+      problems_.insert(problems_.begin(), why);
       KillCommand();
     }
   }
 
-  void KillCommand() {
-    if (command_) {
-      command_->Signal(SIGKILL);
-    }
-    for (const pid_t process : server_.ConnectedProcesses()) {
-      ::kill(process, SIGKILL);
+  void KillCommand() const {
+    if (!process_tree::Kill(guardProcess_, ::getpid())) {
+      std::cerr << "orvane-sim: a process of COMMAND cannot be killed" << std::endl;
     }
   }
 
@@ -230,72 +220,27 @@ class Host {
     }
   }
 
-  /// Our environment and the variables that make a process part of the instrument. The processes
-  /// that the command starts inherit it.
-  std::vector<std::string> Environment() const {
+  /// The variables that make a process part of the instrument. The processes that the command
+  /// starts inherit them.
+  std::vector<std::string> Settings() const {
     // A path without blanks and colons, because these separate paths in LD_PRELOAD.
-    const std::string shim = directory_.Path() + "/" + kShimName;
+    const std::string shim = directory_ + "/" + kShimName;
     std::filesystem::create_symlink(FindShim(), shim);
 
-    std::map<std::string, std::string> variables;
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-      const std::string text = *variable;
-      const std::size_t equals = text.find('=');
-      if (equals != std::string::npos) {
-        variables.emplace(text.substr(0, equals), text.substr(equals + 1));
-      }
-    }
-    std::string& preload = variables["LD_PRELOAD"];
-    preload += (preload.empty() ? "" : ":") + shim + ":" + kUmockdevPreload;
-    variables[link::kAddressVariable] = directory_.Path() + "/link";
+    const char* const preload = std::getenv("LD_PRELOAD");
+    const std::string before =
+        preload == nullptr || *preload == '\0' ? "" : preload + std::string(":");
+    std::vector<std::string> settings = {
+        "LD_PRELOAD=" + before + shim + ":" + kUmockdevPreload,
+        std::string(link::kAddressVariable) + "=" + LinkAddress(directory_),
+        "UMOCKDEV_DIR=" + testbed_.RealPath(""),
+        "DBUS_SYSTEM_BUS_ADDRESS=" +
+            (bus_ ? bus_->Address() : "unix:path=" + directory_ + "/no-bus")};
     if (options_.clockStep.count() > 0) {
-      variables[link::kClockStepVariable] =
-          std::to_string(std::chrono::nanoseconds(options_.clockStep).count());
+      settings.push_back(std::string(link::kClockStepVariable) + "=" +
+                         std::to_string(std::chrono::nanoseconds(options_.clockStep).count()));
     }
-    variables["DBUS_SYSTEM_BUS_ADDRESS"] =
-        bus_ ? bus_->Address() : "unix:path=" + directory_.Path() + "/no-bus";
-    std::vector<std::string> environment;
-    environment.reserve(variables.size());
-    for (const auto& [name, value] : variables) {
-      environment.push_back(std::string(name).append("=").append(value));
-    }
-    return environment;
-  }
-
-  std::array<int, 3> StandardOfCommand() const {
-    std::array<int, 3> standard{};
-    for (int descriptor = 0; descriptor < 3; ++descriptor) {
-      int& place = standard[static_cast<std::size_t>(descriptor)];
-      if (!descriptors_.standard.at(static_cast<std::size_t>(descriptor))) {
-        place = CommandProcess::kClosed;
-      } else if (console_ && descriptor != STDIN_FILENO) {
-        place = console_->WriterFor(descriptor);
-      } else {
-        place = descriptor;
-      }
-    }
-    return standard;
-  }
-
-  /// Kills the processes that the command has left running, in its group or outside, and waits for
-  /// them.
-  void KillRest() {
-    command_.reset();
-    for (const pid_t process : server_.ConnectedProcesses()) {
-      ::kill(process, SIGKILL);
-    }
-    services_.reset();
-    bus_.reset();
-    // Processes whose parents have ended are our children by now.
-    for (int waited = 0; waited < kReapMilliseconds; ++waited) {
-      pid_t reaped = 0;
-      while ((reaped = ::waitpid(-1, nullptr, WNOHANG)) > 0) {
-      }
-      if (reaped < 0) {
-        return;
-      }
-      ::usleep(kReapPollMicroseconds);
-    }
+    return settings;
   }
 
   void LogEnd() {
@@ -308,7 +253,7 @@ class Host {
   }
 
   /// How the run left each module, one line each.
-  void SaveState() const {
+  void SaveState() {
     if (options_.stateFile.empty()) {
       return;
     }
@@ -317,11 +262,11 @@ class Host {
       file << module->Slot() << ' ' << module->DescribeState() << '\n';
     }
     if (!file.flush()) {
-      throw std::runtime_error("cannot write state file '" + options_.stateFile + "'");
+      problems_.push_back("cannot write state file '" + options_.stateFile + "'");
     }
   }
 
-  void SaveFlashes() const {
+  void SaveFlashes() {
     for (const auto& module : instrument_.Modules()) {
       if (!module->Options().flashFile.empty()) {
         SaveFlashFile(module->Options().flashFile, module->Flash().Contents());
@@ -330,17 +275,13 @@ class Host {
   }
 
   std::unique_ptr<GMainLoop, UnrefLoop> loop_{g_main_loop_new(nullptr, FALSE)};
-  // Before anything is created that has to be removed: from here on a signal waits for the main
-  // loop.
-  SignalSource interrupt_{SIGINT, OnSignal<SIGINT>, this};
-  SignalSource terminate_{SIGTERM, OnSignal<SIGTERM>, this};
-  SignalSource hangUp_{SIGHUP, OnSignal<SIGHUP>, this};
+  const pid_t guardProcess_ = ::getppid();
   const RunHooks hooks_{.beforeEvent = [this] { DrainConsole(); },
                         .fail = [this](const std::string& why) { Fail(why); },
                         .killAll = [this] { KillCommand(); }};
   const Options& options_;
-  const InheritedDescriptors& descriptors_;
-  TemporaryDirectory directory_;
+  const std::string& directory_;
+  ControlChannel guard_;
   std::unique_ptr<std::ofstream> logFile_;  // null: no log
   EventLog log_;
   ModuleSelectorFiles selector_;
@@ -350,41 +291,19 @@ class Host {
   std::optional<PrivateBus> bus_;
   std::optional<PlatformServices> services_;
   std::optional<Console> console_;
-  std::optional<CommandProcess> command_;
-  std::optional<std::string> failure_;  // why the run was ended
-  unsigned graceSource_ = 0;
-  int waitStatus_ = 0;
+  int waitStatus_ = 0;  // of the command
+  bool hasFailed_ = false;
+  std::vector<std::string> problems_;  // why the status is not that of the command
 };
 
 }  // namespace
 
-InheritedDescriptors SecureDescriptors() {
-  InheritedDescriptors inherited;
-  for (int descriptor = 0; descriptor < 3; ++descriptor) {
-    const bool isOpen = ::fcntl(descriptor, F_GETFD) != -1;
-    inherited.standard.at(static_cast<std::size_t>(descriptor)) = isOpen;
-    if (!isOpen) {
-      static_cast<void>(::open("/dev/null", O_RDWR));  // the lowest free one is `descriptor`
-    }
-  }
-  std::vector<int> listed;  // contains that of the directory itself, which is closed by then
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    listed.push_back(std::stoi(entry.path().filename()));
-  }
-  for (const int descriptor : listed) {
-    if (descriptor > STDERR_FILENO && ::fcntl(descriptor, F_GETFD) != -1) {
-      inherited.others.push_back(descriptor);
-    }
-  }
-  return inherited;
-}
-
-int RunOnInstrument(const Options& options, const InheritedDescriptors& descriptors) {
-  static_cast<void>(
-      ::signal(SIGPIPE, SIG_IGN));  // the run goes on when the reader of our output ends
-  // Processes whose parents end become children of this one, so that none is lost.
-  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-  return Host(options, descriptors).Run();
+int RunHost(const Options& options,
+            const std::string& directory,
+            ConsoleSockets* console,
+            HostEnds ends) {
+  EndWithGuard(std::move(ends.lifeline), directory);
+  return Host(options, directory, console, std::move(ends.control)).Run();
 }
 
 }  // namespace orvane

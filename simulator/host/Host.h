@@ -1,30 +1,25 @@
 #pragma once
 
-#include <array>
-#include <vector>
+#include <string>
 
-#include "simulator/host/CommandProcess.h"
+#include "simulator/guard/Guard.h"
+#include "simulator/host/ConsoleSockets.h"
 #include "simulator/host/Options.h"
 
 namespace orvane {
 
-/// The descriptors that this process was started with. The command gets them.
-struct InheritedDescriptors {
-  std::array<bool, 3> standard{};  // whether 0, 1 and 2 are among them
-  std::vector<int> others;         // above 2
-};
-
-/// To be called before anything else is opened. Opens /dev/null for missing standard descriptors,
-/// so that nothing else takes their numbers.
-InheritedDescriptors SecureDescriptors();
-
-/// Builds the instrument that the options describe, runs the command on it, and removes everything
-/// again.
-/// @param descriptors  those of ours that the command gets
+/// Builds the instrument that the options describe, lets the command run on it, and saves what it
+/// leaves. The command is the guard's: it starts when the instrument is ready.
+/// @param directory  of the run
+/// @param console    what the command prints; null: it is not logged
+/// @param ends       to the guard, which is this process's parent
 /// @return the exit status: the command's, or 128 + the number of the signal that ended it
 /// @throw UsageError      for files that cannot be used as the options say
-/// @throw CommandError    when the command cannot be executed
-/// @throw std::exception  when the instrument cannot be built, or the flash, log or state not saved
-int RunOnInstrument(const Options& options, const InheritedDescriptors& descriptors);
+/// @throw std::exception  when the instrument cannot be built, the run has been ended by it, or the
+///                        flash, log or state is not saved
+int RunHost(const Options& options,
+            const std::string& directory,
+            ConsoleSockets* console,
+            HostEnds ends);
 
 }  // namespace orvane

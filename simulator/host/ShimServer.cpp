@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <system_error>
+#include <vector>
 
 #include "simulator/host/LinkConnection.h"
 
@@ -66,14 +67,6 @@ ShimServer::~ShimServer() {
   g_source_remove(listenerSource_);
 }
 
-std::vector<int> ShimServer::ConnectedProcesses() const {
-  std::vector<int> processes;
-  for (const auto& [descriptor, client] : clients_) {
-    processes.push_back(client->connection.Process());
-  }
-  return processes;
-}
-
 int ShimServer::OnListener(int /*descriptor*/, int /*condition*/, void* self) {
   static_cast<ShimServer*>(self)->Accept();
   return G_SOURCE_CONTINUE;
@@ -88,6 +81,7 @@ int ShimServer::OnClient(int /*descriptor*/, int /*condition*/, void* client) {
 void ShimServer::Accept() {
   const int descriptor = ::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC);
   if (descriptor >= 0) {
+    hasHadConnections_ = true;
     clients_.emplace(descriptor, std::make_unique<Client>(*this, descriptor));
   }
 }

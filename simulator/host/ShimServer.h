@@ -3,7 +3,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "base/FileDescriptor.h"
 #include "simulator/host/QuestionHandler.h"
@@ -32,8 +31,8 @@ class ShimServer {
   ShimServer& operator=(const ShimServer&) = delete;
   ~ShimServer();
 
-  /// The processes that are connected now.
-  std::vector<int> ConnectedProcesses() const;
+  /// Whether a process has ever connected.
+  bool HasHadConnections() const { return hasHadConnections_; }
 
  private:
   struct Client;
@@ -47,6 +46,7 @@ class ShimServer {
   FileDescriptor listener_;
   unsigned listenerSource_ = 0;
   std::map<int, std::unique_ptr<Client>> clients_;  // by descriptor
+  bool hasHadConnections_ = false;
 };
 
 }  // namespace orvane

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,6 +18,7 @@
 namespace orvane {
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
@@ -325,15 +327,16 @@ TEST(OrvaneSimTest, SecondSignalEndsACommandThatIgnoresTheFirst) {
   EXPECT_THAT(outcome.leftovers, IsEmpty());
 }
 
-TEST(OrvaneSimTest, ProcessesThatTheCommandLeavesAreEnded) {
+TEST(OrvaneSimTest, ProcessesThatTheCommandLeavesAreWaitedFor) {
   SimulatorRun run;
-  run.WithoutLog();
-  run.WithoutFast();
-  Pipe pipe;
-  run.StartShell("sleep 1000 & setsid sleep 1000 & echo done", pipe.Writer());
-  pipe.CloseWriter();
-  EXPECT_EQ(run.Wait().status, 0);
-  EXPECT_EQ(pipe.ReadToTheEnd(), "done\n");
+  // The one that is left opens the pipe for writing, and so waits until this test reads from it.
+  ASSERT_EQ(::mkfifo(run.File("pipe").c_str(), 0600), 0);
+  run.StartShell("setsid sh -c 'echo late >pipe; echo end' & exit 3");
+  EXPECT_EQ(run.ReadFile("pipe"), "late\n");
+  const SimulatorOutcome outcome = run.Wait();
+  EXPECT_EQ(outcome.status, 3);
+  EXPECT_EQ(outcome.out, "end\n");
+  EXPECT_THAT(outcome.log, EndsWith("stdout \"end\\n\"\nexit 3\n"));
 }
 
 TEST(OrvaneSimTest, CommandDoesNotOutliveTheInstrument) {

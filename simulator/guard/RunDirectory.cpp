@@ -1,0 +1,105 @@
+#include "simulator/guard/RunDirectory.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+namespace orvane {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kFallback = "/tmp";
+constexpr const char* kPrefix = "orvane-sim.";
+constexpr int kAttempts = 100;
+constexpr std::size_t kMaxBytes = 40;  // leaves room for the longest name of a socket below it
+constexpr const char* kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-";
+
+std::string Parent() {
+  const char* const wanted = std::getenv("TMPDIR");
+  const std::string parent = wanted == nullptr ? "" : wanted;
+  const bool suits = parent.starts_with('/') && parent.size() <= kMaxBytes &&
+                     parent.find_first_not_of(kPlain) == std::string::npos;
+  return suits ? parent : kFallback;
+}
+
+/// @return the descriptor of a directory of this user that nobody else has locked, now locked
+std::optional<int> Lock(const std::string& path) {
+  FileDescriptor directory(
+      ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+  struct stat status {};
+  if (!directory.IsOpen() || ::fstat(directory.Get(), &status) != 0 ||
+      status.st_uid != ::geteuid() || ::flock(directory.Get(), LOCK_EX | LOCK_NB) != 0) {
+    return std::nullopt;
+  }
+  return directory.Release();
+}
+
+bool LeadsTo(const std::string& path, int descriptor) {
+  struct stat named {};
+  struct stat open {};
+  return ::lstat(path.c_str(), &named) == 0 && ::fstat(descriptor, &open) == 0 &&
+         named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
+/// Deletes what killed runs have left. Whatever goes wrong, it stays for the next run.
+void Sweep(const std::string& parent) {
+  std::error_code ignored;
+  for (fs::directory_iterator entry(parent, ignored), end; !ignored && entry != end;
+       entry.increment(ignored)) {
+    if (!entry->path().filename().string().starts_with(kPrefix)) {
+      continue;
+    }
+    const std::string path = entry->path().string();
+    if (const FileDescriptor lock(Lock(path).value_or(FileDescriptor::kClosed)); lock.IsOpen()) {
+      RunDirectory::Remove(path);
+    }
+  }
+}
+
+}  // namespace
+
+RunDirectory::RunDirectory() {
+  const std::string parent = Parent();
+  Sweep(parent);
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    std::string path = parent + "/" + kPrefix + "XXXXXX";
+    if (::mkdtemp(path.data()) == nullptr) {
+      throw std::system_error(
+          errno, std::generic_category(), "cannot create a directory in " + parent);
+    }
+    // Until it is locked, another run that starts may take it for an abandoned one.
+    FileDescriptor lock(Lock(path).value_or(FileDescriptor::kClosed));
+    if (!lock.IsOpen() && errno != EWOULDBLOCK && errno != ENOENT) {
+      const int error = errno;
+      Remove(path);
+      throw std::system_error(error, std::generic_category(), "cannot lock " + path);
+    }
+    if (lock.IsOpen() && LeadsTo(path, lock.Get())) {
+      path_ = std::move(path);
+      lock_.emplace(std::move(lock));
+      return;
+    }
+  }
+  throw std::system_error(EAGAIN, std::generic_category(), "cannot lock a directory in " + parent);
+}
+
+RunDirectory::~RunDirectory() { Remove(path_); }
+
+void RunDirectory::Remove(const std::string& path) {
+  std::error_code ignored;  // an error here has no consequence for the run
+  fs::remove_all(path, ignored);
+}
+
+}  // namespace orvane
