@@ -79,8 +79,8 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
           kill: it has no effect: SIGKILL for the program
   The first rule that hits an event decides.
 
-Exit status: that of COMMAND, 128 + N when signal N ended it; 2 for a wrong command line
-or a file named there that cannot be used; 125 when the instrument itself fails; 126 when
+Exit status: that of COMMAND, 128 + N when signal N ended it; 125 when orvane-sim itself
+fails, also for a wrong command line or a file named there that cannot be used; 126 when
 COMMAND cannot be executed, 127 when it is not found.
 )";
 

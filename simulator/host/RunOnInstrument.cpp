@@ -108,7 +108,7 @@ int Reported(const std::function<int()>& part) {
     return part();
   } catch (const UsageError& error) {
     std::cerr << cli::UsageText("orvane-sim", error.what()) << std::flush;
-    return cli::kExitUsage;
+    return kInstrumentFailed;
   } catch (const CommandError& error) {
     return Fail(error.code().value() == ENOENT ? kNotFound : kNotExecutable, error.what());
   } catch (const std::exception& error) {

@@ -112,18 +112,18 @@ TEST(OrvaneSimTest, VersionGoesToStandardOutput) {
   EXPECT_EQ(outcome.err, "");
 }
 
-TEST(OrvaneSimTest, UnknownOptionExitsWithTwo) {
+TEST(OrvaneSimTest, UnknownOptionExitsWith125) {
   SimulatorRun run;
   const SimulatorOutcome outcome = run.Words("--x -- true");
-  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, "orvane-sim: unknown option '--x'\nTry 'orvane-sim --help'.\n");
 }
 
-TEST(OrvaneSimTest, WrongCommandLineExitsWithTwo) {
+TEST(OrvaneSimTest, WrongCommandLineExitsWith125) {
   SimulatorRun run;
   const SimulatorOutcome outcome = run.Words("--module sprite@1 -- true");
-  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err,
             "orvane-sim: --module: 'sprite' is not a type of module (wend, dax, pyx1 or pyx2)\n"
@@ -146,10 +146,10 @@ TEST(OrvaneSimTest, CommandThatIsNoProgramExitsWith126) {
   EXPECT_EQ(outcome.err, "orvane-sim: ./data: Permission denied\n");
 }
 
-TEST(OrvaneSimTest, LogThatCannotBeWrittenExitsWithTwo) {
+TEST(OrvaneSimTest, LogThatCannotBeWrittenExitsWith125) {
   SimulatorRun run;
   const SimulatorOutcome outcome = run.Words("--log no/such/log -- true");
-  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.err,
             "orvane-sim: cannot write log file 'no/such/log': No such file or directory\n"
             "Try 'orvane-sim --help'.\n");
@@ -237,10 +237,10 @@ TEST(OrvaneSimTest, FlashFileIsLeftAloneWhenTheCommandIsNotFound) {
   EXPECT_EQ(run.ReadFile("flash"), "abc");
 }
 
-TEST(OrvaneSimTest, MissingFlashFileExitsWithTwo) {
+TEST(OrvaneSimTest, MissingFlashFileExitsWith125) {
   SimulatorRun run;
   const SimulatorOutcome outcome = run.Words("--module wend@1,flash=none -- true");
-  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.err,
             "orvane-sim: cannot open flash file 'none': No such file or directory\n"
             "Try 'orvane-sim --help'.\n");
@@ -250,7 +250,7 @@ TEST(OrvaneSimTest, MissingFlashFileExitsWithTwo) {
 TEST(OrvaneSimTest, DirectoryIsNoFlashFile) {
   SimulatorRun run;
   const SimulatorOutcome outcome = run.Words("--module wend@1,flash=. -- true");
-  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.err,
             "orvane-sim: cannot open flash file '.': Is a directory\n"
             "Try 'orvane-sim --help'.\n");
@@ -263,11 +263,11 @@ TEST(OrvaneSimTest, LargestFlashFileIsTaken) {
   EXPECT_EQ(run.ReadFile("flash"), std::string(kFlashBytes, 'x'));
 }
 
-TEST(OrvaneSimTest, FlashFileBeyondTheFlashExitsWithTwo) {
+TEST(OrvaneSimTest, FlashFileBeyondTheFlashExitsWith125) {
   SimulatorRun run;
   run.WriteFile("flash", std::string(kFlashBytes + 1, 'x'));
   const SimulatorOutcome outcome = run.Words("--module wend@1,flash=flash -- true");
-  EXPECT_EQ(outcome.status, 2);
+  EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.err,
             "orvane-sim: flash file 'flash' is larger than 16 MiB\n"
             "Try 'orvane-sim --help'.\n");
