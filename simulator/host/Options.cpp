@@ -76,7 +76,8 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
           lost: it has no effect and succeeds (write, ioctl, spi, i2c)
           data:TEXT: it is carried out, but TEXT comes back (read, spi, i2c, dbus;
           ioctl: this number); with \n \t \r \" \\ \xHH for other bytes
-          kill: it has no effect: SIGKILL for the program
+          kill: it has no effect: SIGKILL for the process
+          kill-all: likewise for every process of COMMAND at once, as when power fails
   The first rule that hits an event decides.
 
 Exit status: that of COMMAND, 128 + N when signal N ended it; 125 when orvane-sim itself

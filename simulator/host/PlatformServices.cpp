@@ -10,6 +10,7 @@
 
 #include "simulator/bus/BusConnection.h"
 #include "simulator/host/ServiceInterfaces.h"
+#include "simulator/instrument/EventResult.h"
 
 namespace orvane {
 
@@ -39,8 +40,17 @@ struct PlatformServices::State {
     bus.Offer(xml, [this](GDBusMethodInvocation* invocation) { Serve(invocation); });
   }
   void Serve(GDBusMethodInvocation* invocation);
+  void Kill(GDBusMethodInvocation* invocation, Killed killed);
   void KillCaller(GDBusMethodInvocation* invocation);
 };
+
+void PlatformServices::State::Kill(GDBusMethodInvocation* invocation, Killed killed) {
+  if (killed == Killed::kAll) {
+    hooks.killAll();
+  } else {
+    KillCaller(invocation);
+  }
+}
 
 void PlatformServices::State::KillCaller(GDBusMethodInvocation* invocation) {
   const char* const caller = g_dbus_method_invocation_get_sender(invocation);
@@ -67,8 +77,8 @@ void PlatformServices::State::Serve(GDBusMethodInvocation* invocation) {
     reply = g_variant_new("(s)", result.text.c_str());
   }
   const std::unique_ptr<GVariant, Unref> owned(g_variant_ref_sink(reply));
-  if (result.killed) {
-    KillCaller(invocation);
+  if (result.killed != Killed::kNo) {
+    Kill(invocation, result.killed);
     g_object_unref(invocation);  // its caller does not exist any more
   } else if (!result.error.empty()) {
     g_dbus_method_invocation_return_dbus_error(

@@ -52,7 +52,9 @@ LinkReply ReplyFor(const Fault& fault, Answer otherwise) {
     case Fault::Kind::kFail:
       return {.answer = {.action = Action::kDone, .error = fault.error}};
     case Fault::Kind::kKill:
-      return {.killed = true};
+      return {.killed = Killed::kCaller};
+    case Fault::Kind::kKillAll:
+      return {.killed = Killed::kAll};
     case Fault::Kind::kNone:
     case Fault::Kind::kLose:
     case Fault::Kind::kAnswer:

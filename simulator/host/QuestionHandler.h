@@ -9,6 +9,7 @@
 #include "simulator/host/RunHooks.h"
 #include "simulator/host/Testbed.h"
 #include "simulator/instrument/Event.h"
+#include "simulator/instrument/EventResult.h"
 #include "simulator/instrument/Instrument.h"
 #include "simulator/shim/LinkProtocol.h"
 
@@ -20,11 +21,11 @@ struct PendingCall {
   std::int64_t bytes = 0;  // of a write: how many the program asked for
 };
 
-/// What is sent back to a program: nothing when it is to be killed.
+/// What is sent back to a program: nothing when it is to be killed, alone or with all others.
 struct LinkReply {
   link::Answer answer{};
   std::vector<std::uint8_t> payload;
-  bool killed = false;
+  Killed killed = Killed::kNo;
 };
 
 /// Answers the questions of programs, with the instrument.

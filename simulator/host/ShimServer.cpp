@@ -49,7 +49,8 @@ ShimServer::ShimServer(const std::string& path,
                        Instrument& instrument,
                        Testbed& testbed,
                        const RunHooks& hooks)
-    : handler_(fast, instrument, testbed, hooks),
+    : hooks_(hooks),
+      handler_(fast, instrument, testbed, hooks),
       listener_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -94,12 +95,20 @@ void ShimServer::Serve(Client& client) {
     return;
   }
   const LinkReply reply = handler_.Handle(question, payload, client.pending);
-  if (reply.killed) {
-    ::kill(client.connection.Process(), SIGKILL);
+  if (reply.killed != Killed::kNo) {
+    Kill(client, reply.killed);
     return;  // the end of the connection follows
   }
   if (!client.connection.Send(reply.answer, reply.payload)) {
     clients_.erase(client.connection.Descriptor());
+  }
+}
+
+void ShimServer::Kill(const Client& client, Killed killed) {
+  if (killed == Killed::kAll) {
+    hooks_.killAll();
+  } else {
+    ::kill(client.connection.Process(), SIGKILL);
   }
 }
 

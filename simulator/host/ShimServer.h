@@ -8,6 +8,7 @@
 #include "simulator/host/QuestionHandler.h"
 #include "simulator/host/RunHooks.h"
 #include "simulator/host/Testbed.h"
+#include "simulator/instrument/EventResult.h"
 #include "simulator/instrument/Instrument.h"
 
 namespace orvane {
@@ -41,7 +42,9 @@ class ShimServer {
   static int OnClient(int descriptor, int condition, void* client);
   void Accept();
   void Serve(Client& client);
+  void Kill(const Client& client, Killed killed);
 
+  const RunHooks& hooks_;
   QuestionHandler handler_;
   FileDescriptor listener_;
   unsigned listenerSource_ = 0;

@@ -14,6 +14,7 @@ namespace orvane {
 namespace {
 
 constexpr const char* kKilled = "kill";
+constexpr const char* kAllKilled = "kill-all";
 constexpr const char* kLost = "lost";
 
 /// Whether the event is carried out, whatever answer the program gets.
@@ -28,7 +29,9 @@ EventResult InsteadOf(const Fault& fault, EventResult success = {}) {
     case Fault::Kind::kFail:
       return {.error = fault.error};
     case Fault::Kind::kKill:
-      return {.killed = true};
+      return {.killed = Killed::kCaller};
+    case Fault::Kind::kKillAll:
+      return {.killed = Killed::kAll};
     case Fault::Kind::kNone:
     case Fault::Kind::kLose:
     case Fault::Kind::kAnswer:
@@ -39,7 +42,7 @@ EventResult InsteadOf(const Fault& fault, EventResult success = {}) {
 
 /// The same for a call of a D-Bus method, which cannot be lost.
 DBusResult InsteadOfCall(const Fault& fault) {
-  return {.killed = fault.kind == Fault::Kind::kKill, .error = fault.text};
+  return {.killed = InsteadOf(fault).killed, .error = fault.text};
 }
 
 /// Replaces what was received by the text of a fault, with zeros after it.
@@ -186,6 +189,9 @@ Fault Instrument::Arrive(const Event& event) {
       break;
     case Fault::Kind::kKill:
       Complete(event, kKilled);
+      break;
+    case Fault::Kind::kKillAll:
+      Complete(event, kAllKilled);
       break;
     case Fault::Kind::kNone:
     case Fault::Kind::kAnswer:

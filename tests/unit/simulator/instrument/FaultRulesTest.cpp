@@ -90,6 +90,13 @@ TEST(FaultRuleTest, DBusErrorCanBeNamed) {
   EXPECT_EQ(FaultRule::Parse("dbus:error:org.x.Y").fault.text, "org.x.Y");
 }
 
+TEST(FaultRuleTest, KillAllIsAnActionOfItsOwn) {
+  const FaultRule rule = FaultRule::Parse("spi:PP#3:kill-all");
+  EXPECT_EQ(rule.text, "PP");
+  EXPECT_EQ(rule.first, 3U);
+  EXPECT_EQ(rule.fault.kind, Fault::Kind::kKillAll);
+}
+
 TEST(FaultRuleTest, UnknownKindIsRefused) {
   EXPECT_EQ(ProblemWith("spy:EIO"),
             "'spy' is not a kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep "
@@ -97,15 +104,16 @@ TEST(FaultRuleTest, UnknownKindIsRefused) {
 }
 
 TEST(FaultRuleTest, UnknownActionIsRefused) {
-  EXPECT_EQ(ProblemWith("spi#1:EWRONG"),
-            "'EWRONG' is not an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+  EXPECT_EQ(
+      ProblemWith("spi#1:EWRONG"),
+      "'EWRONG' is not an action (an errno, lost, kill, kill-all, data:TEXT or error[:NAME])");
   EXPECT_EQ(ProblemWith("open:a:b:"),
-            "'' is not an action (an errno, lost, kill, data:TEXT or error[:NAME])");
+            "'' is not an action (an errno, lost, kill, kill-all, data:TEXT or error[:NAME])");
 }
 
 TEST(FaultRuleTest, MissingActionIsRefused) {
   EXPECT_EQ(ProblemWith("spi"),
-            "no action follows 'spi' (an errno, lost, kill, data:TEXT or error[:NAME])");
+            "no action follows 'spi' (an errno, lost, kill, kill-all, data:TEXT or error[:NAME])");
 }
 
 TEST(FaultRuleTest, EventZeroIsRefused) {
@@ -147,16 +155,10 @@ TEST(FaultRuleTest, ActionThatDoesNotSuitTheKindIsRefused) {
 }
 
 TEST(FaultRuleTest, EveryKindCanBeKilled) {
-  for (const char* const text : {"open:kill",
-                                 "close:kill",
-                                 "read:kill",
-                                 "write:kill",
-                                 "ioctl:kill",
-                                 "spi:kill",
-                                 "i2c:kill",
-                                 "dbus:kill",
-                                 "sleep:kill"}) {
-    EXPECT_EQ(ProblemWith(text), "none") << text;
+  for (const std::string kind :
+       {"open", "close", "read", "write", "ioctl", "spi", "i2c", "dbus", "sleep", "any"}) {
+    EXPECT_EQ(ProblemWith((kind + ":kill").c_str()), "none") << kind;
+    EXPECT_EQ(ProblemWith((kind + ":kill-all").c_str()), "none") << kind;
   }
 }
 

@@ -331,9 +331,16 @@ TEST_F(InstrumentTest, WrongAnswerComesFromAMessageThatWasDone) {
 
 TEST_F(InstrumentTest, KilledSpiMessageDoesNotReachTheModule) {
   const EchoModule& echo = BuildEcho({"spi#1:kill"});
-  EXPECT_TRUE(Spi({0x06}).killed);
+  EXPECT_EQ(Spi({0x06}).killed, Killed::kCaller);
   EXPECT_TRUE(echo.Messages().empty());
   EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 WREN = kill\n");
+}
+
+TEST_F(InstrumentTest, MessageThatKillsAllDoesNotReachTheModule) {
+  const EchoModule& echo = BuildEcho({"spi#1:kill-all"});
+  EXPECT_EQ(Spi({0x06}).killed, Killed::kAll);
+  EXPECT_TRUE(echo.Messages().empty());
+  EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 WREN = kill-all\n");
 }
 
 // --- Settings -----------------------------------------------------------------------------------
@@ -633,8 +640,15 @@ TEST_F(InstrumentTest, DBusCallsFailWithTheNamedError) {
 
 TEST_F(InstrumentTest, DBusCallsCanKill) {
   Instrument& instrument = Build({}, {"dbus:kill"});
-  EXPECT_TRUE(instrument.GetModuleLocations().killed);
-  EXPECT_TRUE(instrument.GetSPIDev(1).killed);
+  EXPECT_EQ(instrument.GetModuleLocations().killed, Killed::kCaller);
+  EXPECT_EQ(instrument.GetSPIDev(1).killed, Killed::kCaller);
+}
+
+TEST_F(InstrumentTest, DBusCallsCanKillAll) {
+  Instrument& instrument = Build({}, {"dbus:kill-all"});
+  EXPECT_EQ(instrument.GetModuleLocations().killed, Killed::kAll);
+  EXPECT_EQ(instrument.GetSPIDev(1).killed, Killed::kAll);
+  EXPECT_EQ(Log(), "dbus GetModuleLocations = kill-all\ndbus GetSPIDev 1 = kill-all\n");
 }
 
 // --- Events that others carry out ---------------------------------------------------------------
@@ -649,10 +663,10 @@ TEST_F(InstrumentTest, EventIsLoggedWhenItsResultIsKnown) {
 
 TEST_F(InstrumentTest, AllEventsAreCountedTogether) {
   Instrument& instrument = Build({}, {"any#4:kill"});
-  EXPECT_FALSE(instrument.GetI2CBus(1).killed);
-  EXPECT_FALSE(instrument.WriteAttribute(kQspiPrg, "1").killed);
-  EXPECT_FALSE(Spi({0x06}).killed);
-  EXPECT_TRUE(instrument.Sleep(1ms).killed);
+  EXPECT_EQ(instrument.GetI2CBus(1).killed, Killed::kNo);
+  EXPECT_EQ(instrument.WriteAttribute(kQspiPrg, "1").killed, Killed::kNo);
+  EXPECT_EQ(Spi({0x06}).killed, Killed::kNo);
+  EXPECT_EQ(instrument.Sleep(1ms).killed, Killed::kCaller);
 }
 
 }  // namespace
