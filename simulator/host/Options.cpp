@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <limits>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -20,7 +21,8 @@ constexpr std::string_view kHelp =
 
 Runs COMMAND inside a virtual Orvane and exits with its status.
 
-Options (the value of an option can follow '=' as well: --log=FILE):
+Options (the value of an option can follow '=' as well: --log=FILE; each can be given
+once, unless it can be repeated):
   --module TYPE@SLOT[,KEY=VALUE]...
                  plugs in a module; can be repeated; without any: wend@1, dax@2,
                  pyx1@4 and pyx2@5
@@ -42,7 +44,7 @@ Options (the value of an option can follow '=' as well: --log=FILE):
 
 TYPE: wend, dax, pyx1 or pyx2
 
-KEY=VALUE:
+KEY=VALUE (each once, unless it can be repeated):
   flash=FILE         contents of the flash, up to 16 MiB, then 0xFF up to its end; the
                      whole flash is written back at the end. Without: a blank flash
   chip=NAME          micron or macronix (micron)
@@ -176,6 +178,7 @@ bool TakeOrdinal(std::string_view value, std::uint64_t& out) {
 }
 
 /// "LINE:LEVEL"
+/// @throw std::invalid_argument for a line that is held already
 bool TakeHeldLine(std::string_view value, ModuleOptions& module) {
   constexpr unsigned kLines = 16;
   const std::size_t colon = value.find(':');
@@ -185,6 +188,9 @@ bool TakeHeldLine(std::string_view value, ModuleOptions& module) {
     return false;
   }
   const unsigned mask = 1U << *line;
+  if ((module.heldLines & mask) != 0) {
+    Refuse("key 'held': line " + std::to_string(*line) + " is given twice");
+  }
   module.heldLines = static_cast<std::uint16_t>(module.heldLines | mask);
   module.heldLevels = static_cast<std::uint16_t>(level == "1" ? module.heldLevels | mask
                                                               : module.heldLevels & ~mask);
@@ -211,6 +217,7 @@ struct Key {
   std::string_view values;  // what it can be set to
   /// @return whether the value is one for this key
   bool (*take)(std::string_view value, ModuleOptions& module);
+  bool canBeRepeated = false;
 };
 
 constexpr Key kKeys[] = {
@@ -256,7 +263,7 @@ constexpr Key kKeys[] = {
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "absent", false, module.expander);
      }},
-    {"held", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1", TakeHeldLine},
+    {"held", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1", TakeHeldLine, true},
     {"flash-chip",
      "absent",
      [](std::string_view value, ModuleOptions& module) {
@@ -286,12 +293,14 @@ constexpr Key kKeys[] = {
      kAddress,
      [](std::string_view value, ModuleOptions& module) {
        return TakeAddress(value, module.defects.wornPages);
-     }},
+     },
+     true},
     {"worn-sector",
      kAddress,
      [](std::string_view value, ModuleOptions& module) {
        return TakeAddress(value, module.defects.wornSectors);
-     }},
+     },
+     true},
 };
 
 ModuleType ParseType(std::string_view word) {
@@ -316,20 +325,29 @@ unsigned ParseSlot(std::string_view word) {
   return *slot;
 }
 
-void ParseKey(std::string_view pair, ModuleOptions& module) {
-  const std::size_t equals = pair.find('=');
-  const std::string_view name = pair.substr(0, equals);
+const Key& FindKey(std::string_view name) {
   const auto* const key = std::find_if(
       std::begin(kKeys), std::end(kKeys), [&](const Key& known) { return known.name == name; });
   if (key == std::end(kKeys)) {
     Refuse("unknown key " + Quoted(name));
   }
+  return *key;
+}
+
+/// @param given  the keys of this module so far
+void ParseKey(std::string_view pair, ModuleOptions& module, std::set<std::string_view>& given) {
+  const std::size_t equals = pair.find('=');
+  const std::string_view name = pair.substr(0, equals);
+  const Key& key = FindKey(name);
   if (equals == std::string_view::npos) {
     Refuse("key " + Quoted(name) + " needs a value");
   }
   const std::string_view value = pair.substr(equals + 1);
-  if (!key->take(value, module)) {
-    Refuse("key " + Quoted(name) + ": " + Quoted(value) + " is not " + std::string(key->values));
+  if (!key.take(value, module)) {
+    Refuse("key " + Quoted(name) + ": " + Quoted(value) + " is not " + std::string(key.values));
+  }
+  if (!given.insert(name).second && !key.canBeRepeated) {
+    Refuse("key " + Quoted(name) + " is given twice");
   }
 }
 
@@ -342,8 +360,9 @@ ModuleOptions ParseModule(std::string_view text) {
     Refuse("a slot is missing after " + Quoted(place) + ", as in " + std::string(place) + "@1");
   }
   module.slot = ParseSlot(place.substr(at + 1));
+  std::set<std::string_view> given;
   for (const std::string_view part : std::span(parts).subspan(1)) {
-    ParseKey(part, module);
+    ParseKey(part, module, given);
   }
   return module;
 }
@@ -395,6 +414,17 @@ void ParseWithout(std::string_view name, Options& options) {
   Refuse(Quoted(name) + " is not inventory, resources, bus or selector");
 }
 
+/// `take` for an option that can be given once only.
+cli::OptionSet::Take Once(cli::OptionSet::Take take) {
+  return [take = std::move(take), given = false](const std::string& value) mutable {
+    if (given) {
+      Refuse("is given twice");
+    }
+    given = true;
+    take(value);
+  };
+}
+
 }  // namespace
 
 std::uint64_t Options::SpiLimit() const {
@@ -409,15 +439,16 @@ Options ParseOptions(std::span<const char* const> words) {
   known.AddOption("--module",
                   [&](const std::string& value) { options.modules.push_back(ParseModule(value)); });
   known.AddFlag("--fast", options.fast);
-  known.AddOption("--clock-step",
-                  [&](const std::string& value) { options.clockStep = ParseClockStep(value); });
+  known.AddOption("--clock-step", Once([&](const std::string& value) {
+                    options.clockStep = ParseClockStep(value);
+                  }));
   known.AddOption("--log",
-                  [&](const std::string& value) { options.logFile = ParseFileName(value); });
-  known.AddOption("--state",
-                  [&](const std::string& value) { options.stateFile = ParseFileName(value); });
-  known.AddOption("--bufsiz", [&](const std::string& value) {
-    options.bufsiz = value == "none" ? std::nullopt : std::optional(value);
-  });
+                  Once([&](const std::string& value) { options.logFile = ParseFileName(value); }));
+  known.AddOption(
+      "--state", Once([&](const std::string& value) { options.stateFile = ParseFileName(value); }));
+  known.AddOption("--bufsiz", Once([&](const std::string& value) {
+                    options.bufsiz = value == "none" ? std::nullopt : std::optional(value);
+                  }));
   known.AddOption("--without", [&](const std::string& value) { ParseWithout(value, options); });
   known.AddOption("--fault", [&](const std::string& value) {
     options.faults.push_back(FaultRule::Parse(value));

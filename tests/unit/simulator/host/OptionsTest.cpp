@@ -112,8 +112,11 @@ TEST(OptionsTest, ValuesCanFollowAnEqualsSign) {
   EXPECT_FALSE(options.withBus);
 }
 
-TEST(OptionsTest, LastOfSeveralLogsCounts) {
-  EXPECT_EQ(Parse({"--log", "a", "--log", "b", "--", "true"}).logFile, "b");
+TEST(OptionsTest, OptionThatCannotBeRepeatedIsRefusedTheSecondTime) {
+  for (const char* const option : {"--log", "--state", "--bufsiz", "--clock-step"}) {
+    EXPECT_EQ(ProblemWith({option, "1", option, "1", "--", "x"}),
+              std::string(option) + ": is given twice");
+  }
 }
 
 TEST(OptionsTest, ModuleKeysAreTaken) {
@@ -267,6 +270,47 @@ TEST(OptionsTest, UnknownKeyIsRefused) {
 TEST(OptionsTest, KeyWithoutAValueIsRefused) {
   EXPECT_EQ(ProblemWith({"--module", "wend@1,chip", "--", "x"}),
             "--module: key 'chip' needs a value");
+}
+
+TEST(OptionsTest, KeyGivenTwiceIsRefused) {
+  for (const std::string pair : {"flash=a",
+                                 "chip=micron",
+                                 "done=low",
+                                 "i2c=none",
+                                 "spi=none",
+                                 "i2cdev=missing",
+                                 "spidev=missing",
+                                 "zynq-files=missing",
+                                 "expander=absent",
+                                 "flash-chip=absent",
+                                 "program-lost=1",
+                                 "erase-lost=1",
+                                 "register-lost=1",
+                                 "busy-after=1"}) {
+    const std::string text = "wend@1," + pair + "," + pair;
+    EXPECT_EQ(ProblemWith({"--module", text.c_str(), "--", "x"}),
+              "--module: key '" + pair.substr(0, pair.find('=')) + "' is given twice");
+  }
+}
+
+TEST(OptionsTest, KeyOfAnotherModuleIsNotGivenTwice) {
+  EXPECT_EQ(ProblemWith({"--module", "wend@1,done=low", "--module", "wend@2,done=low", "--", "x"}),
+            "none");
+}
+
+TEST(OptionsTest, WornPartsOfTheFlashCanBeRepeated) {
+  EXPECT_EQ(ProblemWith({"--module",
+                         "wend@1,worn-page=0,worn-page=0,worn-sector=0,worn-sector=65536",
+                         "--",
+                         "x"}),
+            "none");
+}
+
+TEST(OptionsTest, LineThatIsHeldTwiceIsRefused) {
+  EXPECT_EQ(ProblemWith({"--module", "dax@2,held=3:1,held=12:0,held=3:0", "--", "x"}),
+            "--module: key 'held': line 3 is given twice");
+  EXPECT_EQ(ProblemWith({"--module", "dax@2,held=3:1,held=3:1", "--", "x"}),
+            "--module: key 'held': line 3 is given twice");
 }
 
 struct ValueRow {
