@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "simulator/instrument/FaultAnswer.h"
+
 namespace orvane {
 
 namespace {
@@ -77,7 +79,9 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
           error[:NAME]: likewise for dbus, with this D-Bus error
           lost: it has no effect and succeeds (write, ioctl, spi, i2c)
           data:TEXT: it is carried out, but TEXT comes back (read, spi, i2c, dbus;
-          ioctl: this number); with \n \t \r \" \\ \xHH for other bytes
+          ioctl: this number); with \n \t \r \" \\ \xHH for other bytes. Refused at once
+          when the event cannot carry it: GetModuleLocations whole numbers, other dbus
+          calls UTF-8
           kill: it has no effect: SIGKILL for the process
           kill-all: likewise for every process of COMMAND at once, as when power fails
   The first rule that hits an event decides.
@@ -170,7 +174,7 @@ bool Take(std::optional<T> parsed, T& out) {
 
 bool TakeName(std::string_view value, std::optional<std::string>& out) {
   out = value == "none" ? "" : std::string(value);
-  return !value.empty();
+  return !value.empty() && IsDBusString(value);
 }
 
 bool TakeOrdinal(std::string_view value, std::uint64_t& out) {
@@ -238,10 +242,10 @@ constexpr Key kKeys[] = {
        return Take(ParseDone(value), module.done);
      }},
     {"i2c",
-     "a name",
+     "a name in UTF-8",
      [](std::string_view value, ModuleOptions& module) { return TakeName(value, module.i2cName); }},
     {"spi",
-     "a name",
+     "a name in UTF-8",
      [](std::string_view value, ModuleOptions& module) { return TakeName(value, module.spiName); }},
     {"i2cdev",
      "missing",

@@ -7,6 +7,8 @@
 
 #include "simulator/instrument/ErrnoName.h"
 #include "simulator/instrument/Escape.h"
+#include "simulator/instrument/EventText.h"
+#include "simulator/instrument/FaultAnswer.h"
 
 namespace orvane {
 
@@ -100,6 +102,22 @@ std::optional<EventKind> ParseKind(std::string_view word) {
   return static_cast<EventKind>(found - kEventWords.begin());
 }
 
+/// @param typed  what follows "error:" or "data:" on the command line
+void CheckAnswer(const FaultRule& rule, std::string_view typed) {
+  if (rule.fault.kind == Fault::Kind::kFail && !rule.fault.text.empty() &&
+      !IsDBusErrorName(rule.fault.text)) {
+    Refuse(Quoted(typed) +
+           " is not the name of a D-Bus error (elements of letters, digits and '_', " +
+           "separated by '.', as in " + std::string(kDefaultDBusError) + ")");
+  }
+  if (rule.fault.kind != Fault::Kind::kAnswer || !rule.kind) {
+    return;
+  }
+  if (const auto problem = ProblemWithAnswer(*rule.kind, rule.text, rule.fault.text)) {
+    Refuse(Quoted(typed) + " " + *problem);
+  }
+}
+
 bool Suits(const FaultRule& rule) {
   const bool isDBus = rule.kind == EventKind::kDBus;
   switch (rule.fault.kind) {
@@ -115,28 +133,6 @@ bool Suits(const FaultRule& rule) {
     case Fault::Kind::kAnswer:
       return rule.kind == EventKind::kRead || rule.kind == EventKind::kIoctl ||
              rule.kind == EventKind::kSpi || rule.kind == EventKind::kI2c || isDBus;
-  }
-  return false;
-}
-
-bool IsSmall(char letter) { return letter >= 'a' && letter <= 'z'; }
-bool IsCapital(char letter) { return letter >= 'A' && letter <= 'Z'; }
-bool BelongsToWord(char character) {
-  return IsSmall(character) || IsCapital(character) || (character >= '0' && character <= '9');
-}
-
-/// @return whether a word begins at `first`, after the character `before`
-bool WordBegins(char before, char first) {
-  return !BelongsToWord(before) || !BelongsToWord(first) || (IsSmall(before) && IsCapital(first));
-}
-
-/// @return whether `text` contains `part` at the start of a word
-bool Contains(std::string_view text, std::string_view part) {
-  for (std::size_t at = text.find(part); at != std::string_view::npos;
-       at = text.find(part, at + 1)) {
-    if (at == 0 || part.empty() || WordBegins(text[at - 1], part.front())) {
-      return true;
-    }
   }
   return false;
 }
@@ -162,6 +158,7 @@ FaultRule FaultRule::Parse(std::string_view text) {
     if (!Suits(rule)) {
       Refuse(Quoted(action) + " cannot happen to " + Quoted(kind) + " events");
     }
+    CheckAnswer(rule, action.substr(action.find(':') + 1));
     return rule;
   }
   const std::size_t last = text.rfind(':');
@@ -175,7 +172,7 @@ Fault FaultRules::Judge(EventKind kind, std::string_view text) {
   const Fault* hit = nullptr;
   for (CountedRule& counted : rules_) {
     const FaultRule& rule = counted.rule;
-    if (rule.kind.value_or(kind) != kind || !Contains(text, rule.text)) {
+    if (rule.kind.value_or(kind) != kind || !MatchesEvent(text, rule.text)) {
       continue;
     }
     ++counted.seen;

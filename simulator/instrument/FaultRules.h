@@ -25,12 +25,10 @@ struct Fault {
   std::string text;
 };
 
-/// One rule, KIND[:TEXT][#N[+]]:ACTION. TEXT matches where a word of the event begins: at the
-/// start, after a character that is no letter or digit, at a capital after a small letter. A TEXT
-/// that begins with neither a letter nor a digit matches anywhere.
+/// One rule, KIND[:TEXT][#N[+]]:ACTION. For TEXT see MatchesEvent().
 struct FaultRule {
   std::optional<EventKind> kind;  // none: any
-  std::string text;               // a part of the event's text, see above; empty: any
+  std::string text;               // a part of the event's text; empty: any
   std::uint64_t first = 1;        // the first of the matching events that is hit
   bool onwards = true;            // and those after it
   Fault fault;

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <sstream>
 #include <utility>
 
 #include "simulator/instrument/ErrnoName.h"
 #include "simulator/instrument/Escape.h"
+#include "simulator/instrument/FaultAnswer.h"
 
 namespace orvane {
 
@@ -381,10 +381,7 @@ DBusResult Instrument::GetModuleLocations() {
   }
   DBusResult result;
   if (fault.kind == Fault::Kind::kAnswer) {
-    std::istringstream numbers(fault.text);
-    for (int number = 0; numbers >> number;) {
-      result.numbers.push_back(number);
-    }
+    result.numbers = ParseNumbers(fault.text).value_or(std::vector<int>{});
   } else {
     for (const auto& module : modules_) {
       result.numbers.push_back(static_cast<int>(module->Slot()));

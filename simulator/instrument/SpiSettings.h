@@ -10,8 +10,16 @@ namespace orvane {
 /// The settings of an SPI device that have requests of their own.
 enum class SpiSetting { kMode, kLsbFirst, kBitsPerWord, kMaxSpeedHz, kMode32 };
 
+inline constexpr std::array kSpiSettings = {SpiSetting::kMode,
+                                            SpiSetting::kLsbFirst,
+                                            SpiSetting::kBitsPerWord,
+                                            SpiSetting::kMaxSpeedHz,
+                                            SpiSetting::kMode32};
+
 /// The end of the names of its requests: "MAX_SPEED_HZ".
 std::string_view SettingName(SpiSetting setting);
+/// The largest value that its requests carry: of 8 or 32 bits.
+std::uint32_t SettingMaximum(SpiSetting setting);
 
 /// The settings of an SPI device; at first those at power-on.
 class SpiSettings {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "tests/e2e/simulator/SimulatorRun.h"
@@ -68,6 +69,41 @@ TEST_F(FaultReportTest, KillAllLeavesTheFlashAsItStands) {
             "\xff"
             "abc\xff");
   EXPECT_EQ(run_.ReadFile("flash").substr(0x20, 3), "\xff\xff\xff");
+}
+
+// --- Answers of services ------------------------------------------------------------------------
+
+TEST_F(FaultReportTest, AnswerThatNoBusCarriesIsRefusedBeforeTheRun) {
+  const SimulatorOutcome outcome =
+      run_.Words("--fault 'dbus:GetI2CBus:data:\\xff' --log log -- /bin/sh -c 'echo ran'");
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err,
+            "orvane-sim: --fault: '\\xff' cannot be the answer of GetI2CBus (UTF-8 without \\x00)\n"
+            "Try 'orvane-sim --help'.\n");
+  EXPECT_FALSE(std::filesystem::exists(run_.File("log")));
+}
+
+TEST_F(FaultReportTest, NameThatNoDBusErrorHasIsRefusedBeforeTheRun) {
+  const SimulatorOutcome outcome =
+      run_.Words("--fault dbus:GetI2CBus:error:Failed -- /bin/sh -c 'echo ran'");
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err,
+            "orvane-sim: --fault: 'Failed' is not the name of a D-Bus error (elements of letters, "
+            "digits and '_', separated by '.', as in org.freedesktop.DBus.Error.Failed)\n"
+            "Try 'orvane-sim --help'.\n");
+}
+
+TEST_F(FaultReportTest, UnusualAnswersThatABusCarriesArrive) {
+  run_.Option(
+      "--fault 'dbus:GetI2CBus#1:data:\\xef\\xbf\\xbd' "
+      "--fault 'dbus:GetI2CBus#2:data:\\xf0\\x9f\\x98\\x80' "
+      "--fault dbus:GetI2CBus#3:data: --fault dbus:GetI2CBus#4:error:_._1 "
+      "--fault 'dbus:GetModuleLocations:data:-2147483648\\t2147483647'");
+  EXPECT_EQ(
+      run_.Probe({"i2cbus 1", "i2cbus 1", "i2cbus 1", "i2cbus 1", "inventory"}).out,
+      "name \xef\xbf\xbd\nname \xf0\x9f\x98\x80\nname \n_._1\nslots -2147483648 2147483647\n");
 }
 
 }  // namespace

@@ -90,6 +90,22 @@ TEST(FaultRuleTest, DBusErrorCanBeNamed) {
   EXPECT_EQ(FaultRule::Parse("dbus:error:org.x.Y").fault.text, "org.x.Y");
 }
 
+TEST(FaultRuleTest, NameThatNoDBusErrorHasIsRefused) {
+  EXPECT_EQ(ProblemWith("dbus:GetI2CBus#1:error:no name"),
+            "'no name' is not the name of a D-Bus error (elements of letters, digits and '_', "
+            "separated by '.', as in org.freedesktop.DBus.Error.Failed)");
+}
+
+TEST(FaultRuleTest, AnswerThatTheEventCannotCarryIsRefusedAsItWasTyped) {
+  EXPECT_EQ(ProblemWith("dbus:GetModuleLocations:data:1 x"),
+            "'1 x' cannot be the answer of GetModuleLocations (whole numbers with blanks between "
+            "them)");
+  EXPECT_EQ(ProblemWith("dbus:GetI2CBus:data:\\xff"),
+            "'\\xff' cannot be the answer of GetI2CBus (UTF-8 without \\x00)");
+  EXPECT_EQ(ProblemWith("ioctl:RD_MODE#1:data:-1"),
+            "'-1' cannot be the answer of SPI_IOC_RD_MODE (a number from 0 to 255)");
+}
+
 TEST(FaultRuleTest, KillAllIsAnActionOfItsOwn) {
   const FaultRule rule = FaultRule::Parse("spi:PP#3:kill-all");
   EXPECT_EQ(rule.text, "PP");
