@@ -20,6 +20,7 @@
 #include <system_error>
 #include <utility>
 
+#include "simulator/guard/ExitStatus.h"
 #include "simulator/guard/ProcessTree.h"
 
 namespace orvane {
@@ -28,8 +29,6 @@ namespace {
 
 constexpr auto kGrace = std::chrono::seconds(2);
 constexpr int kEndSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
-constexpr int kInstrumentFailed = 125;
-constexpr int kSignalStatus = 128;
 
 sigset_t SetOf(int signal) {
   sigset_t set;

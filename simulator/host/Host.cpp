@@ -19,6 +19,7 @@
 
 #include "simulator/boards/ModuleFactory.h"
 #include "simulator/bus/PrivateBus.h"
+#include "simulator/guard/ExitStatus.h"
 #include "simulator/guard/ProcessTree.h"
 #include "simulator/guard/RunDirectory.h"
 #include "simulator/host/Console.h"
@@ -37,8 +38,6 @@ namespace {
 constexpr const char* kBufsizPath = "/sys/module/spidev/parameters/bufsiz";
 constexpr const char* kUmockdevPreload = "libumockdev-preload.so.0";
 constexpr const char* kShimName = "liborvane-shim.so";
-constexpr int kSignalStatus = 128;
-constexpr int kInstrumentFailed = 125;
 
 std::string LinkAddress(const std::string& directory) { return directory + "/link"; }
 

@@ -41,6 +41,7 @@ once, unless it can be repeated):
   --without NAME leaves out the service inventory or resources, the whole bus, or
                  the module selector; can be repeated
   --fault RULE   makes events fail, see below; can be repeated
+  --allow-unhit  says nothing about rules that never hit and keys without effect
   --help         shows this text and exits
   --version      shows the version and exits
 
@@ -84,11 +85,12 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
           calls UTF-8
           kill: it has no effect: SIGKILL for the process
           kill-all: likewise for every process of COMMAND at once, as when power fails
-  The first rule that hits an event decides.
+  The first rule that hits an event decides. At the end, a rule that never decided, and a
+  key that has no effect on its module's TYPE, is reported.
 
 Exit status: that of COMMAND, 128 + N when signal N ended it; 125 when orvane-sim itself
-fails, also for a wrong command line or a file named there that cannot be used; 126 when
-COMMAND cannot be executed, 127 when it is not found.
+fails, also for a wrong command line or a file named there that cannot be used, and when
+it reports a rule or a key; 126 when COMMAND cannot be executed, 127 when it is not found.
 )";
 
 [[noreturn]] void Refuse(const std::string& why) { throw std::invalid_argument(why); }
@@ -216,12 +218,28 @@ bool TakeAddress(std::string_view value, std::vector<std::uint32_t>& out) {
 constexpr std::string_view kOrdinal = "a number from 1 on";
 constexpr std::string_view kAddress = "an address of the flash, below 0x1000000";
 
+/// Which boards have what a key is about.
+enum class Boards { kAll, kWithZynqFiles, kWithExpander };
+
+bool AreOn(Boards boards, ModuleType type) {
+  switch (boards) {
+    case Boards::kAll:
+      return true;
+    case Boards::kWithZynqFiles:
+      return type == ModuleType::kWend;
+    case Boards::kWithExpander:
+      return type != ModuleType::kWend;
+  }
+  return false;
+}
+
 struct Key {
   std::string_view name;
   std::string_view values;  // what it can be set to
   /// @return whether the value is one for this key
   bool (*take)(std::string_view value, ModuleOptions& module);
   bool canBeRepeated = false;
+  Boards boards = Boards::kAll;
 };
 
 constexpr Key kKeys[] = {
@@ -261,13 +279,17 @@ constexpr Key kKeys[] = {
      "missing",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "missing", false, module.controlFiles);
-     }},
+     },
+     false,
+     Boards::kWithZynqFiles},
     {"expander",
      "absent",
      [](std::string_view value, ModuleOptions& module) {
        return TakeWord(value, "absent", false, module.expander);
-     }},
-    {"held", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1", TakeHeldLine, true},
+     },
+     false,
+     Boards::kWithExpander},
+    {"held", "LINE:LEVEL, LINE 0 to 15, LEVEL 0 or 1", TakeHeldLine, true, Boards::kWithExpander},
     {"flash-chip",
      "absent",
      [](std::string_view value, ModuleOptions& module) {
@@ -339,7 +361,8 @@ const Key& FindKey(std::string_view name) {
 }
 
 /// @param given  the keys of this module so far
-void ParseKey(std::string_view pair, ModuleOptions& module, std::set<std::string_view>& given) {
+/// @return whether the key has an effect on a module of this type
+bool ParseKey(std::string_view pair, ModuleOptions& module, std::set<std::string_view>& given) {
   const std::size_t equals = pair.find('=');
   const std::string_view name = pair.substr(0, equals);
   const Key& key = FindKey(name);
@@ -353,9 +376,11 @@ void ParseKey(std::string_view pair, ModuleOptions& module, std::set<std::string
   if (!given.insert(name).second && !key.canBeRepeated) {
     Refuse("key " + Quoted(name) + " is given twice");
   }
+  return AreOn(key.boards, module.type);
 }
 
-ModuleOptions ParseModule(std::string_view text) {
+/// @param withoutEffect  gets the keys that have none
+ModuleOptions ParseModule(std::string_view text, std::vector<KeyWithoutEffect>& withoutEffect) {
   const std::vector<std::string_view> parts = Split(text, ',');
   const std::string_view place = parts[0];
   const std::size_t at = place.find('@');
@@ -366,7 +391,9 @@ ModuleOptions ParseModule(std::string_view text) {
   module.slot = ParseSlot(place.substr(at + 1));
   std::set<std::string_view> given;
   for (const std::string_view part : std::span(parts).subspan(1)) {
-    ParseKey(part, module, given);
+    if (!ParseKey(part, module, given)) {
+      withoutEffect.push_back({std::string(part), std::string(place)});
+    }
   }
   return module;
 }
@@ -440,8 +467,9 @@ Options ParseOptions(std::span<const char* const> words) {
   Options options;
   cli::CommandLine line("orvane-sim", kHelp);
   cli::OptionSet& known = line.Options();
-  known.AddOption("--module",
-                  [&](const std::string& value) { options.modules.push_back(ParseModule(value)); });
+  known.AddOption("--module", [&](const std::string& value) {
+    options.modules.push_back(ParseModule(value, options.keysWithoutEffect));
+  });
   known.AddFlag("--fast", options.fast);
   known.AddOption("--clock-step", Once([&](const std::string& value) {
                     options.clockStep = ParseClockStep(value);
@@ -457,6 +485,7 @@ Options ParseOptions(std::span<const char* const> words) {
   known.AddOption("--fault", [&](const std::string& value) {
     options.faults.push_back(FaultRule::Parse(value));
   });
+  known.AddFlag("--allow-unhit", options.allowUnhit);
   line.AddRest("COMMAND", options.command);
 
   options.answer = line.Read(words);

@@ -15,6 +15,12 @@ namespace orvane {
 
 using cli::UsageError;
 
+/// A key of --module that nothing on the module's board depends on.
+struct KeyWithoutEffect {
+  std::string text;    // "held=3:1"
+  std::string module;  // "wend@1"
+};
+
 /// The command line of orvane-sim.
 struct Options {
   std::optional<std::string> answer;  // to --help or --version: print it and run nothing
@@ -23,7 +29,9 @@ struct Options {
   std::string logFile;    // empty: no log
   std::string stateFile;  // empty: none
   std::vector<ModuleOptions> modules;
+  std::vector<KeyWithoutEffect> keysWithoutEffect;
   std::vector<FaultRule> faults;
+  bool allowUnhit = false;  // neither fault rules without a hit nor these keys are reported
   std::optional<std::string> bufsiz = "4096";  // contents of the parameter file; none: no file
   bool withBus = true;
   bool withInventory = true;

@@ -15,6 +15,7 @@
 
 #include "cli/CommandLine.h"
 #include "simulator/guard/CommandProcess.h"
+#include "simulator/guard/ExitStatus.h"
 #include "simulator/guard/Guard.h"
 #include "simulator/guard/ProcessTree.h"
 #include "simulator/guard/RunDirectory.h"
@@ -24,10 +25,6 @@
 namespace orvane {
 
 namespace {
-
-constexpr int kInstrumentFailed = 125;
-constexpr int kNotExecutable = 126;
-constexpr int kNotFound = 127;
 
 int Fail(int status, const std::string& why) {
   std::cerr << "orvane-sim: " << why << std::endl;

@@ -148,7 +148,7 @@ FaultRule FaultRule::Parse(std::string_view text) {
     if (!fault) {
       continue;
     }
-    FaultRule rule{.fault = *fault};
+    FaultRule rule{.fault = *fault, .source = std::string(text)};
     std::string_view place = text.substr(0, colon);
     ParseCount(place, rule);
     const std::size_t wordEnd = place.find(':');
@@ -169,19 +169,37 @@ FaultRule FaultRule::Parse(std::string_view text) {
 }
 
 Fault FaultRules::Judge(EventKind kind, std::string_view text) {
-  const Fault* hit = nullptr;
-  for (CountedRule& counted : rules_) {
+  std::optional<std::size_t> decides;
+  for (std::size_t i = 0; i < rules_.size(); ++i) {
+    CountedRule& counted = rules_[i];
     const FaultRule& rule = counted.rule;
     if (rule.kind.value_or(kind) != kind || !MatchesEvent(text, rule.text)) {
       continue;
     }
     ++counted.seen;
     const bool hits = counted.seen == rule.first || (rule.onwards && counted.seen > rule.first);
-    if (hits && hit == nullptr) {
-      hit = &rule.fault;
+    if (hits && !decides) {
+      decides = i;
     }
   }
-  return hit == nullptr ? Fault{} : *hit;
+  if (!decides) {
+    return {};
+  }
+  CountedRule& deciding = rules_[*decides];
+  Fault fault = deciding.rule.fault;
+  fault.rule = *decides;
+  deciding.hasHit = deciding.hasHit || fault.kind != Fault::Kind::kAnswer;
+  return fault;
+}
+
+std::vector<std::string> FaultRules::Unhit() const {
+  std::vector<std::string> sources;
+  for (const CountedRule& counted : rules_) {
+    if (!counted.hasHit) {
+      sources.push_back(counted.rule.source);
+    }
+  }
+  return sources;
 }
 
 }  // namespace orvane

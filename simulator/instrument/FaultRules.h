@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -23,6 +24,7 @@ struct Fault {
   Kind kind = Kind::kNone;
   int error = 0;
   std::string text;
+  std::size_t rule = 0;  // its number among FaultRules; without meaning for kNone
 };
 
 /// One rule, KIND[:TEXT][#N[+]]:ACTION. For TEXT see MatchesEvent().
@@ -32,6 +34,7 @@ struct FaultRule {
   std::uint64_t first = 1;        // the first of the matching events that is hit
   bool onwards = true;            // and those after it
   Fault fault;
+  std::string source;  // as its user typed it
 
   /// @throw std::invalid_argument, with a text for the user
   static FaultRule Parse(std::string_view text);
@@ -49,10 +52,18 @@ class FaultRules {
   /// @return the fault of the first rule that hits it
   Fault Judge(EventKind kind, std::string_view text);
 
+  /// To be called when the answer of a fault is what the program gets. Until then its rule has hit
+  /// nothing, because events can match that have no answer.
+  void CountAnswer(const Fault& fault) { rules_[fault.rule].hasHit = true; }
+
+  /// The sources of the rules that have decided about no event so far, in their order.
+  std::vector<std::string> Unhit() const;
+
  private:
   struct CountedRule {
     FaultRule rule;
     std::uint64_t seen = 0;
+    bool hasHit = false;
   };
 
   std::vector<CountedRule> rules_;

@@ -200,6 +200,16 @@ Fault Instrument::Arrive(const Event& event) {
   return fault;
 }
 
+/// Whether a fault replaces what the program gets. To be asked for events that have an answer only,
+/// because its rule has hit then.
+bool Instrument::TakesAnswer(const Fault& fault) {
+  if (fault.kind != Fault::Kind::kAnswer) {
+    return false;
+  }
+  faults_.CountAnswer(fault);
+  return true;
+}
+
 /// Ends an event that the instrument cannot carry out.
 EventResult Instrument::Refuse(const Event& event, int error) {
   Complete(event, ErrnoName(error));
@@ -255,7 +265,7 @@ EventResult Instrument::SubmitSpi(std::string_view path, const SpiMessage& messa
     return Refuse(event, problem);
   }
   EventResult result{.value = value, .bytes = ExchangeSpi(*node.module, selects, receivedBytes)};
-  if (fault.kind == Fault::Kind::kAnswer) {
+  if (!result.bytes.empty() && TakesAnswer(fault)) {
     Overwrite(result.bytes, fault.text);
   }
   if (log_.IsOn()) {
@@ -280,7 +290,7 @@ EventResult Instrument::SubmitI2c(std::string_view path,
   if (problem != 0) {
     return Refuse(request, problem);
   }
-  if (fault.kind == Fault::Kind::kAnswer) {
+  if (!result.bytes.empty() && TakesAnswer(fault)) {
     Overwrite(result.bytes, fault.text);
   }
   if (log_.IsOn()) {
@@ -300,7 +310,7 @@ EventResult Instrument::ReadSetting(std::string_view path, SpiSetting setting) {
     return Refuse(event, ENOTTY);
   }
   std::uint32_t value = node.settings.Get(setting);
-  if (fault.kind == Fault::Kind::kAnswer) {
+  if (TakesAnswer(fault)) {
     std::from_chars(fault.text.data(), fault.text.data() + fault.text.size(), value);
   }
   EventResult result;
@@ -352,7 +362,7 @@ EventResult Instrument::ReadFile(std::string_view path,
     return InsteadOf(fault);
   }
   std::string_view read = contents.substr(std::min(offset, contents.size()));
-  if (fault.kind == Fault::Kind::kAnswer) {
+  if (TakesAnswer(fault)) {
     read = fault.text;
   }
   read = read.substr(0, count);
@@ -380,7 +390,7 @@ DBusResult Instrument::GetModuleLocations() {
     return InsteadOfCall(fault);
   }
   DBusResult result;
-  if (fault.kind == Fault::Kind::kAnswer) {
+  if (TakesAnswer(fault)) {
     result.numbers = ParseNumbers(fault.text).value_or(std::vector<int>{});
   } else {
     for (const auto& module : modules_) {
@@ -401,7 +411,7 @@ DBusResult Instrument::AnswerName(const char* method, unsigned slot, const std::
   if (!TakesItsCourse(fault)) {
     return InsteadOfCall(fault);
   }
-  DBusResult result{.text = fault.kind == Fault::Kind::kAnswer ? fault.text : name};
+  DBusResult result{.text = TakesAnswer(fault) ? fault.text : name};
   Complete(event, Quote(result.text));
   return result;
 }

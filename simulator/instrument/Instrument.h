@@ -50,6 +50,9 @@ class Instrument {
   /// @return nothing when the instrument has no such file, or it does not exist now
   std::optional<std::string> AttributeContents(std::string_view path);
 
+  /// The fault rules that have hit nothing so far, as their user typed them.
+  std::vector<std::string> UnhitFaults() const { return faults_.Unhit(); }
+
   // --- Events whose real call the program makes
 
   /// Counts the event and asks the fault rules. When a fault decides its result, this writes the
@@ -100,6 +103,7 @@ class Instrument {
   void AddNodes();
   Node& FindNode(std::string_view path);
   Module* FindModule(unsigned slot);
+  bool TakesAnswer(const Fault& fault);
   void LogSpeed(std::string_view path, Node& node, std::span<const SpiTransfer> transfers);
   int ProblemOf(const Node& node, const SpiTotals& totals, bool fits) const;
   EventResult Refuse(const Event& event, int error);

@@ -313,6 +313,46 @@ TEST(OptionsTest, LineThatIsHeldTwiceIsRefused) {
             "--module: key 'held': line 3 is given twice");
 }
 
+/// "held=3:1 on wend@1" for each key without effect.
+std::vector<std::string> WithoutEffect(const char* module) {
+  std::vector<std::string> texts;
+  for (const KeyWithoutEffect& key : Parse({"--module", module, "--", "x"}).keysWithoutEffect) {
+    texts.push_back(key.text + " on " + key.module);
+  }
+  return texts;
+}
+
+TEST(OptionsTest, KeysOfAnExpanderHaveNoEffectOnAWend) {
+  EXPECT_EQ(WithoutEffect("wend@1,held=3:1,chip=micron,expander=absent,held=4:0"),
+            (std::vector<std::string>{
+                "held=3:1 on wend@1", "expander=absent on wend@1", "held=4:0 on wend@1"}));
+}
+
+TEST(OptionsTest, KeyOfControlFilesHasNoEffectOnModulesWithoutThem) {
+  for (const std::string place : {"dax@2", "pyx1@4", "pyx2@5"}) {
+    EXPECT_EQ(WithoutEffect((place + ",zynq-files=missing").c_str()),
+              std::vector<std::string>{"zynq-files=missing on " + place});
+  }
+}
+
+TEST(OptionsTest, EveryOtherKeyHasAnEffect) {
+  const std::string keys =
+      ",flash=a,chip=micron,done=low,i2c=none,spi=none,i2cdev=missing,spidev=missing,"
+      "flash-chip=absent,program-lost=1,erase-lost=1,register-lost=1,busy-after=1,worn-page=0,"
+      "worn-sector=0";
+  EXPECT_EQ(WithoutEffect(("wend@1,zynq-files=missing" + keys).c_str()),
+            std::vector<std::string>{});
+  for (const std::string place : {"dax@2", "pyx1@4", "pyx2@5"}) {
+    EXPECT_EQ(WithoutEffect((place + ",expander=absent,held=3:1" + keys).c_str()),
+              std::vector<std::string>{});
+  }
+}
+
+TEST(OptionsTest, UnhitRulesAndKeysCanBeAllowed) {
+  EXPECT_FALSE(Parse({"--", "x"}).allowUnhit);
+  EXPECT_TRUE(Parse({"--allow-unhit", "--", "x"}).allowUnhit);
+}
+
 struct ValueRow {
   const char* key;
   const char* value;

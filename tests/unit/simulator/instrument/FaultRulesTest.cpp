@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "simulator/instrument/FaultRules.h"
 
@@ -253,6 +254,45 @@ TEST(FaultRulesTest, FirstRuleThatHitsDecides) {
   FaultRules rules = Rules({"spi#2:EIO", "spi:ENXIO"});
   EXPECT_EQ(rules.Judge(EventKind::kSpi, "a").error, ENXIO);
   EXPECT_EQ(rules.Judge(EventKind::kSpi, "b").error, EIO);
+}
+
+using Texts = std::vector<std::string>;
+
+TEST(FaultRulesTest, RuleThatHitNothingKeepsItsText) {
+  FaultRules rules = Rules({"spi:PP#3:lost", "open#1+:ENOENT", "i2c:kill"});
+  EXPECT_EQ(rules.Unhit(), (Texts{"spi:PP#3:lost", "open#1+:ENOENT", "i2c:kill"}));
+  rules.Judge(EventKind::kOpen, "a");
+  EXPECT_EQ(rules.Unhit(), (Texts{"spi:PP#3:lost", "i2c:kill"}));
+}
+
+TEST(FaultRulesTest, RuleThatHasMatchedButNotHitIsUnhit) {
+  FaultRules rules = Rules({"spi#2:EIO"});
+  rules.Judge(EventKind::kSpi, "a");
+  EXPECT_EQ(rules.Unhit(), Texts{"spi#2:EIO"});
+  rules.Judge(EventKind::kSpi, "a");
+  EXPECT_EQ(rules.Unhit(), Texts{});
+  rules.Judge(EventKind::kSpi, "a");
+  EXPECT_EQ(rules.Unhit(), Texts{});
+}
+
+TEST(FaultRulesTest, RuleBehindAnotherThatDecidesIsUnhit) {
+  FaultRules rules = Rules({"spi:EIO", "spi#1:ENXIO"});
+  rules.Judge(EventKind::kSpi, "a");
+  EXPECT_EQ(rules.Unhit(), Texts{"spi#1:ENXIO"});
+}
+
+TEST(FaultRulesTest, SecondOfTwoEqualRulesIsUnhit) {
+  FaultRules rules = Rules({"spi:EIO", "spi:EIO"});
+  rules.Judge(EventKind::kSpi, "a");
+  EXPECT_EQ(rules.Unhit(), Texts{"spi:EIO"});
+}
+
+TEST(FaultRulesTest, RuleWithAnAnswerHasHitWhenTheAnswerIsTaken) {
+  FaultRules rules = Rules({"any#9:kill", "spi:data:x"});
+  const Fault fault = rules.Judge(EventKind::kSpi, "a");
+  EXPECT_EQ(rules.Unhit(), (Texts{"any#9:kill", "spi:data:x"}));
+  rules.CountAnswer(fault);
+  EXPECT_EQ(rules.Unhit(), Texts{"any#9:kill"});
 }
 
 TEST(FaultRulesTest, RuleCountsWhatAnotherRuleHits) {

@@ -661,6 +661,47 @@ TEST_F(InstrumentTest, EventIsLoggedWhenItsResultIsKnown) {
   EXPECT_EQ(Log(), "open a O_RDONLY = EACCES\n");
 }
 
+// --- Rules that hit nothing ---------------------------------------------------------------------
+
+using Texts = std::vector<std::string>;
+
+TEST_F(InstrumentTest, RulesThatHitNothingAreKnown) {
+  Instrument& instrument = Build({}, {"sleep:EINTR", "dbus#2:kill"});
+  instrument.Sleep(1ms);
+  instrument.GetI2CBus(1);
+  EXPECT_EQ(instrument.UnhitFaults(), Texts{"dbus#2:kill"});
+}
+
+TEST_F(InstrumentTest, AnswersThatAreGivenHaveHit) {
+  Instrument& instrument = Build({},
+                                 {"spi:data:x",
+                                  "i2c:data:x",
+                                  "ioctl:data:1",
+                                  "read:data:x",
+                                  "dbus:Locations:data:1",
+                                  "dbus:GetI2CBus:data:x",
+                                  "dbus:GetSPIDev:data:x"});
+  EXPECT_EQ(instrument.UnhitFaults().size(), 7U);
+  Spi({0x05}, 1);
+  instrument.ReadSetting(kSpi, SpiSetting::kMode);
+  instrument.ReadFile("a", "b", 0, 1);
+  instrument.GetModuleLocations();
+  instrument.GetI2CBus(1);
+  instrument.GetSPIDev(1);
+  EXPECT_EQ(instrument.UnhitFaults(), Texts{"i2c:data:x"});
+}
+
+TEST_F(InstrumentTest, AnswerForAnEventWithoutOneHasNotHit) {
+  Instrument& instrument = Build({}, {"spi:data:x", "ioctl:data:1", "i2c:data:x"});
+  Spi({0x06});
+  instrument.WriteSetting(kSpi, SpiSetting::kMode, 0);
+  instrument.RefuseRequest(kSpi, 0);
+  instrument.SubmitI2c(kSpi, {}, {});
+  EXPECT_EQ(instrument.UnhitFaults(), (Texts{"spi:data:x", "ioctl:data:1", "i2c:data:x"}));
+}
+
+// --- All events ---------------------------------------------------------------------------------
+
 TEST_F(InstrumentTest, AllEventsAreCountedTogether) {
   Instrument& instrument = Build({}, {"any#4:kill"});
   EXPECT_EQ(instrument.GetI2CBus(1).killed, Killed::kNo);
