@@ -28,6 +28,7 @@
 #include "simulator/host/RunHooks.h"
 #include "simulator/host/ShimServer.h"
 #include "simulator/host/Testbed.h"
+#include "simulator/host/UnhitReport.h"
 #include "simulator/instrument/EventLog.h"
 #include "simulator/instrument/Instrument.h"
 
@@ -165,11 +166,10 @@ class Host {
     for (const std::string& problem : problems_) {
       std::cerr << "orvane-sim: " << problem << std::endl;
     }
-    if (!problems_.empty()) {
-      return kInstrumentFailed;
-    }
-    return WIFEXITED(waitStatus_) ? WEXITSTATUS(waitStatus_)
-                                  : kSignalStatus + WTERMSIG(waitStatus_);
+    const int status =
+        WIFEXITED(waitStatus_) ? WEXITSTATUS(waitStatus_) : kSignalStatus + WTERMSIG(waitStatus_);
+    const int reported = ReportUnhit(options_, instrument_.UnhitFaults(), status, std::cerr);
+    return problems_.empty() ? reported : kInstrumentFailed;
   }
 
  private:

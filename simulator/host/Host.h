@@ -13,7 +13,8 @@ namespace orvane {
 /// @param directory  of the run
 /// @param console    what the command prints; null: it is not logged
 /// @param ends       to the guard, which is this process's parent
-/// @return the exit status: the command's, or 128 + the number of the signal that ended it
+/// @return the exit status: the command's, or 128 + the number of the signal that ended it; 125
+///         after a report of fault rules that never hit or keys without effect
 /// @throw UsageError      for files that cannot be used as the options say
 /// @throw std::exception  when the instrument cannot be built, the run has been ended by it, or the
 ///                        flash, log or state is not saved
