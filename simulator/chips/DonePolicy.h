@@ -4,7 +4,8 @@
 
 namespace orvane {
 
-/// What decides about an FPGA's DONE line.
+/// What decides about an FPGA's DONE line. It does not decide what the FPGA has loaded, see
+/// FpgaBoot::Configured().
 struct DonePolicy {
   enum class Kind {
     kAuto,   // the FPGA: low in reset, high when it has booted from its flash

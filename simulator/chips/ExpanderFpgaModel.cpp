@@ -72,13 +72,14 @@ const Wiring& WiringOf(ExpanderModule module) {
 
 ExpanderFpgaModel::ExpanderFpgaModel(ExpanderModule module,
                                      unsigned slot,
-                                     const NorFlashModel& flash,
+                                     NorFlashModel& flash,
                                      DonePolicy policy)
     : wiring_(WiringOf(module)),
       flash_(flash),
       address_(static_cast<std::uint8_t>(wiring_.address + (slot == kOffsetSlot ? 1 : 0))),
       expander_(wiring_.pulls),
-      boot_(policy, kClearTime, flash.Bootable() && wiring_.plausible(flash.Contents())) {
+      boot_(policy, kClearTime, flash.Bootable() && wiring_.plausible(flash.Contents())),
+      configuration_(flash) {
   Settle();
 }
 
@@ -120,6 +121,7 @@ void ExpanderFpgaModel::HoldLines(std::uint16_t mask, std::uint16_t levels) {
 /// the lines that it reads.
 void ExpanderFpgaModel::Settle() {
   boot_.Update((expander_.Lines() & wiring_.reset) == 0, FlashBootable());
+  configuration_.Follow(boot_.Configured());
   unsigned outside = wiring_.pulls;
   const auto drive = [&outside](unsigned line, bool high) {
     outside = high ? outside | line : outside & ~line;

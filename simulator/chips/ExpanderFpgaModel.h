@@ -6,6 +6,7 @@
 
 #include "simulator/chips/DonePolicy.h"
 #include "simulator/chips/FpgaBoot.h"
+#include "simulator/chips/FpgaConfiguration.h"
 #include "simulator/chips/NorFlashModel.h"
 #include "simulator/chips/Pca9535Model.h"
 
@@ -35,10 +36,7 @@ class ExpanderFpgaModel {
  public:
   /// @param slot   in slot 5 the address of the expander is one higher
   /// @param flash  borrowed; loaded already, and outlives this object
-  ExpanderFpgaModel(ExpanderModule module,
-                    unsigned slot,
-                    const NorFlashModel& flash,
-                    DonePolicy policy);
+  ExpanderFpgaModel(ExpanderModule module, unsigned slot, NorFlashModel& flash, DonePolicy policy);
 
   /// 7-bit I2C address: 0x21 dax, 0x20 pyx1 and pyx2, and one more in slot 5.
   std::uint8_t ExpanderAddress() const { return address_; }
@@ -49,6 +47,7 @@ class ExpanderFpgaModel {
   /// False: the controller's spidev reads zeros, and no chip receives what it sends.
   bool FlashAnswersController() const;
   bool Done() const { return boot_.Done(); }
+  const FpgaConfiguration& Configuration() const { return configuration_; }
   /// The lines that the expander drives: none once the program has released them.
   std::uint16_t DrivenLines() const { return expander_.Driven(); }
   void AdvanceTime(std::chrono::nanoseconds by);
@@ -67,6 +66,7 @@ class ExpanderFpgaModel {
   std::uint8_t address_;
   Pca9535Model expander_;
   FpgaBoot boot_;
+  FpgaConfiguration configuration_;
 };
 
 }  // namespace orvane

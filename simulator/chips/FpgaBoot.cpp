@@ -7,8 +7,10 @@ namespace orvane {
 FpgaBoot::FpgaBoot(DonePolicy policy, std::chrono::nanoseconds clearTime, bool configured)
     : policy_(policy),
       clearTime_(clearTime),
+      bootTime_(policy.kind == DonePolicy::Kind::kAfter ? std::max(policy.delay, clearTime)
+                                                        : kBootTime),
       phase_(configured ? Phase::kConfigured : Phase::kFailed),
-      sinceRelease_(std::max(policy.delay, kBootTime)) {}  // so that every wait is over
+      sinceRelease_(bootTime_) {}  // so that every wait is over
 
 void FpgaBoot::Update(bool inReset, bool flashBootable) {
   flashBootable_ = flashBootable;
@@ -36,7 +38,7 @@ void FpgaBoot::LookForFlash() {
   }
   if (!flashBootable_) {
     phase_ = Phase::kFailed;
-  } else if (sinceRelease_ >= kBootTime) {
+  } else if (sinceRelease_ >= bootTime_) {
     phase_ = Phase::kConfigured;
   }
 }
@@ -46,7 +48,7 @@ bool FpgaBoot::Cleared() const { return phase_ != Phase::kReset && sinceRelease_
 bool FpgaBoot::Done() const {
   switch (policy_.kind) {
     case DonePolicy::Kind::kAuto:
-      return phase_ == Phase::kConfigured;
+      return Configured();
     case DonePolicy::Kind::kHigh:
       return true;
     case DonePolicy::Kind::kLow:

@@ -66,8 +66,40 @@ void NorFlashModel::Load(std::span<const std::uint8_t> contents) {
   if (contents.size() > kBytes) {
     throw std::length_error("more than 16 MiB for the flash");
   }
+  PrepareChange({.begin = 0, .end = kBytes});
   const auto end = std::copy(contents.begin(), contents.end(), array_.begin());
   std::fill(end, array_.end(), kErased);
+}
+
+/// To be called before the array changes.
+void NorFlashModel::PrepareChange(Range range) {
+  if (!replaced_) {
+    return;
+  }
+  for (std::size_t at = range.begin / kSectorBytes * kSectorBytes; at < range.end;
+       at += kSectorBytes) {
+    const auto sector = array_.begin() + static_cast<std::ptrdiff_t>(at);
+    replaced_->try_emplace(at, sector, sector + kSectorBytes);
+  }
+}
+
+bool NorFlashModel::IsAsRemembered() const {
+  return replaced_ && std::all_of(replaced_->begin(), replaced_->end(), [this](const auto& sector) {
+           return std::equal(sector.second.begin(),
+                             sector.second.end(),
+                             array_.begin() + static_cast<std::ptrdiff_t>(sector.first));
+         });
+}
+
+std::optional<std::vector<std::uint8_t>> NorFlashModel::Remembered() const {
+  if (!replaced_) {
+    return std::nullopt;
+  }
+  std::vector<std::uint8_t> contents = array_;
+  for (const auto& [at, bytes] : *replaced_) {
+    std::copy(bytes.begin(), bytes.end(), contents.begin() + static_cast<std::ptrdiff_t>(at));
+  }
+  return contents;
 }
 
 void NorFlashModel::Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) {
@@ -166,6 +198,7 @@ void NorFlashModel::Program(std::size_t address, std::span<const std::uint8_t> d
   const bool lost = CountDown(dropProgram_) ||
                     std::find(wornPages_.begin(), wornPages_.end(), page) != wornPages_.end();
   if (!lost) {
+    PrepareChange({.begin = page, .end = page + kPageBytes});
     if (data.size() > kPageBytes) {  // the page buffer wraps: the last bytes count
       address += data.size() - kPageBytes;
       data = data.last(kPageBytes);
@@ -186,6 +219,7 @@ void NorFlashModel::Erase(Range range) {
       const std::size_t sector = at / kSectorBytes * kSectorBytes;
       const std::size_t end = std::min(range.end, sector + kSectorBytes);
       if (std::find(wornSectors_.begin(), wornSectors_.end(), sector) == wornSectors_.end()) {
+        PrepareChange({.begin = at, .end = end});
         std::fill_n(array_.begin() + static_cast<std::ptrdiff_t>(at), end - at, kErased);
       }
       at = end;

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -57,6 +59,18 @@ class NorFlashModel {
   /// The whole array, kBytes long; valid as long as the chip, and always up to date.
   std::span<const std::uint8_t> Contents() const { return array_; }
 
+  // One moment at a time can be remembered. It costs a copy of each 64 KiB sector that changes
+  // later, made at its first change.
+
+  /// Remembers what the array holds now, instead of what was remembered before.
+  void Remember() { replaced_.emplace(); }
+  /// Remembers nothing.
+  void Forget() { replaced_.reset(); }
+  /// @return whether the array holds what is remembered; false when that is nothing
+  bool IsAsRemembered() const;
+  /// @return the whole array at the moment that is remembered; none: nothing is
+  std::optional<std::vector<std::uint8_t>> Remembered() const;
+
   /// Everything between chip select falling and rising.
   /// @param mosi  what the controller drives
   /// @param miso  every byte is written, 0x00 where the chip does not drive the line; must not
@@ -108,6 +122,7 @@ class NorFlashModel {
   void ReadArray(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) const;
   void ReadStatus(std::span<std::uint8_t> miso);
   void Program(std::size_t address, std::span<const std::uint8_t> data);
+  void PrepareChange(Range range);
   void Erase(Range range);
   void WriteRegisters(std::span<const std::uint8_t> values);
   void BecomeBusy(int statusReads, std::chrono::nanoseconds longest);
@@ -117,6 +132,9 @@ class NorFlashModel {
 
   Chip chip_;
   std::vector<std::uint8_t> array_;
+  // Sectors that have changed since the moment that is remembered: their first addresses, and what
+  // they held then. None: nothing is remembered.
+  std::optional<std::map<std::size_t, std::vector<std::uint8_t>>> replaced_;
   std::uint8_t status_ = 0;         // non-volatile bits only
   std::uint8_t configuration_ = 0;  // stays 0 on kMicron
   std::uint8_t nextStatus_ = 0;     // the values after the register write that is in progress

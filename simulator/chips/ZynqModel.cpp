@@ -13,8 +13,10 @@ bool CanBootFrom(const NorFlashModel& flash) {
 
 }  // namespace
 
-ZynqModel::ZynqModel(const NorFlashModel& flash, DonePolicy policy)
-    : flash_(flash), boot_(policy, kClearTime, CanBootFrom(flash)) {}
+ZynqModel::ZynqModel(NorFlashModel& flash, DonePolicy policy)
+    : flash_(flash), boot_(policy, kClearTime, CanBootFrom(flash)), configuration_(flash) {
+  configuration_.Follow(boot_.Configured());
+}
 
 void ZynqModel::WriteQspiPrg(std::string_view value) {
   if (value == "0" || value == "1") {
@@ -30,6 +32,14 @@ void ZynqModel::WriteHwReset(std::string_view value) {
   }
 }
 
-void ZynqModel::Update() { boot_.Update(inReset_, !controllerOwnsFlash_ && CanBootFrom(flash_)); }
+void ZynqModel::AdvanceTime(std::chrono::nanoseconds by) {
+  boot_.AdvanceTime(by);
+  configuration_.Follow(boot_.Configured());
+}
+
+void ZynqModel::Update() {
+  boot_.Update(inReset_, !controllerOwnsFlash_ && CanBootFrom(flash_));
+  configuration_.Follow(boot_.Configured());
+}
 
 }  // namespace orvane

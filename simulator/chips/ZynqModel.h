@@ -5,6 +5,7 @@
 
 #include "simulator/chips/DonePolicy.h"
 #include "simulator/chips/FpgaBoot.h"
+#include "simulator/chips/FpgaConfiguration.h"
 #include "simulator/chips/NorFlashModel.h"
 
 namespace orvane {
@@ -19,7 +20,7 @@ namespace orvane {
 class ZynqModel {
  public:
   /// @param flash  borrowed; loaded already, and outlives this object
-  ZynqModel(const NorFlashModel& flash, DonePolicy policy);
+  ZynqModel(NorFlashModel& flash, DonePolicy policy);
 
   /// "1": the controller owns the flash; "0": the Zynq owns it; anything else is ignored.
   void WriteQspiPrg(std::string_view value);
@@ -30,7 +31,8 @@ class ZynqModel {
   bool ControllerOwnsFlash() const { return controllerOwnsFlash_; }
   bool InReset() const { return inReset_; }
   bool Done() const { return boot_.Done(); }
-  void AdvanceTime(std::chrono::nanoseconds by) { boot_.AdvanceTime(by); }
+  const FpgaConfiguration& Configuration() const { return configuration_; }
+  void AdvanceTime(std::chrono::nanoseconds by);
 
  private:
   void Update();
@@ -39,6 +41,7 @@ class ZynqModel {
   bool controllerOwnsFlash_ = false;
   bool inReset_ = false;
   FpgaBoot boot_;
+  FpgaConfiguration configuration_;
 };
 
 }  // namespace orvane

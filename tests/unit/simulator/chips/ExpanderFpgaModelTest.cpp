@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,7 @@ using orvane::Chip;
 using orvane::DonePolicy;
 using orvane::ExpanderFpgaModel;
 using orvane::ExpanderModule;
+using orvane::Loaded;
 using orvane::NorFlashModel;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -53,6 +55,8 @@ class ExpanderFpgaModelTest : public testing::Test {
     fpga_->ReadExpander(bytes);
     return bytes[0] | static_cast<unsigned>(bytes[1]) << 8;
   }
+
+  Loaded LoadedNow() const { return fpga_->Configuration().State(); }
 
   ExpanderModule module_;
   NorFlashModel flash_{Chip::kMicron};
@@ -314,6 +318,99 @@ TEST_P(BitstreamModuleTest, HeldResetLineResetsTheFpga) {
   EXPECT_EQ(Inputs() & 0x01C0U, 0x0000U);
 }
 
+TEST_P(BitstreamModuleTest, PoweredWithAGoodBitstreamThatIsLoaded) {
+  LoadGoodImage();
+  PowerOn();
+  EXPECT_EQ(LoadedNow(), Loaded::kCurrent);
+}
+
+TEST_P(BitstreamModuleTest, PoweredWithABlankFlashNothingIsLoaded) {
+  for (const DonePolicy policy : {DonePolicy{},
+                                  DonePolicy{.kind = DonePolicy::Kind::kHigh},
+                                  DonePolicy{.kind = DonePolicy::Kind::kLow},
+                                  DonePolicy{.kind = DonePolicy::Kind::kAfter}}) {
+    PowerOn(policy);
+    EXPECT_EQ(LoadedNow(), Loaded::kNone);
+    EXPECT_EQ(fpga_->Configuration().Contents(), std::nullopt);
+  }
+}
+
+TEST_P(BitstreamModuleTest, ChangeOfTheFlashLeavesWhatIsLoaded) {
+  LoadGoodImage();
+  PowerOn();
+  const Bytes loaded(flash_.Contents().begin(), flash_.Contents().end());
+  flash_.Load({});
+  EXPECT_EQ(LoadedNow(), Loaded::kOther);
+  EXPECT_EQ(fpga_->Configuration().Contents(), loaded);
+  LoadGoodImage();
+  EXPECT_EQ(LoadedNow(), Loaded::kCurrent);
+}
+
+TEST_P(BitstreamModuleTest, ResetClearsWhatIsLoadedUntilDoneRises) {
+  LoadGoodImage();
+  for (const auto kind :
+       {DonePolicy::Kind::kAuto, DonePolicy::Kind::kHigh, DonePolicy::Kind::kLow}) {
+    PowerOn({.kind = kind});
+    TakeOver();
+    Outputs(0x2C00);
+    EXPECT_EQ(LoadedNow(), Loaded::kNone);
+    Outputs(0x2C80);
+    fpga_->AdvanceTime(19999999ns);
+    EXPECT_EQ(LoadedNow(), Loaded::kNone);
+    fpga_->AdvanceTime(1ns);
+    EXPECT_EQ(LoadedNow(), Loaded::kCurrent);
+  }
+}
+
+TEST_P(BitstreamModuleTest, DoneAfterADelayLoadsNotBeforeIt) {
+  LoadGoodImage();
+  PowerOn({.kind = DonePolicy::Kind::kAfter, .delay = 1000ms});
+  TakeOver();
+  Outputs(0x2C00);
+  Outputs(0x2C80);
+  fpga_->AdvanceTime(999999999ns);
+  EXPECT_EQ(LoadedNow(), Loaded::kNone);
+  fpga_->AdvanceTime(1ns);
+  EXPECT_EQ(LoadedNow(), Loaded::kCurrent);
+}
+
+TEST_P(BitstreamModuleTest, PulseWithinOneWriteClearsWhatIsLoaded) {
+  LoadGoodImage();
+  PowerOn();
+  TakeOver();
+  Write({0x02, 0x00, 0x2C, 0x80, 0x2C});
+  EXPECT_EQ(LoadedNow(), Loaded::kNone);
+}
+
+TEST_P(BitstreamModuleTest, BootThatFailsLeavesNothingLoadedWhateverDoneShows) {
+  LoadGoodImage();
+  for (const auto kind :
+       {DonePolicy::Kind::kAuto, DonePolicy::Kind::kHigh, DonePolicy::Kind::kAfter}) {
+    PowerOn({.kind = kind});
+    TakeOver();
+    Outputs(0xEC1D);
+    Outputs(0xEC9D);  // released while the controller has the flash
+    fpga_->AdvanceTime(1000ms);
+    Outputs(0x2C80);
+    fpga_->AdvanceTime(1000ms);
+    EXPECT_EQ(LoadedNow(), Loaded::kNone);
+  }
+}
+
+TEST_P(BitstreamModuleTest, HeldResetLineClearsWhatIsLoaded) {
+  LoadGoodImage();
+  PowerOn();
+  fpga_->HoldLines(0x0080, 0x0000);
+  EXPECT_EQ(LoadedNow(), Loaded::kNone);
+}
+
+TEST_P(BitstreamModuleTest, HeldDoneLineLeavesWhatIsLoaded) {
+  LoadGoodImage();
+  PowerOn();
+  fpga_->HoldLines(0x0100, 0x0000);
+  EXPECT_EQ(LoadedNow(), Loaded::kCurrent);
+}
+
 // pyx2: lines 0 DONE, 1 INIT_B, 4 PROGRAM_B (sense), 9 reset; 0x0A17 are the lines that may be
 // driven, all but 0x0813 of them outputs, which leaves directions 0xFDFB.
 
@@ -427,10 +524,36 @@ TEST_F(Pyx2ModelTest, ReleasedWhileTheControllerHasTheFlashItDoesNotBoot) {
   EXPECT_FALSE(fpga_->Done());
 }
 
+TEST_F(Pyx2ModelTest, ResetClearsWhatIsLoadedUntilDoneRises) {
+  LoadGoodImage();
+  PowerOn();
+  EXPECT_EQ(LoadedNow(), Loaded::kCurrent);
+  TakeOver();
+  Outputs(0x0000);
+  EXPECT_EQ(LoadedNow(), Loaded::kNone);
+  Directions(0xFFFF);
+  fpga_->AdvanceTime(19999999ns);
+  EXPECT_EQ(LoadedNow(), Loaded::kNone);
+  fpga_->AdvanceTime(1ns);
+  EXPECT_EQ(LoadedNow(), Loaded::kCurrent);
+}
+
+TEST_F(Pyx2ModelTest, NewImageIsLoadedByTheNextReset) {
+  LoadGoodImage();
+  PowerOn();
+  flash_.Load(orvane::MakeZynqImage({.bytes = 4096, .seed = 2}));
+  EXPECT_EQ(LoadedNow(), Loaded::kOther);
+  TakeOver();
+  Outputs(0x0000);
+  Directions(0xFFFF);
+  fpga_->AdvanceTime(20ms);
+  EXPECT_EQ(LoadedNow(), Loaded::kCurrent);
+}
+
 // Addresses.
 
 TEST(ExpanderAddressTest, SlotFiveIsOneAddressUp) {
-  const NorFlashModel flash(Chip::kMicron);
+  NorFlashModel flash(Chip::kMicron);
   const auto address = [&flash](ExpanderModule module, unsigned slot) {
     return unsigned{ExpanderFpgaModel(module, slot, flash, {}).ExpanderAddress()};
   };

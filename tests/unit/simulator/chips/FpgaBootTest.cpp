@@ -175,4 +175,84 @@ TEST(FpgaBootTest, AfterPolicyWithoutDelayRisesWithTheRelease) {
   EXPECT_TRUE(boot.Done());
 }
 
+/// A reset and the 20 ms after its release.
+void Boot(FpgaBoot& boot, bool flashBootable) {
+  boot.Update(true, flashBootable);
+  boot.Update(false, flashBootable);
+  boot.AdvanceTime(20ms);
+}
+
+TEST(FpgaBootTest, ConfiguredAtPowerOnIsWhatItWasToldUnderEveryPolicy) {
+  for (const DonePolicy policy : {kAuto, kHigh, kLow, After(0ms), After(60000ms)}) {
+    EXPECT_TRUE(FpgaBoot(policy, 5ms, true).Configured());
+    EXPECT_FALSE(FpgaBoot(policy, 5ms, false).Configured());
+  }
+}
+
+TEST(FpgaBootTest, LineThatIsForcedDoesNotChangeTheBoot) {
+  for (const DonePolicy policy : {kHigh, kLow}) {
+    FpgaBoot boot(policy, 5ms, true);
+    boot.Update(true, true);
+    EXPECT_FALSE(boot.Configured());
+    boot.Update(false, true);
+    boot.AdvanceTime(19999999ns);
+    EXPECT_FALSE(boot.Configured());
+    boot.AdvanceTime(1ns);
+    EXPECT_TRUE(boot.Configured());
+    Boot(boot, false);
+    EXPECT_FALSE(boot.Configured());
+  }
+}
+
+TEST(FpgaBootTest, AfterPolicyConfiguresWithItsDoneLine) {
+  FpgaBoot boot(After(9998ms), 5ms, true);
+  Boot(boot, true);
+  boot.AdvanceTime(9977999999ns);
+  EXPECT_FALSE(boot.Configured());
+  boot.AdvanceTime(1ns);
+  EXPECT_TRUE(boot.Done());
+  EXPECT_TRUE(boot.Configured());
+}
+
+TEST(FpgaBootTest, AfterPolicyThatIsFastConfiguresWithItsDoneLine) {
+  FpgaBoot boot(After(7ms), 5ms, true);
+  boot.Update(true, true);
+  boot.Update(false, true);
+  boot.AdvanceTime(6999999ns);
+  EXPECT_FALSE(boot.Configured());
+  boot.AdvanceTime(1ns);
+  EXPECT_TRUE(boot.Done());
+  EXPECT_TRUE(boot.Configured());
+}
+
+TEST(FpgaBootTest, AfterPolicyDoesNotConfigureBeforeClearingEnds) {
+  FpgaBoot boot(After(0ms), 5ms, true);
+  boot.Update(true, true);
+  boot.Update(false, true);
+  boot.AdvanceTime(4999999ns);
+  EXPECT_TRUE(boot.Done());
+  EXPECT_FALSE(boot.Configured());
+  boot.AdvanceTime(1ns);
+  EXPECT_TRUE(boot.Configured());
+}
+
+TEST(FpgaBootTest, AfterPolicyDoesNotConfigureFromAFlashThatItCannotBootFrom) {
+  FpgaBoot boot(After(100ms), 5ms, true);
+  Boot(boot, false);
+  boot.Update(false, true);
+  boot.AdvanceTime(1000ms);
+  EXPECT_TRUE(boot.Done());
+  EXPECT_FALSE(boot.Configured());
+}
+
+TEST(FpgaBootTest, AfterPolicyDoesNotConfigureWhenTheFlashIsLostBeforeItsDone) {
+  FpgaBoot boot(After(100ms), 5ms, true);
+  Boot(boot, true);
+  boot.Update(false, false);
+  boot.Update(false, true);
+  boot.AdvanceTime(1000ms);
+  EXPECT_TRUE(boot.Done());
+  EXPECT_FALSE(boot.Configured());
+}
+
 }  // namespace

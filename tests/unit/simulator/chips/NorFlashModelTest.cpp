@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -925,6 +926,63 @@ TEST_F(NorFlashModelTest, WornSectorNeverErases) {
   EXPECT_EQ(At(0x10000), 0x00);
   EXPECT_EQ(At(0x1FFFF), 0x00);
   EXPECT_EQ(At(0x20000), 0xFF);
+}
+
+TEST_F(NorFlashModelTest, NothingIsRememberedAtFirstNorOnceForgotten) {
+  EXPECT_FALSE(flash_->IsAsRemembered());
+  EXPECT_EQ(flash_->Remembered(), std::nullopt);
+  flash_->Remember();
+  flash_->Forget();
+  Do({0x02, 0, 0, 0, 0x5A});
+  EXPECT_FALSE(flash_->IsAsRemembered());
+  EXPECT_EQ(flash_->Remembered(), std::nullopt);
+}
+
+TEST_F(NorFlashModelTest, RememberedContentsOutliveEveryKindOfChange) {
+  Bytes contents(16 * kMiB);
+  for (std::size_t at = 0; at < contents.size(); ++at) {
+    contents[at] = static_cast<std::uint8_t>(at >> 12U | 1U);
+  }
+  flash_->Load(contents);
+  flash_->Remember();
+  EXPECT_TRUE(flash_->IsAsRemembered());
+  EXPECT_EQ(flash_->Remembered(), contents);
+  Do({0x02, 0x12, 0x34, 0x00, 0x00});  // a page
+  EXPECT_FALSE(flash_->IsAsRemembered());
+  EXPECT_EQ(flash_->Remembered(), contents);
+  Do({0x20, 0x12, 0x10, 0x00});  // 4 KiB
+  Do({0xD8, 0xFF, 0x00, 0x00});  // 64 KiB
+  EXPECT_EQ(flash_->Remembered(), contents);
+  Do({0xC7});
+  EXPECT_EQ(flash_->Remembered(), contents);
+  flash_->Load({});
+  EXPECT_EQ(flash_->Remembered(), contents);
+  EXPECT_FALSE(flash_->IsAsRemembered());
+}
+
+TEST_F(NorFlashModelTest, ArrayThatIsChangedBackIsAsRemembered) {
+  Do({0x02, 0, 0, 0, 0x5A});
+  flash_->Remember();
+  Do({0xD8, 0, 0, 0});
+  EXPECT_FALSE(flash_->IsAsRemembered());
+  Do({0x02, 0, 0, 0, 0x5A});
+  EXPECT_TRUE(flash_->IsAsRemembered());
+}
+
+TEST_F(NorFlashModelTest, ProgramThatIsLostLeavesTheArrayAsRemembered) {
+  flash_->DropProgram(1);
+  flash_->Remember();
+  Do({0x02, 0, 0, 0, 0x5A});
+  EXPECT_TRUE(flash_->IsAsRemembered());
+}
+
+TEST_F(NorFlashModelTest, LaterMomentReplacesTheOneThatWasRemembered) {
+  flash_->Remember();
+  Do({0x02, 0, 0, 0, 0x5A});
+  flash_->Remember();
+  EXPECT_TRUE(flash_->IsAsRemembered());
+  Do({0xD8, 0, 0, 0});
+  EXPECT_EQ(flash_->Remembered()->at(0), 0x5A);
 }
 
 }  // namespace

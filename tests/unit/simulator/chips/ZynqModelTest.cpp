@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "simulator/chips/NorFlashModel.h"
@@ -14,6 +15,7 @@ using namespace std::chrono_literals;
 
 using orvane::Chip;
 using orvane::DonePolicy;
+using orvane::Loaded;
 using orvane::MakeZynqImage;
 using orvane::NorFlashModel;
 using orvane::ZynqModel;
@@ -26,6 +28,7 @@ class ZynqModelTest : public testing::Test {
     zynq.AdvanceTime(5000ms);
     zynq.WriteHwReset("1");
   }
+  static Loaded LoadedBy(const ZynqModel& zynq) { return zynq.Configuration().State(); }
 
   NorFlashModel flash_{Chip::kMicron};
 };
@@ -163,6 +166,93 @@ TEST_F(ZynqModelTest, PolicyReplacesTheBoot) {
   EXPECT_FALSE(zynq.Done());
   zynq.AdvanceTime(1ns);
   EXPECT_TRUE(zynq.Done());
+}
+
+TEST_F(ZynqModelTest, GoodImageIsLoadedAtPowerOn) {
+  LoadGoodImage();
+  EXPECT_EQ(LoadedBy(ZynqModel(flash_, {})), Loaded::kCurrent);
+}
+
+TEST_F(ZynqModelTest, NothingIsLoadedFromABlankFlashAtPowerOn) {
+  const ZynqModel zynq(flash_, {});
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+  EXPECT_EQ(zynq.Configuration().Contents(), std::nullopt);
+}
+
+TEST_F(ZynqModelTest, LoadedIsOtherOnceTheFlashChangesAndCurrentOnceItIsChangedBack) {
+  LoadGoodImage();
+  const ZynqModel zynq(flash_, {});
+  const std::vector<std::uint8_t> loaded(flash_.Contents().begin(), flash_.Contents().end());
+  flash_.Load({});
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kOther);
+  EXPECT_EQ(zynq.Configuration().Contents(), loaded);
+  LoadGoodImage();
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kCurrent);
+}
+
+TEST_F(ZynqModelTest, ResetClearsWhatIsLoadedUntilDoneRises) {
+  LoadGoodImage();
+  ZynqModel zynq(flash_, {});
+  zynq.WriteHwReset("0");
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+  zynq.WriteHwReset("1");
+  zynq.AdvanceTime(19999999ns);
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+  EXPECT_EQ(zynq.Configuration().Contents(), std::nullopt);
+  zynq.AdvanceTime(1ns);
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kCurrent);
+}
+
+TEST_F(ZynqModelTest, NewImageIsLoadedByTheNextReset) {
+  LoadGoodImage();
+  ZynqModel zynq(flash_, {});
+  flash_.Load(MakeZynqImage({.bytes = 4096, .seed = 2}));
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kOther);
+  PulseReset(zynq);
+  zynq.AdvanceTime(20ms);
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kCurrent);
+}
+
+TEST_F(ZynqModelTest, BootThatFailsLeavesNothingLoaded) {
+  LoadGoodImage();
+  ZynqModel zynq(flash_, {});
+  zynq.WriteQspiPrg("1");
+  PulseReset(zynq);
+  zynq.WriteQspiPrg("0");
+  zynq.AdvanceTime(20000ms);
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+}
+
+TEST_F(ZynqModelTest, ForcedDoneLineDoesNotTellWhatIsLoaded) {
+  for (const auto kind : {DonePolicy::Kind::kHigh, DonePolicy::Kind::kLow}) {
+    flash_.Load({});
+    ZynqModel zynq(flash_, {.kind = kind});
+    EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+    PulseReset(zynq);
+    zynq.AdvanceTime(20ms);
+    EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+    LoadGoodImage();
+    PulseReset(zynq);
+    zynq.AdvanceTime(20ms);
+    EXPECT_EQ(LoadedBy(zynq), Loaded::kCurrent);
+  }
+}
+
+TEST_F(ZynqModelTest, DoneAfterADelayLoadsAGoodImageAlone) {
+  const DonePolicy policy = {.kind = DonePolicy::Kind::kAfter, .delay = 1000ms};
+  ZynqModel zynq(flash_, policy);
+  EXPECT_TRUE(zynq.Done());
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+  PulseReset(zynq);
+  zynq.AdvanceTime(1000ms);
+  EXPECT_TRUE(zynq.Done());
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+  LoadGoodImage();
+  PulseReset(zynq);
+  zynq.AdvanceTime(999999999ns);
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kNone);
+  zynq.AdvanceTime(1ns);
+  EXPECT_EQ(LoadedBy(zynq), Loaded::kCurrent);
 }
 
 }  // namespace
