@@ -66,7 +66,7 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
-/// "1 done=1 qspi_prg=0\n" without the slot.
+/// "1 done=1 qspi_prg=0 loaded=current\n" without the slot.
 std::string StateOf(const VirtualInstrument& instrument) {
   const Bytes file = instrument.ReadFile("state");
   const std::string line(file.begin(), std::find(file.begin(), file.end(), '\n'));

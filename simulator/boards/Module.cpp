@@ -27,4 +27,16 @@ I2cDevice* Module::FindI2c(std::optional<unsigned> /*channel*/, std::uint16_t /*
 
 void Module::AdvanceTime(std::chrono::nanoseconds by) { flash_.AdvanceTime(by); }
 
+std::string Module::LoadedWord(const FpgaConfiguration& configuration) {
+  switch (configuration.State()) {
+    case Loaded::kCurrent:
+      return "loaded=current";
+    case Loaded::kOther:
+      return "loaded=other";
+    case Loaded::kNone:
+      break;
+  }
+  return "loaded=none";
+}
+
 }  // namespace orvane

@@ -10,6 +10,7 @@
 
 #include "simulator/boards/AttributeFiles.h"
 #include "simulator/boards/ModuleOptions.h"
+#include "simulator/chips/FpgaConfiguration.h"
 #include "simulator/chips/NorFlashModel.h"
 
 namespace orvane {
@@ -52,10 +53,17 @@ class Module : public AttributeFiles {
   /// Advances the instrument time.
   virtual void AdvanceTime(std::chrono::nanoseconds by);
 
-  /// What can be seen of the module from outside, as words NAME=VALUE: "done=1", and more by board.
+  /// How the module is, as words NAME=VALUE: "done=1", more by board, all of which can be seen from
+  /// outside, and last what its FPGA has loaded, see LoadedWord().
   virtual std::string DescribeState() const = 0;
 
+  /// @return what the module's FPGA has loaded: the whole flash as it was then; none: nothing
+  std::optional<std::vector<std::uint8_t>> LoadedContents() const { return flash_.Remembered(); }
+
  protected:
+  /// "loaded=current" when what is loaded is what the flash holds now, else "loaded=other", or
+  /// "loaded=none" when nothing is loaded.
+  static std::string LoadedWord(const FpgaConfiguration& configuration);
   NorFlashModel& FlashChip() { return flash_; }
 
  private:

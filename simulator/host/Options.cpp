@@ -33,8 +33,9 @@ once, unless it can be repeated):
                  each time a program reads its monotonic clock, the clock has advanced by
                  that many milliseconds (0)
   --log FILE     writes every event to FILE, one line each, in order of time
-  --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1 and
-                 what else can be seen of it from outside
+  --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1, what
+                 else can be seen of it from outside, and what its FPGA has loaded:
+                 loaded=current, what the flash holds now, other or none
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such
                  file (4096); a positive number is the driver's limit as well,
                  which is 4096 otherwise

@@ -76,21 +76,24 @@ TEST_P(OutOfUseTest, UpdatesThatWriteBringBackAllButAnAbsentEndpoint) {
   EXPECT_EQ(seen.state, cut.back);
 }
 
-constexpr const char* kPyxInUse = "done=1 driven=0x0000 pcie=enabled selector=SPILVDS";
-constexpr const char* kEndpointAbsent = "done=1 driven=0x0000 pcie=absent selector=SPILVDS";
-constexpr const char* kEndpointPresent = "done=1 driven=0x0000 pcie=present selector=SPILVDS";
+constexpr const char* kPyxInUse =
+    "done=1 driven=0x0000 pcie=enabled selector=SPILVDS loaded=current";
+constexpr const char* kEndpointAbsent =
+    "done=1 driven=0x0000 pcie=absent selector=SPILVDS loaded=current";
+constexpr const char* kEndpointPresent =
+    "done=1 driven=0x0000 pcie=present selector=SPILVDS loaded=current";
 
 const OutOfUse kCuts[] = {
     {"wendInReset",
      {"wend", 1, "micron"},
      "sleep:5 s#1:kill",
-     "done=0 qspi_prg=1",
+     "done=0 qspi_prg=1 loaded=none",
      "0\n0\n",
-     "done=1 qspi_prg=0"},
+     "done=1 qspi_prg=0 loaded=current"},
     {"pyx2InReset",
      {"pyx2", 5, "macronix"},
      "sleep:5 s#1:kill",
-     "done=0 driven=0x0000 pcie=enabled selector=SPILVDS",
+     "done=0 driven=0x0000 pcie=enabled selector=SPILVDS loaded=none",
      "0\n0\n",
      kPyxInUse},
     {"pyx1WithEndpointAbsent",

@@ -18,7 +18,7 @@ Observation Good() {
           .err = "",
           .exitCode = 0,
           .log = {"spi /dev/spidev4.0 SE 0x000000", "exit 0"},
-          .state = "done=1 driven=0x0000 pcie=enabled selector=SPILVDS",
+          .state = "done=1 driven=0x0000 pcie=enabled selector=SPILVDS loaded=current",
           .flash = Flash::kImage};
 }
 

@@ -18,6 +18,12 @@ Bytes Identification(ExpanderBoard& board) {
   return {miso.begin() + 1, miso.end()};
 }
 
+/// One message on the SPI bus, whose answer does not matter.
+void Send(ExpanderBoard& board, const Bytes& mosi) {
+  Bytes miso(mosi.size());
+  board.Transfer(mosi, miso);
+}
+
 /// Drives the dax and pyx1 lines to a pattern.
 void Drive(I2cDevice& expander, std::uint8_t low, std::uint8_t high) {
   expander.Write(Bytes{0x02, low, high});
@@ -88,14 +94,25 @@ TEST_F(ExpanderBoardTest, OnlyAPyxHasAPcieEndpoint) {
   EXPECT_EQ(Board(ModuleType::kPyx2, 5).AttributePaths().size(), 4U);
 }
 
-TEST_F(ExpanderBoardTest, StateTellsDoneLinesEndpointAndSelector) {
-  EXPECT_EQ(Board(ModuleType::kDax, 2).DescribeState(), "done=1 driven=0x0000");
+TEST_F(ExpanderBoardTest, StateTellsDoneLinesEndpointSelectorAndWhatIsLoaded) {
+  EXPECT_EQ(Board(ModuleType::kDax, 2).DescribeState(), "done=1 driven=0x0000 loaded=current");
   ExpanderBoard board = Board(ModuleType::kPyx1, 4);
-  EXPECT_EQ(board.DescribeState(), "done=1 driven=0x0000 pcie=enabled selector=SPILVDS");
+  EXPECT_EQ(board.DescribeState(),
+            "done=1 driven=0x0000 pcie=enabled selector=SPILVDS loaded=current");
   EXPECT_EQ(board.WriteAttribute("/sys/bus/pci/devices/0000:04:00.0/remove", "1"), 0);
   selector_.Write(ModuleSelectorModel::Attribute::kSlotA, "SPIFIFO");
   Drive(*board.FindI2c(std::nullopt, 0x20), 0x20, 0x3E);  // in reset
-  EXPECT_EQ(board.DescribeState(), "done=0 driven=0xec9f pcie=absent selector=SPIFIFO");
+  EXPECT_EQ(board.DescribeState(), "done=0 driven=0xec9f pcie=absent selector=SPIFIFO loaded=none");
+}
+
+TEST_F(ExpanderBoardTest, LoadedIsOtherOnceAPageIsProgrammed) {
+  ExpanderBoard board = Board(ModuleType::kDax, 2);
+  const Bytes loaded(board.Flash().Contents().begin(), board.Flash().Contents().end());
+  Drive(*board.FindI2c(0U, 0x21), 0xBD, 0x3E);
+  Send(board, {0x06});
+  Send(board, {0x02, 0xFF, 0x00, 0x00, 0x5A});
+  EXPECT_EQ(board.DescribeState(), "done=1 driven=0xec9f loaded=other");
+  EXPECT_EQ(board.LoadedContents(), loaded);
 }
 
 }  // namespace
