@@ -27,7 +27,8 @@ struct FlashDefects {
 struct ModuleOptions {
   ModuleType type = ModuleType::kWend;
   unsigned slot = 1;
-  std::string flashFile;  // empty: a blank chip, which is not saved
+  std::string flashFile;   // empty: a blank chip, which is not saved
+  std::string loadedFile;  // where what the FPGA has loaded is saved; empty: nowhere
   Chip chip = Chip::kMicron;
   DonePolicy done;
   std::optional<std::string> i2cName;  // what the resource service answers; none: the real name

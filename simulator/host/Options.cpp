@@ -51,6 +51,8 @@ TYPE: wend, dax, pyx1 or pyx2
 KEY=VALUE (each once, unless it can be repeated):
   flash=FILE         contents of the flash, up to 16 MiB, then 0xFF up to its end; the
                      whole flash is written back at the end. Without: a blank flash
+  loaded=FILE        at the end, what the FPGA has loaded is written to FILE: the whole
+                     flash as it was then; an empty file when nothing is loaded
   chip=NAME          micron or macronix (micron)
   done=WHEN          the DONE line: auto, high, low, or after:MS, that many milliseconds
                      after each release from reset (auto)
@@ -248,6 +250,12 @@ constexpr Key kKeys[] = {
      "a file name",
      [](std::string_view value, ModuleOptions& module) {
        module.flashFile = value;
+       return !value.empty();
+     }},
+    {"loaded",
+     "a file name",
+     [](std::string_view value, ModuleOptions& module) {
+       module.loadedFile = value;
        return !value.empty();
      }},
     {"chip",

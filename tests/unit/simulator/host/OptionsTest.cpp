@@ -127,6 +127,16 @@ TEST(OptionsTest, ModuleKeysAreTaken) {
   EXPECT_EQ(module.done.kind, DonePolicy::Kind::kLow);
 }
 
+TEST(OptionsTest, FileForWhatIsLoadedIsTaken) {
+  EXPECT_EQ(ParseModuleOf("dax@2,loaded=a b.bin").loadedFile, "a b.bin");
+  EXPECT_EQ(ParseModuleOf("dax@2").loadedFile, "");
+}
+
+TEST(OptionsTest, FileForWhatIsLoadedNeedsAName) {
+  EXPECT_EQ(ProblemWith({"--module", "dax@2,loaded=", "--", "true"}),
+            "--module: key 'loaded': '' is not a file name");
+}
+
 TEST(OptionsTest, DoneHighIsTaken) {
   EXPECT_EQ(ParseModuleOf("wend@1,done=high").done.kind, DonePolicy::Kind::kHigh);
 }
