@@ -156,6 +156,7 @@ class Host {
     DrainConsole();
     LogEnd();
     SaveFlashes();
+    SaveLoaded();
     SaveState();
     if (logFile_ != nullptr && !*logFile_) {
       problems_.push_back("cannot write log file '" + options_.logFile + "'");
@@ -269,6 +270,23 @@ class Host {
     for (const auto& module : instrument_.Modules()) {
       if (!module->Options().flashFile.empty()) {
         SaveFlashFile(module->Options().flashFile, module->Flash().Contents());
+      }
+    }
+  }
+
+  /// What the FPGAs have loaded, for the modules that want it in a file.
+  void SaveLoaded() const {
+    for (const auto& module : instrument_.Modules()) {
+      const std::string& path = module->Options().loadedFile;
+      if (path.empty()) {
+        continue;
+      }
+      const auto contents = module->LoadedContents().value_or(std::vector<std::uint8_t>());
+      std::ofstream file(path, std::ios::binary);
+      file.write(reinterpret_cast<const char*>(contents.data()),
+                 static_cast<std::streamsize>(contents.size()));
+      if (!file.flush()) {
+        throw std::runtime_error("cannot write loaded file '" + path + "'");
       }
     }
   }
