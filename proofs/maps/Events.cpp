@@ -188,6 +188,7 @@ class Counter {
  public:
   void Number(Event& event) {
     event.ordinal = ++ordinals_[event.kind];
+    event.sameText = ++texts_[event.kind + " " + event.text];
     if (event.kind != "spi") {
       return;
     }
@@ -207,6 +208,7 @@ class Counter {
 
  private:
   std::map<std::string, std::size_t> ordinals_;
+  std::map<std::string, std::size_t> texts_;
   std::size_t statusReads_ = 0;
   std::size_t programs_ = 0;
   std::size_t erases_ = 0;

@@ -14,6 +14,7 @@ struct Event {
   std::string step;               ///< "erase"
   std::string label;              ///< for a reader, without numbers of devices
   std::size_t ordinal = 0;        ///< among the events of its kind, counted from 1
+  std::size_t sameText = 0;       ///< among those of its kind with the same text, as above
   std::size_t statusRead = 0;     ///< among the status reads, counted from 1; 0: not one
   std::size_t program = 0;        ///< among the page programs, as above
   std::size_t erase = 0;          ///< among the sector erases, as above

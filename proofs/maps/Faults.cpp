@@ -11,6 +11,11 @@ std::string Once(const Event& event, const std::string& action) {
   return event.kind + "#" + std::to_string(event.ordinal) + ":" + action;
 }
 
+/// A rule for this event only that names it: the kind alone does not tell which answers it can have.
+std::string OnceByText(const Event& event, const std::string& action) {
+  return event.kind + ":" + event.text + "#" + std::to_string(event.sameText) + ":" + action;
+}
+
 /// A rule for this event and all later ones of its kind.
 std::string FromHereOn(const Event& event, const std::string& action) {
   return event.kind + "#" + std::to_string(event.ordinal) + "+:" + action;
@@ -43,6 +48,10 @@ class FaultList {
   }
   void AddAnswer(const std::string& shown, const std::string& data) {
     Add("answers " + shown, "data:" + data);
+  }
+  void AddAnswerByText(const std::string& shown, const std::string& data) {
+    faults_.push_back(
+        {event_.step, event_.label, "answers " + shown, "", {OnceByText(event_, "data:" + data)}});
   }
   void AddLasting(const std::string& what, const std::string& rule) {
     faults_.push_back({event_.step, event_.label, what, "", {rule}, true});
@@ -89,9 +98,9 @@ void AddSpi(const Event& event, FaultList& list) {
 void AddDBus(const Event& event, FaultList& list) {
   list.Add("error", "error");
   list.Add("no reply", "error:org.freedesktop.DBus.Error.NoReply");
-  list.AddAnswer("nothing", "");
-  list.AddAnswer(event.label == "GetModuleLocations" ? "another module" : "another bus",
-                 event.label == "GetModuleLocations" ? "9" : "i2c-0");
+  list.AddAnswerByText("nothing", "");
+  list.AddAnswerByText(event.label == "GetModuleLocations" ? "another module" : "another bus",
+                       event.label == "GetModuleLocations" ? "9" : "i2c-0");
 }
 
 void AddRead(const Event& event, FaultList& list) {
@@ -128,7 +137,7 @@ std::vector<MappedFault> FaultsOf(const Event& event) {
   } else if (event.kind == "read") {
     AddRead(event, list);
   } else if (event.kind == "ioctl" && Contains(event.label, "RD_")) {
-    list.AddAnswer("1000", "1000");
+    list.AddAnswerByText("1000", "1000");
   } else if (event.kind == "write" || event.kind == "ioctl") {
     list.Add("lost", "lost");
   }

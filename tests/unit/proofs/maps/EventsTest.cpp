@@ -72,6 +72,18 @@ TEST(EventsTest, EventsAreCountedByKind) {
   EXPECT_EQ(events[4].ordinal, 2U);
 }
 
+TEST(EventsTest, EventsWithTheSameTextAreCounted) {
+  const std::vector<Event> events = EventsOf({"dbus GetI2CBus 1 = \"i2c-1\"",
+                                              "dbus GetSPIDev 1 = \"spidev1.0\"",
+                                              "open GetI2CBus 1",
+                                              "dbus GetI2CBus 1 = \"i2c-1\""});
+  ASSERT_EQ(events.size(), 4U);
+  EXPECT_EQ(events[0].sameText, 1U);
+  EXPECT_EQ(events[1].sameText, 1U);
+  EXPECT_EQ(events[2].sameText, 1U);
+  EXPECT_EQ(events[3].sameText, 2U);
+}
+
 TEST(EventsTest, FiveOfThePagesAreKept) {
   std::vector<std::string> log = {
       "spi /dev/spidev1.0 WREN", "spi /dev/spidev1.0 SE 0x000000", "spi /dev/spidev1.0 RDSR = 00"};
