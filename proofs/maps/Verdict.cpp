@@ -109,6 +109,7 @@ std::vector<std::string> ViolationsOf(const Scenario& scenario,
     }
   };
   expect(observation.log.back() != "killed SIGKILL", "it does not end");
+  expect(!Contains(observation.err, "orvane-sim: "), "the instrument reports:\n" + observation.err);
   expect(!Contains(observation.err, "Sanitizer") && !Contains(observation.err, "runtime error:"),
          "a sanitizer reports:\n" + observation.err);
 

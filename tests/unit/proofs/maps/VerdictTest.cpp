@@ -42,6 +42,12 @@ TEST(VerdictTest, SanitizerReportIsNoted) {
   EXPECT_EQ(Violations(seen), Lines({"a sanitizer reports:\n" + seen.err}));
 }
 
+TEST(VerdictTest, ReportOfTheInstrumentIsNoted) {
+  Observation seen = Good();
+  seen.err = "orvane-sim: fault rule 'spi#9999:EIO' never hit anything; COMMAND ended with 0\n";
+  EXPECT_EQ(Violations(seen), Lines({"the instrument reports:\n" + seen.err}));
+}
+
 TEST(VerdictTest, ExitCodeBelongsToTheResultLine) {
   Observation seen = Good();
   seen.exitCode = 7;
