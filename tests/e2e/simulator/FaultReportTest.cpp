@@ -106,5 +106,96 @@ TEST_F(FaultReportTest, UnusualAnswersThatABusCarriesArrive) {
       "name \xef\xbf\xbd\nname \xf0\x9f\x98\x80\nname \n_._1\nslots -2147483648 2147483647\n");
 }
 
+// --- Rules that never hit, keys without effect --------------------------------------------------
+
+TEST_F(FaultReportTest, RuleThatNeverHitIsReportedAtTheEnd) {
+  run_.Option("--fault spi:PP#3:lost");
+  const SimulatorOutcome outcome = run_.Shell("echo out; echo err >&2");
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.out, "out\n");
+  EXPECT_EQ(
+      outcome.err,
+      "err\norvane-sim: fault rule 'spi:PP#3:lost' never hit anything; COMMAND ended with 0\n");
+  EXPECT_THAT(outcome.log, EndsWith("stderr \"err\\n\"\nexit 0\n"));
+  EXPECT_THAT(outcome.leftovers, IsEmpty());
+}
+
+TEST_F(FaultReportTest, RulesThatHitAreNotReported) {
+  run_.Option("--fault open:/dev/i2c-1#1:EIO --fault open:/dev/i2c-1#2:EACCES");
+  const SimulatorOutcome outcome = run_.Probe({"open /dev/i2c-1 +", "open /dev/i2c-1 +", "exit 3"});
+  EXPECT_EQ(outcome.status, 3);
+  EXPECT_EQ(outcome.out, "EIO\nEACCES\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(FaultReportTest, RuleBehindAnotherThatDecidesIsReported) {
+  run_.Option("--fault open:/dev/i2c-1:EIO --fault open:/dev/i2c-1#1:EACCES");
+  const SimulatorOutcome outcome = run_.Probe({"open /dev/i2c-1 +"});
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.out, "EIO\n");
+  EXPECT_EQ(outcome.err,
+            "orvane-sim: fault rule 'open:/dev/i2c-1#1:EACCES' never hit anything; COMMAND ended "
+            "with 0\n");
+}
+
+TEST_F(FaultReportTest, AnswerForAnEventWithoutOneIsReported) {
+  run_.Option("--fault spi:WREN:data:x");
+  const SimulatorOutcome outcome = run_.Probe({"open /dev/spidev1.0 +", "spi 0 06 0"});
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.err,
+            "orvane-sim: fault rule 'spi:WREN:data:x' never hit anything; COMMAND ended with 0\n");
+}
+
+TEST_F(FaultReportTest, KeyWithoutEffectIsReportedAtTheEnd) {
+  run_.Option("--module wend@1,held=3:1,chip=macronix");
+  const SimulatorOutcome outcome = run_.Shell("exit 7");
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.err,
+            "orvane-sim: key 'held=3:1' has no effect on wend@1; COMMAND ended with 7\n");
+  EXPECT_EQ(outcome.log, "exit 7\n");
+}
+
+TEST_F(FaultReportTest, EachRuleAndKeyHasALineAndTheStatusOfAKilledCommand) {
+  run_.Option(
+      "--module dax@2,zynq-files=missing --fault spi:EIO --fault any#1:kill --fault 'i2c:r "
+      "+2:lost'");
+  const SimulatorOutcome outcome = run_.Probe({"open /dev/i2c-2 +"});
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(
+      outcome.err,
+      "orvane-sim: fault rule 'spi:EIO' never hit anything; COMMAND ended with 137\n"
+      "orvane-sim: fault rule 'i2c:r +2:lost' never hit anything; COMMAND ended with 137\n"
+      "orvane-sim: key 'zynq-files=missing' has no effect on dax@2; COMMAND ended with 137\n");
+}
+
+TEST_F(FaultReportTest, UnhitRulesAndKeysCanBeAllowed) {
+  run_.Option("--allow-unhit --module wend@1,expander=absent --fault spi:EIO");
+  const SimulatorOutcome outcome = run_.Shell("exit 7");
+  EXPECT_EQ(outcome.status, 7);
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(FaultReportTest, FilesAreWrittenBeforeTheReport) {
+  run_.WriteFile("flash", "abc");
+  run_.Option("--module wend@1,flash=flash --state state --fault spi:EIO");
+  EXPECT_EQ(run_.Shell("exit 0").status, 125);
+  EXPECT_EQ(run_.ReadFile("flash").substr(0, 4), "abc\xff");
+  EXPECT_THAT(run_.ReadFile("state"), testing::StartsWith("1 done="));
+}
+
+TEST_F(FaultReportTest, NothingIsReportedWhenTheCommandIsNotFound) {
+  const SimulatorOutcome outcome =
+      run_.Words("--module wend@1,held=3:1 --fault spi:EIO -- ./nothing");
+  EXPECT_EQ(outcome.status, 127);
+  EXPECT_EQ(outcome.err, "orvane-sim: ./nothing: No such file or directory\n");
+}
+
+TEST_F(FaultReportTest, NothingIsReportedWhenTheCommandCannotBeExecuted) {
+  run_.WriteFile("data", "");
+  const SimulatorOutcome outcome = run_.Words("--fault spi:EIO -- ./data");
+  EXPECT_EQ(outcome.status, 126);
+  EXPECT_EQ(outcome.err, "orvane-sim: ./data: Permission denied\n");
+}
+
 }  // namespace
 }  // namespace orvane
