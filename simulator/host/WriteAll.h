@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string_view>
+
+namespace orvane {
+
+/// Writes all bytes, however many calls that takes: calls that a signal interrupts or that write a
+/// part are continued, and a descriptor that does not block is waited for. A limit on the size of
+/// files is an error (EFBIG), never a signal.
+/// @return false, with errno set, when not everything could be written
+[[nodiscard]] bool WriteAll(int descriptor, std::string_view bytes);
+
+}  // namespace orvane
