@@ -6,9 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -23,8 +21,8 @@
 #include "simulator/guard/ProcessTree.h"
 #include "simulator/guard/RunDirectory.h"
 #include "simulator/host/Console.h"
-#include "simulator/host/FlashFile.h"
 #include "simulator/host/PlatformServices.h"
+#include "simulator/host/RunFiles.h"
 #include "simulator/host/RunHooks.h"
 #include "simulator/host/ShimServer.h"
 #include "simulator/host/Testbed.h"
@@ -54,18 +52,12 @@ std::string FindShim() {
 }
 
 std::vector<std::unique_ptr<Module>> PlugIn(const std::vector<ModuleOptions>& wanted,
+                                            RunFiles& files,
                                             const ModuleSelectorModel& selector) {
   std::vector<std::unique_ptr<Module>> modules;
+  modules.reserve(wanted.size());
   for (const ModuleOptions& module : wanted) {
-    std::vector<std::uint8_t> contents;
-    if (!module.flashFile.empty()) {
-      try {
-        contents = LoadFlashFile(module.flashFile);
-      } catch (const std::runtime_error& error) {
-        throw UsageError(error.what());
-      }
-    }
-    modules.push_back(MakeModule(module, contents, selector));
+    modules.push_back(MakeModule(module, files.TakeFlash(module), selector));
   }
   return modules;
 }
@@ -76,17 +68,6 @@ FaultRules Rules(const std::vector<FaultRule>& wanted) {
     rules.Add(rule);
   }
   return rules;
-}
-
-std::unique_ptr<std::ofstream> OpenLog(const std::string& path) {
-  if (path.empty()) {
-    return nullptr;
-  }
-  auto log = std::make_unique<std::ofstream>(path, std::ios::binary);
-  if (!*log) {
-    throw UsageError("cannot write log file '" + path + "': " + std::strerror(errno));
-  }
-  return log;
 }
 
 struct UnrefLoop {
@@ -120,10 +101,10 @@ class Host {
       : options_(options),
         directory_(directory),
         guard_(std::move(guard)),
-        logFile_(OpenLog(options.logFile)),
-        log_(logFile_.get()),
+        files_(options),
+        log_(files_.Log()),
         selector_(options.withSelector),
-        instrument_(PlugIn(options.modules, selector_.Selector()),
+        instrument_(PlugIn(options.modules, files_, selector_.Selector()),
                     selector_,
                     Rules(options.faults),
                     options.SpiLimit(),
@@ -155,12 +136,7 @@ class Host {
     g_main_loop_run(loop_.get());
     DrainConsole();
     LogEnd();
-    SaveFlashes();
-    SaveLoaded();
-    SaveState();
-    if (logFile_ != nullptr && !*logFile_) {
-      problems_.push_back("cannot write log file '" + options_.logFile + "'");
-    }
+    SaveFiles();
     if (!server_.HasHadConnections()) {
       problems_.emplace_back("COMMAND never connected to the instrument");
     }
@@ -252,42 +228,29 @@ class Host {
     }
   }
 
-  /// How the run left each module, one line each.
-  void SaveState() {
-    if (options_.stateFile.empty()) {
-      return;
-    }
-    std::ofstream file(options_.stateFile, std::ios::binary);
+  /// A file that cannot be saved does not keep the others from it.
+  void SaveFiles() {
+    std::string state;
     for (const auto& module : instrument_.Modules()) {
-      file << module->Slot() << ' ' << module->DescribeState() << '\n';
+      state += std::to_string(module->Slot()) + ' ' + module->DescribeState() + '\n';
+      NoteProblem([&] { files_.SaveFlash(module->Options(), module->Flash().Contents()); });
+      if (!module->Options().loadedFile.empty()) {
+        const auto loaded = module->LoadedContents().value_or(std::vector<std::uint8_t>());
+        NoteProblem([&] { files_.SaveLoaded(module->Options(), loaded); });
+      }
     }
-    if (!file.flush()) {
-      problems_.push_back("cannot write state file '" + options_.stateFile + "'");
+    NoteProblem([&] { files_.SaveState(state); });
+    if (files_.Log() != nullptr && !*files_.Log()) {
+      problems_.push_back("cannot write log file '" + options_.logFile + "'");
     }
   }
 
-  void SaveFlashes() {
-    for (const auto& module : instrument_.Modules()) {
-      if (!module->Options().flashFile.empty()) {
-        SaveFlashFile(module->Options().flashFile, module->Flash().Contents());
-      }
-    }
-  }
-
-  /// What the FPGAs have loaded, for the modules that want it in a file.
-  void SaveLoaded() const {
-    for (const auto& module : instrument_.Modules()) {
-      const std::string& path = module->Options().loadedFile;
-      if (path.empty()) {
-        continue;
-      }
-      const auto contents = module->LoadedContents().value_or(std::vector<std::uint8_t>());
-      std::ofstream file(path, std::ios::binary);
-      file.write(reinterpret_cast<const char*>(contents.data()),
-                 static_cast<std::streamsize>(contents.size()));
-      if (!file.flush()) {
-        throw std::runtime_error("cannot write loaded file '" + path + "'");
-      }
+  template <typename Save>
+  void NoteProblem(const Save& save) {
+    try {
+      save();
+    } catch (const std::runtime_error& error) {
+      problems_.emplace_back(error.what());
     }
   }
 
@@ -299,7 +262,7 @@ class Host {
   const Options& options_;
   const std::string& directory_;
   ControlChannel guard_;
-  std::unique_ptr<std::ofstream> logFile_;  // null: no log
+  RunFiles files_;
   EventLog log_;
   ModuleSelectorFiles selector_;
   Instrument instrument_;

@@ -35,7 +35,8 @@ once, unless it can be repeated):
   --log FILE     writes every event to FILE, one line each, in order of time
   --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1, what
                  else can be seen of it from outside, and what its FPGA has loaded:
-                 loaded=current, what the flash holds now, other or none
+                 loaded=current, what the flash holds now, other or none; FILE is replaced
+                 whole or not at all, as a flash file is
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such
                  file (4096); a positive number is the driver's limit as well,
                  which is 4096 otherwise
@@ -50,7 +51,8 @@ TYPE: wend, dax, pyx1 or pyx2
 
 KEY=VALUE (each once, unless it can be repeated):
   flash=FILE         contents of the flash, up to 16 MiB, then 0xFF up to its end; the
-                     whole flash is written back at the end. Without: a blank flash
+                     whole flash is saved at the end, whole or not at all: the folder
+                     must be writable. FILE is locked meanwhile. Without: a blank flash
   loaded=FILE        at the end, what the FPGA has loaded is written to FILE: the whole
                      flash as it was then; an empty file when nothing is loaded
   chip=NAME          micron or macronix (micron)

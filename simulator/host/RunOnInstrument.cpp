@@ -21,6 +21,7 @@
 #include "simulator/guard/RunDirectory.h"
 #include "simulator/host/ConsoleSockets.h"
 #include "simulator/host/Host.h"
+#include "simulator/host/RunFiles.h"
 
 namespace orvane {
 
@@ -85,7 +86,7 @@ int RunOnInstrument(const Options& options, const StartState& start) {
                        return RunHost(options, directory.Path(), sockets, std::move(ends));
                      });
                    },
-               .cleanUp = [](pid_t /*host*/) {},
+               .cleanUp = [&](pid_t host) { RunFiles::RemoveTemporaries(options, host); },
                .command = {.words = options.command,
                            .environment = {},
                            .standard = StandardOfCommand(start, sockets),

@@ -1,0 +1,147 @@
+#include "simulator/host/RunFiles.h"
+
+#include <sys/stat.h>
+
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "simulator/host/FilePlace.h"
+#include "simulator/host/OutputFile.h"
+#include "simulator/host/WholeFile.h"
+
+namespace orvane {
+
+namespace {
+
+struct NamedFile {
+  std::string name;  // for texts: "log file 'x'"
+  const FilePlace* place;
+};
+
+/// Devices and pipes can be shared.
+bool IsDevice(const FilePlace& place) {
+  const std::optional<struct stat> status = place.StatusOfFile();
+  return status && !S_ISREG(status->st_mode);
+}
+
+void RefuseSharing(const std::vector<NamedFile>& files) {
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    for (std::size_t j = 0; j < i; ++j) {
+      if (!IsDevice(*files[i].place) && files[i].place->IsSameAs(*files[j].place)) {
+        throw UsageError(files[j].name + " and " + files[i].name + " are one file");
+      }
+    }
+  }
+}
+
+std::optional<OutputFile> Output(const std::string& kind, const std::string& path) {
+  return path.empty() ? std::nullopt : std::optional<OutputFile>(std::in_place, kind, path);
+}
+
+/// The files that are written, but for the flash files: not opened yet.
+struct Outputs {
+  explicit Outputs(const Options& options)
+      : log(Output("log file", options.logFile)), state(Output("state file", options.stateFile)) {
+    for (const ModuleOptions& module : options.modules) {
+      if (!module.loadedFile.empty()) {
+        loaded.emplace_back(module.loadedFile, OutputFile("loaded file", module.loadedFile));
+      }
+    }
+  }
+
+  std::optional<OutputFile> log;
+  std::optional<OutputFile> state;
+  std::vector<std::pair<std::string, OutputFile>> loaded;  // with their paths
+};
+
+/// Refuses two files that are one.
+void CheckPlaces(const Options& options, const Outputs& outputs) {
+  std::vector<FilePlace> flashes;
+  flashes.reserve(options.modules.size());
+  std::vector<NamedFile> files;
+  for (const ModuleOptions& module : options.modules) {
+    const std::string& path = module.flashFile;
+    if (!path.empty()) {
+      flashes.emplace_back(path, "cannot open flash file '" + path + "'");
+      files.push_back({"flash file '" + path + "'", &flashes.back()});
+    }
+  }
+  for (const auto& [path, file] : outputs.loaded) {
+    files.push_back({"loaded file '" + path + "'", &file.Place()});
+  }
+  if (outputs.log) {
+    files.push_back({"log file '" + options.logFile + "'", &outputs.log->Place()});
+  }
+  if (outputs.state) {
+    files.push_back({"state file '" + options.stateFile + "'", &outputs.state->Place()});
+  }
+  RefuseSharing(files);
+}
+
+}  // namespace
+
+RunFiles::RunFiles(const Options& options) {
+  try {
+    Outputs outputs(options);
+    CheckPlaces(options, outputs);
+    for (const ModuleOptions& module : options.modules) {
+      if (!module.flashFile.empty()) {
+        flashes_.emplace(module.flashFile, module.flashFile);
+      }
+    }
+    for (auto& [path, file] : outputs.loaded) {
+      loaded_.emplace(path, std::move(file));
+    }
+    if (outputs.state) {
+      state_.emplace(std::move(*outputs.state));
+    }
+    if (outputs.log) {
+      log_.emplace(*outputs.log);
+    }
+  } catch (const std::runtime_error& error) {
+    throw UsageError(error.what());
+  }
+}
+
+std::vector<std::uint8_t> RunFiles::TakeFlash(const ModuleOptions& module) {
+  const auto flash = flashes_.find(module.flashFile);
+  return flash == flashes_.end() ? std::vector<std::uint8_t>() : std::move(flash->second.contents);
+}
+
+void RunFiles::SaveFlash(const ModuleOptions& module,
+                         std::span<const std::uint8_t> contents) const {
+  const auto flash = flashes_.find(module.flashFile);
+  if (flash != flashes_.end()) {
+    flash->second.file.Save(contents);
+  }
+}
+
+void RunFiles::SaveLoaded(const ModuleOptions& module,
+                          std::span<const std::uint8_t> contents) const {
+  const auto file = loaded_.find(module.loadedFile);
+  if (file != loaded_.end()) {
+    file->second.Write({reinterpret_cast<const char*>(contents.data()), contents.size()});
+  }
+}
+
+void RunFiles::SaveState(std::string_view text) const {
+  if (state_) {
+    state_->Write(text);
+  }
+}
+
+void RunFiles::RemoveTemporaries(const Options& options, pid_t host) {
+  for (const ModuleOptions& module : options.modules) {
+    for (const std::string& path : {module.flashFile, module.loadedFile}) {
+      if (!path.empty()) {
+        WholeFile::RemoveTemporary(path, host);
+      }
+    }
+  }
+  if (!options.stateFile.empty()) {
+    WholeFile::RemoveTemporary(options.stateFile, host);
+  }
+}
+
+}  // namespace orvane
