@@ -29,7 +29,7 @@ using testing::IsEmpty;
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kUsageStatus = 2;
+constexpr int kUsageStatus = 125;
 constexpr std::size_t kFlashBytes = 16U << 20;
 constexpr const char* kTryHelp = "Try 'orvane-sim --help'.\n";
 
@@ -163,7 +163,7 @@ TEST(FlashFileTest, LimitOnTheSizeOfFilesKeepsTheOldContents) {
   EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.err, "orvane-sim: cannot write flash file 'flash': File too large\n");
   EXPECT_EQ(Kind(run.ReadFile("flash"), "abc"), "old");
-  EXPECT_EQ(run.ReadFile("state"), "1 done=0 qspi_prg=0\n");
+  EXPECT_EQ(run.ReadFile("state"), "1 done=0 qspi_prg=0 loaded=none\n");
 }
 
 TEST(FlashFileTest, FlashThatCannotBeSavedKeepsNeitherOthersNorStateFromIt) {
@@ -185,7 +185,8 @@ TEST(FlashFileTest, FlashThatCannotBeSavedKeepsNeitherOthersNorStateFromIt) {
   EXPECT_EQ(Kind(run.ReadFile("second"), "abc"), "new");
   EXPECT_EQ(run.ReadFile("third"), "abcmore\n");
   EXPECT_EQ(run.ReadFile("state"),
-            "1 done=0 qspi_prg=0\n2 done=0 qspi_prg=0\n3 done=0 qspi_prg=0\n");
+            "1 done=0 qspi_prg=0 loaded=none\n2 done=0 qspi_prg=0 loaded=none\n3 done=0 qspi_prg=0 "
+            "loaded=none\n");
 }
 
 TEST(FlashFileTest, StateThatCannotBeWrittenKeepsNoFlashFromBeingSaved) {
@@ -255,7 +256,13 @@ INSTANTIATE_TEST_SUITE_P(
                            "log file 'none' and state file './none' are one file"},
                     Shared{"StateOnLogBehindALinkToNoFile",
                            "--state none-link --log none",
-                           "log file 'none' and state file 'none-link' are one file"}),
+                           "log file 'none' and state file 'none-link' are one file"},
+                    Shared{"LoadedOnFlash",
+                           "--module wend@1,flash=flash,loaded=flash-link",
+                           "flash file 'flash' and loaded file 'flash-link' are one file"},
+                    Shared{"LoadedOfTwoModules",
+                           "--module wend@1,loaded=none --module wend@2,loaded=./none",
+                           "loaded file 'none' and loaded file './none' are one file"}),
     [](const auto& row) { return row.param.name; });
 
 TEST(FlashFileTest, OneFileInTwoInstrumentsAtOnceIsRefused) {
@@ -366,7 +373,7 @@ TEST(FlashFileTest, LogAndStateCanBePipes) {
             "exit 5\n");
   EXPECT_EQ(std::string(text.data(),
                         static_cast<std::size_t>(::read(state.Get(), text.data(), text.size()))),
-            "1 done=0 qspi_prg=0\n");
+            "1 done=0 qspi_prg=0 loaded=none\n");
 }
 
 TEST(FlashFileTest, LogAndStateOnStandardErrorKeepWhatWasPrinted) {
@@ -378,7 +385,7 @@ TEST(FlashFileTest, LogAndStateOnStandardErrorKeepWhatWasPrinted) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err,
               option == "--log" ? "first\nstderr \"first\\n\"\nexit 0\n"
-                                : "first\n1 done=0 qspi_prg=0\n");
+                                : "first\n1 done=0 qspi_prg=0 loaded=none\n");
   }
 }
 
@@ -387,7 +394,7 @@ TEST(FlashFileTest, StateReplacesTheOldOneAtTheEnd) {
   run.WriteFile("state", "old\n");
   run.Option("--state state --module wend@1");
   EXPECT_EQ(run.Shell("cat state").out, "old\n");
-  EXPECT_EQ(run.ReadFile("state"), "1 done=0 qspi_prg=0\n");
+  EXPECT_EQ(run.ReadFile("state"), "1 done=0 qspi_prg=0 loaded=none\n");
 }
 
 }  // namespace
