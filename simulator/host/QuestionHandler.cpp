@@ -110,6 +110,7 @@ LinkReply QuestionHandler::HandleEvent(const Question& question,
       return HandleSleep(question);
     case Op::kOpened:
     case Op::kWritten:
+    case Op::kSync:
       break;
   }
   return {};

@@ -62,7 +62,8 @@ void ReportOpened(const Answer& answer, int descriptor) {
 
 /// Attributes and device nodes can be neither created nor truncated.
 int FlagsAt(const Answer& answer, int flags) {
-  return answer.kind == Kind::kFile ? flags : flags & ~(O_CREAT | O_EXCL | O_TRUNC);
+  const int kept = answer.kind == Kind::kFile ? flags : flags & ~(O_CREAT | O_EXCL | O_TRUNC);
+  return kept | static_cast<int>(answer.result);
 }
 
 int RawOpen(const char* path, int flags, mode_t mode) {
@@ -153,6 +154,21 @@ int AskClose(int descriptor) {
   Answer answer{};
   AskBare({.op = Op::kClose, .handle = entry.handle, .a = descriptor}, answer);
   return answer.action == Action::kDone ? answer.error : 0;
+}
+
+/// Whether a descriptor is of a file of the instrument.
+bool IsControlFile(int descriptor) {
+  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
+  return entry.handle != link::kNoHandle && entry.kind != Kind::kFile;
+}
+
+/// A shell leads its own output to a control file and back, and writes to it by calls that are not
+/// seen. What it prints before and after has to stay before and after.
+void SyncBeforeCopy(int from, int to) {
+  if ((IsControlFile(from) || IsControlFile(to)) && shim::IsLinked()) {
+    Answer ignored{};
+    AskBare({.op = Op::kSync}, ignored);
+  }
 }
 
 void CopyEntry(int from, int to) {
@@ -274,6 +290,9 @@ int close(int descriptor) {
 }
 
 int fclose(FILE* stream) {
+  if (stream != nullptr && IsControlFile(::fileno(stream))) {
+    static_cast<void>(::fflush(stream));  // so that what it still holds is written before the close
+  }
   const int error = stream == nullptr ? 0 : AskClose(::fileno(stream));
   const int result = NEXT(fclose)(stream);
   if (error != 0) {
@@ -290,12 +309,14 @@ int dup(int from) noexcept {
 }
 
 int dup2(int from, int to) noexcept {
+  SyncBeforeCopy(from, to);
   const int result = NEXT(dup2)(from, to);
   CopyEntry(from, result);
   return result;
 }
 
 int dup3(int from, int to, int flags) noexcept {
+  SyncBeforeCopy(from, to);
   const int result = NEXT(dup3)(from, to, flags);
   CopyEntry(from, result);
   return result;

@@ -31,6 +31,7 @@ enum class Op : std::uint32_t {
   kI2c,      // handle; a: number of messages; payload: I2cMessage[a], the bytes to send. As kSpi
   kIoctl,    // handle; a: request; payload: what the request reads. kDone with what it writes
   kSleep,    // a: nanoseconds. kProceed: sleep now; kDone: do not
+  kSync,     // no event: what was written without a question is put before what follows
 };
 
 struct Question {
@@ -57,7 +58,7 @@ inline constexpr std::uint32_t kKindBits = 2;
 struct Answer {
   Action action;
   std::int32_t error;
-  std::int64_t result;
+  std::int64_t result;   // kOpen with kProceedAt: flags to open with, beside the program's own
   std::uint32_t handle;  // kOpen
   Kind kind;             // kOpen
   std::uint64_t payloadBytes;
