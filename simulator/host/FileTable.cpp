@@ -21,14 +21,11 @@ bool IsForeignNode(std::string_view path) {
 
 }  // namespace
 
-FileTable::FileTable(Instrument& instrument, Testbed& testbed)
-    : instrument_(instrument), testbed_(testbed), files_(1) {  // handle 0 stands for no file
-  for (const std::string& path : instrument_.AttributePaths()) {
-    std::optional<std::string> contents = instrument_.AttributeContents(path);
-    testbed_.AddFile(path, contents.value_or(""));
-    attributes_.emplace(path, std::move(contents));
-  }
-}
+FileTable::FileTable(Instrument& instrument, const Testbed& testbed, const ControlFiles& controls)
+    : instrument_(instrument),
+      testbed_(testbed),
+      controls_(controls),
+      files_(1) {}  // handle 0 stands for no file
 
 std::uint32_t FileTable::HandleFor(std::string_view path) {
   const auto known = handles_.find(path);
@@ -65,6 +62,10 @@ FileTable::Place FileTable::Locate(const File& file, int flags) const {
 FileTable::Place FileTable::LocateSysfs(const std::string& path, int flags) const {
   std::string realPath = testbed_.RealPath(path);
   if (::access(realPath.c_str(), F_OK) == 0) {
+    std::string sink = controls_.SinkOf(path);
+    if ((flags & O_ACCMODE) == O_WRONLY && !sink.empty()) {
+      return {.realPath = std::move(sink), .addedFlags = O_APPEND};
+    }
     return {.realPath = std::move(realPath)};
   }
   const std::string folder = realPath.substr(0, realPath.rfind('/'));
@@ -78,23 +79,6 @@ std::string FileTable::Contents(std::string_view path) {
   }
   std::ifstream file(testbed_.RealPath(path), std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-void FileTable::UpdateAttributes() {
-  for (auto& [path, held] : attributes_) {
-    std::optional<std::string> contents = instrument_.AttributeContents(path);
-    if (contents == held) {
-      continue;
-    }
-    if (!contents) {
-      testbed_.RemoveFile(path);
-    } else if (held) {
-      testbed_.SetFile(path, *contents);
-    } else {
-      testbed_.AddFile(path, *contents);
-    }
-    held = std::move(contents);
-  }
 }
 
 }  // namespace orvane

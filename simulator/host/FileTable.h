@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "simulator/host/ControlFiles.h"
 #include "simulator/host/Testbed.h"
 #include "simulator/instrument/Instrument.h"
 #include "simulator/shim/LinkProtocol.h"
@@ -22,11 +22,10 @@ class FileTable {
     link::Kind kind;
   };
 
-  /// Creates the files of the instrument's attributes.
   /// @param instrument  borrowed
-  /// @param testbed     borrowed; these files are added to it
-  /// @throw std::runtime_error
-  FileTable(Instrument& instrument, Testbed& testbed);
+  /// @param testbed     borrowed
+  /// @param controls    borrowed
+  FileTable(Instrument& instrument, const Testbed& testbed, const ControlFiles& controls);
 
   /// @throw std::out_of_range for a handle that HandleFor never returned
   const File& At(std::uint32_t handle) const { return files_.at(handle); }
@@ -37,31 +36,28 @@ class FileTable {
   struct Place {
     int error = 0;         // an errno: the open fails
     std::string realPath;  // empty: the path that the program gave
+    int addedFlags = 0;    // to open it with, beside those that the program gave
   };
   Place Locate(const File& file, int flags) const;
 
   /// The whole contents of a file under /sys.
   std::string Contents(std::string_view path);
 
+  /// Whether a file is an attribute of the instrument, which may not exist now.
+  bool CanBeAttribute(std::string_view path) const { return !controls_.SinkOf(path).empty(); }
   /// Whether a file is an attribute of the instrument and exists now.
   bool IsAttribute(std::string_view path) const {
     return instrument_.AttributeContents(path).has_value();
   }
 
-  /// Brings the files of the attributes up to date. To be called after an event that may have
-  /// changed one.
-  void UpdateAttributes();
-
  private:
   Place LocateSysfs(const std::string& path, int flags) const;
 
   Instrument& instrument_;
-  Testbed& testbed_;
+  const Testbed& testbed_;
+  const ControlFiles& controls_;
   std::vector<File> files_;  // by handle
   std::map<std::string, std::uint32_t, std::less<>> handles_;
-  /// What the files of the attributes hold. The shim does not report reads of C streams: these read
-  /// the files.
-  std::map<std::string, std::optional<std::string>, std::less<>> attributes_;
 };
 
 }  // namespace orvane

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -69,7 +70,69 @@ QuestionHandler::QuestionHandler(bool fast,
                                  Instrument& instrument,
                                  Testbed& testbed,
                                  const RunHooks& hooks)
-    : fast_(fast), instrument_(instrument), files_(instrument, testbed), hooks_(hooks) {}
+    : fast_(fast),
+      instrument_(instrument),
+      controls_(instrument, testbed),
+      files_(instrument, testbed, controls_),
+      hooks_(hooks) {}
+
+void QuestionHandler::TakeUnseenWrites() {
+  try {
+    for (const UnseenWrite& write : controls_.TakeWrites()) {
+      if (failed_) {
+        return;
+      }
+      Accept(write);
+    }
+  } catch (const std::exception& error) {
+    Fail(error.what());
+  }
+}
+
+void QuestionHandler::LookForExcess() {
+  try {
+    controls_.LookForExcess();
+  } catch (const std::exception& error) {
+    Fail(error.what());
+  }
+}
+
+void QuestionHandler::Accept(const UnseenWrite& write) {
+  if (instrument_.HasNode(write.path)) {
+    Fail("a program wrote to " + write.path +
+         " in a way that the instrument cannot see; nothing reached the bus");
+    return;
+  }
+  bool accepted = false;
+  if (files_.IsAttribute(write.path)) {
+    accepted = instrument_.AcceptWrite(write.path, write.bytes);
+  } else {
+    const Event event = FileWriteEvent(write.path, static_cast<std::int64_t>(write.bytes.size()));
+    accepted = instrument_.Arrive(event).kind == Fault::Kind::kNone;
+    if (accepted) {
+      instrument_.Complete(event);
+    }
+  }
+  if (!accepted) {
+    Fail("a fault rule hit a write to " + write.path +
+         " that had happened already; the rule could not take effect");
+    return;
+  }
+  UpdateControlFiles();
+}
+
+void QuestionHandler::UpdateControlFiles() {
+  try {
+    controls_.Update();
+  } catch (const std::exception& error) {
+    Fail(error.what());
+  }
+}
+
+void QuestionHandler::Fail(const std::string& why) {
+  failed_ = true;
+  hooks_.fail(why);
+}
 
 LinkReply QuestionHandler::Handle(const Question& question, Payload payload, PendingCall& pending) {
   // A result belongs to the event before it: console output since then stands after it in the log.
@@ -80,9 +143,12 @@ LinkReply QuestionHandler::Handle(const Question& question, Payload payload, Pen
     return HandleWritten(question, pending);
   }
   hooks_.beforeEvent();
+  if (failed_) {
+    return {.killed = Killed::kCaller};
+  }
   LinkReply reply = HandleEvent(question, payload, pending);
   if (question.op == Op::kWrite || question.op == Op::kSleep) {
-    files_.UpdateAttributes();
+    UpdateControlFiles();
   }
   return reply;
 }
@@ -110,7 +176,7 @@ LinkReply QuestionHandler::HandleEvent(const Question& question,
       return HandleSleep(question);
     case Op::kOpened:
     case Op::kWritten:
-    case Op::kSync:
+    case Op::kSync:  // the writes before it have been taken
       break;
   }
   return {};
@@ -133,6 +199,7 @@ LinkReply QuestionHandler::HandleOpen(const Question& question,
     return {.answer = {.action = Action::kDone, .error = place.error}};
   }
   return {.answer = {.action = place.realPath.empty() ? Action::kProceed : Action::kProceedAt,
+                     .result = place.addedFlags,
                      .handle = handle,
                      .kind = file.kind},
           .payload = {place.realPath.begin(), place.realPath.end()}};
@@ -189,9 +256,14 @@ LinkReply QuestionHandler::HandleWrite(const Question& question,
   }
   pending = {.event = FileWriteEvent(file.path, question.a), .bytes = question.a};
   const Fault fault = instrument_.Arrive(pending.event);
+  // An attribute that was removed: what reached its sink would count as a second write.
+  const bool isRemoved = files_.CanBeAttribute(file.path);
+  if (isRemoved && fault.kind == Fault::Kind::kNone) {
+    instrument_.Complete(pending.event);
+  }
+  const bool isDone = isRemoved || fault.kind == Fault::Kind::kLose;
   return ReplyFor(fault,
-                  {.action = fault.kind == Fault::Kind::kLose ? Action::kDone : Action::kProceed,
-                   .result = question.a});
+                  {.action = isDone ? Action::kDone : Action::kProceed, .result = question.a});
 }
 
 LinkReply QuestionHandler::HandleWritten(const Question& question, const PendingCall& pending) {

@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "simulator/host/ControlFiles.h"
 #include "simulator/host/FileTable.h"
 #include "simulator/host/RunHooks.h"
 #include "simulator/host/Testbed.h"
@@ -28,24 +30,38 @@ struct LinkReply {
   Killed killed = Killed::kNo;
 };
 
-/// Answers the questions of programs, with the instrument.
+/// Answers the questions of programs, with the instrument, and lets it know of the writes that come
+/// without a question.
 class QuestionHandler {
  public:
   /// @param fast        sleeps do not wait
   /// @param instrument  borrowed
-  /// @param testbed     borrowed; gets the files of the instrument's attributes
+  /// @param testbed     borrowed; gets the files of the instrument's attributes and nodes
   /// @param hooks       borrowed
   QuestionHandler(bool fast, Instrument& instrument, Testbed& testbed, const RunHooks& hooks);
 
+  /// Calls hooks.beforeEvent, which has to call TakeUnseenWrites.
   /// @param pending  of the process that asks, one at a time
   LinkReply Handle(const link::Question& question,
                    std::span<const std::uint8_t> payload,
                    PendingCall& pending);
 
+  /// Turns the writes that came without a question into events. One that cannot take effect any
+  /// more ends the run.
+  void TakeUnseenWrites();
+
+  /// Readable when LookForExcess() is to be called.
+  int WatchDescriptor() const { return controls_.Descriptor(); }
+  /// Ends the run when so much was written without a question that it could fill the disk.
+  void LookForExcess();
+
  private:
   using File = FileTable::File;
   using Payload = std::span<const std::uint8_t>;
 
+  void Accept(const UnseenWrite& write);
+  void UpdateControlFiles();
+  void Fail(const std::string& why);
   LinkReply HandleEvent(const link::Question& question, Payload payload, PendingCall& pending);
   LinkReply HandleOpen(const link::Question& question, std::string_view path, PendingCall& pending);
   LinkReply HandleOpened(const link::Question& question, const PendingCall& pending);
@@ -63,8 +79,10 @@ class QuestionHandler {
 
   bool fast_;
   Instrument& instrument_;
+  ControlFiles controls_;
   FileTable files_;
   const RunHooks& hooks_;
+  bool failed_ = false;  // the run has ended: nothing is an event any more
 };
 
 }  // namespace orvane

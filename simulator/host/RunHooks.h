@@ -8,7 +8,8 @@ namespace orvane {
 /// What the parts that serve programs ask of the run as a whole. All may be called from callbacks of
 /// C libraries: none throws.
 struct RunHooks {
-  /// To be called before each event. Logs what the command has printed so far.
+  /// To be called before each event. Lets the writes that came without a call become events, then
+  /// logs what the command has printed so far.
   std::function<void()> beforeEvent;
   /// Ends the run: every process of the command is killed, `why` is shown in a line on standard
   /// error, and the exit status is 125. Only the first call counts.

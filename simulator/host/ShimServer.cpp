@@ -61,10 +61,12 @@ ShimServer::ShimServer(const std::string& path,
     throw std::system_error(errno, std::generic_category(), "cannot listen for programs");
   }
   listenerSource_ = WatchForInput(listener_.Get(), OnListener, this);
+  watchSource_ = WatchForInput(handler_.WatchDescriptor(), OnUnseenWrite, this);
 }
 
 ShimServer::~ShimServer() {
   clients_.clear();
+  g_source_remove(watchSource_);
   g_source_remove(listenerSource_);
 }
 
@@ -79,11 +81,19 @@ int ShimServer::OnClient(int /*descriptor*/, int /*condition*/, void* client) {
   return G_SOURCE_CONTINUE;
 }
 
+/// The writes become events only before the next question, so that a run does not depend on how fast
+/// this process is.
+int ShimServer::OnUnseenWrite(int /*descriptor*/, int /*condition*/, void* self) {
+  static_cast<ShimServer*>(self)->handler_.LookForExcess();
+  return G_SOURCE_CONTINUE;
+}
+
 void ShimServer::Accept() {
   const int descriptor = ::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC);
   if (descriptor >= 0) {
     hasHadConnections_ = true;
     clients_.emplace(descriptor, std::make_unique<Client>(*this, descriptor));
+    TakeUnseenWrites();
   }
 }
 
@@ -91,7 +101,7 @@ void ShimServer::Serve(Client& client) {
   link::Question question{};
   std::vector<std::uint8_t> payload;
   if (!client.connection.Receive(question, payload)) {
-    clients_.erase(client.connection.Descriptor());
+    Remove(client);
     return;
   }
   const LinkReply reply = handler_.Handle(question, payload, client.pending);
@@ -100,7 +110,7 @@ void ShimServer::Serve(Client& client) {
     return;  // the end of the connection follows
   }
   if (!client.connection.Send(reply.answer, reply.payload)) {
-    clients_.erase(client.connection.Descriptor());
+    Remove(client);
   }
 }
 
@@ -110,6 +120,11 @@ void ShimServer::Kill(const Client& client, Killed killed) {
   } else {
     ::kill(client.connection.Process(), SIGKILL);
   }
+}
+
+void ShimServer::Remove(const Client& client) {
+  clients_.erase(client.connection.Descriptor());
+  TakeUnseenWrites();
 }
 
 }  // namespace orvane

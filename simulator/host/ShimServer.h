@@ -20,7 +20,7 @@ class ShimServer {
   /// @param path        of the socket to listen on
   /// @param fast        sleeps do not wait
   /// @param instrument  borrowed
-  /// @param testbed     borrowed; gets the files of the instrument's attributes
+  /// @param testbed     borrowed; gets the files of the instrument's attributes and nodes
   /// @param hooks       borrowed
   /// @throw std::system_error
   ShimServer(const std::string& path,
@@ -34,20 +34,26 @@ class ShimServer {
 
   /// Whether a process has ever connected.
   bool HasHadConnections() const { return hasHadConnections_; }
+  /// Turns the writes to attributes that came without a question into events. To be called before
+  /// the text is drained that programs have printed, before each event, and at the end of the run.
+  void TakeUnseenWrites() { handler_.TakeUnseenWrites(); }
 
  private:
   struct Client;
 
   static int OnListener(int descriptor, int condition, void* self);
   static int OnClient(int descriptor, int condition, void* client);
+  static int OnUnseenWrite(int descriptor, int condition, void* self);
   void Accept();
   void Serve(Client& client);
   void Kill(const Client& client, Killed killed);
+  void Remove(const Client& client);
 
   const RunHooks& hooks_;
   QuestionHandler handler_;
   FileDescriptor listener_;
   unsigned listenerSource_ = 0;
+  unsigned watchSource_ = 0;
   std::map<int, std::unique_ptr<Client>> clients_;  // by descriptor
   bool hasHadConnections_ = false;
 };

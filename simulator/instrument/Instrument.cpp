@@ -353,6 +353,15 @@ EventResult Instrument::WriteAttribute(std::string_view path, std::string_view v
   return result;
 }
 
+bool Instrument::AcceptWrite(std::string_view path, std::string_view value) {
+  const Event event = WriteEvent(path, value);
+  if (Arrive(event).kind != Fault::Kind::kNone) {
+    return false;
+  }
+  Complete(event, TextOf(attributes_.find(path)->second->WriteAttribute(path, value)));
+  return true;
+}
+
 EventResult Instrument::ReadFile(std::string_view path,
                                  std::string_view contents,
                                  std::size_t offset,

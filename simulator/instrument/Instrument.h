@@ -77,6 +77,10 @@ class Instrument {
 
   /// @param path  one of AttributePaths()
   EventResult WriteAttribute(std::string_view path, std::string_view value);
+  /// A write to an attribute that the program has made already, so no fault can take effect on it.
+  /// @param path  one of AttributePaths()
+  /// @return false: a fault rule hits it, and it is not carried out
+  bool AcceptWrite(std::string_view path, std::string_view value);
   /// @param contents  of the whole file, of which `count` bytes from `offset` on are read
   EventResult ReadFile(std::string_view path,
                        std::string_view contents,

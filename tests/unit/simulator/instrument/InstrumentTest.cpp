@@ -513,6 +513,20 @@ TEST_F(InstrumentTest, FailedWriteLeavesTheLineAlone) {
   EXPECT_EQ(instrument.AttributeContents(kQspiPrg), "0\n");
 }
 
+TEST_F(InstrumentTest, WriteThatHasHappenedIsCarriedOut) {
+  Instrument& instrument = Build();
+  EXPECT_TRUE(instrument.AcceptWrite(kQspiPrg, "1\n"));
+  EXPECT_EQ(instrument.AttributeContents(kQspiPrg), "1\n");
+  EXPECT_EQ(Log(), "write /sys/platform_m1/qspi_prg/value \"1\\n\"\n");
+}
+
+TEST_F(InstrumentTest, FaultOnAWriteThatHasHappenedIsReported) {
+  Instrument& instrument = Build({}, {"write#1:EIO"});
+  EXPECT_FALSE(instrument.AcceptWrite(kQspiPrg, "1\n"));
+  EXPECT_EQ(instrument.AttributeContents(kQspiPrg), "0\n");
+  EXPECT_EQ(Log(), "write /sys/platform_m1/qspi_prg/value \"1\\n\" = EIO\n");
+}
+
 TEST_F(InstrumentTest, ReadGivesWhatIsAskedForAndThereIs) {
   Instrument& instrument = Build();
   const auto read = [&](std::size_t offset, std::size_t count) {
