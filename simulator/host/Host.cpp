@@ -134,7 +134,7 @@ class Host {
     g_unix_fd_add(guard_.Descriptor(), G_IO_IN, OnGuard, this);
     guard_.Send(MakeReadyMessage(Settings()));
     g_main_loop_run(loop_.get());
-    DrainConsole();
+    BeforeEvent();
     LogEnd();
     SaveFiles();
     if (!server_.HasHadConnections()) {
@@ -151,7 +151,7 @@ class Host {
 
  private:
   static int OnConsole(int /*descriptor*/, GIOCondition /*condition*/, void* self) {
-    static_cast<Host*>(self)->DrainConsole();
+    static_cast<Host*>(self)->BeforeEvent();
     return G_SOURCE_CONTINUE;
   }
   static int OnGuard(int /*descriptor*/, GIOCondition /*condition*/, void* self) {
@@ -164,7 +164,10 @@ class Host {
     return G_SOURCE_REMOVE;  // it says no more
   }
 
-  void DrainConsole() {
+  /// A program that has written to an attribute goes on printing after it, and a new write asks a
+  /// question first.
+  void BeforeEvent() {
+    server_.TakeUnseenWrites();
     if (console_) {
       console_->Drain();
     }
@@ -185,9 +188,6 @@ class Host {
   }
 
   void FillTestbed() {
-    for (const std::string& path : instrument_.NodePaths()) {
-      testbed_.AddFile(path, "");
-    }
     for (const I2cAdapter& adapter : instrument_.I2cAdapters()) {
       testbed_.AddAdapter(adapter);
     }
@@ -256,7 +256,7 @@ class Host {
 
   std::unique_ptr<GMainLoop, UnrefLoop> loop_{g_main_loop_new(nullptr, FALSE)};
   const pid_t guardProcess_ = ::getppid();
-  const RunHooks hooks_{.beforeEvent = [this] { DrainConsole(); },
+  const RunHooks hooks_{.beforeEvent = [this] { BeforeEvent(); },
                         .fail = [this](const std::string& why) { Fail(why); },
                         .killAll = [this] { KillCommand(); }};
   const Options& options_;
