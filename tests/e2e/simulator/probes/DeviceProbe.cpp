@@ -11,6 +11,7 @@
 //   i2c N ADDRESS HEX COUNT
 //   read N COUNT / write N TEXT
 //   ifstream PATH / ofstream PATH TEXT
+//   stdio PATH TEXT        written inside the C library; the file stays open
 //   sleep S / usleep US / nanosleep NS / until NS (clock_nanosleep to the time in so many ns)
 //   clocks                 difference of two readings of a clock, monotonic and real time, in s
 //   out TEXT / err TEXT    to standard output or error, flushed
@@ -37,6 +38,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -206,6 +208,14 @@ class Probe {
     Show(file ? "written" : "failed");
   }
 
+  void WriteInCLibrary() {
+    std::FILE* const stream = std::fopen(Word().c_str(), "w");
+    const std::string text = Word();
+    const bool written =
+        stream != nullptr && std::fputs(text.c_str(), stream) >= 0 && std::fflush(stream) == 0;
+    Show(written ? "written" : "failed");
+  }
+
   void Sleep(const std::string& how) {
     const long amount = Number();
     const timespec length = {.tv_sec = amount / kNanosecondsPerSecond,
@@ -341,6 +351,8 @@ class Probe {
       ReadStream();
     } else if (verb == "ofstream") {
       WriteStream();
+    } else if (verb == "stdio") {
+      WriteInCLibrary();
     } else if (verb == "sleep" || verb == "usleep" || verb == "nanosleep" || verb == "until") {
       Sleep(verb);
     } else if (verb == "clocks") {
