@@ -157,7 +157,7 @@ ControlFiles::Range ControlFiles::Waiting(const Place& place) const {
   Range range = {.end = std::filesystem::file_size(RealPath(place))};
   if (place.what == What::kSink) {
     const std::uint64_t taken = attributes_.find(place.path)->second.taken;
-    range.begin = taken > range.end ? 0 : taken;  // beyond the end: a program has truncated it
+    range.begin = std::min(taken, range.end);  // an inheritor may have truncated it
   }
   if (range.end - range.begin > kMostWaiting) {
     throw std::runtime_error("more than " + std::to_string(kMostWaiting) +

@@ -1,4 +1,4 @@
-// open, fopen, close, fclose, dup, read, write and their variants, on device nodes too.
+// open, fopen, close, fclose, dup, read, write, ftruncate and their variants, on device nodes too.
 
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -236,6 +236,15 @@ ssize_t Write(int descriptor, const iovec* pieces, int count, RealWrite realWrit
   return result;
 }
 
+/// Attributes ignore it, device nodes refuse it.
+template <typename RealTruncate>
+int Truncate(int descriptor, RealTruncate realTruncate) {
+  if (!IsControlFile(descriptor)) {
+    return realTruncate();
+  }
+  return Descriptors().Get(descriptor).kind == Kind::kSysfs ? 0 : Fail(EINVAL);
+}
+
 }  // namespace
 
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the system's names are reserved
@@ -339,6 +348,14 @@ ssize_t write(int descriptor, const void* buffer, size_t count) {
 
 ssize_t writev(int descriptor, const iovec* pieces, int count) {
   return Write(descriptor, pieces, count, [&] { return NEXT(writev)(descriptor, pieces, count); });
+}
+
+int ftruncate(int descriptor, off_t length) noexcept {
+  return Truncate(descriptor, [&] { return NEXT(ftruncate)(descriptor, length); });
+}
+
+int ftruncate64(int descriptor, off64_t length) noexcept {
+  return Truncate(descriptor, [&] { return NEXT(ftruncate64)(descriptor, length); });
 }
 
 #pragma GCC visibility pop

@@ -89,6 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Tool{"Sed", "sed -n 'w " F "' one"},
                     Tool{"Dd", "dd if=one of=" F " 2>/dev/null"},
                     Tool{"DdNoTruncation", "dd if=one of=" F " conv=notrunc 2>/dev/null"},
+                    Tool{"DdTruncation", "dd if=one of=" F " bs=2 seek=3 2>/dev/null"},
                     Tool{"DdInherited", "dd if=one 2>/dev/null >" F},
                     Tool{"Head", "head -n 1 one >" F},
                     Tool{"CLibrary", "\"$PROBE\" stdio " F " '1\n' >/dev/null"}),
@@ -246,7 +247,8 @@ TEST(UnseenWriteTest, WritesOfManyProcessesAtOnceAllCount) {
 
 TEST(UnseenWriteTest, TruncationAloneIsNoWrite) {
   SimulatorRun run;
-  const SimulatorOutcome outcome = Bash(run, ": >" F "; cp /dev/null " F "; cat " F);
+  const SimulatorOutcome outcome =
+      Bash(run, ": >" F "; cp /dev/null " F "; truncate -s 5 " F "; cat " F);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.out, "0\n");
   EXPECT_THAT(Writes(outcome), IsEmpty());
@@ -386,6 +388,13 @@ TEST(UnseenWriteTest, WriteToANodeEndsTheRun) {
               std::string("orvane-sim: a program wrote to ") + row.node +
                   " in a way that the instrument cannot see; nothing reached the bus\n");
   }
+}
+
+TEST(UnseenWriteTest, NodeCannotBeTruncated) {
+  SimulatorRun run;
+  const SimulatorOutcome outcome = run.Shell("truncate -s 5 /dev/spidev1.0");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("Invalid argument"));
 }
 
 TEST(UnseenWriteTest, WriteToANodeAsTheLastActEndsTheRun) {

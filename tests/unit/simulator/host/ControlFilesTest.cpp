@@ -149,9 +149,9 @@ TEST_F(ControlFilesTest, FilesAreTakenInTheOrderOfTheirFirstWrites) {
           UnseenWrite{kReset, "0\n"}, UnseenWrite{kReset, "1\n"}, UnseenWrite{kQspiPrg, "1\n"}));
 }
 
-TEST_F(ControlFilesTest, SinkThatAProgramTruncatedIsTakenFromItsStart) {
+TEST_F(ControlFilesTest, SinkThatAProgramTruncatedIsTakenFromItsNewEnd) {
   const FileDescriptor sink = OpenSink(kQspiPrg);
-  ASSERT_EQ(::ftruncate(sink.Get(), 0), 0);
+  ASSERT_EQ(::ftruncate(sink.Get(), 1), 0);
   EXPECT_THAT(files_.TakeWrites(), IsEmpty());
   Write(sink, "1\n");
   EXPECT_THAT(files_.TakeWrites(), ElementsAre(UnseenWrite{kQspiPrg, "1\n"}));

@@ -25,7 +25,8 @@ TEST(ShimLibraryTest, OffersTheCallsThatAreEventsAndTheClockAndNothingElse) {
                      "' | awk '$5 == \"GLOBAL\" && $7 != \"UND\" {print $8}' | LC_ALL=C sort"),
             "__open64_2\n__open_2\n__read_chk\nclock_gettime\nclock_"
             "nanosleep\nclose\ndup\ndup2\ndup3\nfclose\n"
-            "fopen\nfopen64\nioctl\nnanosleep\nopen\nopen64\nread\nsleep\nusleep\nwrite\nwritev\n");
+            "fopen\nfopen64\nftruncate\nftruncate64\nioctl\nnanosleep\nopen\nopen64\nread\nsleep\nu"
+            "sleep\nwrite\nwritev\n");
 }
 
 }  // namespace
