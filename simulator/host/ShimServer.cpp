@@ -7,6 +7,9 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <exception>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -77,7 +80,12 @@ int ShimServer::OnListener(int /*descriptor*/, int /*condition*/, void* self) {
 
 int ShimServer::OnClient(int /*descriptor*/, int /*condition*/, void* client) {
   auto* const from = static_cast<Client*>(client);
-  from->server.Serve(*from);  // may end the client
+  ShimServer& server = from->server;
+  try {
+    server.Serve(*from);  // may end the client
+  } catch (const std::exception& error) {
+    server.hooks_.fail(error.what());
+  }
   return G_SOURCE_CONTINUE;
 }
 
@@ -94,6 +102,8 @@ void ShimServer::Accept() {
     hasHadConnections_ = true;
     clients_.emplace(descriptor, std::make_unique<Client>(*this, descriptor));
     TakeUnseenWrites();
+  } else if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
+    hooks_.fail(std::string("cannot accept a program: ") + std::strerror(errno));
   }
 }
 
