@@ -1,9 +1,11 @@
 #include "simulator/host/QuestionHandler.h"
 
+#include <fcntl.h>
 #include <linux/spi/spidev.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstring>
@@ -13,6 +15,8 @@
 
 #include "simulator/host/OpenFlags.h"
 #include "simulator/instrument/ErrnoName.h"
+#include "simulator/shim/PlainPath.h"
+#include "simulator/shim/ReportFilter.h"
 
 namespace orvane {
 
@@ -62,6 +66,13 @@ LinkReply ReplyFor(const Fault& fault, Answer otherwise) {
       break;
   }
   return {.answer = otherwise};
+}
+
+/// The name under which a file is known: that of a node or an attribute is plain.
+std::string NameOf(const std::string& path) {
+  char buffer[kMaxPathBytes];
+  const char* const plain = PlainPath(path.c_str(), buffer);
+  return IsBelowDevOrSys(plain) ? plain : path;
 }
 
 }  // namespace
@@ -174,6 +185,9 @@ LinkReply QuestionHandler::HandleEvent(const Question& question,
       return HandleIoctl(question, file, payload);
     case Op::kSleep:
       return HandleSleep(question);
+    case Op::kRefused:
+      hooks_.fail(std::string(Characters(payload)));
+      return {.killed = Killed::kCaller};
     case Op::kOpened:
     case Op::kWritten:
     case Op::kSync:  // the writes before it have been taken
@@ -191,18 +205,29 @@ LinkReply QuestionHandler::HandleOpen(const Question& question,
   if (fault.kind != Fault::Kind::kNone) {
     return ReplyFor(fault, {});
   }
-  const std::uint32_t handle = files_.HandleFor(path);
+  if (path.size() >= kMaxPathBytes) {
+    return CompleteOpen(pending, ENAMETOOLONG);
+  }
+  const std::uint32_t handle = files_.HandleFor(NameOf(std::string(path)));
   const File& file = files_.At(handle);
   const FileTable::Place place = files_.Locate(file, flags);
   if (place.error != 0) {
-    instrument_.Complete(pending.event, ErrnoName(place.error));
-    return {.answer = {.action = Action::kDone, .error = place.error}};
+    return CompleteOpen(pending, place.error);
+  }
+  const bool mustBeNew = (flags & O_CREAT) != 0 && (flags & O_EXCL) != 0;
+  if (mustBeNew && file.kind != Kind::kFile) {
+    return CompleteOpen(pending, EEXIST);
   }
   return {.answer = {.action = place.realPath.empty() ? Action::kProceed : Action::kProceedAt,
                      .result = place.addedFlags,
                      .handle = handle,
                      .kind = file.kind},
           .payload = {place.realPath.begin(), place.realPath.end()}};
+}
+
+LinkReply QuestionHandler::CompleteOpen(const PendingCall& pending, int error) {
+  instrument_.Complete(pending.event, ErrnoName(error));
+  return {.answer = {.action = Action::kDone, .error = error}};
 }
 
 LinkReply QuestionHandler::HandleOpened(const Question& question, const PendingCall& pending) {
@@ -243,8 +268,12 @@ LinkReply QuestionHandler::HandleWrite(const Question& question,
     case Kind::kDevice: {
       // A plain write to an SPI device is a message that only sends.
       const std::array transfers = {
-          SpiTransfer{.length = static_cast<std::uint32_t>(bytes.size()), .sends = true}};
-      return ReplyFor(instrument_.SubmitSpi(file.path, {.transfers = transfers, .sent = bytes}));
+          SpiTransfer{.length = static_cast<std::uint32_t>(question.a), .sends = true}};
+      SpiMessage message{.transfers = transfers};
+      if (question.b == 0) {
+        message.sent = bytes;
+      }
+      return ReplyFor(instrument_.SubmitSpi(file.path, message));
     }
     case Kind::kSysfs:
       if (files_.IsAttribute(file.path)) {

@@ -64,6 +64,7 @@ class QuestionHandler {
   void Fail(const std::string& why);
   LinkReply HandleEvent(const link::Question& question, Payload payload, PendingCall& pending);
   LinkReply HandleOpen(const link::Question& question, std::string_view path, PendingCall& pending);
+  LinkReply CompleteOpen(const PendingCall& pending, int error);
   LinkReply HandleOpened(const link::Question& question, const PendingCall& pending);
   LinkReply HandleClose(const link::Question& question, const File& file);
   LinkReply HandleRead(const link::Question& question, const File& file);

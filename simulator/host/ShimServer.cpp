@@ -102,8 +102,8 @@ void ShimServer::Accept() {
     hasHadConnections_ = true;
     clients_.emplace(descriptor, std::make_unique<Client>(*this, descriptor));
     TakeUnseenWrites();
-  } else if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
-    hooks_.fail(std::string("cannot accept a program: ") + std::strerror(errno));
+  } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+    hooks_.fail(std::string("cannot connect a process of the command: ") + std::strerror(errno));
   }
 }
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 /// The link between a program on the virtual instrument and its host. The program's side (the shim)
-/// asks, the host answers; one question at a time on each connection, and every question gets
+/// asks, the host answers; one question at a time on each connection, and every question but the last gets
 /// exactly one answer. Both are a header and `payloadBytes` of payload, cut into packets of
 /// kPacketBytes with a shorter one at the end.
 namespace orvane::link {
@@ -20,11 +20,12 @@ inline constexpr std::uint64_t kMaxPayloadBytes = 64U << 20;
 inline constexpr std::uint32_t kNoHandle = 0;
 
 enum class Op : std::uint32_t {
-  kOpen,     // a: flags, b: mode; payload: path. Answer kProceed, kProceedAt or kDone with an error
-  kOpened,   // handle; a: errno of the open that kOpen let through, 0 when it succeeded
-  kClose,    // handle; a: descriptor. kProceed, or kDone: closed, but with an error
-  kRead,     // handle; a: count, b: offset in the file. kDone with the bytes, or kProceed
-  kWrite,    // handle; a: count; payload: the bytes unless kind is kFile. kDone or kProceed
+  kOpen,    // a: flags, b: mode; payload: path. Answer kProceed, kProceedAt or kDone with an error
+  kOpened,  // handle; a: errno of the open that kOpen let through, 0 when it succeeded
+  kClose,   // handle; a: descriptor. kProceed, or kDone: closed, but with an error
+  kRead,    // handle; a: count, b: offset in the file. kDone with the bytes, or kProceed
+  kWrite,   // handle; a: count, b: 1 when the bytes are left out; payload: the bytes unless kind is
+            // kFile. kDone or kProceed
   kWritten,  // handle; a: result of the write that kWrite let through, or minus its errno
   kSpi,      // handle; a: number of transfers, b: 1 when the bytes are left out; payload:
              // SpiTransfer[a], the bytes to send. kDone with the bytes received
@@ -32,6 +33,7 @@ enum class Op : std::uint32_t {
   kIoctl,    // handle; a: request; payload: what the request reads. kDone with what it writes
   kSleep,    // a: nanoseconds. kProceed: sleep now; kDone: do not
   kSync,     // no event: what was written without a question is put before what follows
+  kRefused,  // payload: why the run cannot go on. Ends it, so there is no answer
 };
 
 struct Question {

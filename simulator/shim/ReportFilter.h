@@ -44,9 +44,22 @@ inline bool IsSharedObject(const char* path) {
 
 }  // namespace report_filter
 
+inline bool IsBelowDevOrSys(const char* path) {
+  return report_filter::StartsWith(path, "/dev/") || report_filter::StartsWith(path, "/sys/");
+}
+
+/// Whether a path can be a node or an attribute of the instrument.
+/// @param path  plain
+inline bool CanBeOnInstrument(const char* path) {
+  using namespace report_filter;
+  return StartsWith(path, "/dev/spidev") || StartsWith(path, "/dev/i2c-") ||
+         StartsWith(path, "/sys/");
+}
+
 /// Whether opening this file is an event of the instrument: devices, sysfs attributes and the
 /// program's own files are; what libraries and the run time open by themselves is not.
 /// It depends on path and flags alone, so the answer is the same in every build of a program.
+/// @param path  plain
 inline bool IsReported(const char* path, int flags) {
   using namespace report_filter;
   if ((flags & (O_PATH | O_DIRECTORY)) != 0) {
