@@ -10,6 +10,8 @@ namespace orvane::shim {
 /// does not know. A descriptor beyond the table is never known.
 class DescriptorTable {
  public:
+  static constexpr int kDescriptors = 1 << 16;
+
   struct Entry {
     std::uint32_t handle = link::kNoHandle;
     link::Kind kind = link::Kind::kFile;
@@ -32,8 +34,6 @@ class DescriptorTable {
   }
 
  private:
-  static constexpr int kDescriptors = 1 << 16;
-
   static bool Holds(int descriptor) { return descriptor >= 0 && descriptor < kDescriptors; }
 
   std::uint32_t entries_[kDescriptors];

@@ -22,7 +22,6 @@ using link::Answer;
 using link::Kind;
 using link::Op;
 using shim::Decide;
-using shim::Descriptors;
 using shim::DescriptorTable;
 using shim::Fail;
 
@@ -138,7 +137,7 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
   if (descriptor < 0) {
     return Fail(EBADF);
   }
-  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
+  const DescriptorTable::Entry entry = shim::Known(descriptor);
   if (entry.handle == link::kNoHandle || entry.kind != Kind::kDevice || !shim::IsLinked()) {
     return NEXT(ioctl)(descriptor, request, argument);
   }

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 
 /// Whether a program can run on the instrument: the dynamic loader has to load the shim into it.
 /// Nothing here allocates memory or calls a function that may be interposed, so that it can be used

@@ -1,6 +1,8 @@
-// open, fopen, close, fclose, dup, read, write, ftruncate and their variants, on device nodes too.
+// open, fopen, freopen, close, fclose, dup, read, write, ftruncate and their variants, on device nodes
+// too.
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <sys/uio.h>
@@ -14,6 +16,7 @@
 
 #include "simulator/shim/Interpose.h"
 #include "simulator/shim/LinkProtocol.h"
+#include "simulator/shim/PlainPath.h"
 #include "simulator/shim/ReportFilter.h"
 #include "simulator/shim/ShimLink.h"
 
@@ -27,11 +30,10 @@ using link::Op;
 using shim::AskBare;
 using shim::Decide;
 using shim::Decision;
-using shim::Descriptors;
 using shim::DescriptorTable;
 using shim::Fail;
-
-constexpr int kMaxPathBytes = 4096;
+using shim::Known;
+using shim::SetKnown;
 
 // --- Opening and closing ------------------------------------------------------------------------
 
@@ -42,7 +44,8 @@ struct OpenAnswer {
 };
 
 void AskOpen(const char* path, int flags, mode_t mode, OpenAnswer& out) {
-  iovec send[2] = {{}, {const_cast<char*>(path), std::strlen(path)}};
+  // One byte more than a path can have shows the host that it is too long.
+  iovec send[2] = {{}, {const_cast<char*>(path), ::strnlen(path, kMaxPathBytes)}};
   iovec receive[2] = {{}, {out.path, sizeof out.path - 1}};
   const int failed = shim::Ask({.op = Op::kOpen, .a = flags, .b = static_cast<std::int64_t>(mode)},
                                {send, 2, receive, 2},
@@ -55,7 +58,7 @@ void AskOpen(const char* path, int flags, mode_t mode, OpenAnswer& out) {
 
 void ReportOpened(const Answer& answer, int descriptor) {
   const int error = descriptor < 0 ? errno : 0;
-  Descriptors().Set(descriptor, {answer.handle, answer.kind});
+  SetKnown(descriptor, {answer.handle, answer.kind});
   Answer ignored{};
   AskBare({.op = Op::kOpened, .handle = answer.handle, .a = error}, ignored);
 }
@@ -70,15 +73,39 @@ int RawOpen(const char* path, int flags, mode_t mode) {
   return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
-template <typename RealOpen>
-int Open(const char* path, int flags, mode_t mode, RealOpen realOpen) {
-  if (path == nullptr || !shim::IsLinked() || !IsReported(path, flags)) {
-    const int descriptor = realOpen();
-    Descriptors().Set(descriptor, {});
-    return descriptor;
+/// A path, and what it is when it is plain.
+class Path {
+ public:
+  explicit Path(const char* given)
+      : given_(given), plain_(given == nullptr ? nullptr : PlainPath(given, buffer_)) {}
+  Path(const Path&) = delete;
+  Path& operator=(const Path&) = delete;
+  ~Path() = default;
+
+  /// Whether opening it is an event.
+  bool IsEvent(int flags) const {
+    return given_ != nullptr && shim::IsLinked() && IsReported(plain_, flags);
   }
+  /// Whether it can be a node or an attribute of the instrument, and opening it is an event.
+  bool IsInstrumentEvent(int flags) const { return IsEvent(flags) && CanBeOnInstrument(plain_); }
+
+  const char* Given() const { return given_; }
+  /// The path for the next library, which redirects plain ones below /sys and /dev only.
+  const char* ForNext() const {
+    return given_ != nullptr && IsBelowDevOrSys(plain_) ? plain_ : given_;
+  }
+
+ private:
+  char buffer_[kMaxPathBytes];
+  const char* given_;
+  const char* plain_;
+};
+
+/// @param realOpen  takes the path
+template <typename RealOpen>
+int OpenEvent(const Path& path, int flags, mode_t mode, RealOpen realOpen) {
   OpenAnswer out;
-  AskOpen(path, flags, mode, out);
+  AskOpen(path.Given(), flags, mode, out);
   if (out.answer.action == Action::kDone) {
     return Fail(out.answer.error);
   }
@@ -86,8 +113,31 @@ int Open(const char* path, int flags, mode_t mode, RealOpen realOpen) {
   // the descriptor numbers that the program gets without it.
   const int descriptor = out.answer.action == Action::kProceedAt
                              ? RawOpen(out.path, FlagsAt(out.answer, flags), mode)
-                             : realOpen();
+                             : realOpen(path.ForNext());
   ReportOpened(out.answer, descriptor);
+  return descriptor;
+}
+
+template <typename RealOpen>
+int Open(const char* given, int flags, mode_t mode, RealOpen realOpen) {
+  const Path path(given);
+  if (path.IsEvent(flags)) {
+    return OpenEvent(path, flags, mode, realOpen);
+  }
+  const int descriptor = realOpen(path.ForNext());
+  SetKnown(descriptor, {});
+  return descriptor;
+}
+
+/// As Open(), for calls that are events only on nodes and attributes.
+template <typename RealOpen>
+int OpenInstrumentFile(const char* given, int flags, mode_t mode, RealOpen realOpen) {
+  const Path path(given);
+  if (path.IsInstrumentEvent(flags)) {
+    return OpenEvent(path, flags, mode, realOpen);
+  }
+  const int descriptor = realOpen(path.ForNext());
+  SetKnown(descriptor, {});
   return descriptor;
 }
 
@@ -115,19 +165,20 @@ int FlagsOfMode(const char* mode) {
 
 constexpr mode_t kStreamMode = 0666;
 
+/// @param realOpen  takes the path
 template <typename RealOpen>
-FILE* OpenStream(const char* path, const char* mode, RealOpen realOpen) {
-  if (path == nullptr || mode == nullptr || !shim::IsLinked() ||
-      !IsReported(path, FlagsOfMode(mode))) {
-    FILE* const stream = realOpen();
+FILE* OpenStream(const char* given, const char* mode, RealOpen realOpen) {
+  const Path path(given);
+  const int flags = mode == nullptr ? 0 : FlagsOfMode(mode);
+  if (mode == nullptr || !path.IsEvent(flags)) {
+    FILE* const stream = realOpen(path.ForNext());
     if (stream != nullptr) {
-      Descriptors().Set(::fileno(stream), {});
+      SetKnown(::fileno(stream), {});
     }
     return stream;
   }
-  const int flags = FlagsOfMode(mode);
   OpenAnswer out;
-  AskOpen(path, flags, kStreamMode, out);
+  AskOpen(path.Given(), flags, kStreamMode, out);
   if (out.answer.action == Action::kDone) {
     errno = out.answer.error;
     return nullptr;
@@ -137,17 +188,48 @@ FILE* OpenStream(const char* path, const char* mode, RealOpen realOpen) {
     const int descriptor = RawOpen(out.path, FlagsAt(out.answer, flags), kStreamMode);
     stream = descriptor < 0 ? nullptr : ::fdopen(descriptor, mode);
   } else {
-    stream = realOpen();
+    stream = realOpen(path.ForNext());
   }
   ReportOpened(out.answer, stream == nullptr ? -1 : ::fileno(stream));
   return stream;
 }
 
+/// A mode of fopen that neither creates nor truncates: an attribute keeps its contents until the
+/// instrument changes them.
+const char* ModeAt(int flags) { return (flags & O_ACCMODE) == O_RDONLY ? "r" : "r+"; }
+
+/// @param realOpen  takes path and mode
+template <typename RealOpen>
+FILE* ReopenStream(const char* given, const char* mode, FILE* stream, RealOpen realOpen) {
+  const Path path(given);
+  const int flags = mode == nullptr ? 0 : FlagsOfMode(mode);
+  OpenAnswer out;
+  const char* realPath = path.ForNext();
+  const bool isEvent = mode != nullptr && path.IsInstrumentEvent(flags);
+  if (isEvent) {
+    AskOpen(path.Given(), flags, kStreamMode, out);
+    if (out.answer.action == Action::kDone) {
+      SetKnown(::fileno(stream), {});
+      ::fclose(stream);
+      errno = out.answer.error;
+      return nullptr;
+    }
+    realPath = out.answer.action == Action::kProceedAt ? out.path : realPath;
+    mode = out.answer.kind == Kind::kFile ? mode : ModeAt(flags);
+  }
+  SetKnown(stream == nullptr ? -1 : ::fileno(stream), {});
+  FILE* const opened = realOpen(realPath, mode);
+  if (isEvent) {
+    ReportOpened(out.answer, opened == nullptr ? -1 : ::fileno(opened));
+  }
+  return opened;
+}
+
 /// Asks the host about closing, when it has to know of it.
 /// @return the errno that the close is to end with, or 0
 int AskClose(int descriptor) {
-  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
-  Descriptors().Set(descriptor, {});
+  const DescriptorTable::Entry entry = Known(descriptor);
+  SetKnown(descriptor, {});
   if ((descriptor >= 0 && entry.handle == link::kNoHandle) || !shim::IsLinked()) {
     return 0;
   }
@@ -158,7 +240,7 @@ int AskClose(int descriptor) {
 
 /// Whether a descriptor is of a file of the instrument.
 bool IsControlFile(int descriptor) {
-  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
+  const DescriptorTable::Entry entry = Known(descriptor);
   return entry.handle != link::kNoHandle && entry.kind != Kind::kFile;
 }
 
@@ -171,20 +253,61 @@ void SyncBeforeCopy(int from, int to) {
   }
 }
 
+/// Closes what the host knows, one after the other, as the program closes a range of descriptors.
+void AskCloseRange(unsigned first, unsigned last) {
+  const unsigned end = last < DescriptorTable::kDescriptors - 1U
+                           ? last
+                           : static_cast<unsigned>(DescriptorTable::kDescriptors - 1);
+  for (unsigned descriptor = first; descriptor <= end; ++descriptor) {
+    if (Known(static_cast<int>(descriptor)).handle != link::kNoHandle) {
+      static_cast<void>(AskClose(static_cast<int>(descriptor)));
+    }
+  }
+}
+
+/// close_range, but for the descriptors of the link.
+int CloseRange(unsigned first, unsigned last, int flags) {
+  constexpr unsigned kLinkDescriptors = 1U << 16;  // the link has none from here on
+  const unsigned end = last < kLinkDescriptors ? last : kLinkDescriptors;
+  for (unsigned descriptor = first; descriptor < end; ++descriptor) {
+    if (shim::IsLinkDescriptor(static_cast<int>(descriptor))) {
+      const long result =
+          descriptor > first ? ::syscall(SYS_close_range, first, descriptor - 1, flags) : 0;
+      return result != 0 ? -1 : CloseRange(descriptor + 1, last, flags);
+    }
+  }
+  return static_cast<int>(::syscall(SYS_close_range, first, last, flags));
+}
+
 void CopyEntry(int from, int to) {
   if (to >= 0) {
-    Descriptors().Set(to, Descriptors().Get(from));
+    SetKnown(to, Known(from));
   }
 }
 
 // --- Reading and writing ------------------------------------------------------------------------
 
+constexpr std::size_t kMaxCount = 0x7FFFF000;    // what the kernel reads or writes in one call
+constexpr std::uint64_t kAttributeBytes = 4096;  // what it passes to an attribute
+
+/// Whether a descriptor is open for reading (O_RDONLY) or writing (O_WRONLY). The kernel looks at this
+/// before it asks a driver.
+bool IsOpenFor(int descriptor, int access) {
+  const long flags = ::syscall(SYS_fcntl, descriptor, F_GETFL);
+  const long mode = flags & O_ACCMODE;
+  return flags >= 0 && (mode == O_RDWR || mode == access);
+}
+
 template <typename RealRead>
 ssize_t Read(int descriptor, void* buffer, size_t count, RealRead realRead) {
-  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
+  const DescriptorTable::Entry entry = Known(descriptor);
   if (entry.handle == link::kNoHandle || entry.kind == Kind::kFile || !shim::IsLinked()) {
     return realRead();
   }
+  if (!IsOpenFor(descriptor, O_RDONLY)) {
+    return Fail(EBADF);
+  }
+  count = count < kMaxCount ? count : kMaxCount;
   const long offset =
       entry.kind == Kind::kSysfs ? ::syscall(SYS_lseek, descriptor, 0, SEEK_CUR) : 0;
   iovec send[1] = {};
@@ -206,24 +329,45 @@ ssize_t Read(int descriptor, void* buffer, size_t count, RealRead realRead) {
   return decision.result;
 }
 
+/// Cuts a list of pieces to a number of bytes.
+/// @return how many bytes it has then
+std::uint64_t CutTo(std::uint64_t most, iovec* pieces, int count) {
+  std::uint64_t bytes = 0;
+  for (int i = 0; i < count; ++i) {
+    const std::uint64_t left = most - bytes;
+    pieces[i].iov_len = pieces[i].iov_len < left ? pieces[i].iov_len : left;
+    bytes += pieces[i].iov_len;
+  }
+  return bytes;
+}
+
 template <typename RealWrite>
 ssize_t Write(int descriptor, const iovec* pieces, int count, RealWrite realWrite) {
-  const DescriptorTable::Entry entry = Descriptors().Get(descriptor);
-  constexpr int kMaxPieces = 64;
-  if (entry.handle == link::kNoHandle || count > kMaxPieces || !shim::IsLinked()) {
+  const DescriptorTable::Entry entry = Known(descriptor);
+  constexpr int kMaxPieces = 1024;  // the kernel's limit
+  if (entry.handle == link::kNoHandle || count < 0 || count > kMaxPieces || !shim::IsLinked()) {
     return realWrite();
   }
-  iovec send[1 + kMaxPieces] = {};
-  std::int64_t bytes = 0;
+  if (entry.kind != Kind::kFile && !IsOpenFor(descriptor, O_WRONLY)) {
+    return Fail(EBADF);
+  }
+  iovec send[1 + kMaxPieces];  // not all set to zero: it is large
+  send[0] = {};
   for (int i = 0; i < count; ++i) {
     send[1 + i] = pieces[i];
-    bytes += static_cast<std::int64_t>(pieces[i].iov_len);
   }
+  const std::uint64_t bytes =
+      CutTo(entry.kind == Kind::kSysfs ? kAttributeBytes : kMaxCount, send + 1, count);
+  const bool tooMuch = bytes > link::kMaxPayloadBytes;
   iovec receive[1] = {};
   Answer answer{};
-  const int failed = shim::Ask({.op = Op::kWrite, .handle = entry.handle, .a = bytes},
-                               {send, entry.kind == Kind::kFile ? 1 : 1 + count, receive, 1},
-                               answer);
+  const int failed =
+      shim::Ask({.op = Op::kWrite,
+                 .handle = entry.handle,
+                 .a = static_cast<std::int64_t>(bytes),
+                 .b = tooMuch ? 1 : 0},
+                {send, tooMuch || entry.kind == Kind::kFile ? 1 : 1 + count, receive, 1},
+                answer);
   const Decision decision = Decide(failed, answer);
   if (!decision.proceed) {
     return decision.result;
@@ -242,7 +386,7 @@ int Truncate(int descriptor, RealTruncate realTruncate) {
   if (!IsControlFile(descriptor)) {
     return realTruncate();
   }
-  return Descriptors().Get(descriptor).kind == Kind::kSysfs ? 0 : Fail(EINVAL);
+  return Known(descriptor).kind == Kind::kSysfs ? 0 : Fail(EINVAL);
 }
 
 }  // namespace
@@ -259,7 +403,7 @@ int open(const char* path, int flags, ...) {
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
   const mode_t mode = TakesMode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return Open(path, flags, mode, [&] { return NEXT(open)(path, flags, mode); });
+  return Open(path, flags, mode, [&](const char* at) { return NEXT(open)(at, flags, mode); });
 }
 
 int open64(const char* path, int flags, ...) {
@@ -268,34 +412,109 @@ int open64(const char* path, int flags, ...) {
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
   const mode_t mode = TakesMode(flags) ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return Open(path, flags, mode, [&] { return NEXT(open64)(path, flags, mode); });
+  return Open(path, flags, mode, [&](const char* at) { return NEXT(open64)(at, flags, mode); });
 }
 
 // What open becomes in programs that are built with _FORTIFY_SOURCE.
 int __open_2(const char* path, int flags);
 int __open64_2(const char* path, int flags);
+int __openat_2(int directory, const char* path, int flags);
+int __openat64_2(int directory, const char* path, int flags);
 ssize_t __read_chk(int descriptor, void* buffer, size_t count, size_t bufferBytes);
 
 int __open_2(const char* path, int flags) {
-  return Open(path, flags, 0, [&] { return NEXT(__open_2)(path, flags); });
+  return Open(path, flags, 0, [&](const char* at) { return NEXT(__open_2)(at, flags); });
 }
 
 int __open64_2(const char* path, int flags) {
-  return Open(path, flags, 0, [&] { return NEXT(__open64_2)(path, flags); });
+  return Open(path, flags, 0, [&](const char* at) { return NEXT(__open64_2)(at, flags); });
+}
+
+int openat(int directory, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
+  const mode_t mode = TakesMode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return OpenInstrumentFile(
+      path, flags, mode, [&](const char* at) { return NEXT(openat)(directory, at, flags, mode); });
+}
+
+int openat64(int directory, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started in the line above
+  const mode_t mode = TakesMode(flags) ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return OpenInstrumentFile(path, flags, mode, [&](const char* at) {
+    return NEXT(openat64)(directory, at, flags, mode);
+  });
+}
+
+int __openat_2(int directory, const char* path, int flags) {
+  return OpenInstrumentFile(
+      path, flags, 0, [&](const char* at) { return NEXT(__openat_2)(directory, at, flags); });
+}
+
+int __openat64_2(int directory, const char* path, int flags) {
+  return OpenInstrumentFile(
+      path, flags, 0, [&](const char* at) { return NEXT(__openat64_2)(directory, at, flags); });
+}
+
+int creat(const char* path, mode_t mode) {
+  return OpenInstrumentFile(path, O_WRONLY | O_CREAT | O_TRUNC, mode, [&](const char* at) {
+    return NEXT(creat)(at, mode);
+  });
+}
+
+int creat64(const char* path, mode_t mode) {
+  return OpenInstrumentFile(path, O_WRONLY | O_CREAT | O_TRUNC, mode, [&](const char* at) {
+    return NEXT(creat64)(at, mode);
+  });
 }
 
 FILE* fopen(const char* path, const char* mode) {
-  return OpenStream(path, mode, [&] { return NEXT(fopen)(path, mode); });
+  return OpenStream(path, mode, [&](const char* at) { return NEXT(fopen)(at, mode); });
 }
 
 FILE* fopen64(const char* path, const char* mode) {
-  return OpenStream(path, mode, [&] { return NEXT(fopen64)(path, mode); });
+  return OpenStream(path, mode, [&](const char* at) { return NEXT(fopen64)(at, mode); });
+}
+
+FILE* freopen(const char* path, const char* mode, FILE* stream) {
+  return ReopenStream(path, mode, stream, [&](const char* at, const char* how) {
+    return NEXT(freopen)(at, how, stream);
+  });
+}
+
+FILE* freopen64(const char* path, const char* mode, FILE* stream) {
+  return ReopenStream(path, mode, stream, [&](const char* at, const char* how) {
+    return NEXT(freopen64)(at, how, stream);
+  });
 }
 
 int close(int descriptor) {
+  if (shim::IsLinkDescriptor(descriptor)) {
+    return Fail(EBADF);  // the program has not opened it
+  }
   const int error = AskClose(descriptor);
   const int result = NEXT(close)(descriptor);
   return error != 0 ? Fail(error) : result;
+}
+
+int close_range(unsigned first, unsigned last, int flags) noexcept {
+  constexpr unsigned kFlags = CLOSE_RANGE_CLOEXEC | CLOSE_RANGE_UNSHARE;
+  if (first > last || (static_cast<unsigned>(flags) & ~kFlags) != 0) {
+    return Fail(EINVAL);
+  }
+  if ((static_cast<unsigned>(flags) & CLOSE_RANGE_CLOEXEC) == 0) {
+    AskCloseRange(first, last);
+  }
+  return CloseRange(first, last, flags);
+}
+
+void closefrom(int lowest) noexcept {
+  static_cast<void>(::close_range(lowest < 0 ? 0 : static_cast<unsigned>(lowest), ~0U, 0));
 }
 
 int fclose(FILE* stream) {
@@ -319,6 +538,7 @@ int dup(int from) noexcept {
 
 int dup2(int from, int to) noexcept {
   SyncBeforeCopy(from, to);
+  shim::LeaveDescriptor(to);
   const int result = NEXT(dup2)(from, to);
   CopyEntry(from, result);
   return result;
@@ -326,6 +546,7 @@ int dup2(int from, int to) noexcept {
 
 int dup3(int from, int to, int flags) noexcept {
   SyncBeforeCopy(from, to);
+  shim::LeaveDescriptor(to);
   const int result = NEXT(dup3)(from, to, flags);
   CopyEntry(from, result);
   return result;

@@ -10,8 +10,10 @@
 /// returns what the host answers. A call that is no event goes to the next library at once.
 namespace orvane::shim {
 
-/// The descriptors of this process.
-DescriptorTable& Descriptors();
+/// What a descriptor of this process was opened as.
+DescriptorTable::Entry Known(int descriptor);
+/// Changes that; in a child of vfork not for its parent.
+void SetKnown(int descriptor, DescriptorTable::Entry entry);
 
 /// The function of this name in the libraries after this one. `cache` keeps it.
 template <typename Function>

@@ -12,9 +12,21 @@ namespace orvane::shim {
 ///
 /// No function here changes errno, calls a function that may be interposed, or allocates memory.
 
-/// Whether this process has a host. False also during Ask(), so that calls from a signal handler
+/// Whether this process has a host.
+bool IsOnInstrument();
+
+/// Whether this process has a host that can be asked. Not so during Ask(): calls from a signal handler
 /// bypass the link then.
 bool IsLinked();
+
+/// False in a child of vfork: what it changes in memory is changed in its parent too.
+bool OwnsItsMemory();
+
+/// Whether a descriptor is the link's. The program does not know of it.
+bool IsLinkDescriptor(int descriptor);
+
+/// Moves the link to another descriptor, if it has this one, which the program is about to take.
+void LeaveDescriptor(int descriptor);
 
 /// What is sent, and where the answer's payload is stored. The first element of each array is left
 /// for the header. The arrays are changed by Ask().

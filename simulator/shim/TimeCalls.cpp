@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "simulator/shim/Interpose.h"
+#include "simulator/shim/LinkEnvironment.h"
 #include "simulator/shim/LinkProtocol.h"
 #include "simulator/shim/ShimLink.h"
 
@@ -50,7 +51,7 @@ bool AskSleep(std::int64_t nanoseconds, int& error) {
 std::int64_t ClockStep() {
   static std::int64_t step = -1;  // not looked up yet
   if (step < 0) {
-    const char* const text = std::getenv(link::kClockStepVariable);
+    const char* const text = shim::IsOnInstrument() ? shim::ClockStepText() : nullptr;
     step = text == nullptr ? 0 : std::strtoll(text, nullptr, 10);
   }
   return step;
