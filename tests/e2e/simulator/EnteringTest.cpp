@@ -1,0 +1,210 @@
+// Every process of a command is on the instrument, or the run ends with 125.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "simulator/shim/ExecutableCheck.h"
+#include "tests/e2e/simulator/SimulatorRun.h"
+
+namespace orvane {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string kEnter = ENTERING_PROBE;
+const std::string kOpen = std::string(DEVICE_PROBE) + " open /dev/spidev1.0 +";
+constexpr const char* kOpened = "open /dev/spidev1.0 O_RDWR\nstdout \"3\\n\"\n";
+
+/// The path of the dynamic loader of this machine's programs.
+std::string Loader() { return executable::OwnMachine().loader; }
+
+class EnteringTest : public testing::Test {
+ protected:
+  EnteringTest() { run_.Option("--module wend@1"); }
+
+  /// Runs a command that opens the node in a process of its own.
+  void ExpectInside(const std::string& command) {
+    const SimulatorOutcome outcome = run_.Shell(command);
+    EXPECT_EQ(outcome.status, 0) << command;
+    EXPECT_EQ(outcome.out, "3\n") << command;
+    EXPECT_EQ(outcome.err, "") << command;
+    EXPECT_EQ(outcome.log, std::string(kOpened) + "exit 0\n") << command;
+  }
+
+  void ExpectRefused(const std::string& command, const std::string& why) {
+    const SimulatorOutcome outcome = run_.Shell(command);
+    EXPECT_EQ(outcome.status, 125) << command;
+    EXPECT_EQ(outcome.out, "") << command;
+    EXPECT_EQ(outcome.err, "orvane-sim: " + why + "\n") << command;
+    EXPECT_THAT(outcome.leftovers, IsEmpty());
+  }
+
+  SimulatorRun run_;
+};
+
+// --- The link is put back -----------------------------------------------------------------------
+
+TEST_F(EnteringTest, ProgramInAClearedEnvironmentIsInside) { ExpectInside("env -i " + kOpen); }
+
+TEST_F(EnteringTest, ProgramWithoutTheLinksVariablesIsInside) {
+  ExpectInside("unset LD_PRELOAD ORVANE_LINK UMOCKDEV_DIR DBUS_SYSTEM_BUS_ADDRESS; " + kOpen);
+}
+
+TEST_F(EnteringTest, ProgramWithOtherValuesOfTheLinksVariablesIsInside) {
+  ExpectInside("LD_PRELOAD= ORVANE_LINK=/none UMOCKDEV_DIR=/none " + kOpen);
+}
+
+class ExecTest : public EnteringTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ExecTest, ProgramInAClearedEnvironmentIsInside) {
+  ExpectInside(kEnter + " " + GetParam() + " " + kOpen);
+}
+
+TEST_P(ExecTest, StaticProgramIsRefused) {
+  const std::string words =
+      GetParam() == std::string("fexecve") ? std::string("/dev/fd/3") : STATIC_PROBE;
+  ExpectRefused(kEnter + " " + GetParam() + " " STATIC_PROBE,
+                "'" + words + "' is statically linked: it cannot run on the instrument");
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls,
+                         ExecTest,
+                         testing::Values("execve",
+                                         "execv",
+                                         "execvp",
+                                         "execvpe",
+                                         "execl",
+                                         "execlp",
+                                         "execle",
+                                         "fexecve",
+                                         "execveat",
+                                         "spawn",
+                                         "spawnp",
+                                         "vfork"),
+                         [](const auto& tested) { return std::string(tested.param); });
+
+class ShellTest : public EnteringTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ShellTest, ShellOfTheCLibraryIsInsideInAClearedEnvironment) {
+  ExpectInside(kEnter + " " + GetParam() + " '" + kOpen + "'");
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls,
+                         ShellTest,
+                         testing::Values("system", "popen"),
+                         [](const auto& tested) { return std::string(tested.param); });
+
+TEST_F(EnteringTest, CommandInAWordIsInsideInAClearedEnvironment) {
+  const SimulatorOutcome outcome = run_.Shell(kEnter + " wordexp '" + kOpen + "'");
+  EXPECT_EQ(outcome.out, "3\n");
+  EXPECT_EQ(outcome.log, "open /dev/spidev1.0 O_RDWR\nstdout \"3\\n\"\nexit 0\n");
+}
+
+TEST_F(EnteringTest, ForkedChildWithAClearedEnvironmentIsInside) {
+  const SimulatorOutcome outcome = run_.Shell(kEnter + " forked /dev/spidev1.0");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.log, kOpened + std::string("exit 0\n"));
+}
+
+TEST_F(EnteringTest, AnotherPreloadedLibraryStaysBeforeOurs) {
+  const SimulatorOutcome outcome = run_.Shell(
+      "env -i LD_PRELOAD=libdl.so.2 /bin/sh -c 'echo $LD_PRELOAD' | "
+      "sed 's,:/.*/liborvane-shim,:liborvane-shim,'");
+  EXPECT_EQ(outcome.out, "libdl.so.2:liborvane-shim.so:libumockdev-preload.so.0\n");
+}
+
+TEST_F(EnteringTest, EnvironmentThatIsCompleteIsLeftAsItIs) {
+  const SimulatorOutcome outcome = run_.Shell(
+      "env | grep -v ^_= >a; /usr/bin/env env | grep -v ^_= >b; cmp a b && "
+      "LD_PRELOAD=$LD_PRELOAD:libdl.so.2 /usr/bin/env | grep -c :libdl.so.2$");
+  EXPECT_EQ(outcome.out, "1\n");
+}
+
+TEST_F(EnteringTest, BusOfTheProgramIsLeftAlone) {
+  const SimulatorOutcome outcome =
+      run_.Shell("env -i DBUS_SYSTEM_BUS_ADDRESS=unix:path=/none env | grep BUS");
+  EXPECT_EQ(outcome.out, "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/none\n");
+}
+
+// --- What cannot be entered ---------------------------------------------------------------------
+
+TEST_F(EnteringTest, ScriptWithAStaticInterpreterIsRefused) {
+  run_.WriteFile("script", "#!" STATIC_PROBE "\n");
+  ExpectRefused("chmod +x script; ./script",
+                "'" STATIC_PROBE "' is statically linked: it cannot run on the instrument");
+}
+
+TEST_F(EnteringTest, StaticProgramThatIsFoundInPathIsRefused) {
+  ExpectRefused("ln -s " STATIC_PROBE " x; PATH=/none:.:$PATH env x",
+                "'./x' is statically linked: it cannot run on the instrument");
+}
+
+TEST_F(EnteringTest, StaticProgramOfTheLoaderIsRefused) {
+  ExpectRefused(Loader() + " " STATIC_PROBE,
+                "'" STATIC_PROBE "' is statically linked: it cannot run on the instrument");
+}
+
+TEST_F(EnteringTest, ProgramOfTheLoaderIsInside) {
+  ExpectInside("exec env -i " + Loader() + " " + kOpen);
+}
+
+TEST_F(EnteringTest, ProgramForAnotherArchitectureIsRefused) {
+  run_.WriteFile("foreign",
+                 std::string("\x7f"
+                             "ELF\x02\x02\x01",
+                             7) +
+                     std::string(57, '\0'));
+  ExpectRefused("chmod +x foreign; ./foreign",
+                "'./foreign' is for another architecture: it cannot run on the instrument");
+}
+
+TEST_F(EnteringTest, ProgramWhoseLoaderIsMissingFailsByItself) {
+  const SimulatorOutcome outcome = run_.Shell("sed 's,/ld-linux,/no-linux,' " + kEnter +
+                                              " >x; chmod +x x; ./x 2>/dev/null; echo $?");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out, "127\n");
+}
+
+TEST_F(EnteringTest, TextWithoutAnInterpreterIsReadByTheShell) {
+  run_.WriteFile("text", "echo read\n");
+  EXPECT_EQ(run_.Shell("chmod +x text; env ./text").out, "read\n");
+}
+
+TEST_F(EnteringTest, ProgramThatIsMissingFailsByItself) {
+  EXPECT_EQ(run_.Shell(kEnter + " execve ./none").out, "ENOENT\n");
+}
+
+// --- vfork --------------------------------------------------------------------------------------
+
+TEST_F(EnteringTest, CloseInAChildOfVforkLeavesTheParentsDescriptorKnown) {
+  const SimulatorOutcome outcome = run_.Shell(kEnter + " vfork-close /dev/spidev1.0");
+  EXPECT_EQ(outcome.out, "0 0\n");
+  EXPECT_EQ(outcome.log,
+            "open /dev/spidev1.0 O_RDWR\n"
+            "close /dev/spidev1.0\n"
+            "ioctl /dev/spidev1.0 SPI_IOC_RD_MODE = 0\n"
+            "stdout \"0 0\\n\"\n"
+            "exit 0\n");
+}
+
+TEST_F(EnteringTest, ParentOfAChildOfVforkThatIsKilledAtAnEventGoesOn) {
+  run_.Option("--fault open:/dev/spidev1.0#1:kill");
+  const SimulatorOutcome outcome = run_.Shell(kEnter + " vfork-killed /dev/spidev1.0");
+  EXPECT_EQ(outcome.out, "137 3\n");
+  EXPECT_EQ(outcome.log,
+            "open /dev/spidev1.0 O_RDWR = kill\n"
+            "open /dev/spidev1.0 O_RDWR\n"
+            "stdout \"137 3\\n\"\n"
+            "exit 0\n");
+}
+
+TEST_F(EnteringTest, ProcessWithoutADescriptorForTheLinkEndsTheRun) {
+  ExpectRefused("exec " + kEnter + " vfork-starved /dev/spidev1.0",
+                "no descriptor is left for the link to the virtual instrument");
+}
+
+}  // namespace
+}  // namespace orvane
