@@ -174,17 +174,18 @@ inline Interpreter FindInterpreter(const File& file,
   return Interpreter::kNone;
 }
 
+inline bool IsOneOf(const char* word, std::initializer_list<const char*> words) {
+  for (const char* const other : words) {
+    if (std::strcmp(word, other) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
 /// The program that the dynamic loader is to run, when it is started by hand.
 /// @return null when it runs none
 inline const char* ProgramForLoader(char* const* arguments) {
-  constexpr const char* kWithValue[] = {"--library-path",
-                                        "--glibc-hwcaps-prepend",
-                                        "--glibc-hwcaps-mask",
-                                        "--inhibit-rpath",
-                                        "--audit",
-                                        "--preload",
-                                        "--argv0"};
-  constexpr const char* kWithoutRun[] = {"--list", "--verify"};
   if (arguments == nullptr || arguments[0] == nullptr) {
     return nullptr;
   }
@@ -192,15 +193,16 @@ inline const char* ProgramForLoader(char* const* arguments) {
     if (std::strncmp(*word, "--", 2) != 0) {
       return *word;
     }
-    for (const char* const option : kWithoutRun) {
-      if (std::strcmp(*word, option) == 0) {
-        return nullptr;
-      }
-    }
-    for (const char* const option : kWithValue) {
-      if (std::strcmp(*word, option) == 0 && *++word == nullptr) {
-        return nullptr;
-      }
+    const bool takesValue = IsOneOf(*word,
+                                    {"--library-path",
+                                     "--glibc-hwcaps-prepend",
+                                     "--glibc-hwcaps-mask",
+                                     "--inhibit-rpath",
+                                     "--audit",
+                                     "--preload",
+                                     "--argv0"});
+    if (IsOneOf(*word, {"--list", "--verify"}) || (takesValue && *++word == nullptr)) {
+      return nullptr;
     }
   }
   return nullptr;
@@ -309,18 +311,20 @@ inline Machine OwnMachine() {
   return own;
 }
 
-/// Judges a file as execve would find it. Scripts are followed to their interpreters.
-/// @param directory  that a relative path starts from; AT_FDCWD for the working directory
-/// @param arguments  as for execve; may be null
-inline Verdict Judge(int directory, const char* path, char* const* arguments, const Machine& own) {
-  using namespace detail;
+namespace detail {
+
+/// Whether a file without a dynamic loader is this machine's dynamic loader itself.
+inline bool IsLoader(const Verdict& verdict, const File& file, const Machine& own) {
+  return verdict.kind == Kind::kStatic && own.loader[0] != '\0' && IsSameFile(file, own.loader);
+}
+
+/// Follows scripts to their interpreters.
+/// @param runsLoader  whether the file itself is this machine's dynamic loader
+inline Verdict Follow(int directory, const char* path, const Machine& own, bool& runsLoader) {
   char interpreter[kHeadBytes];
   for (int scripts = 0; scripts <= kMostScripts; ++scripts) {
     const int problem = ProblemOf(directory, path);
-    if (problem == EMFILE || problem == ENFILE) {
-      return Refuse(Kind::kUnreadable, path);
-    }
-    if (problem != 0) {
+    if (problem != 0 && problem != EMFILE && problem != ENFILE) {
       return Fails(problem);
     }
     const File file(directory, path, O_RDONLY);
@@ -329,19 +333,45 @@ inline Verdict Judge(int directory, const char* path, char* const* arguments, co
     }
     Verdict verdict;
     if (JudgeContents(file, path, own, verdict, interpreter)) {
-      const bool isLoader =
-          verdict.kind == Kind::kStatic && own.loader[0] != '\0' && IsSameFile(file, own.loader);
-      if (!isLoader) {
-        return verdict;
-      }
-      // Run by hand, the loader loads the shim too, unless its program is no dynamic one.
-      const char* const program = scripts > 0 ? nullptr : ProgramForLoader(arguments);
-      return program == nullptr ? Verdict{} : Judge(AT_FDCWD, program, nullptr, own);
+      const bool isLoader = IsLoader(verdict, file, own);
+      runsLoader = isLoader && scripts == 0;
+      return isLoader ? Verdict{} : verdict;
     }
     directory = AT_FDCWD;
     path = interpreter;
   }
   return Fails(ELOOP);
+}
+
+/// The path of a file in a folder of PATH.
+/// @return false when it is too long
+inline bool Join(const char* folder, std::size_t bytes, const char* name, char (&path)[4096]) {
+  const std::size_t nameBytes = std::strlen(name) + 1;
+  if (bytes + 1 + nameBytes > sizeof path) {
+    return false;
+  }
+  std::size_t length = 0;
+  for (; length < bytes; ++length) {
+    path[length] = folder[length];
+  }
+  if (bytes > 0) {
+    path[length++] = '/';
+  }
+  std::memcpy(path + length, name, nameBytes);
+  return true;
+}
+
+}  // namespace detail
+
+/// Judges a file as execve would find it. Scripts are followed to their interpreters.
+/// @param directory  that a relative path starts from; AT_FDCWD for the working directory
+/// @param arguments  as for execve; may be null
+inline Verdict Judge(int directory, const char* path, char* const* arguments, const Machine& own) {
+  bool runsLoader = false;
+  const Verdict verdict = detail::Follow(directory, path, own, runsLoader);
+  // Run by hand, the loader loads the shim too, unless its program is no dynamic one.
+  const char* const program = runsLoader ? detail::ProgramForLoader(arguments) : nullptr;
+  return program == nullptr ? verdict : Judge(AT_FDCWD, program, nullptr, own);
 }
 
 /// As Judge(), for execvp, which lets the shell read what the system cannot execute.
@@ -357,26 +387,19 @@ inline Verdict JudgeSearched(const char* name,
                              const char* searchPath,
                              char* const* arguments,
                              const Machine& own) {
-  constexpr std::size_t kMaxPathBytes = 4096;
   if (std::strchr(name, '/') != nullptr) {
     return JudgeOrShell(name, arguments, own);
   }
-  const std::size_t nameBytes = std::strlen(name) + 1;
   int error = ENOENT;
   const char* next = searchPath == nullptr ? "/bin:/usr/bin" : searchPath;
-  while (nameBytes > 1 && next != nullptr) {
+  while (name[0] != '\0' && next != nullptr) {
     const char* const folder = next;
-    const char* const end = std::strchr(folder, ':');
-    const std::size_t bytes =
-        end == nullptr ? std::strlen(folder) : static_cast<std::size_t>(end - folder);
-    next = end == nullptr ? nullptr : end + 1;
-    char path[kMaxPathBytes];
-    if (bytes + 1 + nameBytes > sizeof path) {
+    const std::size_t bytes = std::strcspn(folder, ":");
+    next = folder[bytes] == '\0' ? nullptr : folder + bytes + 1;
+    char path[4096];
+    if (!detail::Join(folder, bytes, name, path)) {
       continue;
     }
-    std::memcpy(path, folder, bytes);
-    path[bytes] = '/';
-    std::memcpy(path + bytes + (bytes > 0 ? 1 : 0), name, nameBytes);
     const Verdict verdict = JudgeOrShell(path, arguments, own);
     if (verdict.kind != Kind::kFails || !detail::GoesOnAfter(verdict.error)) {
       return verdict;

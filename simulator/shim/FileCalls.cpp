@@ -210,7 +210,7 @@ FILE* ReopenStream(const char* given, const char* mode, FILE* stream, RealOpen r
     AskOpen(path.Given(), flags, kStreamMode, out);
     if (out.answer.action == Action::kDone) {
       SetKnown(::fileno(stream), {});
-      ::fclose(stream);
+      static_cast<void>(::fclose(stream));
       errno = out.answer.error;
       return nullptr;
     }

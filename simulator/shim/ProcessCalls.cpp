@@ -100,7 +100,7 @@ int ExecuteSearched(const char* name, char* const* arguments, char* const* envir
 /// Judges a file that is given by a descriptor.
 Verdict JudgeDescriptor(int descriptor, char* const* arguments) {
   char path[sizeof "/dev/fd/" + 10] = {};
-  ::snprintf(path, sizeof path, "/dev/fd/%d", descriptor);
+  static_cast<void>(::snprintf(path, sizeof path, "/dev/fd/%d", descriptor));
   const Verdict verdict = executable::Judge(AT_FDCWD, path, arguments, machine);
   const bool hasNoPath = verdict.kind == executable::Kind::kFails && verdict.error == ENOENT;
   return hasNoPath ? executable::detail::Refuse(executable::Kind::kUnreadable, path) : verdict;
@@ -221,9 +221,9 @@ int posix_spawn(pid_t* process,
                 const posix_spawn_file_actions_t* actions,
                 const posix_spawnattr_t* attributes,
                 char* const* arguments,
-                char* const* environment) noexcept {
+                char* const* environment) {
   const Real& next = TheReal();
-  if (path == nullptr || !shim::IsOnInstrument()) {
+  if (!shim::IsOnInstrument()) {
     return next.posixSpawn(process, path, actions, attributes, arguments, environment);
   }
   Check(executable::Judge(AT_FDCWD, path, arguments, machine));
@@ -237,9 +237,9 @@ int posix_spawnp(pid_t* process,
                  const posix_spawn_file_actions_t* actions,
                  const posix_spawnattr_t* attributes,
                  char* const* arguments,
-                 char* const* environment) noexcept {
+                 char* const* environment) {
   const Real& next = TheReal();
-  if (name == nullptr || !shim::IsOnInstrument()) {
+  if (!shim::IsOnInstrument()) {
     return next.posixSpawnp(process, name, actions, attributes, arguments, environment);
   }
   Check(executable::JudgeSearched(name, ::getenv("PATH"), arguments, machine));

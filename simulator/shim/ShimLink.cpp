@@ -191,10 +191,12 @@ int Exchange(int descriptor, link::Question question, Buffers buffers, link::Ans
   // The callers leave the first buffer of each array for the header.
   buffers.send[0] = {&question, sizeof question};
   buffers.receive[0] = {&answer, sizeof answer};
-  const int result =
-      SendAll(descriptor, {buffers.send, buffers.sendCount}, sizeof question + payload);
-  return result != 0 ? result
-                     : ReceiveAll(descriptor, {buffers.receive, buffers.receiveCount}, answer);
+  int result = SendAll(descriptor, {buffers.send, buffers.sendCount}, sizeof question + payload);
+  if (result == 0) {
+    result = ReceiveAll(descriptor, {buffers.receive, buffers.receiveCount}, answer);
+  }
+  buffers.send[0] = {};
+  return result;
 }
 
 /// Ends the process, and with it the run: it has no descriptor for the link. The place of its

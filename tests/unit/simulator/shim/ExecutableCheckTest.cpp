@@ -294,6 +294,7 @@ TEST_F(ExecutableCheckTest, ProgramOfTheLoaderIsJudged) {
   detail::Copy(own.loader, sizeof own.loader, "./loader");
   const auto judge = [&own](std::vector<std::string> words) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
       arguments.push_back(word.data());
     }
