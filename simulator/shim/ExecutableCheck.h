@@ -38,7 +38,7 @@ enum class Kind {
 
 struct Verdict {
   Kind kind = Kind::kFine;
-  int error = 0;        // the errno of kFails
+  int error = 0;        // the errno of kFails or kUnreadable
   char file[256] = {};  // of a refusal: which file it is about, perhaps cut
 };
 
@@ -329,7 +329,9 @@ inline Verdict Follow(int directory, const char* path, const Machine& own, bool&
     }
     const File file(directory, path, O_RDONLY);
     if (file.Get() < 0) {
-      return Refuse(Kind::kUnreadable, path);
+      Verdict verdict = Refuse(Kind::kUnreadable, path);
+      verdict.error = errno;
+      return verdict;
     }
     Verdict verdict;
     if (JudgeContents(file, path, own, verdict, interpreter)) {
@@ -410,7 +412,8 @@ inline Verdict JudgeSearched(const char* name,
 }
 
 inline RefusalText TextOf(const Verdict& verdict) {
-  const char* reason = "cannot be read";
+  const bool noDescriptor = verdict.error == EMFILE || verdict.error == ENFILE;
+  const char* reason = noDescriptor ? "cannot be read, no descriptor is left" : "cannot be read";
   if (verdict.kind == Kind::kStatic) {
     reason = "is statically linked";
   } else if (verdict.kind == Kind::kForeign) {

@@ -196,7 +196,12 @@ FILE* OpenStream(const char* given, const char* mode, RealOpen realOpen) {
 
 /// A mode of fopen that neither creates nor truncates: an attribute keeps its contents until the
 /// instrument changes them.
-const char* ModeAt(int flags) { return (flags & O_ACCMODE) == O_RDONLY ? "r" : "r+"; }
+const char* ModeAt(int flags) {
+  if ((flags & O_APPEND) != 0) {
+    return "a";
+  }
+  return (flags & O_ACCMODE) == O_RDONLY ? "r" : "r+";
+}
 
 /// @param realOpen  takes path and mode
 template <typename RealOpen>
@@ -215,7 +220,7 @@ FILE* ReopenStream(const char* given, const char* mode, FILE* stream, RealOpen r
       return nullptr;
     }
     realPath = out.answer.action == Action::kProceedAt ? out.path : realPath;
-    mode = out.answer.kind == Kind::kFile ? mode : ModeAt(flags);
+    mode = out.answer.kind == Kind::kFile ? mode : ModeAt(FlagsAt(out.answer, flags));
   }
   SetKnown(stream == nullptr ? -1 : ::fileno(stream), {});
   FILE* const opened = realOpen(realPath, mode);
@@ -283,6 +288,15 @@ void CopyEntry(int from, int to) {
   if (to >= 0) {
     SetKnown(to, Known(from));
   }
+}
+
+/// As dup for a copy that fcntl makes, but not of ordinary files: shells keep theirs in this way.
+int CopyByFcntl(int from, int command, int to) {
+  if (to >= 0 && (command == F_DUPFD || command == F_DUPFD_CLOEXEC)) {
+    const DescriptorTable::Entry entry = Known(from);
+    SetKnown(to, entry.kind == Kind::kFile ? DescriptorTable::Entry{} : entry);
+  }
+  return to;
 }
 
 // --- Reading and writing ------------------------------------------------------------------------
@@ -550,6 +564,22 @@ int dup3(int from, int to, int flags) noexcept {
   const int result = NEXT(dup3)(from, to, flags);
   CopyEntry(from, result);
   return result;
+}
+
+int fcntl(int descriptor, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  return CopyByFcntl(descriptor, command, NEXT(fcntl)(descriptor, command, argument));
+}
+
+int fcntl64(int descriptor, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  return CopyByFcntl(descriptor, command, NEXT(fcntl64)(descriptor, command, argument));
 }
 
 ssize_t read(int descriptor, void* buffer, size_t count) {

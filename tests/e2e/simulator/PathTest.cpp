@@ -179,6 +179,18 @@ TEST_F(PathTest, CloseRangeThatClosesNothingIsNoEvent) {
       Not(HasSubstr("close")));
 }
 
+TEST_F(PathTest, CopyOfANodeByFcntlIsTheSameNode) {
+  EXPECT_EQ(Events("open /dev/spidev1.0 + fcntl-dup 3 close 3 mode 10 close 10"),
+            "open /dev/spidev1.0 O_RDWR\n"
+            "close /dev/spidev1.0\n"
+            "ioctl /dev/spidev1.0 SPI_IOC_RD_MODE = 0\n"
+            "close /dev/spidev1.0\n");
+}
+
+TEST_F(PathTest, CopyOfAnOrdinaryFileByFcntlIsNotKnown) {
+  EXPECT_EQ(Events("open file wc fcntl-dup 3 write 10 4"), "open file O_WRONLY|O_CREAT 0600\n");
+}
+
 TEST_F(PathTest, LinkCannotBeClosed) {
   EXPECT_EQ(Out("close 500 open /dev/spidev1.0 + mode 3"), "EBADF\n3\n0\n");
 }

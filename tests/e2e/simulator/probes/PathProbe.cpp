@@ -5,7 +5,7 @@
 //   fopen PATH MODE, openat PATH FLAGS, creat PATH, freopen PATH MODE
 //   mode N                 SPI_IOC_RD_MODE of descriptor N
 //   read N COUNT, write N COUNT (zeros), writev N COUNT PIECES
-//   close N, dup2 N M, closefrom N, close-range N M FLAGS, limit COUNT (of descriptors)
+//   close N, dup2 N M, fcntl-dup N, closefrom N, close-range N M FLAGS, limit COUNT (of descriptors)
 //
 // Each step prints its result, or its errno's name.
 
@@ -113,6 +113,9 @@ class Probe {
     }
     if (verb == "dup2") {
       return ::dup2(descriptor, Descriptor());
+    }
+    if (verb == "fcntl-dup") {
+      return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 10);
     }
     if (verb == "closefrom") {
       ::closefrom(descriptor);

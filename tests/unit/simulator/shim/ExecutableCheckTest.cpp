@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -282,6 +283,20 @@ TEST_F(ExecutableCheckTest, WhatIsNoExecutableFileFails) {
   ExpectFails(Judge(AT_FDCWD, "./fifo", nullptr, X86()), EACCES);
   Write("data", Static(), 0644);
   ExpectFails(Judge(AT_FDCWD, "./data", nullptr, X86()), EACCES);
+}
+
+TEST_F(ExecutableCheckTest, FileThatCannotBeReadForLackOfDescriptorsIsRefused) {
+  Write("program", Dynamic());
+  rlimit old{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &old), 0);
+  const rlimit none = {0, old.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const Verdict verdict = Judge(AT_FDCWD, "./program", nullptr, X86());
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &old), 0);
+  ExpectRefused(
+      verdict,
+      Kind::kUnreadable,
+      "'./program' cannot be read, no descriptor is left: it cannot run on the instrument");
 }
 
 // --- The loader as a program --------------------------------------------------------------------

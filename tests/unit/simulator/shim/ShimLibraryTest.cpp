@@ -26,10 +26,10 @@ TEST(ShimLibraryTest, OffersTheCallsThatAreEventsAndTheClockAndNothingElse) {
             "__open64_2\n__open_2\n__openat64_2\n__openat_2\n__read_chk\nclock_gettime\nclock_"
             "nanosleep\nclose\nclose_"
             "range\nclosefrom\ncreat\ncreat64\ndup\ndup2\ndup3\nexecl\nexecle\nexeclp\nexecv\nexecv"
-            "e\nexecveat\nexecvp\nexecvpe\nfclose\nfexecve\nfopen\nfopen64\nfreopen\nfreopen64\nftr"
-            "uncate\nftruncate64\nioc"
-            "tl\nnanosleep\nopen\nopen64\nopenat\nopenat64\npopen\nposix_spawn\nposix_"
-            "spawnp\nread\nsleep\nsystem\nusleep\nwordexp\nwrite\nwritev\n");
+            "e\nexecveat\nexecvp\nexecvpe\nfclose\nfcntl\nfcntl64\nfexecve\nfopen\nfopen64\nfreopen"
+            "\nfreopen64\nftruncate\nftruncate64\nioctl\nnanosleep\nopen\nopen64\nopenat\nopenat64"
+            "\npopen\nposix_"
+            "spawn\nposix_spawnp\nread\nsleep\nsystem\nusleep\nwordexp\nwrite\nwritev\n");
 }
 
 }  // namespace
