@@ -55,10 +55,15 @@ __attribute__((constructor)) void LookUp() {
   errno = savedErrno;
 }
 
+constexpr int kRefused = 125;
+
 /// Ends the run if a program cannot be entered. Does not return then.
 void Check(const Verdict& verdict) {
   if (!executable::IsRefused(verdict)) {
     return;
+  }
+  if (!shim::IsLinked()) {
+    ::_exit(kRefused);  // in a signal handler that interrupted a question: nothing can be asked
   }
   executable::RefusalText refusal = executable::TextOf(verdict);
   iovec send[2] = {{}, {refusal.text, refusal.length}};
