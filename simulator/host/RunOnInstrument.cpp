@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -22,6 +23,7 @@
 #include "simulator/host/ConsoleSockets.h"
 #include "simulator/host/Host.h"
 #include "simulator/host/RunFiles.h"
+#include "simulator/shim/ExecutableCheck.h"
 
 namespace orvane {
 
@@ -30,6 +32,20 @@ namespace {
 int Fail(int status, const std::string& why) {
   std::cerr << "orvane-sim: " << why << std::endl;
   return status;
+}
+
+/// Refuses a command that would run outside of the instrument.
+void CheckCommand(const std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  for (const std::string& word : words) {
+    arguments.push_back(const_cast<char*>(word.c_str()));  // they are only read
+  }
+  arguments.push_back(nullptr);
+  const executable::Verdict verdict = executable::JudgeSearched(
+      words[0].c_str(), std::getenv("PATH"), arguments.data(), executable::OwnMachine());
+  if (executable::IsRefused(verdict)) {
+    throw std::runtime_error(executable::TextOf(verdict).text);
+  }
 }
 
 std::array<int, 3> StandardOfCommand(const StartState& start, const ConsoleSockets* console) {
@@ -74,6 +90,7 @@ StartState SecureStart() {
 }
 
 int RunOnInstrument(const Options& options, const StartState& start) {
+  CheckCommand(options.command);
   const RunDirectory directory;
   std::optional<ConsoleSockets> console;
   if (!options.logFile.empty()) {

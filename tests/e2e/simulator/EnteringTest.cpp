@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "simulator/shim/ExecutableCheck.h"
@@ -159,6 +162,35 @@ TEST_F(EnteringTest, ProgramForAnotherArchitectureIsRefused) {
                      std::string(57, '\0'));
   ExpectRefused("chmod +x foreign; ./foreign",
                 "'./foreign' is for another architecture: it cannot run on the instrument");
+}
+
+TEST_F(EnteringTest, StaticCommandIsNotStarted) {
+  const SimulatorOutcome outcome = run_.Words("-- " STATIC_PROBE);
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err,
+            "orvane-sim: '" STATIC_PROBE
+            "' is statically linked: it cannot run on the instrument\n");
+  EXPECT_THAT(outcome.leftovers, IsEmpty());
+}
+
+TEST_F(EnteringTest, CommandThatNeverConnectsEndsIn125) {
+  // A static program under the name of the dynamic loader, and a program that asks for it.
+  const std::string loader = Loader();
+  const std::size_t folderBytes = loader.rfind('/') + 1;
+  const std::string name = loader.substr(folderBytes);
+  const std::string here = "./" + std::string(folderBytes - 2, '/') + name;
+  std::ifstream probe(ENTERING_PROBE, std::ios::binary);
+  std::string program{std::istreambuf_iterator<char>(probe), std::istreambuf_iterator<char>()};
+  const std::size_t at = program.find(loader);
+  ASSERT_NE(at, std::string::npos);
+  run_.WriteFile("program", program.replace(at, here.size(), here));
+  std::filesystem::copy_file(STATIC_PROBE, run_.File(name));
+  std::filesystem::permissions(run_.File("program"), std::filesystem::perms::owner_all);
+  const SimulatorOutcome outcome = run_.Words("-- ./program");
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.err, "orvane-sim: COMMAND never connected to the instrument\n");
+  EXPECT_THAT(outcome.leftovers, IsEmpty());
 }
 
 TEST_F(EnteringTest, ProgramWhoseLoaderIsMissingFailsByItself) {

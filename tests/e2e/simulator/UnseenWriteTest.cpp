@@ -130,6 +130,8 @@ TEST(UnseenWriteTest, WritesToADescriptorThatStaysOpenAreBetweenWhatTheShellPrin
             "stdout \"b\\n\"\n"
             "write " F
             " \"0\\n\"\n"
+            "close " F  // the copy that the shell has kept
+            "\n"
             "close " F
             "\n"
             "stdout \"c\\n\"\n"
@@ -376,7 +378,7 @@ TEST(UnseenWriteTest, WriteToANodeEndsTheRun) {
     const char* node;
     const char* command;
   } kRows[] = {{"/dev/spidev1.0", "bash -c 'echo x >/dev/spidev1.0; echo never'"},
-               {"/dev/spidev1.0", "echo x | cat >/dev/spidev1.0; echo never"},
+               {"/dev/spidev1.0", "echo x | cat >/dev/spidev1.0; sleep 100"},
                {"/dev/spidev1.0", "echo x >file; cp file /dev/spidev1.0; sleep 100"},
                {"/dev/i2c-1", "bash -c 'echo x >/dev/i2c-1; echo never'"}};
   for (const auto& row : kRows) {
