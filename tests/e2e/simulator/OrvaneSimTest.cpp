@@ -1,18 +1,17 @@
 // orvane-sim as a process: status, signals, files, and what is left after it.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "tests/e2e/simulator/Pipe.h"
 #include "tests/e2e/simulator/SimulatorRun.h"
 
 namespace orvane {
@@ -24,52 +23,6 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 constexpr std::size_t kFlashBytes = 16U << 20;
-
-/// A pipe that shows what a running command prints, and when the last process that could print more
-/// has ended.
-class Pipe {
- public:
-  Pipe() {
-    std::array<int, 2> ends{};
-    EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
-    reader_ = ends[0];
-    writer_ = ends[1];
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-  ~Pipe() {
-    ::close(reader_);
-    CloseWriter();
-  }
-  int Writer() const { return writer_; }
-  void CloseWriter() {
-    if (writer_ >= 0) {
-      ::close(writer_);
-      writer_ = -1;
-    }
-  }
-  std::string ReadLine() const {
-    std::string line;
-    char letter = '\0';
-    while (::read(reader_, &letter, 1) == 1 && letter != '\n') {
-      line += letter;
-    }
-    return line;
-  }
-  /// Waits until no process has the other end open.
-  std::string ReadToTheEnd() const {
-    std::string text;
-    char letter = '\0';
-    while (::read(reader_, &letter, 1) == 1) {
-      text += letter;
-    }
-    return text;
-  }
-
- private:
-  int reader_ = -1;
-  int writer_ = -1;
-};
 
 TEST(OrvaneSimTest, StatusOfTheCommandIsItsOwn) {
   for (const int status : {0, 1, 11, 255}) {
