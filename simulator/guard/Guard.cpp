@@ -37,9 +37,8 @@ sigset_t SetOf(int signal) {
   return set;
 }
 
-/// Blocks the signals that the guard reads from a descriptor.
-/// @throw std::system_error
-int OpenSignals(const StartSignals& start) {
+/// The signals that are read from a descriptor.
+sigset_t HandledSignals(const StartSignals& start) {
   sigset_t handled = SetOf(SIGCHLD);
   for (const int signal : kEndSignals) {
     if (!start.Ignores(signal)) {
@@ -49,18 +48,7 @@ int OpenSignals(const StartSignals& start) {
   if (!start.Ignores(SIGTSTP)) {
     ::sigaddset(&handled, SIGTSTP);
   }
-  sigset_t blocked = handled;
-  ::sigaddset(&blocked, SIGTTOU);  // or a change of the terminal's foreground would stop us
-  ::sigaddset(&blocked, SIGCONT);  // StopOwnGroup() looks for it
-  ::sigprocmask(SIG_BLOCK, &blocked, nullptr);
-  // If SIGCHLD were ignored, as it can be at the start, children would vanish without a status.
-  static_cast<void>(::signal(SIGCHLD, SIG_DFL));
-  static_cast<void>(::signal(SIGPIPE, SIG_IGN));  // the run goes on without a reader of our output
-  const int descriptor = ::signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (descriptor < 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot wait for signals");
-  }
-  return descriptor;
+  return handled;
 }
 
 /// The host leaves signals and the terminal to the guard.
@@ -108,11 +96,27 @@ std::string MakeReadyMessage(const std::vector<std::string>& settings) {
   return message;
 }
 
-Guard::Guard(GuardedRun run, const StartSignals& signals)
+FileDescriptor Guard::BlockSignals(const StartSignals& signals) {
+  const sigset_t handled = HandledSignals(signals);
+  sigset_t blocked = handled;
+  ::sigaddset(&blocked, SIGTTOU);  // or a change of the terminal's foreground would stop us
+  ::sigaddset(&blocked, SIGCONT);  // StopOwnGroup() looks for it
+  ::sigprocmask(SIG_BLOCK, &blocked, nullptr);
+  // If SIGCHLD were ignored, as it can be at the start, children would vanish without a status.
+  static_cast<void>(::signal(SIGCHLD, SIG_DFL));
+  static_cast<void>(::signal(SIGPIPE, SIG_IGN));  // the run goes on without a reader of our output
+  FileDescriptor descriptor(::signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK));
+  if (!descriptor.IsOpen()) {
+    throw std::system_error(errno, std::generic_category(), "cannot wait for signals");
+  }
+  return descriptor;
+}
+
+Guard::Guard(GuardedRun run, const StartSignals& signals, FileDescriptor blockedSignals)
     : run_(std::move(run)),
       signals_(signals),
       terminal_(run_.command.standard[0] == STDIN_FILENO),
-      signalDescriptor_(OpenSignals(signals)) {
+      signalDescriptor_(std::move(blockedSignals)) {
   // Processes whose parents end become children of this one, so that none is lost.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
 }

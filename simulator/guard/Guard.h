@@ -50,8 +50,14 @@ struct GuardedRun {
 /// When the host is killed, all is ended. The host watches its lifeline for the same reason.
 class Guard {
  public:
+  /// Blocks the signals that a guard handles: from here on they wait for Run(). To be called before
+  /// anything is created that has to be removed.
+  /// @return what Guard() takes
+  /// @throw std::system_error
+  static FileDescriptor BlockSignals(const StartSignals& signals);
+
   /// @param signals  made before anything was changed
-  Guard(GuardedRun run, const StartSignals& signals);
+  Guard(GuardedRun run, const StartSignals& signals, FileDescriptor blockedSignals);
   Guard(const Guard&) = delete;
   Guard& operator=(const Guard&) = delete;
   ~Guard();

@@ -13,6 +13,7 @@
 #include <optional>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace orvane {
 
@@ -95,11 +96,26 @@ RunDirectory::RunDirectory() {
   throw std::system_error(EAGAIN, std::generic_category(), "cannot lock a directory in " + parent);
 }
 
-RunDirectory::~RunDirectory() { Remove(path_); }
+RunDirectory::~RunDirectory() {
+  lock_.reset();  // which may have the only descriptor that is left
+  Remove(path_);
+}
 
 void RunDirectory::Remove(const std::string& path) {
   std::error_code ignored;  // an error here has no consequence for the run
-  fs::remove_all(path, ignored);
+  std::vector<fs::path> entries;
+  for (fs::directory_iterator entry(path, ignored), end; !ignored && entry != end;
+       entry.increment(ignored)) {
+    entries.push_back(entry->path());
+  }
+  for (const fs::path& entry : entries) {
+    if (fs::symlink_status(entry, ignored).type() == fs::file_type::directory) {
+      Remove(entry);
+    } else {
+      fs::remove(entry, ignored);
+    }
+  }
+  fs::remove(path, ignored);
 }
 
 }  // namespace orvane

@@ -23,7 +23,7 @@ class RunDirectory {
 
   const std::string& Path() const { return path_; }
 
-  /// Deletes such a directory. What cannot be deleted stays.
+  /// Deletes such a directory, with one descriptor at a time. What cannot be deleted stays.
   static void Remove(const std::string& path);
 
  private:

@@ -10,7 +10,9 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -36,6 +38,7 @@ namespace {
 
 constexpr const char* kBufsizPath = "/sys/module/spidev/parameters/bufsiz";
 constexpr const char* kUmockdevPreload = "libumockdev-preload.so.0";
+constexpr useconds_t kRemovePollMicroseconds = 1000;
 constexpr const char* kShimName = "liborvane-shim.so";
 
 std::string LinkAddress(const std::string& directory) { return directory + "/link"; }
@@ -74,6 +77,36 @@ struct UnrefLoop {
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
 };
 
+/// What the libraries find fatal is shown in one line, as all that ends a run is.
+GLogWriterOutput WriteMessage(GLogLevelFlags level,
+                              const GLogField* fields,
+                              gsize count,
+                              void* /*data*/) {
+  if ((level & G_LOG_LEVEL_ERROR) == 0) {
+    return g_log_writer_default(level, fields, count, nullptr);
+  }
+  std::string text = "a library has failed";
+  for (const GLogField& field : std::span(fields, count)) {
+    if (std::string_view(field.key) == "MESSAGE" && field.length < 0) {
+      text = static_cast<const char*>(field.value);
+    }
+  }
+  std::cerr << "orvane-sim: " << text.substr(0, text.find('\n')) << std::endl;
+  ::_exit(kInstrumentFailed);
+}
+
+/// Starts a process that removes the directory when this one has ended, which may be filling it.
+void RemoveAfterThisProcess(const std::string& directory) {
+  const pid_t self = ::getpid();
+  if (::fork() == 0) {
+    while (::getppid() == self) {
+      ::usleep(kRemovePollMicroseconds);
+    }
+    RunDirectory::Remove(directory);
+    ::_exit(kInstrumentFailed);
+  }
+}
+
 /// Ends this process, and every process of the command, when the guard has been killed: then nobody
 /// else does. It needs a thread of its own, because the others may be waiting for anything.
 void EndWithGuard(FileDescriptor lifeline, const std::string& directory) {
@@ -86,7 +119,7 @@ void EndWithGuard(FileDescriptor lifeline, const std::string& directory) {
     static_cast<void>(process_tree::Kill(::getpid(), 0));  // the bus
     while (::waitpid(-1, nullptr, 0) > 0) {
     }
-    RunDirectory::Remove(directory);
+    RemoveAfterThisProcess(directory);
     ::_exit(kInstrumentFailed);
   }).detach();
 }
@@ -282,6 +315,7 @@ int RunHost(const Options& options,
             const std::string& directory,
             ConsoleSockets* console,
             HostEnds ends) {
+  g_log_set_writer_func(WriteMessage, nullptr, nullptr);
   EndWithGuard(std::move(ends.lifeline), directory);
   return Host(options, directory, console, std::move(ends.control)).Run();
 }

@@ -91,6 +91,7 @@ StartState SecureStart() {
 
 int RunOnInstrument(const Options& options, const StartState& start) {
   CheckCommand(options.command);
+  FileDescriptor signals = Guard::BlockSignals(start.signals);
   const RunDirectory directory;
   std::optional<ConsoleSockets> console;
   if (!options.logFile.empty()) {
@@ -114,7 +115,8 @@ int RunOnInstrument(const Options& options, const StartState& start) {
                        console->CloseWriters();
                      }
                    }},
-              start.signals);
+              start.signals,
+              std::move(signals));
   return guard.Run();
 }
 

@@ -306,8 +306,10 @@ TEST_P(UnusableFileTest, IsRefusedAndTheLogIsLeftAsItIs) {
   run.WriteFile("log", "old log\n");
   fs::create_symlink("loop", run.File("loop"));
   ASSERT_EQ(::mkfifo(run.File("pipe").c_str(), 0600), 0);
-  const SimulatorOutcome outcome = run.Words(std::string("--log log --module wend@1,flash=flash ") +
-                                             GetParam().options + " -- touch ran");
+  const std::string options = GetParam().options;
+  const std::string log = options.find("--log") == std::string::npos ? "--log log " : "";
+  const SimulatorOutcome outcome =
+      run.Words(log + "--module wend@1,flash=flash " + options + " -- touch ran");
   EXPECT_EQ(outcome.status, kUsageStatus);
   EXPECT_EQ(outcome.err, std::string("orvane-sim: ") + GetParam().why + "\n" + kTryHelp);
   EXPECT_EQ(run.ReadFile("flash"), "abc");
