@@ -69,6 +69,7 @@ void SimulatorRun::StartShell(const std::string& command, int outputEnd) {
 
 void SimulatorRun::Start(std::vector<std::string> words, int outputEnd) {
   words.insert(words.begin(), ORVANE_SIM);
+  words.insert(words.begin(), launcher_.begin(), launcher_.end());
   std::vector<std::pair<std::string, std::string>> variables = {{"TMPDIR", directory_ / "tmp"},
                                                                 {"PROBE", DEVICE_PROBE}};
   variables.insert(variables.end(), environment_.begin(), environment_.end());

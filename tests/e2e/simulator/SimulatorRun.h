@@ -41,6 +41,9 @@ class SimulatorRun {
   void OpenExtra(int descriptor, std::string path) {
     extra_.emplace_back(descriptor, std::move(path));
   }
+  /// Starts orvane-sim by another program, whose last arguments are the words of orvane-sim.
+  /// @param words  the path of that program, and its first arguments
+  void Launcher(std::vector<std::string> words) { launcher_ = std::move(words); }
   void Environment(std::string name, std::string value) {
     environment_.emplace_back(std::move(name), std::move(value));
   }
@@ -58,6 +61,8 @@ class SimulatorRun {
   pid_t Process() const { return process_.value().Id(); }
   SimulatorOutcome Wait();
 
+  /// Where orvane-sim creates its own directory. Its TMPDIR is this.
+  std::filesystem::path Temporary() const { return directory_ / "tmp"; }
   std::filesystem::path File(std::string_view name) const { return directory_ / "cwd" / name; }
   std::string ReadFile(std::string_view name) const;
   void WriteFile(std::string_view name, std::string_view contents) const;
@@ -68,6 +73,7 @@ class SimulatorRun {
 
   ::TemporaryDirectory temporary_;
   std::filesystem::path directory_;
+  std::vector<std::string> launcher_;
   std::vector<std::string> options_;
   bool fast_ = true;
   bool log_ = true;
