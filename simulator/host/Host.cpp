@@ -77,22 +77,33 @@ struct UnrefLoop {
   void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
 };
 
-/// What the libraries find fatal is shown in one line, as all that ends a run is.
+[[noreturn]] void EndAfter(std::string_view message) {
+  std::cerr << "orvane-sim: " << message.substr(0, message.find('\n')) << std::endl;
+  ::_exit(kInstrumentFailed);
+}
+
+/// What a library finds fatal is shown in one line, as all that ends a run is. Its warnings are
+/// not: where they matter, something fails that is shown.
 GLogWriterOutput WriteMessage(GLogLevelFlags level,
                               const GLogField* fields,
                               gsize count,
                               void* /*data*/) {
   if ((level & G_LOG_LEVEL_ERROR) == 0) {
-    return g_log_writer_default(level, fields, count, nullptr);
+    return G_LOG_WRITER_HANDLED;
   }
-  std::string text = "a library has failed";
   for (const GLogField& field : std::span(fields, count)) {
     if (std::string_view(field.key) == "MESSAGE" && field.length < 0) {
-      text = static_cast<const char*>(field.value);
+      EndAfter(static_cast<const char*>(field.value));
     }
   }
-  std::cerr << "orvane-sim: " << text.substr(0, text.find('\n')) << std::endl;
-  ::_exit(kInstrumentFailed);
+  EndAfter("a library has failed");
+}
+
+/// An assertion that fails prints before it ends the process.
+void PrintAssertion(const char* text) {
+  constexpr std::string_view kStart = "**\n";
+  const std::string_view message = text;
+  EndAfter(message.starts_with(kStart) ? message.substr(kStart.size()) : message);
 }
 
 /// Starts a process that removes the directory when this one has ended, which may be filling it.
@@ -316,6 +327,7 @@ int RunHost(const Options& options,
             ConsoleSockets* console,
             HostEnds ends) {
   g_log_set_writer_func(WriteMessage, nullptr, nullptr);
+  g_set_printerr_handler(PrintAssertion);
   EndWithGuard(std::move(ends.lifeline), directory);
   return Host(options, directory, console, std::move(ends.control)).Run();
 }
