@@ -1,18 +1,20 @@
 #include "simulator/guard/RunDirectory.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <string_view>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 namespace orvane {
@@ -23,7 +25,9 @@ namespace fs = std::filesystem;
 
 constexpr const char* kFallback = "/tmp";
 constexpr const char* kPrefix = "orvane-sim.";
-constexpr int kAttempts = 100;
+constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz234567";
+constexpr std::size_t kRandomLetters = 12;
+constexpr useconds_t kPauseMicroseconds = 1000;
 constexpr std::size_t kMaxBytes = 40;  // leaves room for the longest name of a socket below it
 constexpr const char* kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-";
 
@@ -74,31 +78,37 @@ void Sweep(const std::string& parent) {
 RunDirectory::RunDirectory() {
   const std::string parent = Parent();
   Sweep(parent);
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    std::string path = parent + "/" + kPrefix + "XXXXXX";
-    if (::mkdtemp(path.data()) == nullptr) {
-      throw std::system_error(
-          errno, std::generic_category(), "cannot create a directory in " + parent);
-    }
-    // Until it is locked, another run that starts may take it for an abandoned one.
-    FileDescriptor lock(Lock(path).value_or(FileDescriptor::kClosed));
-    if (!lock.IsOpen() && errno != EWOULDBLOCK && errno != ENOENT) {
-      const int error = errno;
-      Remove(path);
-      throw std::system_error(error, std::generic_category(), "cannot lock " + path);
-    }
-    if (lock.IsOpen() && LeadsTo(path, lock.Get())) {
-      path_ = std::move(path);
-      lock_.emplace(std::move(lock));
-      return;
-    }
+  std::array<std::uint8_t, kRandomLetters> random{};
+  if (::getrandom(random.data(), random.size(), 0) != ssize_t{random.size()}) {
+    throw std::system_error(errno, std::generic_category(), "cannot choose a name");
   }
-  throw std::system_error(EAGAIN, std::generic_category(), "cannot lock a directory in " + parent);
+  path_ = parent + "/" + kPrefix;
+  for (const std::uint8_t byte : random) {
+    path_ += kLetters[byte % kLetters.size()];
+  }
 }
 
-RunDirectory::~RunDirectory() {
-  lock_.reset();  // which may have the only descriptor that is left
-  Remove(path_);
+RunDirectory::~RunDirectory() { Remove(path_); }
+
+FileDescriptor RunDirectory::Create() const {
+  for (;;) {
+    if (::mkdir(path_.c_str(), S_IRWXU) != 0) {
+      throw std::system_error(errno,
+                              std::generic_category(),
+                              "cannot create a directory in " + path_.substr(0, path_.rfind('/')));
+    }
+    // Until it is locked, another run that starts may take it for an abandoned one.
+    FileDescriptor lock(Lock(path_).value_or(FileDescriptor::kClosed));
+    if (lock.IsOpen() && LeadsTo(path_, lock.Get())) {
+      return lock;
+    }
+    if (!lock.IsOpen() && errno != EWOULDBLOCK && errno != ENOENT) {
+      throw std::system_error(errno, std::generic_category(), "cannot lock " + path_);
+    }
+    while (::access(path_.c_str(), F_OK) == 0) {
+      ::usleep(kPauseMicroseconds);  // the other run deletes it
+    }
+  }
 }
 
 void RunDirectory::Remove(const std::string& path) {

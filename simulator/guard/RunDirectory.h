@@ -1,20 +1,21 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "base/FileDescriptor.h"
 
 namespace orvane {
 
-/// A new directory for sockets and other files of a run, which is deleted with the object, contents
-/// included. It is in $TMPDIR, or in /tmp when that is not set, is no absolute path, is too long
+/// A directory for sockets and other files of a run. The guard chooses its name and deletes it with
+/// this object, contents included; the host creates it. So at each moment at which it is there, there
+/// are two processes that know of it. It is in $TMPDIR, or in /tmp when that is not set, is no absolute path, is too long
 /// for a socket's address, or has characters that LD_PRELOAD or a D-Bus address cannot hold.
 ///
-/// It is locked (flock) as long as this process, or one that it has forked, lives. Directories of
-/// ours there that nobody has locked any more are what killed runs have left, and are deleted first.
+/// It is locked (flock) as long as the host lives. Directories of ours there that nobody has locked
+/// any more are what killed runs have left, and are deleted first.
 class RunDirectory {
  public:
+  /// Creates nothing.
   /// @throw std::system_error
   RunDirectory();
   RunDirectory(const RunDirectory&) = delete;
@@ -23,12 +24,16 @@ class RunDirectory {
 
   const std::string& Path() const { return path_; }
 
+  /// Creates it. For one process.
+  /// @return what keeps it locked
+  /// @throw std::system_error
+  FileDescriptor Create() const;
+
   /// Deletes such a directory, with one descriptor at a time. What cannot be deleted stays.
   static void Remove(const std::string& path);
 
  private:
   std::string path_;
-  std::optional<FileDescriptor> lock_;
 };
 
 }  // namespace orvane

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace orvane {
@@ -29,9 +30,7 @@ bool WriteAll(int descriptor, std::string_view bytes) {
 }  // namespace
 
 Console::Console(ConsoleSockets& sockets, EventLog& log)
-    : receiver_(sockets.Receiver()),
-      log_(log),
-      buffer_(std::make_unique_for_overwrite<char[]>(kLargestWrite)) {
+    : sockets_(sockets), log_(log), buffer_(std::make_unique_for_overwrite<char[]>(kLargestWrite)) {
   sockets.CloseWriters();
 }
 
@@ -39,7 +38,7 @@ void Console::Drain() {
   for (;;) {
     sockaddr_un from{};
     socklen_t fromBytes = sizeof from;
-    const ssize_t count = ::recvfrom(receiver_,
+    const ssize_t count = ::recvfrom(Descriptor(),
                                      buffer_.get(),
                                      kLargestWrite,
                                      MSG_DONTWAIT,
@@ -49,15 +48,18 @@ void Console::Drain() {
       return;
     }
     const std::string_view bytes(buffer_.get(), static_cast<std::size_t>(count));
-    const std::string_view sender(from.sun_path);
-    const std::size_t index = sender.ends_with('0') ? 0 : 1;
-    if (index == 0) {
+    const std::optional<int> descriptor = sockets_.DescriptorAt(from, fromBytes);
+    if (!descriptor) {
+      continue;
+    }
+    const auto index = static_cast<std::size_t>(*descriptor - 1);
+    if (*descriptor == STDOUT_FILENO) {
       log_.StandardOutput(bytes);
     } else {
       log_.StandardError(bytes);
     }
     if (!broken_[index]) {
-      broken_[index] = !WriteAll(static_cast<int>(index) + 1, bytes);
+      broken_[index] = !WriteAll(*descriptor, bytes);
     }
   }
 }

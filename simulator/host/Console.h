@@ -19,13 +19,13 @@ class Console {
   Console& operator=(const Console&) = delete;
 
   /// Readable when there is something to drain.
-  int Descriptor() const { return receiver_; }
+  int Descriptor() const { return sockets_.Receiver(); }
 
   /// Logs and passes on everything that has been written so far. Never waits for more.
   void Drain();
 
  private:
-  int receiver_;
+  const ConsoleSockets& sockets_;
   std::array<bool, 2> broken_{};  // our own cannot be written any more
   EventLog& log_;
   std::unique_ptr<char[]> buffer_;

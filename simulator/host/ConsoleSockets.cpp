@@ -1,10 +1,9 @@
 #include "simulator/host/ConsoleSockets.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 
 namespace orvane {
@@ -13,37 +12,35 @@ namespace {
 
 constexpr int kWishedSendBytes = 4 << 20;  // the largest single write; the system may grant less
 
-sockaddr_un Address(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  return address;
-}
-
 [[noreturn]] void Fail() {
   throw std::system_error(errno, std::generic_category(), "cannot set up the console");
 }
 
-int BoundSocket(const std::string& path) {
+}  // namespace
+
+/// @param address  gets what the system has chosen
+int ConsoleSockets::OpenBound(Address& address) {
   const int descriptor = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const sockaddr_un address = Address(path);
+  sockaddr_un any{};
+  any.sun_family = AF_UNIX;
+  address.bytes = sizeof address.address;
+  auto* const chosen = reinterpret_cast<sockaddr*>(&address.address);
   if (descriptor < 0 ||
-      ::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      ::bind(descriptor, reinterpret_cast<const sockaddr*>(&any), sizeof any.sun_family) != 0 ||
+      ::getsockname(descriptor, chosen, &address.bytes) != 0) {
     Fail();
   }
   return descriptor;
 }
 
-}  // namespace
-
-ConsoleSockets::ConsoleSockets(const std::string& directory) {
-  const std::string path = directory + "/console";
-  receiver_ = BoundSocket(path);
-  const sockaddr_un address = Address(path);
+ConsoleSockets::ConsoleSockets() {
+  Address receiver;
+  receiver_ = OpenBound(receiver);
   for (std::size_t i = 0; i < writers_.size(); ++i) {
-    writers_[i] = BoundSocket(path + std::to_string(i));
+    writers_[i] = OpenBound(addresses_[i]);
     ::setsockopt(writers_[i], SOL_SOCKET, SO_SNDBUF, &kWishedSendBytes, sizeof kWishedSendBytes);
-    if (::connect(writers_[i], reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const auto* const to = reinterpret_cast<const sockaddr*>(&receiver.address);
+    if (::connect(writers_[i], to, receiver.bytes) != 0) {
       Fail();
     }
   }
@@ -52,6 +49,15 @@ ConsoleSockets::ConsoleSockets(const std::string& directory) {
 ConsoleSockets::~ConsoleSockets() {
   CloseWriters();
   ::close(receiver_);
+}
+
+std::optional<int> ConsoleSockets::DescriptorAt(const sockaddr_un& address, socklen_t bytes) const {
+  for (std::size_t i = 0; i < addresses_.size(); ++i) {
+    if (bytes == addresses_[i].bytes && std::memcmp(&address, &addresses_[i].address, bytes) == 0) {
+      return static_cast<int>(i) + 1;
+    }
+  }
+  return std::nullopt;
 }
 
 void ConsoleSockets::CloseWriters() {

@@ -21,7 +21,6 @@
 #include "simulator/bus/PrivateBus.h"
 #include "simulator/guard/ExitStatus.h"
 #include "simulator/guard/ProcessTree.h"
-#include "simulator/guard/RunDirectory.h"
 #include "simulator/host/Console.h"
 #include "simulator/host/PlatformServices.h"
 #include "simulator/host/RunFiles.h"
@@ -323,13 +322,14 @@ class Host {
 }  // namespace
 
 int RunHost(const Options& options,
-            const std::string& directory,
+            const RunDirectory& directory,
             ConsoleSockets* console,
             HostEnds ends) {
   g_log_set_writer_func(WriteMessage, nullptr, nullptr);
   g_set_printerr_handler(PrintAssertion);
-  EndWithGuard(std::move(ends.lifeline), directory);
-  return Host(options, directory, console, std::move(ends.control)).Run();
+  EndWithGuard(std::move(ends.lifeline), directory.Path());
+  const FileDescriptor lock = directory.Create();
+  return Host(options, directory.Path(), console, std::move(ends.control)).Run();
 }
 
 }  // namespace orvane

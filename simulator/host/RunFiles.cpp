@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -33,6 +34,12 @@ void RefuseSharing(const std::vector<NamedFile>& files) {
       }
     }
   }
+}
+
+/// Whether it is not the file that is wrong.
+bool IsShortage(const std::error_code& error) {
+  return error == std::errc::too_many_files_open || error == std::errc::not_enough_memory ||
+         error == std::errc::too_many_files_open_in_system;
 }
 
 std::optional<OutputFile> Output(const std::string& kind, const std::string& path) {
@@ -99,6 +106,11 @@ RunFiles::RunFiles(const Options& options) {
     if (outputs.log) {
       log_.emplace(*outputs.log);
     }
+  } catch (const std::system_error& error) {
+    if (IsShortage(error.code())) {
+      throw;
+    }
+    throw UsageError(error.what());
   } catch (const std::runtime_error& error) {
     throw UsageError(error.what());
   }

@@ -95,28 +95,27 @@ int RunOnInstrument(const Options& options, const StartState& start) {
   const RunDirectory directory;
   std::optional<ConsoleSockets> console;
   if (!options.logFile.empty()) {
-    console.emplace(directory.Path());
+    console.emplace();
   }
   ConsoleSockets* const sockets = console ? &*console : nullptr;
-  Guard guard({.host =
-                   [&](HostEnds ends) {
-                     return Reported([&] {
-                       return RunHost(options, directory.Path(), sockets, std::move(ends));
-                     });
-                   },
-               .cleanUp = [&](pid_t host) { RunFiles::RemoveTemporaries(options, host); },
-               .command = {.words = options.command,
-                           .environment = {},
-                           .standard = StandardOfCommand(start, sockets),
-                           .kept = start.others},
-               .onStarted =
-                   [&] {
-                     if (console) {
-                       console->CloseWriters();
-                     }
-                   }},
-              start.signals,
-              std::move(signals));
+  Guard guard(
+      {.host =
+           [&](HostEnds ends) {
+             return Reported([&] { return RunHost(options, directory, sockets, std::move(ends)); });
+           },
+       .cleanUp = [&](pid_t host) { RunFiles::RemoveTemporaries(options, host); },
+       .command = {.words = options.command,
+                   .environment = {},
+                   .standard = StandardOfCommand(start, sockets),
+                   .kept = start.others},
+       .onStarted =
+           [&] {
+             if (console) {
+               console->CloseWriters();
+             }
+           }},
+      start.signals,
+      std::move(signals));
   return guard.Run();
 }
 

@@ -152,7 +152,7 @@ TEST_P(ProcessEndSignalTest, EndsItAtEachStepOfItsStart) {
   const std::vector<Moment> moments = {
       [](const auto&) { return true; },
       [](const auto& folder) { return std::filesystem::exists(folder / "link"); },
-      [](const auto& folder) { return std::filesystem::exists(folder / "console"); },
+      [](const auto& folder) { return std::filesystem::exists(folder / "bus.conf"); },
       [](const auto& folder) { return std::filesystem::exists(folder / "liborvane-shim.so"); }};
   for (const Moment& moment : moments) {
     run_.StartShell("while :; do :; done");

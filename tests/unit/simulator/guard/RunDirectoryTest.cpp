@@ -1,12 +1,11 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/file.h>
 
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
 
+#include "base/FileDescriptor.h"
 #include "simulator/guard/RunDirectory.h"
 #include "tests/doubles/EnvironmentVariable.h"
 #include "tests/doubles/TemporaryDirectory.h"
@@ -28,6 +27,8 @@ TEST_F(RunDirectoryTest, IsInTheDirectoryForTemporaryFilesAndDeletedWithItsConte
   std::optional<RunDirectory> directory(std::in_place);
   const fs::path path = directory->Path();
   EXPECT_EQ(path.parent_path(), parent_.Path());
+  EXPECT_FALSE(fs::exists(path));
+  const FileDescriptor lock = directory->Create();
   EXPECT_TRUE(fs::is_directory(path));
   std::ofstream(path / "file") << "contents";
   directory.reset();
@@ -43,9 +44,17 @@ TEST_F(RunDirectoryTest, AbandonedDirectoryIsDeleted) {
 
 TEST_F(RunDirectoryTest, DirectoryInUseIsLeftAlone) {
   const RunDirectory first;
+  const FileDescriptor lock = first.Create();
   const RunDirectory second;
   EXPECT_NE(first.Path(), second.Path());
   EXPECT_TRUE(fs::exists(first.Path()));
+}
+
+TEST_F(RunDirectoryTest, DirectoryIsAbandonedWhenNobodyHasItLockedAnyMore) {
+  const RunDirectory first;
+  ASSERT_EQ(first.Create().Close(), 0);
+  const RunDirectory second;
+  EXPECT_FALSE(fs::exists(first.Path()));
 }
 
 TEST_F(RunDirectoryTest, OtherDirectoriesFilesAndLinksAreLeftAlone) {
