@@ -114,7 +114,10 @@ class Judge {
     if (end_ && code_ == StatusIn(*end_)) {
       return true;  // that of the command
     }
-    const bool says = Contains(seen_.err, "orvane-sim: ");
+    // A limit on the size of files can cut the line.
+    const bool says = Contains(seen_.err, "orvane-sim: ") ||
+                      (plan_.disturbance == Disturbance::kFileSize &&
+                       std::string_view("orvane-sim: ").starts_with(seen_.err));
     if (plan_.signal != 0 && Contains(seen_.err, "COMMAND never connected")) {
       return code_ == kInstrumentFailed;  // the signal came before it did
     }

@@ -4,28 +4,17 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <optional>
 #include <string_view>
+
+#include "simulator/host/WriteAll.h"
 
 namespace orvane {
 
 namespace {
 
 constexpr std::size_t kLargestWrite = std::size_t{4} << 20;
-
-/// @return false when the descriptor cannot be written any more
-bool WriteAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) {
-      return false;
-    }
-    bytes.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-  }
-  return true;
-}
 
 }  // namespace
 
