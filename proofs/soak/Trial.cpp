@@ -18,6 +18,7 @@
 #include <system_error>
 #include <thread>
 
+#include "tests/doubles/ChildProcess.h"
 #include "tests/e2e/simulator/Processes.h"
 
 namespace soak {
@@ -64,16 +65,6 @@ std::uintmax_t SizeOf(const fs::path& path) {
   std::error_code error;
   const std::uintmax_t size = fs::file_size(path, error);
   return error ? 0 : size;
-}
-
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts) {
-    pointers.push_back(text.data());
-  }
-  pointers.push_back(nullptr);
-  return pointers;
 }
 
 void Limit(decltype(RLIMIT_AS) resource, rlim_t value) {
@@ -146,8 +137,8 @@ class Run {
  public:
   Run(std::vector<std::string> words, const Place& place, const Plan& plan) {
     std::vector<std::string> environment = EnvironmentIn(place);
-    const std::vector<char*> wordPointers = Pointers(words);
-    const std::vector<char*> environmentPointers = Pointers(environment);
+    const std::vector<char*> wordPointers = ArgumentPointers(words);
+    const std::vector<char*> environmentPointers = ArgumentPointers(environment);
     const std::string directory = place.Working();
     const std::array<std::string, 3> files = {"/dev/null", place.File("out"), place.File("err")};
     id_ = ::fork();

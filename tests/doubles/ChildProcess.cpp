@@ -15,16 +15,6 @@
 
 namespace {
 
-std::vector<char*> Pointers(std::vector<std::string>& words) {
-  std::vector<char*> pointers;
-  pointers.reserve(words.size() + 1);
-  for (std::string& word : words) {
-    pointers.push_back(word.data());
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 std::vector<std::string> EnvironmentOf(const ChildProcess::Start& start) {
   std::map<std::string, std::string> variables;
   for (char** variable = environ; *variable != nullptr; ++variable) {
@@ -88,6 +78,16 @@ class Actions {
 
 }  // namespace
 
+std::vector<char*> ArgumentPointers(std::vector<std::string>& words) {
+  std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
+  for (std::string& word : words) {
+    pointers.push_back(word.data());
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 ChildProcess::ChildProcess(const Start& start) {
   std::vector<std::string> words = start.words;
   std::vector<std::string> variables = EnvironmentOf(start);
@@ -96,8 +96,8 @@ ChildProcess::ChildProcess(const Start& start) {
                                   words.at(0).c_str(),
                                   actions.Get(),
                                   nullptr,
-                                  Pointers(words).data(),
-                                  Pointers(variables).data());
+                                  ArgumentPointers(words).data(),
+                                  ArgumentPointers(variables).data());
   if (error != 0) {
     id_ = -1;
     throw std::system_error(error, std::generic_category(), words[0]);

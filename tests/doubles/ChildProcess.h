@@ -54,3 +54,7 @@ class ChildProcess {
 /// included.
 /// @throw std::invalid_argument when the second ' is missing
 std::vector<std::string> SplitWords(std::string_view command);
+
+/// What exec takes: a pointer to each word, and a null after them.
+/// @param words  borrowed by the result
+std::vector<char*> ArgumentPointers(std::vector<std::string>& words);

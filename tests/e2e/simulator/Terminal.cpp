@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "tests/doubles/ChildProcess.h"
 #include "tests/e2e/simulator/Processes.h"
 
 namespace orvane {
@@ -20,16 +21,6 @@ namespace {
 
 constexpr int kLongestWaitMilliseconds = 10'000;
 constexpr int kExecFailed = 127;
-
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts) {
-    pointers.push_back(text.data());
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
 
 /// Reads and writes whole lines, and signals for Ctrl-C and Ctrl-Z, but no echo.
 void SwitchEchoOff(int terminal) {
@@ -44,8 +35,8 @@ void SwitchEchoOff(int terminal) {
 Terminal::Terminal(std::vector<std::string> words,
                    const std::string& directory,
                    std::vector<std::string> environment) {
-  const std::vector<char*> wordPointers = Pointers(words);
-  const std::vector<char*> environmentPointers = Pointers(environment);
+  const std::vector<char*> wordPointers = ArgumentPointers(words);
+  const std::vector<char*> environmentPointers = ArgumentPointers(environment);
   int screen = -1;
   if (::openpty(&keyboard_, &screen, nullptr, nullptr, nullptr) != 0) {
     throw std::system_error(errno, std::generic_category(), "openpty");

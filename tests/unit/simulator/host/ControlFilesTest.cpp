@@ -19,6 +19,7 @@
 #include "simulator/host/FileTable.h"
 #include "simulator/host/Testbed.h"
 #include "simulator/instrument/Instrument.h"
+#include "tests/doubles/ScratchDirectory.h"
 #include "tests/doubles/TemporaryDirectory.h"
 
 namespace orvane {
@@ -39,11 +40,6 @@ constexpr const char* kQspiPrg = "/sys/platform_m1/qspi_prg/value";
 constexpr const char* kReset = "/sys/platform_m1/zynq_hw_reset_n/value";
 constexpr const char* kRemove = "/sys/bus/pci/devices/0000:04:00.0/remove";
 constexpr const char* kSpi = "/dev/spidev1.0";
-
-std::string Slurp(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 /// A wend in slot 1 and a pyx1 in slot 4. The library of the testbed looks its directory up once in
 /// a process, so that all tests share one.
@@ -69,7 +65,7 @@ class ControlFilesTest : public testing::Test {
   static void Write(const FileDescriptor& file, const std::string& bytes) {
     EXPECT_EQ(::write(file.Get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
-  std::string Contents(const char* path) { return Slurp(testbed_.RealPath(path)); }
+  std::string Contents(const char* path) { return ReadFile(testbed_.RealPath(path)); }
   /// What Write() in the instrument's place does.
   void Change(const char* path, const char* value) {
     EXPECT_EQ(instrument_.WriteAttribute(path, value).error, 0);

@@ -16,8 +16,10 @@
 
 #include "base/FileDescriptor.h"
 #include "simulator/host/FlashFile.h"
+#include "tests/doubles/ScratchDirectory.h"
 #include "tests/doubles/TemporaryDirectory.h"
 #include "tests/unit/simulator/host/FileCalls.h"
+#include "tests/unit/simulator/host/ProblemWith.h"
 
 namespace orvane {
 namespace {
@@ -30,22 +32,6 @@ namespace fs = std::filesystem;
 using Bytes = std::vector<std::uint8_t>;
 
 const Bytes kNew = {0x6E, 0x65, 0x77};
-
-std::string Slurp(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-/// @return its text; empty: no exception
-template <typename Call>
-std::string ProblemWith(const Call& call) {
-  try {
-    call();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "";
-}
 
 std::string ProblemOfOpen(const std::string& path) {
   return ProblemWith([&] { const FlashFile file(path); });
@@ -73,13 +59,13 @@ TEST_F(FlashFileTest, ContentsAreLoadedAndSaved) {
   const FlashFile file(path_);
   EXPECT_EQ(file.Load(), (Bytes{0x6F, 0x6C, 0x64}));
   file.Save(kNew);
-  EXPECT_EQ(Slurp(path_), "new");
+  EXPECT_EQ(ReadFile(path_), "new");
 }
 
 TEST_F(FlashFileTest, FileIsNotTouchedUntilItIsSaved) {
   const auto before = fs::last_write_time(path_);
   { const FlashFile file(path_); }
-  EXPECT_EQ(Slurp(path_), "old");
+  EXPECT_EQ(ReadFile(path_), "old");
   EXPECT_EQ(fs::last_write_time(path_), before);
 }
 
@@ -89,7 +75,7 @@ TEST_F(FlashFileTest, FileThatHoldsTheContentsAlreadyIsNotWritten) {
   file.Save(Bytes{0x6F, 0x6C, 0x64});
   EXPECT_THAT(calls.names, IsEmpty());
   file.Save(Bytes{0x6F, 0x6C, 0x65});
-  EXPECT_EQ(Slurp(path_), "ole");
+  EXPECT_EQ(ReadFile(path_), "ole");
 }
 
 TEST_F(FlashFileTest, SixteenMebibytesAreTheMost) {
@@ -192,7 +178,7 @@ TEST_F(FlashFileTest, FileThatWasReplacedIsLeftAsItIs) {
   Replace();
   EXPECT_EQ(ProblemWith([&] { file.Save(kNew); }),
             Text("was replaced or removed during the run; what the flash holds is not saved"));
-  EXPECT_EQ(Slurp(path_), "another's");
+  EXPECT_EQ(ReadFile(path_), "another's");
 }
 
 TEST_F(FlashFileTest, FileThatWasReplacedWhileItWasSavedIsLeftAsItIs) {
@@ -205,7 +191,7 @@ TEST_F(FlashFileTest, FileThatWasReplacedWhileItWasSavedIsLeftAsItIs) {
   };
   EXPECT_EQ(ProblemWith([&] { file.Save(kNew); }),
             Text("was replaced or removed during the run; what the flash holds is not saved"));
-  EXPECT_EQ(Slurp(path_), "another's");
+  EXPECT_EQ(ReadFile(path_), "another's");
 }
 
 TEST_F(FlashFileTest, FileThatWasRemovedIsNotCreatedAgain) {
@@ -221,7 +207,7 @@ TEST_F(FlashFileTest, FileThatWasChangedIsLeftAsItIs) {
   static_cast<void>(Create("flash", "another's"));
   EXPECT_EQ(ProblemWith([&] { file.Save(kNew); }),
             Text("was changed by others during the run; what the flash holds is not saved"));
-  EXPECT_EQ(Slurp(path_), "another's");
+  EXPECT_EQ(ReadFile(path_), "another's");
 }
 
 TEST_F(FlashFileTest, FileWithAnotherTimeIsOneThatWasChanged) {
@@ -238,15 +224,15 @@ TEST_F(FlashFileTest, LinkThatChangesMeanwhileHasNoEffect) {
   fs::remove(In("link"));
   fs::create_symlink(Create("other", "another's"), In("link"));
   file.Save(kNew);
-  EXPECT_EQ(Slurp(path_), "new");
-  EXPECT_EQ(Slurp(In("other")), "another's");
+  EXPECT_EQ(ReadFile(path_), "new");
+  EXPECT_EQ(ReadFile(In("other")), "another's");
 }
 
 TEST_F(FlashFileTest, FolderThatMovesMeanwhileHasNoEffect) {
   const FlashFile file(Create("below/flash", "old"));
   fs::rename(In("below"), In("moved"));
   file.Save(kNew);
-  EXPECT_EQ(Slurp(In("moved/flash")), "new");
+  EXPECT_EQ(ReadFile(In("moved/flash")), "new");
 }
 
 TEST_F(FlashFileTest, WhatAKilledRunHasLeftIsRemoved) {

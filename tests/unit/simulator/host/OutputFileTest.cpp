@@ -14,28 +14,14 @@
 #include "simulator/host/LogFile.h"
 #include "simulator/host/OutputFile.h"
 #include "simulator/host/StateFile.h"
+#include "tests/doubles/ScratchDirectory.h"
 #include "tests/doubles/TemporaryDirectory.h"
+#include "tests/unit/simulator/host/ProblemWith.h"
 
 namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string Slurp(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-/// @return its text; empty: no exception
-template <typename Call>
-std::string ProblemWith(const Call& call) {
-  try {
-    call();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "";
-}
 
 /// The whole file of --log with this text in it.
 /// @return whether it could be written
@@ -83,13 +69,13 @@ ino_t InodeOf(const std::string& path) {
 TEST_F(OutputFileTest, LogReplacesWhatTheFileHeld) {
   const std::string file = Create("log", "old and longer");
   EXPECT_TRUE(Log(file, "new"));
-  EXPECT_EQ(Slurp(file), "new");
+  EXPECT_EQ(ReadFile(file), "new");
 }
 
 TEST_F(OutputFileTest, LogIsCreatedAlsoBehindALink) {
   fs::create_symlink("log", In("link"));
   EXPECT_TRUE(Log(In("link"), "new"));
-  EXPECT_EQ(Slurp(In("log")), "new");
+  EXPECT_EQ(ReadFile(In("log")), "new");
 }
 
 TEST_F(OutputFileTest, LogOfManyBuffersIsWhole) {
@@ -104,7 +90,7 @@ TEST_F(OutputFileTest, LogOfManyBuffersIsWhole) {
       log << letter;
     }
   }
-  EXPECT_EQ(Slurp(In("log")), text);
+  EXPECT_EQ(ReadFile(In("log")), text);
 }
 
 TEST_F(OutputFileTest, LogCanBeAPipe) {
@@ -157,7 +143,7 @@ TEST_F(OutputFileTest, DescriptorIsWrittenWhereItStands) {
   EXPECT_TRUE(Log(path, "log\n"));
   State(path, "state\n");
   ASSERT_EQ(::write(open.Get(), "after\n", 6), 6);
-  EXPECT_EQ(Slurp(file), "before\nlog\nstate\nafter\n");
+  EXPECT_EQ(ReadFile(file), "before\nlog\nstate\nafter\n");
 }
 
 TEST_F(OutputFileTest, DescriptorThatCannotBeWrittenIsRefused) {
@@ -168,7 +154,7 @@ TEST_F(OutputFileTest, DescriptorThatCannotBeWrittenIsRefused) {
     const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
     EXPECT_NE(ProblemWith([&] { Log(name, "new"); }), "") << name;
   }
-  EXPECT_EQ(Slurp(file), "old");
+  EXPECT_EQ(ReadFile(file), "old");
 }
 
 // --- The state ----------------------------------------------------------------------------------
@@ -178,9 +164,9 @@ TEST_F(OutputFileTest, StateIsANewFileInThePlaceOfTheOld) {
   fs::create_symlink("state", In("link"));
   const ino_t before = InodeOf(file);
   const StateFile state(OutputFile("state file", In("link")));
-  EXPECT_EQ(Slurp(file), "old");
+  EXPECT_EQ(ReadFile(file), "old");
   state.Write("new");
-  EXPECT_EQ(Slurp(file), "new");
+  EXPECT_EQ(ReadFile(file), "new");
   EXPECT_NE(InodeOf(file), before);
   EXPECT_TRUE(fs::is_symlink(In("link")));
 }
@@ -189,7 +175,7 @@ TEST_F(OutputFileTest, StateIsCreatedAtTheEnd) {
   const StateFile state(OutputFile("state file", In("state")));
   EXPECT_FALSE(fs::exists(In("state")));
   state.Write("new");
-  EXPECT_EQ(Slurp(In("state")), "new");
+  EXPECT_EQ(ReadFile(In("state")), "new");
 }
 
 TEST_F(OutputFileTest, StateCanBeAPipe) {

@@ -24,8 +24,10 @@
 
 #include "simulator/host/FilePlace.h"
 #include "simulator/host/WholeFile.h"
+#include "tests/doubles/ScratchDirectory.h"
 #include "tests/doubles/TemporaryDirectory.h"
 #include "tests/unit/simulator/host/FileCalls.h"
+#include "tests/unit/simulator/host/ProblemWith.h"
 
 namespace orvane {
 namespace {
@@ -42,23 +44,7 @@ std::span<const std::uint8_t> Bytes(const std::string& text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
-std::string Slurp(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 WholeFile At(const std::string& path) { return {FilePlace(path, ""), "cannot write 'x'"}; }
-
-/// @return its text; empty: no exception
-template <typename Call>
-std::string ProblemWith(const Call& call) {
-  try {
-    call();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "";
-}
 
 std::string ProblemOfCheck(const std::string& path) {
   return ProblemWith([&] { At(path).Check(); });
@@ -107,7 +93,7 @@ TEST_F(WholeFileTest, NewFileHasTheModeThatTheUmaskLeaves) {
   const mode_t before = ::umask(027);
   At(In("file")).Write(Bytes("new"));
   ::umask(before);
-  EXPECT_EQ(Slurp(In("file")), "new");
+  EXPECT_EQ(ReadFile(In("file")), "new");
   EXPECT_EQ(ModeOf(In("file")), 0640U);
   EXPECT_THAT(Names(), ElementsAre("file"));
 }
@@ -116,7 +102,7 @@ TEST_F(WholeFileTest, ModeIsKept) {
   const std::string file = Create("file", "old");
   ASSERT_EQ(::chmod(file.c_str(), 06751), 0);
   At(file).Write(Bytes("new"));
-  EXPECT_EQ(Slurp(file), "new");
+  EXPECT_EQ(ReadFile(file), "new");
   EXPECT_EQ(ModeOf(file), 06751U);
 }
 
@@ -139,7 +125,7 @@ TEST_F(WholeFileTest, OwnerThatCannotBeKeptIsNoError) {
   calls.failingName = "fchown";
   calls.failure = EPERM;
   At(file).Write(Bytes("new"));
-  EXPECT_EQ(Slurp(file), "new");
+  EXPECT_EQ(ReadFile(file), "new");
 }
 
 TEST_F(WholeFileTest, SymbolicLinkStays) {
@@ -147,7 +133,7 @@ TEST_F(WholeFileTest, SymbolicLinkStays) {
   fs::create_symlink("below/file", In("link"));
   At(In("link")).Write(Bytes("new"));
   EXPECT_TRUE(fs::is_symlink(In("link")));
-  EXPECT_EQ(Slurp(In("below/file")), "new");
+  EXPECT_EQ(ReadFile(In("below/file")), "new");
   EXPECT_THAT(Names(), ElementsAre("below", "link"));
 }
 
@@ -155,15 +141,15 @@ TEST_F(WholeFileTest, LinkToNoFileGetsItsTarget) {
   fs::create_symlink("file", In("link"));
   At(In("link")).Write(Bytes("new"));
   EXPECT_TRUE(fs::is_symlink(In("link")));
-  EXPECT_EQ(Slurp(In("file")), "new");
+  EXPECT_EQ(ReadFile(In("file")), "new");
 }
 
 TEST_F(WholeFileTest, OtherHardLinkKeepsTheOldContents) {
   const std::string file = Create("file", "old");
   fs::create_hard_link(file, In("other"));
   At(file).Write(Bytes("new"));
-  EXPECT_EQ(Slurp(file), "new");
-  EXPECT_EQ(Slurp(In("other")), "old");
+  EXPECT_EQ(ReadFile(file), "new");
+  EXPECT_EQ(ReadFile(In("other")), "old");
 }
 
 TEST_F(WholeFileTest, LongestNameIsTaken) {
@@ -173,7 +159,7 @@ TEST_F(WholeFileTest, LongestNameIsTaken) {
     const std::string name(255, 'n');
     Create(name, "old");
     At(In(name)).Write(Bytes("new"));
-    EXPECT_EQ(Slurp(In(name)), "new");
+    EXPECT_EQ(ReadFile(In(name)), "new");
     EXPECT_THAT(Names(), ElementsAre(name));
   }
 }
@@ -205,7 +191,7 @@ TEST_F(WholeFileTest, PartsAndInterruptionsOfAWriteAreContinued) {
   calls.mostWritten = 2;
   calls.interruptedWrites = 3;
   At(In("file")).Write(Bytes("contents"));
-  EXPECT_EQ(Slurp(In("file")), "contents");
+  EXPECT_EQ(ReadFile(In("file")), "contents");
   EXPECT_EQ(std::ranges::count(calls.names, "write"), 3 + 4);
 }
 
@@ -258,8 +244,8 @@ TEST_P(WholeFileEndTest, KilledAtAnyCallLeavesOldOrNewContents) {
       whole.Write(Bytes("new contents"));
     });
     EXPECT_TRUE(WIFSIGNALED(status)) << at;
-    EXPECT_THAT(Slurp(file), AnyOf("old", "new contents")) << at;
-    withOld += Slurp(file) == "old" ? 1 : 0;
+    EXPECT_THAT(ReadFile(file), AnyOf("old", "new contents")) << at;
+    withOld += ReadFile(file) == "old" ? 1 : 0;
     At(file).RemoveLeftovers();
     EXPECT_THAT(Names(), ElementsAre("file")) << at;
   }
@@ -285,10 +271,10 @@ TEST_P(WholeFileEndTest, FailureAtAnyCallKeepsTheOldContentsAndLeavesNothing) {
     EXPECT_THAT(Names(), ElementsAre("file")) << at;
     if (problem.empty()) {  // what is tried only
       EXPECT_THAT(name, AnyOf("unlinkat", "fchown", "openat")) << at;
-      EXPECT_EQ(Slurp(file), "new contents") << at;
+      EXPECT_EQ(ReadFile(file), "new contents") << at;
     } else {
       EXPECT_EQ(problem, "cannot write 'x': No space left on device") << at;
-      EXPECT_EQ(Slurp(file), at == count ? "new contents" : "old") << at;
+      EXPECT_EQ(ReadFile(file), at == count ? "new contents" : "old") << at;
     }
   }
 }
@@ -308,7 +294,7 @@ TEST_F(WholeFileTest, LimitOnTheSizeOfFilesIsAnError) {
   const std::string problem = ProblemWith([&] { At(file).Write(Bytes("new contents")); });
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
   EXPECT_EQ(problem, "cannot write 'x': File too large");
-  EXPECT_EQ(Slurp(file), "old");
+  EXPECT_EQ(ReadFile(file), "old");
 }
 
 TEST_F(WholeFileTest, LastCheckCanKeepTheOldContents) {
@@ -316,7 +302,7 @@ TEST_F(WholeFileTest, LastCheckCanKeepTheOldContents) {
   EXPECT_EQ(
       ProblemWith([&] { At(file).Write(Bytes("new"), [] { throw std::runtime_error("no"); }); }),
       "no");
-  EXPECT_EQ(Slurp(file), "old");
+  EXPECT_EQ(ReadFile(file), "old");
   EXPECT_THAT(Names(), ElementsAre("file"));
 }
 
@@ -379,7 +365,7 @@ TEST_F(WholeFileTest, CheckLeavesNoTrace) {
   EXPECT_EQ(ProblemOfCheck(In("none")), "");
   EXPECT_EQ(fs::last_write_time(In("")), before);
   EXPECT_THAT(Names(), ElementsAre("file"));
-  EXPECT_EQ(Slurp(file), "old");
+  EXPECT_EQ(ReadFile(file), "old");
 }
 
 TEST_F(WholeFileTest, CheckRefusesWhatIsNoRegularFile) {
