@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -18,6 +19,7 @@
 #include <system_error>
 #include <thread>
 
+#include "base/FileDescriptor.h"
 #include "tests/doubles/ChildProcess.h"
 #include "tests/e2e/simulator/Processes.h"
 
@@ -366,6 +368,21 @@ std::string WaitForProcesses(const Place& place, bool takesAMoment) {
   }
 }
 
+bool IsLocked(const fs::path& folder) {
+  const FileDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return descriptor.IsOpen() && ::flock(descriptor.Get(), LOCK_EX | LOCK_NB) != 0;
+}
+
+/// A process that is killed has its locks until its last thread has ended.
+void WaitForLocks(const Place& place) {
+  const auto until = Clock::now() + kLongestPause;
+  for (const auto& folder : fs::directory_iterator(place.Temporary())) {
+    while (IsLocked(folder.path()) && Clock::now() < until) {
+      std::this_thread::sleep_for(kPoll);
+    }
+  }
+}
+
 void KillAll(const Place& place) {
   for (const Process& process : place.Processes()) {
     ::kill(process.id, SIGKILL);
@@ -460,6 +477,7 @@ Observation Trial::Make(const Plan& plan, const Update& update, double seconds) 
   KillAll(place);
   if (isInstrumentKilled && (plan.target == Target::kBoth || seen.wasAlone)) {
     // Nobody was there to remove the folder: the next start does it.
+    WaitForLocks(place);
     Run next({ORVANE_SIM, "--", "/bin/true"}, place, {});
     if (WaitForEnd(next, place)) {
       seen.hang = "the next start";

@@ -90,22 +90,26 @@ RunDirectory::RunDirectory() {
 
 RunDirectory::~RunDirectory() { Remove(path_); }
 
-FileDescriptor RunDirectory::Create() const {
+RunDirectory::Contents::Contents(const RunDirectory& directory)
+    : path_(directory.Path()), lock_(Create(path_)) {}
+
+/// @return what keeps it locked
+FileDescriptor RunDirectory::Create(const std::string& path) {
   for (;;) {
-    if (::mkdir(path_.c_str(), S_IRWXU) != 0) {
+    if (::mkdir(path.c_str(), S_IRWXU) != 0) {
       throw std::system_error(errno,
                               std::generic_category(),
-                              "cannot create a directory in " + path_.substr(0, path_.rfind('/')));
+                              "cannot create a directory in " + path.substr(0, path.rfind('/')));
     }
     // Until it is locked, another run that starts may take it for an abandoned one.
-    FileDescriptor lock(Lock(path_).value_or(FileDescriptor::kClosed));
-    if (lock.IsOpen() && LeadsTo(path_, lock.Get())) {
+    FileDescriptor lock(Lock(path).value_or(FileDescriptor::kClosed));
+    if (lock.IsOpen() && LeadsTo(path, lock.Get())) {
       return lock;
     }
     if (!lock.IsOpen() && errno != EWOULDBLOCK && errno != ENOENT) {
-      throw std::system_error(errno, std::generic_category(), "cannot lock " + path_);
+      throw std::system_error(errno, std::generic_category(), "cannot lock " + path);
     }
-    while (::access(path_.c_str(), F_OK) == 0) {
+    while (::access(path.c_str(), F_OK) == 0) {
       ::usleep(kPauseMicroseconds);  // the other run deletes it
     }
   }

@@ -24,15 +24,28 @@ class RunDirectory {
 
   const std::string& Path() const { return path_; }
 
-  /// Creates it. For one process.
-  /// @return what keeps it locked
-  /// @throw std::system_error
-  FileDescriptor Create() const;
+  /// The directory while it is there. Deletes it too, when the process that has created it goes on to
+  /// its end: the guard may have been killed then.
+  class Contents {
+   public:
+    /// Creates it.
+    /// @throw std::system_error
+    explicit Contents(const RunDirectory& directory);
+    Contents(const Contents&) = delete;
+    Contents& operator=(const Contents&) = delete;
+    ~Contents() { Remove(path_); }
+
+   private:
+    std::string path_;
+    FileDescriptor lock_;
+  };
 
   /// Deletes such a directory, with one descriptor at a time. What cannot be deleted stays.
   static void Remove(const std::string& path);
 
  private:
+  static FileDescriptor Create(const std::string& path);
+
   std::string path_;
 };
 

@@ -328,7 +328,7 @@ int RunHost(const Options& options,
   g_log_set_writer_func(WriteMessage, nullptr, nullptr);
   g_set_printerr_handler(PrintAssertion);
   EndWithGuard(std::move(ends.lifeline), directory.Path());
-  const FileDescriptor lock = directory.Create();
+  const RunDirectory::Contents contents(directory);
   return Host(options, directory.Path(), console, std::move(ends.control)).Run();
 }
 

@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 
-#include "base/FileDescriptor.h"
 #include "simulator/guard/RunDirectory.h"
 #include "tests/doubles/EnvironmentVariable.h"
 #include "tests/doubles/TemporaryDirectory.h"
@@ -28,7 +27,7 @@ TEST_F(RunDirectoryTest, IsInTheDirectoryForTemporaryFilesAndDeletedWithItsConte
   const fs::path path = directory->Path();
   EXPECT_EQ(path.parent_path(), parent_.Path());
   EXPECT_FALSE(fs::exists(path));
-  const FileDescriptor lock = directory->Create();
+  const RunDirectory::Contents contents(*directory);
   EXPECT_TRUE(fs::is_directory(path));
   std::ofstream(path / "file") << "contents";
   directory.reset();
@@ -44,17 +43,19 @@ TEST_F(RunDirectoryTest, AbandonedDirectoryIsDeleted) {
 
 TEST_F(RunDirectoryTest, DirectoryInUseIsLeftAlone) {
   const RunDirectory first;
-  const FileDescriptor lock = first.Create();
+  const RunDirectory::Contents contents(first);
   const RunDirectory second;
   EXPECT_NE(first.Path(), second.Path());
   EXPECT_TRUE(fs::exists(first.Path()));
 }
 
-TEST_F(RunDirectoryTest, DirectoryIsAbandonedWhenNobodyHasItLockedAnyMore) {
-  const RunDirectory first;
-  ASSERT_EQ(first.Create().Close(), 0);
-  const RunDirectory second;
-  EXPECT_FALSE(fs::exists(first.Path()));
+TEST_F(RunDirectoryTest, DirectoryIsDeletedByTheProcessThatCreatedItToo) {
+  const RunDirectory directory;
+  {
+    const RunDirectory::Contents contents(directory);
+    EXPECT_TRUE(fs::exists(directory.Path()));
+  }
+  EXPECT_FALSE(fs::exists(directory.Path()));
 }
 
 TEST_F(RunDirectoryTest, OtherDirectoriesFilesAndLinksAreLeftAlone) {
