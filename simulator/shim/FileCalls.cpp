@@ -90,10 +90,10 @@ class Path {
   bool IsInstrumentEvent(int flags) const { return IsEvent(flags) && CanBeOnInstrument(plain_); }
 
   const char* Given() const { return given_; }
+  /// Whether the next library can redirect it.
+  bool IsBelowDevOrSys() const { return given_ != nullptr && orvane::IsBelowDevOrSys(plain_); }
   /// The path for the next library, which redirects plain ones below /sys and /dev only.
-  const char* ForNext() const {
-    return given_ != nullptr && IsBelowDevOrSys(plain_) ? plain_ : given_;
-  }
+  const char* ForNext() const { return IsBelowDevOrSys() ? plain_ : given_; }
 
  private:
   char buffer_[kMaxPathBytes];
@@ -473,6 +473,23 @@ int __openat_2(int directory, const char* path, int flags) {
 int __openat64_2(int directory, const char* path, int flags) {
   return OpenInstrumentFile(
       path, flags, 0, [&](const char* at) { return NEXT(__openat64_2)(directory, at, flags); });
+}
+
+// The next library redirects access() alone. Shells test files with the others ("[ -w FILE ]"). No
+// program on the instrument has gained privileges, so the real user is the effective one.
+int faccessat(int directory, const char* given, int mode, int flags) {
+  const Path path(given);
+  const bool isOfLink = (flags & AT_SYMLINK_NOFOLLOW) != 0;
+  return path.IsBelowDevOrSys() && !isOfLink ? ::access(path.ForNext(), mode)
+                                             : NEXT(faccessat)(directory, given, mode, flags);
+}
+
+int eaccess(const char* path, int mode) noexcept {
+  return faccessat(AT_FDCWD, path, mode, AT_EACCESS);
+}
+
+int euidaccess(const char* path, int mode) noexcept {
+  return faccessat(AT_FDCWD, path, mode, AT_EACCESS);
 }
 
 int creat(const char* path, mode_t mode) {

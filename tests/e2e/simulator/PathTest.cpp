@@ -44,6 +44,21 @@ class PathTest : public testing::Test {
   SimulatorRun run_;
 };
 
+// --- Tests that shells make ----------------------------------------------------------------------
+
+TEST_F(PathTest, ShellFindsFilesOfTheInstrumentReadableAndWritable) {
+  for (const char* const shell : {"dash", "bash"}) {
+    SCOPED_TRACE(shell);
+    const std::string tests = "for f in " + kNode + " " + kAttribute +
+                              " /sys//x; do for t in e r w; " +
+                              "do [ -$t $f ] && echo $t; done; done; :";
+    const SimulatorOutcome outcome = run_.Shell(std::string(shell) + " -c '" + tests + "'");
+    EXPECT_EQ(outcome.out, "e\nr\nw\ne\nr\nw\n");
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.status, 0);
+  }
+}
+
 // --- Long paths and large transfers -------------------------------------------------------------
 
 TEST_F(PathTest, PathOf4096BytesIsTooLong) {

@@ -23,13 +23,13 @@ TEST(ShimLibraryTest, NeedsNothingButTheCLibrary) {
 TEST(ShimLibraryTest, OffersTheCallsThatAreEventsAndTheClockAndNothingElse) {
   EXPECT_EQ(OutputOf("readelf -W --dyn-syms '" ORVANE_SHIM
                      "' | awk '$5 == \"GLOBAL\" && $7 != \"UND\" {print $8}' | LC_ALL=C sort"),
-            "__open64_2\n__open_2\n__openat64_2\n__openat_2\n__read_chk\nclock_gettime\nclock_"
-            "nanosleep\nclose\nclose_"
-            "range\nclosefrom\ncreat\ncreat64\ndup\ndup2\ndup3\nexecl\nexecle\nexeclp\nexecv\nexecv"
-            "e\nexecveat\nexecvp\nexecvpe\nfclose\nfcntl\nfcntl64\nfexecve\nfopen\nfopen64\nfreopen"
-            "\nfreopen64\nftruncate\nftruncate64\nioctl\nnanosleep\nopen\nopen64\nopenat\nopenat64"
-            "\npopen\nposix_"
-            "spawn\nposix_spawnp\nread\nsleep\nsystem\nusleep\nwordexp\nwrite\nwritev\n");
+            "__open64_2\n__open_2\n__openat64_2\n__openat_2\n__read_chk\nclock_gettime\n"
+            "clock_nanosleep\nclose\nclose_range\nclosefrom\ncreat\ncreat64\ndup\ndup2\n"
+            "dup3\neaccess\neuidaccess\nexecl\nexecle\nexeclp\nexecv\nexecve\nexecveat\n"
+            "execvp\nexecvpe\nfaccessat\nfclose\nfcntl\nfcntl64\nfexecve\nfopen\nfopen64\n"
+            "freopen\nfreopen64\nftruncate\nftruncate64\nioctl\nnanosleep\nopen\nopen64\n"
+            "openat\nopenat64\npopen\nposix_spawn\nposix_spawnp\nread\nsleep\nsystem\n"
+            "usleep\nwordexp\nwrite\nwritev\n");
 }
 
 }  // namespace
