@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstddef>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <iterator>
 #include <map>
 #include <set>
+#include <string>
 #include <string_view>
 #include <system_error>
 
@@ -104,7 +106,16 @@ bool HasVariable(pid_t process, std::string_view variable) {
 
 }  // namespace
 
-bool IsReadable() { return ::access("/proc/self/stat", R_OK) == 0; }
+bool IsReadable() {
+  constexpr std::size_t kLongestNumber = 10;
+  std::array<char, kLongestNumber + 1> self{};
+  const ssize_t bytes = ::readlink("/proc/self", self.data(), self.size());
+  // In a PID namespace with the /proc of another one, its numbers are those of other processes.
+  return bytes > 0 &&
+         std::string_view(self.data(), static_cast<std::size_t>(bytes)) ==
+             std::to_string(::getpid()) &&
+         ::access("/proc/self/stat", R_OK) == 0;
+}
 
 bool HasChildrenBut(pid_t except) {
   const std::string self = std::to_string(::getpid());

@@ -25,6 +25,7 @@
 #include "simulator/host/Host.h"
 #include "simulator/host/RunFiles.h"
 #include "simulator/shim/ExecutableCheck.h"
+#include "simulator/shim/LinkProtocol.h"
 
 namespace orvane {
 
@@ -78,7 +79,7 @@ StartState SecureStart() {
     }
   }
   if (!process_tree::IsReadable()) {
-    throw std::runtime_error("/proc cannot be read");
+    throw std::runtime_error("/proc cannot be read, or is that of another PID namespace");
   }
   std::vector<int> listed;  // contains that of the directory itself, which is closed by then
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -93,6 +94,10 @@ StartState SecureStart() {
 }
 
 int RunOnInstrument(const Options& options, const StartState& start) {
+  if (std::getenv(link::kAddressVariable) != nullptr) {
+    throw std::runtime_error(
+        "it runs on a virtual instrument already; a second one cannot be inside");
+  }
   CheckCommand(options.command);
   FileDescriptor signals = Guard::BlockSignals(start.signals);
   const RunDirectory directory;

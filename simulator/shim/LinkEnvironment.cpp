@@ -1,7 +1,11 @@
 #include "simulator/shim/LinkEnvironment.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -182,6 +186,26 @@ void RememberEnvironment() {
 const char* LinkAddress() { return ValueOf(variables[kLink]); }
 
 const char* ClockStepText() { return ValueOf(variables[kClockStep]); }
+
+bool LibrariesCanBeLoaded() {
+  const char* ours = ValueOf(variables[kPreload]);
+  Library library{};
+  if (ours == nullptr || !TakeLibrary(ours, library) || library.bytes >= kMaxTextBytes) {
+    return true;
+  }
+  char path[kMaxTextBytes];
+  *Append(path, library.start, library.bytes) = '\0';
+  const long descriptor = ::syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) {
+    return errno == EMFILE || errno == ENFILE;
+  }
+  static_cast<void>(::syscall(SYS_close, descriptor));
+  // A process that has changed its user can have capabilities left that the program will not have.
+  struct stat status {};
+  *std::strrchr(path, '/') = '\0';
+  return ::geteuid() == 0 || (::syscall(SYS_newfstatat, AT_FDCWD, path, &status, 0) == 0 &&
+                              status.st_uid == ::geteuid());
+}
 
 MergeSize SizeOfMerge(char* const* given) {
   MergeSize size{.variables = kVariables + 1, .bytes = kMaxTextBytes};

@@ -17,6 +17,10 @@ const char* LinkAddress();
 /// The text of the variable for the clock's step; null when there is none.
 const char* ClockStepText();
 
+/// Whether programs that this process starts can load the instrument's libraries. They cannot after a
+/// change of the user or the root directory.
+bool LibrariesCanBeLoaded();
+
 /// How much memory MergeEnvironment needs.
 struct MergeSize {
   std::size_t variables;  // elements of the array

@@ -57,19 +57,29 @@ __attribute__((constructor)) void LookUp() {
 
 constexpr int kRefused = 125;
 
-/// Ends the run if a program cannot be entered. Does not return then.
-void Check(const Verdict& verdict) {
-  if (!executable::IsRefused(verdict)) {
-    return;
-  }
+/// Ends the run.
+void Refuse(executable::RefusalText refusal) {
   if (!shim::IsLinked()) {
     ::_exit(kRefused);  // in a signal handler that interrupted a question: nothing can be asked
   }
-  executable::RefusalText refusal = executable::TextOf(verdict);
   iovec send[2] = {{}, {refusal.text, refusal.length}};
   iovec receive[1] = {};
   link::Answer answer{};
   static_cast<void>(shim::Ask({.op = link::Op::kRefused}, {send, 2, receive, 1}, answer));
+}
+
+/// Ends the run if a program cannot be entered. Does not return then.
+void Check(const Verdict& verdict) {
+  if (executable::IsRefused(verdict)) {
+    Refuse(executable::TextOf(verdict));
+  } else if (verdict.kind == executable::Kind::kFine && !shim::LibrariesCanBeLoaded()) {
+    constexpr executable::RefusalText kChanged = {
+        "a process has changed its user or root directory: its programs cannot run on the instrument",
+        sizeof "a process has changed its user or root directory: its programs cannot run on the "
+               "instrument" -
+            1};
+    Refuse(kChanged);
+  }
 }
 
 /// @param call  takes the environment that makes the program part of the instrument

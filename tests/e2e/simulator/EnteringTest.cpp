@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -172,6 +173,24 @@ TEST_F(EnteringTest, StaticCommandIsNotStarted) {
             "orvane-sim: '" STATIC_PROBE
             "' is statically linked: it cannot run on the instrument\n");
   EXPECT_THAT(outcome.leftovers, IsEmpty());
+}
+
+TEST_F(EnteringTest, ProgramOfAnotherUserIsRefused) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "this user cannot become another one";
+  }
+  constexpr const char* kWhy =
+      "a process has changed its user or root directory: its programs cannot run on the instrument";
+  ExpectRefused("setpriv --reuid 65534 --clear-groups " + kOpen, kWhy);
+  ExpectRefused("setpriv --reuid 65534 --clear-groups env -i " + kOpen, kWhy);
+}
+
+TEST_F(EnteringTest, InstrumentOnAnInstrumentIsRefused) {
+  const SimulatorOutcome outcome = run_.Shell(ORVANE_SIM " -- true; echo $?");
+  EXPECT_EQ(outcome.out, "125\n");
+  EXPECT_EQ(outcome.err,
+            "orvane-sim: it runs on a virtual instrument already; a second one cannot be inside\n");
+  EXPECT_EQ(outcome.status, 0);
 }
 
 TEST_F(EnteringTest, CommandThatNeverConnectsEndsIn125) {

@@ -556,6 +556,17 @@ TEST_F(ProcessEndTest, MissingProcIsRefused) {
   ExpectNothingLeft();
 }
 
+TEST_F(ProcessEndTest, ProcOfAnotherPidNamespaceIsRefused) {
+  if (!CanMount()) {
+    GTEST_SKIP() << "this user may have no namespaces";
+  }
+  run_.Launcher({"/usr/bin/unshare", "-rpf"});
+  const SimulatorOutcome outcome = run_.Shell("exit 6");
+  EXPECT_EQ(outcome.err, "orvane-sim: /proc cannot be read, or is that of another PID namespace\n");
+  ExpectRefused(outcome);
+  ExpectNothingLeft();
+}
+
 TEST_F(ProcessEndTest, MissingInodesAreRefused) {
   if (!CanMount()) {
     GTEST_SKIP() << "this user may not mount file systems";
