@@ -272,13 +272,16 @@ void AskCloseRange(unsigned first, unsigned last) {
 
 /// close_range, but for the descriptors of the link.
 int CloseRange(unsigned first, unsigned last, int flags) {
-  constexpr unsigned kLinkDescriptors = 1U << 16;  // the link has none from here on
-  const unsigned end = last < kLinkDescriptors ? last : kLinkDescriptors;
-  for (unsigned descriptor = first; descriptor < end; ++descriptor) {
+  constexpr unsigned kLastForLink = (1U << 16) - 1;  // the link has none behind it
+  const unsigned end = last < kLastForLink ? last : kLastForLink;
+  for (unsigned descriptor = first; descriptor <= end; ++descriptor) {
     if (shim::IsLinkDescriptor(static_cast<int>(descriptor))) {
       const long result =
           descriptor > first ? ::syscall(SYS_close_range, first, descriptor - 1, flags) : 0;
-      return result != 0 ? -1 : CloseRange(descriptor + 1, last, flags);
+      if (result != 0 || descriptor == last) {
+        return static_cast<int>(result);
+      }
+      return CloseRange(descriptor + 1, last, flags);
     }
   }
   return static_cast<int>(::syscall(SYS_close_range, first, last, flags));

@@ -187,6 +187,11 @@ TEST_F(PathTest, CloseRangeClosesEachFileOfTheRange) {
   EXPECT_THAT(Events(open + "close-range 3 3 0"), EndsWith("O_RDWR\nclose /dev/spidev1.0\n"));
 }
 
+TEST_F(PathTest, CloseRangeThatEndsAtTheLinkLeavesItOpen) {
+  EXPECT_EQ(Out("open /dev/spidev1.0 + close-range 400 500 0 mode 3"), "3\n0\n0\n");
+  EXPECT_EQ(Out("open /dev/spidev1.0 + close-range 500 500 0 mode 3"), "3\n0\n0\n");
+}
+
 TEST_F(PathTest, CloseRangeThatClosesNothingIsNoEvent) {
   EXPECT_THAT(
       Events("open /dev/spidev1.0 + close-range 3 1000 4 close-range 4 3 0 close-range 3 9 8 "
