@@ -213,7 +213,7 @@ void Guard::OnSignal(int signal) {
     process_tree::Signal(::getpid(), host_, signal);
     process_tree::Signal(::getpid(), host_, SIGCONT);
     if (!command_) {
-      ::kill(host_, SIGKILL);  // nothing has been changed yet
+      SignalHost(SIGKILL);  // no flash has been changed yet
     }
   } else {
     Press();
@@ -227,8 +227,15 @@ void Guard::Press() {
     isCommandKilled_ = true;
     static_cast<void>(process_tree::Kill(::getpid(), host_));
     Reap();
-  } else if (host_ > 0) {
-    ::kill(host_, SIGKILL);
+  } else {
+    SignalHost(SIGKILL);
+  }
+}
+
+/// A host that has been waited for gets none: -1 would stand for every process there is.
+void Guard::SignalHost(int signal) const {
+  if (host_ > 0) {
+    ::kill(host_, signal);
   }
 }
 
@@ -296,13 +303,13 @@ void Guard::StopOwnGroup(int signal) {
   const timespec now{};
   while (::sigtimedwait(&continued, nullptr, &now) > 0) {  // from earlier
   }
-  ::kill(host_, SIGSTOP);
+  SignalHost(SIGSTOP);
   ::kill(0, signal);
   const sigset_t stop = SetOf(signal);
   sigset_t before;
   ::sigprocmask(SIG_UNBLOCK, &stop, &before);  // here we stop
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
-  ::kill(host_, SIGCONT);
+  SignalHost(SIGCONT);
   const bool wasStopped = ::sigtimedwait(&continued, nullptr, &now) > 0;
   if (!wasStopped && signal != SIGTSTP && command_) {
     // No shell can let us go on, so the system has not stopped us. It ends such a process group

@@ -80,6 +80,7 @@ class Guard {
   void Reap();
   bool ReapOne();
   void Press();
+  void SignalHost(int signal) const;
   void OnCommandStopped(int signal);
   void StopOwnGroup(int signal);
   void EndAll();
