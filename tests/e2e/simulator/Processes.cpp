@@ -57,7 +57,10 @@ std::vector<Process> AllProcesses() {
   return processes;
 }
 
-std::vector<Process> ProcessesWith(const std::string& variable) {
+namespace {
+
+/// The processes whose environment has a variable, in one look at the list.
+std::vector<Process> FindWith(const std::string& variable) {
   const std::string wanted = '\0' + variable + '\0';
   std::vector<Process> processes = AllProcesses();
   std::erase_if(processes, [&](const Process& process) {
@@ -66,6 +69,22 @@ std::vector<Process> ProcessesWith(const std::string& variable) {
         '\0' + Slurp("/proc/" + std::to_string(process.id) + "/environ");
     return environment.find(wanted) == std::string::npos;
   });
+  return processes;
+}
+
+}  // namespace
+
+std::vector<Process> ProcessesWith(const std::string& variable) {
+  const std::vector<Process> before = FindWith(variable);
+  // One look misses a process whose parent creates it and ends meanwhile, and then both of them.
+  std::vector<Process> processes = FindWith(variable);
+  for (const Process& process : before) {
+    if (std::none_of(processes.begin(), processes.end(), [&](const Process& other) {
+          return other.id == process.id;
+        })) {
+      processes.push_back(process);
+    }
+  }
   return processes;
 }
 

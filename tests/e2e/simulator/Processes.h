@@ -22,7 +22,7 @@ struct Process {
 std::vector<Process> AllProcesses();
 
 /// The processes that started with this variable in their environment, without those that have
-/// ended.
+/// ended. One that ends meanwhile may be there; none that goes on is missing.
 /// @param variable  "NAME=VALUE"
 std::vector<Process> ProcessesWith(const std::string& variable);
 
