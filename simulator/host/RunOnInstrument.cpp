@@ -39,6 +39,7 @@ int Fail(int status, const std::string& why) {
 /// Refuses a command that would run outside of the instrument.
 void CheckCommand(const std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words) {
     arguments.push_back(const_cast<char*>(word.c_str()));  // they are only read
   }
