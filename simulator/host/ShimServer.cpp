@@ -127,8 +127,10 @@ void ShimServer::Serve(Client& client) {
 void ShimServer::Kill(const Client& client, Killed killed) {
   if (killed == Killed::kAll) {
     hooks_.killAll();
-  } else {
-    ::kill(client.connection.Process(), SIGKILL);
+  } else if (const pid_t process = client.connection.Process(); process > 0) {
+    ::kill(process, SIGKILL);
+  } else {  // it cannot be seen from here; kill() would take its number for many processes
+    hooks_.fail("a process of the command that is to be killed cannot be found");
   }
 }
 
