@@ -140,6 +140,7 @@ void Guard::StartHost() {
   }
   FileDescriptor lifelineReader(ends[0]);
   FileDescriptor lifelineWriter(ends[1]);
+  const pid_t guard = ::getpid();
   host_ = ::fork();
   if (host_ < 0) {
     throw std::system_error(errno, std::generic_category(), "cannot start the instrument");
@@ -149,7 +150,7 @@ void Guard::StartHost() {
     { const ControlChannel closed(std::move(ours)); }
     static_cast<void>(signalDescriptor_.Close());
     SetHostSignals();
-    std::exit(run_.host({std::move(theirs), std::move(lifelineReader)}));
+    std::exit(run_.host({std::move(theirs), std::move(lifelineReader), guard}));
   }
   control_.emplace(std::move(ours));
   lifeline_.emplace(std::move(lifelineWriter));

@@ -25,6 +25,7 @@ struct HostEnds {
   ControlChannel control;
   /// Reads the end of the file when the guard has ended, however.
   FileDescriptor lifeline;
+  pid_t guard;  // its process, which may have ended
 };
 
 /// @param settings  "NAME=VALUE", what the command's environment has beyond the guard's own

@@ -140,8 +140,10 @@ class Host {
   Host(const Options& options,
        const std::string& directory,
        ConsoleSockets* console,
-       ControlChannel guard)
-      : options_(options),
+       ControlChannel guard,
+       pid_t guardProcess)
+      : guardProcess_(guardProcess),
+        options_(options),
         directory_(directory),
         guard_(std::move(guard)),
         files_(options),
@@ -298,7 +300,7 @@ class Host {
   }
 
   std::unique_ptr<GMainLoop, UnrefLoop> loop_{g_main_loop_new(nullptr, FALSE)};
-  const pid_t guardProcess_ = ::getppid();
+  const pid_t guardProcess_;
   const RunHooks hooks_{.beforeEvent = [this] { BeforeEvent(); },
                         .fail = [this](const std::string& why) { Fail(why); },
                         .killAll = [this] { KillCommand(); }};
@@ -329,7 +331,7 @@ int RunHost(const Options& options,
   g_set_printerr_handler(PrintAssertion);
   EndWithGuard(std::move(ends.lifeline), directory.Path());
   const RunDirectory::Contents contents(directory);
-  return Host(options, directory.Path(), console, std::move(ends.control)).Run();
+  return Host(options, directory.Path(), console, std::move(ends.control), ends.guard).Run();
 }
 
 }  // namespace orvane
