@@ -39,13 +39,20 @@ std::string Parent() {
   return suits ? parent : kFallback;
 }
 
-/// @return the descriptor of a directory of this user that nobody else has locked, now locked
+/// @return the descriptor of a directory of this user that nobody else has locked, now locked;
+///         nothing, with errno set, when there is no such directory
 std::optional<int> Lock(const std::string& path) {
   FileDescriptor directory(
       ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
-  if (!directory.IsOpen() || ::fstat(directory.Get(), &status) != 0 ||
-      status.st_uid != ::geteuid() || ::flock(directory.Get(), LOCK_EX | LOCK_NB) != 0) {
+  if (!directory.IsOpen() || ::fstat(directory.Get(), &status) != 0) {
+    return std::nullopt;
+  }
+  if (status.st_uid != ::geteuid()) {
+    errno = EPERM;
+    return std::nullopt;
+  }
+  if (::flock(directory.Get(), LOCK_EX | LOCK_NB) != 0) {
     return std::nullopt;
   }
   return directory.Release();
@@ -96,7 +103,7 @@ RunDirectory::Contents::Contents(const RunDirectory& directory)
 /// @return what keeps it locked
 FileDescriptor RunDirectory::Create(const std::string& path) {
   for (;;) {
-    if (::mkdir(path.c_str(), S_IRWXU) != 0) {
+    if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
       throw std::system_error(errno,
                               std::generic_category(),
                               "cannot create a directory in " + path.substr(0, path.rfind('/')));
@@ -109,9 +116,7 @@ FileDescriptor RunDirectory::Create(const std::string& path) {
     if (!lock.IsOpen() && errno != EWOULDBLOCK && errno != ENOENT) {
       throw std::system_error(errno, std::generic_category(), "cannot lock " + path);
     }
-    while (::access(path.c_str(), F_OK) == 0) {
-      ::usleep(kPauseMicroseconds);  // the other run deletes it
-    }
+    ::usleep(kPauseMicroseconds);  // the other run deletes it, unless it is killed before
   }
 }
 

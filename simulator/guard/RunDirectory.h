@@ -8,8 +8,9 @@ namespace orvane {
 
 /// A directory for sockets and other files of a run. The guard chooses its name and deletes it with
 /// this object, contents included; the host creates it. So at each moment at which it is there, there
-/// are two processes that know of it. It is in $TMPDIR, or in /tmp when that is not set, is no absolute path, is too long
-/// for a socket's address, or has characters that LD_PRELOAD or a D-Bus address cannot hold.
+/// are two processes that know of it. It is in $TMPDIR, or in /tmp when that is not set, is no
+/// absolute path, is too long for a socket's address, or has characters that LD_PRELOAD or a D-Bus
+/// address cannot hold.
 ///
 /// It is locked (flock) as long as the host lives. Directories of ours there that nobody has locked
 /// any more are what killed runs have left, and are deleted first.

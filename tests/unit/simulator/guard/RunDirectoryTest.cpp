@@ -34,6 +34,14 @@ TEST_F(RunDirectoryTest, IsInTheDirectoryForTemporaryFilesAndDeletedWithItsConte
   EXPECT_FALSE(fs::exists(path));
 }
 
+TEST_F(RunDirectoryTest, DirectoryThatAnotherRunHasFailedToDeleteIsTaken) {
+  const RunDirectory directory;
+  fs::create_directory(directory.Path());
+  const RunDirectory::Contents contents(directory);
+  const RunDirectory other;
+  EXPECT_TRUE(fs::exists(directory.Path()));
+}
+
 TEST_F(RunDirectoryTest, AbandonedDirectoryIsDeleted) {
   fs::create_directories(Below("orvane-sim.abcdef/sub"));
   std::ofstream(Below("orvane-sim.abcdef/sub/file")) << "contents";
