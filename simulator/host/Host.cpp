@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -280,8 +281,10 @@ class Host {
       state += std::to_string(module->Slot()) + ' ' + module->DescribeState() + '\n';
       NoteProblem([&] { files_.SaveFlash(module->Options(), module->Flash().Contents()); });
       if (!module->Options().loadedFile.empty()) {
-        const auto loaded = module->LoadedContents().value_or(std::vector<std::uint8_t>());
-        NoteProblem([&] { files_.SaveLoaded(module->Options(), loaded); });
+        NoteProblem([&] {
+          files_.SaveLoaded(module->Options(),
+                            module->LoadedContents().value_or(std::vector<std::uint8_t>()));
+        });
       }
     }
     NoteProblem([&] { files_.SaveState(state); });
@@ -294,7 +297,7 @@ class Host {
   void NoteProblem(const Save& save) {
     try {
       save();
-    } catch (const std::runtime_error& error) {
+    } catch (const std::exception& error) {  // also when memory is short
       problems_.emplace_back(error.what());
     }
   }
