@@ -1,5 +1,6 @@
 // orvane-sim as a process: status, signals, files, and what is left after it.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -152,6 +153,16 @@ TEST(OrvaneSimTest, OutputThatNobodyReadsDoesNotStopTheRun) {
   pipe.CloseWriter();
   EXPECT_EQ(pipe.ReadLine(), "a");
   EXPECT_EQ(run.Wait().status, 3);
+}
+
+TEST(OrvaneSimTest, OutputThatDoesNotBlockIsComplete) {
+  SimulatorRun run;
+  Pipe pipe;
+  ASSERT_EQ(::fcntl(pipe.Writer(), F_SETFL, O_WRONLY | O_NONBLOCK), 0);
+  run.StartShell("head -c 200000 /dev/zero", pipe.Writer());  // a pipe holds 65536 bytes
+  pipe.CloseWriter();
+  EXPECT_EQ(pipe.ReadToTheEnd().size(), 200000U);
+  EXPECT_EQ(run.Wait().status, 0);
 }
 
 // --- The flash file -----------------------------------------------------------------------------
