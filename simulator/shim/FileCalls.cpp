@@ -151,7 +151,7 @@ int FlagsOfMode(const char* mode) {
   } else if (*mode == 'a') {
     flags = O_WRONLY | O_CREAT | O_APPEND;
   }
-  for (const char* letter = mode + 1; *letter != '\0' && *letter != ','; ++letter) {
+  for (const char* letter = mode; *letter != '\0' && *letter != ','; ++letter) {
     if (*letter == '+') {
       flags = (flags & ~O_ACCMODE) | O_RDWR;
     } else if (*letter == 'x') {
@@ -187,6 +187,11 @@ FILE* OpenStream(const char* given, const char* mode, RealOpen realOpen) {
   if (out.answer.action == Action::kProceedAt) {
     const int descriptor = RawOpen(out.path, FlagsAt(out.answer, flags), kStreamMode);
     stream = descriptor < 0 ? nullptr : ::fdopen(descriptor, mode);
+    if (descriptor >= 0 && stream == nullptr) {
+      const int savedErrno = errno;
+      static_cast<void>(::syscall(SYS_close, descriptor));
+      errno = savedErrno;
+    }
   } else {
     stream = realOpen(path.ForNext());
   }
