@@ -156,7 +156,8 @@ class Chip {
   NorFlashModel model_;
 };
 
-std::uint64_t Hash(std::span<const std::uint8_t> bytes) {
+std::uint64_t Hash(std::span<const std::uint8_t> flash) {
+  const auto bytes = flash.first(std::min(flash.size(), kUpdatedBytes));
   return std::hash<std::string_view>{}({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
