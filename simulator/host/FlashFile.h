@@ -25,8 +25,9 @@ class FlashFile {
   /// @throw std::runtime_error, with a text for the user, when it cannot be read or is larger
   std::vector<std::uint8_t> Load() const;
 
-  /// Replaces the contents, once. A file that holds them already is not written. A file that somebody else has replaced, removed or changed since
-  /// it was opened is left as it is, which is an error.
+  /// Replaces the contents, once. A file that holds them already is not written. A file that
+  /// somebody else has replaced, removed or changed since it was opened is left as it is, which is
+  /// an error.
   /// @throw std::runtime_error, with a text for the user
   void Save(std::span<const std::uint8_t> contents) const;
 

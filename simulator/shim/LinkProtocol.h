@@ -4,9 +4,9 @@
 #include <cstdint>
 
 /// The link between a program on the virtual instrument and its host. The program's side (the shim)
-/// asks, the host answers; one question at a time on each connection, and every question but the last gets
-/// exactly one answer. Both are a header and `payloadBytes` of payload, cut into packets of
-/// kPacketBytes with a shorter one at the end.
+/// asks, the host answers; one question at a time on each connection. Every question gets exactly one
+/// answer, except kRefused and one after which the process is killed. Both are a header and
+/// `payloadBytes` of payload, cut into packets of kPacketBytes with a shorter one at the end.
 namespace orvane::link {
 
 inline constexpr const char* kAddressVariable =

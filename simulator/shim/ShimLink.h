@@ -15,8 +15,8 @@ namespace orvane::shim {
 /// Whether this process has a host.
 bool IsOnInstrument();
 
-/// Whether this process has a host that can be asked. Not so during Ask(): calls from a signal handler
-/// bypass the link then.
+/// Whether this process has a host that can be asked. Not so during Ask(): calls from a signal
+/// handler bypass the link then.
 bool IsLinked();
 
 /// False in a child of vfork: what it changes in memory is changed in its parent too.
