@@ -24,7 +24,7 @@ class Random {
   }
   template <typename T, std::size_t N>
   T Of(const std::array<T, N>& values) {
-    return values.at(Number(0, N - 1));
+    return values.at(static_cast<std::size_t>(Number(0, N - 1)));
   }
 
  private:
@@ -80,7 +80,9 @@ const char* NameOf(Target target) {
 
 Plan PlanOf(std::uint64_t seed, std::uint64_t index, std::size_t updates) {
   Random random(seed, index);
-  Plan plan{.seed = seed, .index = index, .update = random.Number(0, updates - 1)};
+  Plan plan{.seed = seed,
+            .index = index,
+            .update = static_cast<std::size_t>(random.Number(0, updates - 1))};
   if (index % kUndisturbedEvery == 0) {
     return plan;
   }

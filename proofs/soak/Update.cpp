@@ -64,7 +64,12 @@ std::chrono::nanoseconds Duration(const std::string& number, const std::string& 
 
 /// "0x001000"
 std::size_t Address(const std::string& word) {
-  return Number(std::string_view(word).substr(2), 16);
+  return static_cast<std::size_t>(Number(std::string_view(word).substr(2), 16));
+}
+
+/// "+256"
+std::size_t CountOf(const std::string& word) {
+  return static_cast<std::size_t>(Number(std::string_view(word).substr(1), 10));
 }
 
 /// A chip that carries out the events of a log.
@@ -117,7 +122,7 @@ class Chip {
       return {0xC7};
     }
     if (command == "PP") {
-      return Program(words.at(3), Number(std::string_view(words.at(4)).substr(1), 10));
+      return Program(words.at(3), CountOf(words.at(4)));
     }
     if (command == "WRSR") {
       Bytes bytes = {0x01};

@@ -43,7 +43,7 @@ void AddWrites(const std::string& path, std::string_view bytes, std::vector<Unse
 
 std::string ReadPart(const std::string& path, std::uint64_t from, std::uint64_t count) {
   std::ifstream file(path, std::ios::binary);
-  std::string bytes(count, '\0');
+  std::string bytes(static_cast<std::size_t>(count), '\0');
   file.seekg(static_cast<std::streamoff>(from));
   file.read(bytes.data(), static_cast<std::streamsize>(count));
   bytes.resize(static_cast<std::size_t>(file.gcount()));

@@ -61,7 +61,7 @@ bool LinkConnection::Receive(link::Question& question, std::vector<std::uint8_t>
     return false;
   }
   const std::size_t have = static_cast<std::size_t>(first) - sizeof question;
-  payload.resize(question.payloadBytes);
+  payload.resize(static_cast<std::size_t>(question.payloadBytes));
   return have >= payload.size() ||
          TransferRest(::recvmsg, Descriptor(), payload.data() + have, payload.size() - have);
 }

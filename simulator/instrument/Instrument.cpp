@@ -257,7 +257,7 @@ EventResult Instrument::SubmitSpi(std::string_view path, const SpiMessage& messa
   const Event event = SpiEvent(path, description.command);
   const Fault fault = Arrive(event);
   const auto value = static_cast<std::int64_t>(totals.all);
-  const std::size_t receivedBytes = fits ? totals.received : 0;
+  const std::size_t receivedBytes = fits ? static_cast<std::size_t>(totals.received) : 0;
   if (!TakesItsCourse(fault)) {
     return InsteadOf(fault, {.value = value, .bytes = std::vector<std::uint8_t>(receivedBytes)});
   }

@@ -309,8 +309,8 @@ int CopyByFcntl(int from, int command, int to) {
 
 // --- Reading and writing ------------------------------------------------------------------------
 
-constexpr std::size_t kMaxCount = 0x7FFFF000;    // what the kernel reads or writes in one call
-constexpr std::uint64_t kAttributeBytes = 4096;  // what it passes to an attribute
+constexpr std::size_t kMaxCount = 0x7FFFF000;  // what the kernel reads or writes in one call
+constexpr std::size_t kAttributeBytes = 4096;  // what it passes to an attribute
 
 /// Whether a descriptor is open for reading (O_RDONLY) or writing (O_WRONLY). The kernel looks at this
 /// before it asks a driver.
@@ -353,10 +353,10 @@ ssize_t Read(int descriptor, void* buffer, size_t count, RealRead realRead) {
 
 /// Cuts a list of pieces to a number of bytes.
 /// @return how many bytes it has then
-std::uint64_t CutTo(std::uint64_t most, iovec* pieces, int count) {
-  std::uint64_t bytes = 0;
+std::size_t CutTo(std::size_t most, iovec* pieces, int count) {
+  std::size_t bytes = 0;
   for (int i = 0; i < count; ++i) {
-    const std::uint64_t left = most - bytes;
+    const std::size_t left = most - bytes;
     pieces[i].iov_len = pieces[i].iov_len < left ? pieces[i].iov_len : left;
     bytes += pieces[i].iov_len;
   }
@@ -378,7 +378,7 @@ ssize_t Write(int descriptor, const iovec* pieces, int count, RealWrite realWrit
   for (int i = 0; i < count; ++i) {
     send[1 + i] = pieces[i];
   }
-  const std::uint64_t bytes =
+  const std::size_t bytes =
       CutTo(entry.kind == Kind::kSysfs ? kAttributeBytes : kMaxCount, send + 1, count);
   const bool tooMuch = bytes > link::kMaxPayloadBytes;
   iovec receive[1] = {};

@@ -61,8 +61,8 @@ std::int64_t ClockStep() {
 std::atomic<std::int64_t> clockLead = 0;
 
 timespec TimeSpec(std::int64_t nanoseconds) {
-  return {.tv_sec = nanoseconds / kNanosecondsPerSecond,
-          .tv_nsec = nanoseconds % kNanosecondsPerSecond};
+  return {.tv_sec = static_cast<time_t>(nanoseconds / kNanosecondsPerSecond),
+          .tv_nsec = static_cast<long>(nanoseconds % kNanosecondsPerSecond)};
 }
 
 /// Converts a time of the program's clock to the machine's clock, which the real sleep uses.
