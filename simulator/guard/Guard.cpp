@@ -149,6 +149,7 @@ void Guard::StartHost() {
     static_cast<void>(lifelineWriter.Close());
     { const ControlChannel closed(std::move(ours)); }
     static_cast<void>(signalDescriptor_.Close());
+    ::setpgid(0, 0);  // what kills our whole group leaves one of the two
     SetHostSignals();
     std::exit(run_.host({std::move(theirs), std::move(lifelineReader), guard}));
   }
@@ -209,6 +210,7 @@ void Guard::OnSignal(int signal) {
       StopOwnGroup(SIGTSTP);
     }
   } else if (endSignal_ == 0) {
+    isStopping_ = false;
     endSignal_ = signal;
     deadline_ = Clock::now() + kGrace;
     process_tree::Signal(::getpid(), host_, signal);

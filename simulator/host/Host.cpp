@@ -9,6 +9,7 @@
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <latch>
 #include <memory>
 #include <optional>
 #include <span>
@@ -106,7 +107,8 @@ void PrintAssertion(const char* text) {
   EndAfter(message.starts_with(kStart) ? message.substr(kStart.size()) : message);
 }
 
-/// Starts a process that removes the directory when this one has ended, which may be filling it.
+/// Starts a process that removes the directory when this one has ended, which may be filling it. The
+/// C library keeps its allocation usable in the child of a process with threads.
 void RemoveAfterThisProcess(const std::string& directory) {
   const pid_t self = ::getpid();
   if (::fork() == 0) {
@@ -120,19 +122,23 @@ void RemoveAfterThisProcess(const std::string& directory) {
 
 /// Ends this process, and every process of the command, when the guard has been killed: then nobody
 /// else does. It needs a thread of its own, because the others may be waiting for anything.
+/// Returns when the thread runs.
 void EndWithGuard(FileDescriptor lifeline, const std::string& directory) {
-  std::thread([lifeline = std::move(lifeline), directory] {
+  const auto started = std::make_shared<std::latch>(1);
+  std::thread([started, lifeline = std::move(lifeline), directory] {
+    started->count_down();
     char byte = '\0';
     while (::read(lifeline.Get(), &byte, sizeof byte) < 0 && errno == EINTR) {
     }
     static_cast<void>(
         process_tree::KillWith(std::string(link::kAddressVariable) + "=" + LinkAddress(directory)));
     static_cast<void>(process_tree::Kill(::getpid(), 0));  // the bus
-    while (::waitpid(-1, nullptr, 0) > 0) {
+    while (::waitpid(-1, nullptr, WNOHANG) > 0) {
     }
     RemoveAfterThisProcess(directory);
     ::_exit(kInstrumentFailed);
   }).detach();
+  started->wait();
 }
 
 /// Everything of one run, built in the order of the members and destroyed in reverse.

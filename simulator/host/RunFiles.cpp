@@ -1,7 +1,10 @@
 #include "simulator/host/RunFiles.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -86,12 +89,37 @@ void CheckPlaces(const Options& options, const Outputs& outputs) {
   RefuseSharing(files);
 }
 
+/// Locks a file that is not a flash file, if it is there, so that no other instrument takes it for
+/// one. Other instruments may write to it too.
+/// @param name  for texts
+/// @throw std::runtime_error when it is the flash file of another instrument
+FileDescriptor LockOutput(const std::string& name, const std::string& path) {
+  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return FileDescriptor();  // whether it can be written shows later
+  }
+  if (::flock(file.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    throw std::runtime_error(name + " '" + path + "' is a flash file of another instrument");
+  }
+  return file;
+}
+
 }  // namespace
 
 RunFiles::RunFiles(const Options& options) {
   try {
     Outputs outputs(options);
     CheckPlaces(options, outputs);
+    for (const auto& [path, file] : outputs.loaded) {
+      locks_.push_back(LockOutput("loaded file", path));
+    }
+    if (outputs.log) {
+      locks_.push_back(LockOutput("log file", options.logFile));
+    }
+    if (outputs.state) {
+      locks_.push_back(LockOutput("state file", options.stateFile));
+    }
     for (const ModuleOptions& module : options.modules) {
       if (!module.flashFile.empty()) {
         flashes_.emplace(module.flashFile, module.flashFile);

@@ -59,6 +59,7 @@ class RunFiles {
   std::map<std::string, Flash> flashes_;     // by path
   std::map<std::string, StateFile> loaded_;  // likewise
   std::optional<StateFile> state_;
+  std::vector<FileDescriptor> locks_;  // on the files that are not flash files
   std::optional<LogFile> log_;
 };
 

@@ -74,7 +74,12 @@ ShimServer::~ShimServer() {
 }
 
 int ShimServer::OnListener(int /*descriptor*/, int /*condition*/, void* self) {
-  static_cast<ShimServer*>(self)->Accept();
+  auto* const server = static_cast<ShimServer*>(self);
+  try {
+    server->Accept();
+  } catch (const std::exception& error) {
+    server->hooks_.fail(error.what());
+  }
   return G_SOURCE_CONTINUE;
 }
 

@@ -289,6 +289,31 @@ TEST(FlashFileTest, OneFileInTwoInstrumentsAtOnceIsRefused) {
   EXPECT_EQ(second.Words("--module dax@2,flash=" + path + " -- true").status, 0);
 }
 
+TEST(FlashFileTest, OutputOnTheFlashFileOfAnotherInstrumentIsRefusedAndTruncatesNothing) {
+  SimulatorRun first;
+  first.WithoutLog();
+  first.WriteFile("flash", "abc");
+  first.Option("--module wend@1,flash=flash");
+  ASSERT_EQ(::mkfifo(first.File("pipe").c_str(), 0600), 0);
+  first.StartShell("echo ready >pipe; read line <pipe; exit 3");
+  ASSERT_EQ(first.ReadFile("pipe"), "ready\n");
+  const std::string flash = first.File("flash").string();
+  const std::string rows[][2] = {{"log file", "--log " + flash},
+                                 {"state file", "--state " + flash},
+                                 {"loaded file", "--module wend@1,loaded=" + flash}};
+  for (const auto& [name, options] : rows) {
+    SimulatorRun second;
+    const SimulatorOutcome outcome = second.Words(options + " -- true");
+    EXPECT_EQ(outcome.status, kUsageStatus);
+    EXPECT_EQ(outcome.err,
+              "orvane-sim: " + name + " '" + flash + "' is a flash file of another instrument\n" +
+                  kTryHelp);
+    EXPECT_EQ(first.ReadFile("flash"), "abc");
+  }
+  first.WriteFile("pipe", "end\n");
+  EXPECT_EQ(first.Wait().status, 3);
+}
+
 TEST(FlashFileTest, DevicesMayBeSharedByLogAndState) {
   SimulatorRun run;
   EXPECT_EQ(run.Words("--log /dev/null --state /dev/null -- true").status, 0);

@@ -520,6 +520,9 @@ void ExpectRefused(const SimulatorOutcome& outcome) {
 }
 
 TEST_F(ProcessEndTest, TooFewDescriptorsAreRefused) {
+  if (HAS_SANITIZERS) {
+    GTEST_SKIP() << "the sanitizers need them too";
+  }
   // The loader takes one beside the standard ones.
   for (int limit = 4; limit < 40; ++limit) {
     SCOPED_TRACE("limit " + std::to_string(limit));
@@ -548,6 +551,9 @@ bool CanMount() {
 }
 
 TEST_F(ProcessEndTest, MissingProcIsRefused) {
+  if (HAS_SANITIZERS) {
+    GTEST_SKIP() << "the sanitizers need them too";
+  }
   if (!CanMount()) {
     GTEST_SKIP() << "this user may not mount file systems";
   }
