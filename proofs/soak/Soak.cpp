@@ -1,7 +1,6 @@
 // Disturbs many runs of the virtual instrument, and checks how each ends.
 
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,6 +24,7 @@
 #include "proofs/soak/Plan.h"
 #include "proofs/soak/Trial.h"
 #include "proofs/soak/Update.h"
+#include "tests/doubles/TemporaryDirectory.h"
 
 namespace soak {
 namespace {
@@ -287,26 +287,6 @@ void OnSignal(int signal) {
   Interrupt();
 }
 
-/// A new folder with a path that is short enough for sockets below it.
-class Folder {
- public:
-  Folder() {
-    if (::mkdtemp(path_.data()) == nullptr) {
-      throw std::runtime_error("cannot create " + path_);
-    }
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  ~Folder() {
-    std::error_code ignored;  // has no effect on the result
-    std::filesystem::remove_all(path_, ignored);
-  }
-  [[nodiscard]] const std::string& Path() const { return path_; }
-
- private:
-  std::string path_ = "/tmp/orvane-soak.XXXXXX";
-};
-
 int Main(const std::vector<std::string>& words) {
   try {
     const Options options = Parse(words);
@@ -318,7 +298,7 @@ int Main(const std::vector<std::string>& words) {
       static_cast<void>(::signal(signal, OnSignal));
     }
     const Lacks lacks = WhatIsLacking();
-    const Folder folder;
+    const ::TemporaryDirectory folder;
     const bool holds = Soak(options, folder.Path(), lacks).Make();
     return endedBy != 0 ? 128 + endedBy : holds ? 0 : kBroken;
   } catch (const std::invalid_argument& error) {
