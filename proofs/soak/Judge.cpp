@@ -124,10 +124,15 @@ class Judge {
     if (code_ == kInstrumentFailed) {
       return says && (HasLimit(plan_) || HitsInstrument(plan_));
     }
+    return HasLimit(plan_) && IsOfALimit(says);
+  }
+
+  /// @param says  whether orvane-sim has shown why
+  [[nodiscard]] bool IsOfALimit(bool says) const {
     // The loader ends with 127 when it cannot load a library.
-    return HasLimit(plan_) &&
-           ((says && (code_ == kNotExecutable || code_ == kNotFound)) ||
-            (code_ == kNotFound && Contains(seen_.err, "error while loading shared libraries")));
+    const bool isLoader =
+        code_ == kNotFound && Contains(seen_.err, "error while loading shared libraries");
+    return isLoader || (says && (code_ == kNotExecutable || code_ == kNotFound));
   }
 
   /// The instrument has ended as it should, so everything is saved.

@@ -69,8 +69,9 @@ bool FilePlace::Follow(const std::string& path) {
 
 /// Goes to the folder of a path that starts at the present one.
 bool FilePlace::Enter(const std::string& path) {
-  const std::size_t nameAt = path.rfind('/') + 1;  // 0 without a slash
-  const std::string folder = nameAt == 0 ? "." : path.substr(0, nameAt);
+  const std::size_t slash = path.rfind('/');
+  const std::size_t nameAt = slash == std::string::npos ? 0 : slash + 1;
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, nameAt);
   const int start = folder_ ? folder_->Get() : AT_FDCWD;
   FileDescriptor next(::openat(start, folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!next.IsOpen()) {

@@ -245,12 +245,13 @@ void WholeFile::RemoveTemporary(const std::string& path, pid_t writer) {
 }
 
 void WholeFile::RemoveLeftovers() const {
-  const int descriptor = ::openat(place_.Folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const std::unique_ptr<DIR, CloseFolder> folder(descriptor < 0 ? nullptr
-                                                                : ::fdopendir(descriptor));
+  FileDescriptor descriptor(::openat(place_.Folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::unique_ptr<DIR, CloseFolder> folder(descriptor.IsOpen() ? ::fdopendir(descriptor.Get())
+                                                                     : nullptr);
   if (!folder) {
     return;
   }
+  static_cast<void>(descriptor.Release());  // it is the stream's
   const std::string prefix = TemporaryPrefix(place_);
   while (const dirent* const entry = ::readdir(folder.get())) {
     if (IsLeftover(entry->d_name, prefix)) {
