@@ -8,12 +8,9 @@
 /// USR_ACCESS time stamp, and an FPGA that is not configured is first brought into PS mode.
 class BitstreamFlashProgrammer : public ExpanderFlashProgrammer {
  public:
-  /// Finds the build time stamp of a bitstream: the word after a write of one word to USR_ACCESS
-  /// (type-1 packet header 0x3001A001, configuration user guide UG470, "Configuration Packets"),
-  /// at an offset that is a multiple of 4. Prints what it found. The file is read as it is, never
-  /// decompressed, and to its end: a read that fails is made again, without end on a directory.
-  /// @return day (bits 31..27), month (26..23), year - 2000 (22..17), hour (16..12), minute
-  ///         (11..6), second (5..0); 0 when the file cannot be opened or holds none
+  /// Finds the build time stamp of a bitstream (UserAccess.h) and prints what it found. A file that
+  /// cannot be read is read again, without end on a directory.
+  /// @return the time stamp; 0 when the file cannot be opened or holds none
   unsigned int FindTimeStampInFile(std::string file);
 
  protected:
