@@ -6,15 +6,17 @@
 #include <array>
 #include <iostream>
 #include <stdexcept>
-#include <string_view>
+#include <utility>
 
 #include "base/FileDescriptor.h"
 
 namespace {
 
-constexpr off_t kFieldOffset = 0x4C;
-constexpr std::size_t kFieldBytes = 76;
 constexpr char kDelimiter = '#';
+
+// What a missing build date counts as.
+constexpr const char* kNoFlashDate = "date1";
+constexpr const char* kNoImageDate = "date2";
 
 constexpr const char* kNoDelimiter = "ERROR: Can't find delimiter # in BOOTHEADER";
 
@@ -26,11 +28,12 @@ class UserDefinedField {
       std::cerr << "ERROR: Can't open file '" << path << "'" << std::endl;
       Fail();
     }
-    if (::lseek(file_.Get(), kFieldOffset, SEEK_SET) < 0) {
+    if (::lseek(file_.Get(), off_t{boot_header::kUserFieldOffset}, SEEK_SET) < 0) {
       std::cerr << "ERROR: Can't seek file" << std::endl;
       Fail();
     }
-    if (::read(file_.Get(), bytes_.data(), bytes_.size()) != ssize_t{kFieldBytes}) {
+    if (::read(file_.Get(), bytes_.data(), bytes_.size()) !=
+        ssize_t{boot_header::kUserFieldBytes}) {
       std::cerr << "ERROR: Can't read file" << std::endl;
       Fail();
     }
@@ -53,71 +56,79 @@ class UserDefinedField {
   }
 
   FileDescriptor file_;
-  std::array<char, kFieldBytes> bytes_{};
+  std::array<char, boot_header::kUserFieldBytes> bytes_{};
 };
 
-/// @return the position of the first delimiter; npos, after the message, when there is none
-std::size_t FindDelimiter(UserDefinedField& field, const char* noDelimiterMessage) {
-  const std::size_t delimiter = field.Text().find(kDelimiter);
-  if (delimiter == std::string_view::npos) {
+/// @param find  finds a text in the field
+/// @return what it finds; empty, after the message, when the field has no delimiter
+std::string FindText(const std::string& file,
+                     std::optional<std::string> (*find)(std::string_view field),
+                     const char* noDelimiterMessage) {
+  UserDefinedField field(file);
+  std::optional<std::string> text = find(field.Text());
+  if (!text) {
     std::cerr << noDelimiterMessage << std::endl;
     field.LeaveOpen();
+    return "";
   }
-  return delimiter;
+  return *std::move(text);
 }
 
 /// Prints the label and the text found, or the error line when the text is empty.
-/// @return the text, or the fallback
-std::string ReportOrFallBack(const std::string& found,
-                             const char* label,
-                             const char* missingMessage,
-                             const char* fallback) {
+void Report(const std::string& found, const char* label, const char* missingMessage) {
   if (found.empty()) {
     std::cerr << missingMessage << std::endl;
-    return fallback;
+    return;
   }
   std::cout << label << found << std::endl;
-  return found;
 }
 
 }  // namespace
 
 namespace boot_header {
 
-std::string FindBuildDate(const std::string& file, const char* noDelimiterMessage) {
-  UserDefinedField field(file);
-  const std::size_t delimiter = FindDelimiter(field, noDelimiterMessage);
+std::optional<std::string> BuildDateIn(std::string_view field) {
+  const std::size_t delimiter = field.find(kDelimiter);
   if (delimiter == std::string_view::npos) {
-    return "";
+    return std::nullopt;
   }
-  const std::string_view rest = field.Text().substr(delimiter + 1);
+  const std::string_view rest = field.substr(delimiter + 1);
   return std::string(rest.substr(0, rest.find(kDelimiter)));
+}
+
+std::optional<std::string> FileNameIn(std::string_view field) {
+  const std::size_t delimiter = field.find(kDelimiter);
+  if (delimiter == std::string_view::npos) {
+    return std::nullopt;
+  }
+  return std::string(field.substr(0, delimiter));
+}
+
+bool IsUpgradeRequired(const std::string& flashDate, const std::string& imageDate) {
+  // Deliberate: a date that is the other one's fallback counts as equal to the missing one; fixed
+  // and observable; do not change. The fallbacks differ, so two missing dates require an upgrade.
+  return (flashDate.empty() ? kNoFlashDate : flashDate) !=
+         (imageDate.empty() ? kNoImageDate : imageDate);
+}
+
+std::string FindBuildDate(const std::string& file, const char* noDelimiterMessage) {
+  return FindText(file, BuildDateIn, noDelimiterMessage);
 }
 
 bool ReportBuildDates(const std::string& dump,
                       const std::string& image,
                       const std::function<std::string(std::string file)>& findBuildDate) {
-  // The fallback dates differ, so a missing date requires an upgrade.
-  const std::string dumpDate = ReportOrFallBack(findBuildDate(dump),
-                                                "Flash header build date: ",
-                                                "ERROR: Can't find uboot build date in dumpfile",
-                                                "date1");
-  const std::string imageDate = ReportOrFallBack(findBuildDate(image),
-                                                 "Binary  file build date: ",
-                                                 "ERROR: Can't find uboot build date in BIN file",
-                                                 "date2");
-  return dumpDate != imageDate;
+  const std::string dumpDate = findBuildDate(dump);
+  Report(dumpDate, "Flash header build date: ", "ERROR: Can't find uboot build date in dumpfile");
+  const std::string imageDate = findBuildDate(image);
+  Report(imageDate, "Binary  file build date: ", "ERROR: Can't find uboot build date in BIN file");
+  return IsUpgradeRequired(dumpDate, imageDate);
 }
 
 }  // namespace boot_header
 
 std::string SearchFilenameInUDFHeader(std::string file) {
-  UserDefinedField field(file);
-  const std::size_t delimiter = FindDelimiter(field, kNoDelimiter);
-  if (delimiter == std::string_view::npos) {
-    return "";
-  }
-  return std::string(field.Text().substr(0, delimiter));
+  return FindText(file, boot_header::FileNameIn, kNoDelimiter);
 }
 
 std::string SearchBuildDateInUDFHeader(std::string file) {
@@ -126,9 +137,9 @@ std::string SearchBuildDateInUDFHeader(std::string file) {
 
 bool IsFlashUpgradeRequired(std::string dump, std::string image) {
   std::cout << std::endl;
-  static_cast<void>(ReportOrFallBack(SearchFilenameInUDFHeader(dump),
-                                     "Flash header binary filename: ",
-                                     "ERROR: Can't find uboot filename in dumpfile",
-                                     "u-boot-vexa.bin"));  // reported only
+  // A missing file name stands for "u-boot-vexa.bin", which nothing reads: the dates alone decide.
+  Report(SearchFilenameInUDFHeader(dump),
+         "Flash header binary filename: ",
+         "ERROR: Can't find uboot filename in dumpfile");
   return boot_header::ReportBuildDates(dump, image, SearchBuildDateInUDFHeader);
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
@@ -72,6 +73,12 @@ TEST_P(HeaderFieldTest, HoldsTheTextsOfTheRow) {
   EXPECT_EQ(SearchFilenameInUDFHeader("file"), GetParam().fileName);
   EXPECT_EQ(SearchBuildDateInUDFHeader("file"), GetParam().buildDate);
   EXPECT_EQ(console_.Out() + console_.Err(), "");
+}
+
+TEST_P(HeaderFieldTest, HoldsTheTextsOfTheRowInMemoryToo) {
+  const std::string field = GetParam().file.substr(76, 76);
+  EXPECT_EQ(boot_header::FileNameIn(field), GetParam().fileName);
+  EXPECT_EQ(boot_header::BuildDateIn(field), GetParam().buildDate);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -211,7 +218,34 @@ TEST_F(BootHeaderTest, MissingImageDateStandsForTheTextDate2) {
   EXPECT_FALSE(UpgradeRequired(File("a#date2#"), File("a##")));
 }
 
-// --- What other programmers share ---------------------------------------------------------------
+// --- What other callers share -------------------------------------------------------------------
+
+TEST_F(BootHeaderTest, FieldInMemoryWithoutADelimiterHoldsNothingAndIsNotReported) {
+  EXPECT_EQ(boot_header::FileNameIn(std::string(76, 'n')), std::nullopt);
+  EXPECT_EQ(boot_header::BuildDateIn(std::string(76, 'n')), std::nullopt);
+  EXPECT_EQ(console_.Out() + console_.Err(), "");
+}
+
+TEST_F(BootHeaderTest, FieldIsTheLast76BytesOfAHeaderOf152) {
+  EXPECT_EQ(boot_header::kUserFieldOffset, 76U);
+  EXPECT_EQ(boot_header::kUserFieldBytes, 76U);
+  EXPECT_EQ(boot_header::kHeaderBytes, 152U);
+}
+
+TEST_F(BootHeaderTest, DatesThatDifferOrAreBothMissingRequireAnUpgrade) {
+  EXPECT_FALSE(boot_header::IsUpgradeRequired("date", "date"));
+  EXPECT_TRUE(boot_header::IsUpgradeRequired("date", "dates"));
+  EXPECT_TRUE(boot_header::IsUpgradeRequired("", ""));
+  EXPECT_TRUE(boot_header::IsUpgradeRequired("date", ""));
+  EXPECT_TRUE(boot_header::IsUpgradeRequired("", "date"));
+}
+
+TEST_F(BootHeaderTest, MissingDateIsEqualToTheTextThatStandsForIt) {
+  EXPECT_FALSE(boot_header::IsUpgradeRequired("", "date1"));
+  EXPECT_TRUE(boot_header::IsUpgradeRequired("date1", ""));
+  EXPECT_FALSE(boot_header::IsUpgradeRequired("date2", ""));
+  EXPECT_TRUE(boot_header::IsUpgradeRequired("", "date2"));
+}
 
 TEST_F(BootHeaderTest, FindBuildDateWordsTheMissingDelimiterAsAsked) {
   kernel_.files["file"] = File("blank");
