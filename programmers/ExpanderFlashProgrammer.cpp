@@ -9,6 +9,7 @@
 #include "devices/SPIDev.h"
 #include "flash/MT25QL128.h"
 #include "platform/PCA9535.h"
+#include "programmers/ExpanderAddress.h"
 #include "programmers/FlashUpdate.h"
 #include "programmers/lines/GpioProgrammingInterface.h"
 
@@ -21,7 +22,6 @@ constexpr int kDumpBytes = 512;
 constexpr std::chrono::milliseconds kDoneTimeout{10'000};
 constexpr useconds_t kPollMicroseconds = 1000;
 
-constexpr unsigned kModuleAtNextAddress = 5;
 constexpr unsigned char kNoExpanderFlags = 0;
 
 constexpr int kExpanderConnectedMark = 101;
@@ -49,9 +49,9 @@ void ExpanderFlashProgrammer::Drive(unsigned short pattern) {
 }
 
 FpgaProgrammerInterface::Status ExpanderFlashProgrammer::Connect() {
-  // Deliberate: a module in slot 5 has its expander at the next address; only here: toggleReset()
-  // takes the address of the map. Fixed and observable; do not change.
-  const int address = lines_->address() + (module_ == kModuleAtNextAddress ? 1 : 0);
+  // Deliberate: at the address of the slot; only here: toggleReset() takes the address of the map.
+  // Fixed and observable; do not change.
+  const unsigned short address = ExpanderAddress(*lines_, module_);
   const bool connected = expander_->connect(static_cast<unsigned char>(address),
                                             lines_->io_config(),
                                             lines_->spi_flash_to_fpga_run(),
