@@ -26,6 +26,12 @@ void Settle() {
 
 }  // namespace
 
+const char* Path(int module) {
+  // Deliberate: module 4 is slot A and every other number slot B, without a range check; fixed and
+  // observable; do not change.
+  return module == kSlotA ? kSlotAPath : kSlotBPath;
+}
+
 bool InsertAndWait(std::ostream& selector, const char* text) {
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
     selector << text;  // no newline, no flush: written when the file is closed
@@ -46,9 +52,7 @@ int Apply(std::ostream& selector, const Route& route) {
 }
 
 int Select(int module, const Route& route, std::ostream& openFailure) {
-  // Deliberate: module 4 is slot A and every other number slot B, without a range check; fixed and
-  // observable; do not change.
-  std::ofstream selector(module == kSlotA ? kSlotAPath : kSlotBPath);
+  std::ofstream selector(Path(module));
   if (selector.fail()) {
     openFailure << "Could not open the module_selector file" << std::endl;
     return -1;

@@ -15,9 +15,13 @@ struct Route {
 inline constexpr Route kSpiMaster = {"SPIFIFO", "Select_SPIMaster failed"};
 inline constexpr Route kOtdr = {"SPILVDS", "Select_OTDR failed"};
 
+/// @param module  slot number; 4 is slot A, every other number slot B
+/// @return the slot's file
+const char* Path(int module);
+
 /// Opens the slot's file, writes the route's text and closes it 100 ms later; the text reaches the
 /// kernel at the close, whose own failure is not reported.
-/// @param module       slot number; 4 is slot A, every other number slot B
+/// @param module       slot number, as for Path()
 /// @param openFailure  takes the line for a file that cannot be opened
 /// @return 0; -1 on failure, after one line: on `openFailure` when the file cannot be opened, else
 ///         on standard error

@@ -63,6 +63,15 @@ TYPED_TEST(ModuleSelectorTest, FileThatCannotBeOpenedIsReportedWithoutAWait) {
                           "err| " + std::string(kNotOpen)));
 }
 
+// --- The path ------------------------------------------------------------------------------------
+
+TEST(ModuleSelectorPathTest, Module4IsSlotAAndEveryOtherNumberSlotB) {
+  EXPECT_STREQ(module_selector::Path(4), "/sys/platform/module_selector/slotA");
+  for (const int module : {0, 1, 2, 3, 5, 6, -1, 2147483647}) {
+    EXPECT_STREQ(module_selector::Path(module), "/sys/platform/module_selector/slotB") << module;
+  }
+}
+
 // --- The attempts, over a stream that the test can break ---------------------------------------
 
 class LoggingBuffer : public std::streambuf {
