@@ -36,13 +36,7 @@ unsigned int BitstreamFlashProgrammer::FindTimeStampInFile(std::string file) {
   return *stamp;
 }
 
-void BitstreamFlashProgrammer::TakeFlashOver() {
-  if (IsProgrammed()) {
-    std::cout << "FPGA DONE detected, do not reset the FPGA  and try to read the flash header "
-              << std::endl;
-    Drive(Lines().spi_imx_to_flash());
-    return;
-  }
+void BitstreamFlashProgrammer::RouteInPsMode() {
   std::cout << "FPGA DONE not detected, force FPGA is PS mode to keep clock management "
             << std::endl;
   Drive(Lines().spi_imx_to_flash_reset());
@@ -50,10 +44,20 @@ void BitstreamFlashProgrammer::TakeFlashOver() {
   Drive(Lines().spi_imx_to_fpga());
 }
 
+void BitstreamFlashProgrammer::TakeFlashOver() {
+  if (!IsProgrammed()) {
+    RouteInPsMode();
+    return;
+  }
+  std::cout << "FPGA DONE detected, do not reset the FPGA  and try to read the flash header "
+            << std::endl;
+  RouteToController();
+}
+
 void BitstreamFlashProgrammer::PulseReset() {
-  Drive(Lines().spi_flash_to_fpga_reset());
+  HoldReset();
   ::usleep(kResetPulseMicroseconds);
-  Drive(Lines().spi_flash_to_fpga_run());
+  ReleaseReset();
 }
 
 bool BitstreamFlashProgrammer::CompareBuilds(const std::string& dumpPath,

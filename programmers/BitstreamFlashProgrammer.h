@@ -13,6 +13,8 @@ class BitstreamFlashProgrammer : public ExpanderFlashProgrammer {
   /// @return the time stamp; 0 when the file cannot be opened or holds none
   unsigned int FindTimeStampInFile(std::string file);
 
+  void RouteInPsMode() override;
+
  protected:
   using ExpanderFlashProgrammer::ExpanderFlashProgrammer;
 

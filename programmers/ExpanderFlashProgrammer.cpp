@@ -48,7 +48,7 @@ void ExpanderFlashProgrammer::Drive(unsigned short pattern) {
   expander_->setPortActually(pattern, lines_->mask());
 }
 
-FpgaProgrammerInterface::Status ExpanderFlashProgrammer::Connect() {
+bool ExpanderFlashProgrammer::ConnectLines() {
   // Deliberate: at the address of the slot; only here: toggleReset() takes the address of the map.
   // Fixed and observable; do not change.
   const unsigned short address = ExpanderAddress(*lines_, module_);
@@ -61,14 +61,28 @@ FpgaProgrammerInterface::Status ExpanderFlashProgrammer::Connect() {
     std::cout << "Connect:" << (connected ? kExpanderConnectedMark : kExpanderFailedMark)
               << std::endl;
   }
-  if (!connected) {
+  return connected;
+}
+
+void ExpanderFlashProgrammer::RouteToController() { Drive(lines_->spi_imx_to_flash()); }
+
+void ExpanderFlashProgrammer::RouteInPsMode() { RouteToController(); }
+
+void ExpanderFlashProgrammer::RouteToFpga() { Drive(lines_->spi_flash_to_fpga_run()); }
+
+void ExpanderFlashProgrammer::HoldReset() { Drive(lines_->spi_flash_to_fpga_reset()); }
+
+void ExpanderFlashProgrammer::ReleaseReset() { Drive(lines_->spi_flash_to_fpga_run()); }
+
+FpgaProgrammerInterface::Status ExpanderFlashProgrammer::Connect() {
+  if (!ConnectLines()) {
     return ConnectFailed;
   }
   TakeFlashOver();
   if (flash_->Connect(true) == MT25QL128::kDone) {
     return Success;
   }
-  Drive(lines_->spi_flash_to_fpga_run());
+  RouteToFpga();
   return ConnectFailed;
 }
 

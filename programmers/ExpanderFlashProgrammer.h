@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "programmers/FlashRouteInterface.h"
 #include "programmers/FpgaProgrammerInterface.h"
 
 class GpioProgrammingInterface;
@@ -15,7 +16,7 @@ class SPIDev;
 /// between controller, flash and FPGA, holds the FPGA in reset and reads its DONE. Every line
 /// pattern comes from the module's map. Module types differ in their Traits and in the private
 /// operations.
-class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
+class ExpanderFlashProgrammer : public FpgaProgrammerInterface, public FlashRouteInterface {
  public:
   /// The differences between module types that are plain values.
   struct Traits {
@@ -57,9 +58,13 @@ class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
   /// @return true when one of them was high in the first n - 1 reads of the n that n ms permit
   bool waitForSignalToGoHigh(unsigned short bits, const std::chrono::milliseconds& timeout);
 
-  /// Resets the FPGA, then waits for its DONE line for up to 10 s.
-  /// @return Success or ConfigDoneNotAsserted
-  Status toggleFpgaResetAndWaitForProgramDone();
+  bool ConnectLines() override;
+  void RouteToController() override;
+  void RouteInPsMode() override;
+  void RouteToFpga() override;
+  void HoldReset() override;
+  void ReleaseReset() override;
+  Status toggleFpgaResetAndWaitForProgramDone() override;
 
   /// Destroys the flash driver. The destructor of the module type has released the lines already.
   ~ExpanderFlashProgrammer() override;
@@ -86,7 +91,7 @@ class ExpanderFlashProgrammer : public FpgaProgrammerInterface {
   [[nodiscard]] int Module() const { return static_cast<int>(module_); }
 
  private:
-  /// Routes the controller's SPI to the flash, as Connect() needs it.
+  /// Routes the flash to the controller, or goes into PS mode, as Connect() needs it.
   virtual void TakeFlashOver() = 0;
 
   /// Drives the line patterns of a reset. toggleReset() makes the lines inputs afterwards.

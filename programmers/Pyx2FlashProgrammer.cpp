@@ -6,7 +6,6 @@
 
 #include "programmers/BootHeader.h"
 #include "programmers/ModuleSelector.h"
-#include "programmers/lines/GpioProgrammingInterface.h"
 
 namespace {
 
@@ -53,12 +52,12 @@ int Pyx2FlashProgrammer::Select_OTDR(int module) {
   return module_selector::Select(module, module_selector::kOtdr, std::cerr);
 }
 
-void Pyx2FlashProgrammer::TakeFlashOver() { Drive(Lines().spi_imx_to_flash()); }
+void Pyx2FlashProgrammer::TakeFlashOver() { RouteToController(); }
 
 void Pyx2FlashProgrammer::PulseReset() {
   // Deliberate: the run pattern is never driven. What ends the reset is the connect at the end of
   // toggleReset(), which makes the lines inputs.
-  Drive(Lines().spi_flash_to_fpga_reset());
+  HoldReset();
   ::sleep(kResetPulseSeconds);
 }
 

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "programmers/FlashRouteInterface.h"
 #include "programmers/FpgaProgrammerInterface.h"
 
 class MT25QL128;
@@ -12,7 +13,7 @@ class SPIDev;
 /// Programs the wend module, whose FPGA is a Zynq. Sysfs control files assign its QSPI flash to the
 /// controller, hold it in reset and report DONE. When a control file cannot be opened, written,
 /// read or closed, the process ends with exit status 1, after one perror line.
-class ZynqFlashProgrammer : public FpgaProgrammerInterface {
+class ZynqFlashProgrammer : public FpgaProgrammerInterface, public FlashRouteInterface {
  public:
   /// Creates the flash driver; touches no hardware.
   /// @param spi     borrowed, also by the flash driver, which destroys it when it cannot be opened
@@ -56,9 +57,13 @@ class ZynqFlashProgrammer : public FpgaProgrammerInterface {
   /// @return true when DONE was high in the first n - 1 reads, with a time-out of n ms
   bool waitForDoneToGoHigh(const std::chrono::milliseconds& timeout);
 
-  /// Resets the Zynq, then waits for DONE for up to 10 s.
-  /// @return Success or ConfigDoneNotAsserted
-  Status toggleFpgaResetAndWaitForProgramDone();
+  bool ConnectLines() override;
+  void RouteToController() override;
+  void RouteInPsMode() override;
+  void RouteToFpga() override;
+  void HoldReset() override;
+  void ReleaseReset() override;
+  Status toggleFpgaResetAndWaitForProgramDone() override;
 
   /// Destroys the flash driver; the control files keep their values.
   ~ZynqFlashProgrammer() override;

@@ -123,6 +123,33 @@ TEST_F(ExpanderFlashProgrammerTest, ResetWhoseFinalConnectFailsStillWaitsForDone
   EXPECT_EQ(log_.Count(kDone), 9999);
 }
 
+// --- The route, one step at a time ----------------------------------------------------------------
+
+TEST_F(ExpanderFlashProgrammerTest, ConnectedLinesOfADaxDriveTheRunPatternAtTheAddressOfTheSlot) {
+  const auto programmer = Make<DaxFlashProgrammer>();
+  FlashRouteInterface& route = *programmer;
+  EXPECT_TRUE(route.ConnectLines());
+  platform_.expanderAnswers = false;
+  EXPECT_FALSE(route.ConnectLines());
+  EXPECT_THAT(log_.Take(),
+              ElementsAre("expander: connect 0x32 0x1002 0x1004 0x1003 0",
+                          "out| Connect:101\n",
+                          "expander: connect 0x32 0x1002 0x1004 0x1003 0",
+                          "out| Connect:121\n"));
+}
+
+TEST_F(ExpanderFlashProgrammerTest, ConnectedLinesOfAPyxAreNotReported) {
+  const auto programmer = Make<Pyx2FlashProgrammer>();
+  EXPECT_TRUE(programmer->ConnectLines());
+  EXPECT_THAT(log_.Take(), ElementsAre("expander: connect 0x32 0x1002 0x1004 0x1003 0"));
+}
+
+TEST_F(ExpanderFlashProgrammerTest, PsModeOfAPyx2IsTheRouteToTheController) {
+  const auto programmer = Make<Pyx2FlashProgrammer>();
+  programmer->RouteInPsMode();
+  EXPECT_THAT(log_.Take(), ElementsAre("expander: setPortActually 0x1009 0x1003"));
+}
+
 // --- DONE ---------------------------------------------------------------------------------------
 
 template <typename Programmer>
@@ -137,6 +164,37 @@ TYPED_TEST(ExpanderDoneLineTest, ProgrammedMeansThatDoneIsHigh) {
   EXPECT_FALSE(programmer->IsProgrammed());
   EXPECT_TRUE(programmer->IsProgrammed());
   EXPECT_THAT(this->log_.Take(), ElementsAre(kDone, kDone));
+}
+
+TYPED_TEST(ExpanderDoneLineTest, EachStepOfTheRouteDrivesOnePattern) {
+  const auto programmer = this->template Make<TypeParam>();
+  FlashRouteInterface& route = *programmer;
+  route.RouteToController();
+  route.HoldReset();
+  route.ReleaseReset();
+  route.RouteToFpga();
+  EXPECT_THAT(this->log_.Take(),
+              ElementsAre("expander: setPortActually 0x1009 0x1003",
+                          "expander: setPortActually 0x1005 0x1003",
+                          "expander: setPortActually 0x1004 0x1003",
+                          "expander: setPortActually 0x1004 0x1003"));
+}
+
+template <typename Programmer>
+class PsModeTest : public ExpanderFlashProgrammerTest {};
+
+using BitstreamProgrammers = testing::Types<DaxFlashProgrammer, Pyx1FlashProgrammer>;
+TYPED_TEST_SUITE(PsModeTest, BitstreamProgrammers);
+
+TYPED_TEST(PsModeTest, HoldsTheFpgaInResetForASecondWithoutReadingDone) {
+  const auto programmer = this->template Make<TypeParam>();
+  programmer->RouteInPsMode();
+  EXPECT_THAT(this->log_.Take(),
+              ElementsAre("out| FPGA DONE not detected, force FPGA is PS mode to keep clock "
+                          "management \n",
+                          "expander: setPortActually 0x100A 0x1003",
+                          "sleep(1)",
+                          "expander: setPortActually 0x1008 0x1003"));
 }
 
 struct Wait {

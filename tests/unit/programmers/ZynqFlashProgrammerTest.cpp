@@ -87,6 +87,43 @@ TEST_F(ZynqFlashProgrammerTest, DoneOfANulByteEndsTheProcess) {
   EXPECT_EXIT(programmer_.IsProgrammed(), testing::ExitedWithCode(1), "");
 }
 
+// --- The route, one step at a time ----------------------------------------------------------------
+
+TEST_F(ZynqFlashProgrammerTest, LinesAreConnectedWithoutTouchingAnything) {
+  Forget();
+  EXPECT_TRUE(programmer_.ConnectLines());
+  EXPECT_THAT(log_.Take(), ElementsAre());
+}
+
+TEST_F(ZynqFlashProgrammerTest, EachStepOfTheRouteWritesOneControlFile) {
+  Forget();
+  FlashRouteInterface& route = programmer_;
+  route.RouteToController();
+  route.RouteInPsMode();
+  route.RouteToFpga();
+  route.HoldReset();
+  route.ReleaseReset();
+  const std::string qspi = kernel::Open("/sys/platform_m3/qspi_prg/value", O_WRONLY | O_SYNC).text;
+  const std::string reset =
+      kernel::Open("/sys/platform_m3/zynq_hw_reset_n/value", O_WRONLY | O_SYNC).text;
+  EXPECT_THAT(log_.Take(),
+              ElementsAre(qspi,
+                          "write(100, [31])",
+                          "close(100)",
+                          qspi,
+                          "write(101, [31])",
+                          "close(101)",
+                          qspi,
+                          "write(102, [30])",
+                          "close(102)",
+                          reset,
+                          "write(103, [30])",
+                          "close(103)",
+                          reset,
+                          "write(104, [31])",
+                          "close(104)"));
+}
+
 // --- DONE ---------------------------------------------------------------------------------------
 
 struct Wait {
