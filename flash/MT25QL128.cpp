@@ -292,10 +292,20 @@ bool MT25QL128::GetStatus(std::uint8_t cmd, std::uint8_t& out) {
 
 bool MT25QL128::ReadStatusReg(std::uint8_t& out) { return GetStatus(nor::kReadStatus, out); }
 
-bool MT25QL128::ReadManufIDReg(bool verbose) {
-  std::uint8_t id[nor::kIdBytes] = {};
+bool MT25QL128::ReadId(std::array<std::uint8_t, nor::kIdBytes>& id) {
+  std::array<std::uint8_t, nor::kIdBytes> bytes{};
   std::uint8_t cmd = nor::kReadId;
-  if (spi_ == nullptr || spi_->read(id, sizeof id, &cmd, sizeof cmd) != int{sizeof id}) {
+  if (spi_ == nullptr ||
+      spi_->read(bytes.data(), bytes.size(), &cmd, sizeof cmd) != nor::kIdBytes) {
+    return false;
+  }
+  id = bytes;
+  return true;
+}
+
+bool MT25QL128::ReadManufIDReg(bool verbose) {
+  std::array<std::uint8_t, nor::kIdBytes> id{};
+  if (!ReadId(id)) {
     return false;
   }
   if (verbose) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -101,7 +102,11 @@ class MT25QL128 : public SPIFlashInterface {
   /// @param out  unchanged on failure
   bool ReadStatusReg(std::uint8_t& out);
 
-  /// CS low | 9F | maker | type | capacity | CS high. Enables the lock logic for maker C2.
+  /// CS low | 9F | maker | type | capacity | CS high
+  /// @param id  the three bytes in this order; unchanged on failure
+  bool ReadId(std::array<std::uint8_t, 3>& id);
+
+  /// ReadId(), then enables the lock logic for maker C2.
   /// With `verbose`, standard output is left in hexadecimal mode with '0' fill.
   /// @return true when the maker byte is not zero
   bool ReadManufIDReg(bool verbose);

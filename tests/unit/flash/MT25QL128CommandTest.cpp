@@ -220,6 +220,30 @@ TEST_F(MT25QL128CommandTest, IdentificationThatCannotBeReadFailsAndPrintsNothing
   ExpectConsole("", kReadError);
 }
 
+TEST_F(MT25QL128CommandTest, IdentificationBytesAreReadWithoutALineAndWithoutLockLogic) {
+  Expect({Ask({0x9F}, {0xC2, 0x20, 0x18})});
+  std::array<std::uint8_t, 3> id = {0x11, 0x22, 0x33};
+  EXPECT_TRUE(Flash().ReadId(id));
+  EXPECT_EQ(id, (std::array<std::uint8_t, 3>{0xC2, 0x20, 0x18}));
+  ExpectConsole("", "");
+  EXPECT_EQ(Flash().GetProtectLevel(), 0);  // no traffic
+}
+
+TEST_F(MT25QL128CommandTest, IdentificationBytesOfAnAbsentChipAreReadAsTheyAre) {
+  Expect({Ask({0x9F}, {0x00, 0x00, 0x00})});
+  std::array<std::uint8_t, 3> id = {0x11, 0x22, 0x33};
+  EXPECT_TRUE(Flash().ReadId(id));
+  EXPECT_EQ(id, (std::array<std::uint8_t, 3>{0x00, 0x00, 0x00}));
+}
+
+TEST_F(MT25QL128CommandTest, IdentificationBytesThatCannotBeReadStayUnchanged) {
+  Expect({Ask({0x9F}, {0xC2, 0x20, 0x18}).Fails(EIO)});
+  std::array<std::uint8_t, 3> id = {0x11, 0x22, 0x33};
+  EXPECT_FALSE(Flash().ReadId(id));
+  EXPECT_EQ(id, (std::array<std::uint8_t, 3>{0x11, 0x22, 0x33}));
+  ExpectConsole("", kReadError);
+}
+
 // --- Write-type commands ------------------------------------------------------------------------
 
 TEST_F(MT25QL128CommandTest, WriteCommandEnablesWritingSendsAndPollsUntilReady) {
