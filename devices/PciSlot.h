@@ -1,0 +1,13 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// @param slot  number of a physical PCI slot
+/// @return the DDDD:BB:dd (domain, bus, device; hexadecimal) of the device in it; nothing when the
+///         slot's attribute cannot be read or holds anything else
+std::optional<std::string> ReadPciSlotAddress(unsigned slot);
+
+/// @param address  as ReadPciSlotAddress() returns it
+/// @return the directory, in sysfs, of a module's endpoint: function 0 of the device there
+std::string PciEndpointPath(const std::string& address);
