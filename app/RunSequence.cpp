@@ -1,96 +1,25 @@
 #include "app/RunSequence.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
-#include <iterator>
-#include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "app/Help.h"
 #include "app/ModuleResources.h"
 #include "app/PcieUpdate.h"
+#include "app/SpiClock.h"
 #include "app/StatusText.h"
+#include "app/Targets.h"
 #include "devices/I2CDev.h"
 #include "devices/SPIDevOwner.h"
 #include "platform/PCA9535.h"
-#include "programmers/DaxFlashProgrammer.h"
-#include "programmers/Pyx1FlashProgrammer.h"
-#include "programmers/Pyx2FlashProgrammer.h"
-#include "programmers/ZynqFlashProgrammer.h"
-#include "programmers/lines/DaxGpioProgramming.h"
-#include "programmers/lines/Pyx1GpioProgramming.h"
-#include "programmers/lines/Pyx2GpioProgramming.h"
 
 namespace {
 
 using Status = FpgaProgrammerInterface::Status;
 
 constexpr int kArgumentCount = 5;
-constexpr unsigned kDefaultSpiClockMHz = 19;
-constexpr unsigned kHzPerMHz = 1'000'000;
-constexpr std::uint8_t kSpiMode = 0;
-constexpr std::uint8_t kSpiBitsPerWord = 8;
-constexpr unsigned char kExpanderFlags = 1;
 constexpr unsigned kModuleWithoutCommand = 42;
-
-/// A programmer, and the line map that it borrows (null for a wend). The programmer is destroyed
-/// first.
-struct ModuleProgrammer {
-  std::unique_ptr<GpioProgrammingInterface> lines;
-  std::unique_ptr<FpgaProgrammerInterface> programmer;
-};
-
-ModuleProgrammer CreateZynqProgrammer(PCA9535* /*expander*/, SPIDev* spi, unsigned moduleNumber) {
-  return {nullptr, std::make_unique<ZynqFlashProgrammer>(spi, moduleNumber)};
-}
-
-template <typename Lines, typename Programmer>
-ModuleProgrammer CreateExpanderProgrammer(PCA9535* expander, SPIDev* spi, unsigned moduleNumber) {
-  auto lines = std::make_unique<Lines>();
-  auto programmer = std::make_unique<Programmer>(expander, spi, lines.get(), moduleNumber);
-  return {std::move(lines), std::move(programmer)};
-}
-
-/// What differs between the module types in the run sequence.
-struct Target {
-  const char* word;               ///< on the command line
-  const char* line;               ///< printed before the programmer is created
-  std::optional<int> muxChannel;  ///< leads to the expander; none: it is on the module's bus
-  bool hasPcieEndpoint;           ///< enumerated again unless the result is UpToDate
-  ModuleProgrammer (*createProgrammer)(PCA9535* expander, SPIDev* spi, unsigned moduleNumber);
-};
-
-constexpr Target kTargets[] = {
-    {"wend", "WEND Programming", std::nullopt, false, CreateZynqProgrammer},
-    {"dax",
-     "DAX Gpio Programming",
-     0,
-     false,
-     CreateExpanderProgrammer<DaxGpioProgramming, DaxFlashProgrammer>},
-    {"pyx1",
-     "Pyx1 Gpio Programming",
-     std::nullopt,
-     true,
-     CreateExpanderProgrammer<Pyx1GpioProgramming, Pyx1FlashProgrammer>},
-    {"pyx2",
-     "Pyx2 Gpio Programming",
-     std::nullopt,
-     true,
-     CreateExpanderProgrammer<Pyx2GpioProgramming, Pyx2FlashProgrammer>},
-};
-
-/// @return the row of the table, not owned; null for a word that names no module type
-const Target* FindTarget(const std::string& word) {
-  const auto* const found = std::find_if(std::begin(kTargets),
-                                         std::end(kTargets),
-                                         [&](const Target& target) { return word == target.word; });
-  return found == std::end(kTargets) ? nullptr : found;
-}
 
 /// What the command line asks for.
 struct Request {
@@ -177,23 +106,6 @@ ParsedArguments ParseArguments(int argc, char** argv) {
   return {.request = request};
 }
 
-unsigned SpiClockMHz() {
-  unsigned spiClockMHz = kDefaultSpiClockMHz;
-  const char* const wanted = std::getenv("SPI_CLOCK_SPEED");
-  if (wanted != nullptr) {
-    // A text that is no number leaves the default. A number is used without a range check.
-    // NOLINTNEXTLINE(cert-err34-c): the rules of "%u" are fixed and observable
-    static_cast<void>(std::sscanf(wanted, "%u", &spiClockMHz));
-  }
-  return spiClockMHz;
-}
-
-std::string I2CBusName(const Request& request) {
-  const std::string moduleBus = getSolutionI2C(request.moduleNumber);
-  const std::optional<int> muxChannel = request.target.muxChannel;
-  return muxChannel ? I2CDev::FindI2CBusNameOfMuxChannel(moduleBus, *muxChannel) : moduleBus;
-}
-
 /// Connects and programs; then, unless the flash was up to date, re-enumerates the PCIe endpoint of
 /// a pyx module.
 /// @return the status of the run
@@ -222,7 +134,7 @@ int runTarnwick(int argc, char** argv) {
   }
   const Request& request = *arguments.request;
 
-  const std::string i2cBusName = I2CBusName(request);
+  const std::string i2cBusName = FindI2CBusName(request.target, request.moduleNumber);
   if (i2cBusName.empty()) {
     std::cerr << "ERROR: No I2C device found" << std::endl;
     return printStatus(FpgaProgrammerInterface::ConnectFailed);
