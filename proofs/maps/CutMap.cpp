@@ -22,8 +22,9 @@ struct Cut {
   bool powerFails = false;  // else only the process ends
 };
 
-std::string KillRule(const Event& event) {
-  return event.kind + "#" + std::to_string(event.ordinal) + ":kill";
+/// @param action  "kill" or "kill-all"
+std::string KillRule(const Event& event, const std::string& action) {
+  return event.kind + "#" + std::to_string(event.ordinal) + ":" + action;
 }
 
 /// The shell command of several updates, with a mark before each but the first.
@@ -56,10 +57,10 @@ Observation LastUpdate(Observation seen) {
   return seen;
 }
 
-bool WasCut(const Observation& seen, const Event& event) {
+bool WasCut(const Observation& seen, const Event& event, const std::string& action) {
   const std::string start = event.kind + " ";
   return std::any_of(seen.log.begin(), seen.log.end(), [&](const std::string& line) {
-    return line.starts_with(start) && line.ends_with(" = kill");
+    return line.starts_with(start) && line.ends_with(" = " + action);
   });
 }
 
@@ -69,7 +70,7 @@ void CheckRecovery(const Cut& cut, MapRun& run) {
   const Observation seen =
       Observe(cut.scenario,
               "",
-              {KillRule(cut.event)},
+              {KillRule(cut.event, "kill")},
               Updates(cut.scenario, {"image.bin", "image.bin", "other.bin", "image.bin"}));
   if (seen.exitCode != 0 || seen.flash != Flash::kImage) {
     run.violations.emplace_back("another image and then the right one do not repair it");
@@ -80,13 +81,15 @@ Observation SecondUpdate(const Cut& cut, MapRun& run) {
   Observation second;
   bool wasCut = false;
   if (cut.powerFails) {
-    PowerFailure failure = ObservePowerFailure(cut.scenario, KillRule(cut.event));
-    wasCut = WasCut(failure.cut, cut.event);
+    PowerFailure failure = ObservePowerFailure(cut.scenario, KillRule(cut.event, "kill-all"));
+    wasCut = WasCut(failure.cut, cut.event, "kill-all");
     second = std::move(failure.second);
   } else {
-    const Observation both = Observe(
-        cut.scenario, "", {KillRule(cut.event)}, Updates(cut.scenario, {"image.bin", "image.bin"}));
-    wasCut = WasCut(both, cut.event);
+    const Observation both = Observe(cut.scenario,
+                                     "",
+                                     {KillRule(cut.event, "kill")},
+                                     Updates(cut.scenario, {"image.bin", "image.bin"}));
+    wasCut = WasCut(both, cut.event, "kill");
     second = LastUpdate(both);
   }
   if (!wasCut) {

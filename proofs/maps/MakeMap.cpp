@@ -204,15 +204,12 @@ std::string WordsFor(const std::string& name, const std::string& value) {
   return name == "selector" ? value : name + " " + value;
 }
 
-/// "done=1 driven=0x0000 pcie=enabled loaded=current" is "DONE 1, released, PCIe enabled".
+/// "done=1 driven=0x0000 loaded=current" is "DONE 1, released, loaded current".
 std::string StateWords(const std::string& state) {
   std::string text;
   std::istringstream words(state);
   for (std::string word; words >> word;) {
     const std::size_t equals = word.find('=');
-    if (word.starts_with("loaded=")) {
-      continue;  // the maps have no words for it
-    }
     text += (text.empty() ? "" : ", ") + WordsFor(word.substr(0, equals), word.substr(equals + 1));
   }
   return text;

@@ -60,8 +60,9 @@ struct PowerFailure {
   Observation second;
 };
 
-/// Only the flash and the working directory are kept over the power failure.
-/// @param rule  kills the program
+/// Only the flash and the working directory are kept over the power failure: the lines, the selector
+/// and what the FPGA has loaded are those of an instrument that is switched on.
+/// @param rule  with kill-all
 PowerFailure ObservePowerFailure(const Scenario& scenario, const std::string& rule);
 
 }  // namespace maps

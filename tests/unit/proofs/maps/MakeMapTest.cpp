@@ -46,16 +46,18 @@ std::vector<Job> RunThatThrows() {
 
 std::vector<Job> NoMap() { throw std::runtime_error("no log"); }
 
-TEST(OutcomeTest, StateIsInWordsExceptWhatIsLoaded) {
+TEST(OutcomeTest, StateIsInWords) {
   const Ending ending = {.exit = "0", .lastLine = "line", .hasResult = true};
   Observation seen;
   seen.flash = Flash::kImage;
   seen.state = "done=1 driven=0x0000 pcie=enabled selector=SPILVDS loaded=current";
-  EXPECT_EQ(
-      OutcomeOf(ending, seen),
-      (std::vector<std::string>{"0", "line", "image", "DONE 1, released, PCIe enabled, SPILVDS"}));
+  EXPECT_EQ(OutcomeOf(ending, seen),
+            (std::vector<std::string>{"0",
+                                      "line",
+                                      "image",
+                                      "DONE 1, released, PCIe enabled, SPILVDS, loaded current"}));
   seen.state = "done=0 qspi_prg=1 loaded=none";
-  EXPECT_EQ(OutcomeOf(ending, seen).back(), "DONE 0, qspi_prg 1");
+  EXPECT_EQ(OutcomeOf(ending, seen).back(), "DONE 0, qspi_prg 1, loaded none");
 }
 
 class MakeMapTest : public testing::Test {
