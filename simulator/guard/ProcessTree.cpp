@@ -171,6 +171,16 @@ bool Kill(pid_t root, pid_t except) {
   return KillUntilNone([&] { return Below(root, except); });
 }
 
+bool KillSession(pid_t root, pid_t except, pid_t session) {
+  return session < 0 || KillUntilNone([&] {
+           std::vector<pid_t> found = Below(root, except);
+           std::erase_if(found, [&](pid_t process) { return ::getsid(process) != session; });
+           return found;
+         });
+}
+
+bool HasEnded(pid_t process) { return Look(process).hasEnded; }
+
 bool KillWith(const std::string& variable) {
   return KillUntilNone([&] {
     std::vector<pid_t> found;

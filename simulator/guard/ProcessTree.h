@@ -27,6 +27,14 @@ void Signal(pid_t root, pid_t except, int signal);
 /// @return false when some are left after several seconds
 bool Kill(pid_t root, pid_t except);
 
+/// Kills those of them that are in this session, also those that are created meanwhile.
+/// @param session  as getsid() returns it; -1, for a process that does not exist: none
+/// @return as Kill()
+bool KillSession(pid_t root, pid_t except, pid_t session);
+
+/// Whether there is no such process any more, or only its exit status is left.
+bool HasEnded(pid_t process);
+
 /// Kills every process but this one that was started with `variable`, NAME=VALUE, in its
 /// environment, wherever it is in the tree.
 /// @return as Kill()

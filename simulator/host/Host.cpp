@@ -239,6 +239,14 @@ class Host {
     }
   }
 
+  /// The questions of processes that are dead would become events after their end.
+  void KillSession(pid_t process) {
+    if (!process_tree::KillSession(guardProcess_, ::getpid(), ::getsid(process))) {
+      std::cerr << "orvane-sim: a process of COMMAND cannot be killed" << std::endl;
+    }
+    server_.RemoveEnded();
+  }
+
   void FillTestbed() {
     for (const I2cAdapter& adapter : instrument_.I2cAdapters()) {
       testbed_.AddAdapter(adapter);
@@ -312,7 +320,8 @@ class Host {
   const pid_t guardProcess_;
   const RunHooks hooks_{.beforeEvent = [this] { BeforeEvent(); },
                         .fail = [this](const std::string& why) { Fail(why); },
-                        .killAll = [this] { KillCommand(); }};
+                        .killAll = [this] { KillCommand(); },
+                        .killSession = [this](pid_t process) { KillSession(process); }};
   const Options& options_;
   const std::string& directory_;
   ControlChannel guard_;

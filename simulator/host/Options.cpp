@@ -89,6 +89,7 @@ RULE: KIND[:TEXT][#N[+]]:ACTION
           when the event cannot carry it: GetModuleLocations whole numbers, other dbus
           calls UTF-8
           kill: it has no effect: SIGKILL for the process
+          kill-session: likewise for every process of its session (see setsid) at once
           kill-all: likewise for every process of COMMAND at once, as when power fails
   The first rule that hits an event decides. At the end, a rule that never decided, and a
   key that has no effect on its module's TYPE, is reported.

@@ -41,23 +41,27 @@ struct PlatformServices::State {
   }
   void Serve(GDBusMethodInvocation* invocation);
   void Kill(GDBusMethodInvocation* invocation, Killed killed);
-  void KillCaller(GDBusMethodInvocation* invocation);
+  void KillCaller(GDBusMethodInvocation* invocation, bool withSession);
 };
 
 void PlatformServices::State::Kill(GDBusMethodInvocation* invocation, Killed killed) {
   if (killed == Killed::kAll) {
     hooks.killAll();
   } else {
-    KillCaller(invocation);
+    KillCaller(invocation, killed == Killed::kSession);
   }
 }
 
-void PlatformServices::State::KillCaller(GDBusMethodInvocation* invocation) {
+void PlatformServices::State::KillCaller(GDBusMethodInvocation* invocation, bool withSession) {
   const char* const caller = g_dbus_method_invocation_get_sender(invocation);
   try {
-    const std::uint32_t id =
-        bus.AskDaemon("GetConnectionUnixProcessID", g_variant_new("(s)", caller));
-    ::kill(static_cast<pid_t>(id), SIGKILL);
+    const auto process = static_cast<pid_t>(
+        bus.AskDaemon("GetConnectionUnixProcessID", g_variant_new("(s)", caller)));
+    if (withSession) {
+      hooks.killSession(process);
+    } else {
+      ::kill(process, SIGKILL);
+    }
   } catch (const std::runtime_error&) {  // it is gone already
   }
 }

@@ -58,6 +58,8 @@ LinkReply ReplyFor(const Fault& fault, Answer otherwise) {
       return {.answer = {.action = Action::kDone, .error = fault.error}};
     case Fault::Kind::kKill:
       return {.killed = Killed::kCaller};
+    case Fault::Kind::kKillSession:
+      return {.killed = Killed::kSession};
     case Fault::Kind::kKillAll:
       return {.killed = Killed::kAll};
     case Fault::Kind::kNone:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 
@@ -16,6 +18,9 @@ struct RunHooks {
   std::function<void(const std::string& why)> fail;
   /// Kills every process of the command; none makes another call when this returns.
   std::function<void()> killAll;
+  /// Kills every process of the command that is in the session of this one, which is one of them;
+  /// nothing that one of them has asked before is answered.
+  std::function<void(pid_t process)> killSession;
 };
 
 }  // namespace orvane

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <vector>
 
+#include "simulator/guard/ProcessTree.h"
 #include "simulator/host/LinkConnection.h"
 
 namespace orvane {
@@ -132,11 +133,23 @@ void ShimServer::Serve(Client& client) {
 void ShimServer::Kill(const Client& client, Killed killed) {
   if (killed == Killed::kAll) {
     hooks_.killAll();
-  } else if (const pid_t process = client.connection.Process(); process > 0) {
-    ::kill(process, SIGKILL);
-  } else {  // it cannot be seen from here; kill() would take its number for many processes
+  } else if (const pid_t process = client.connection.Process();
+             process <=
+             0) {  // it cannot be seen from here; kill() would take its number for many processes
     hooks_.fail("a process of the command that is to be killed cannot be found");
+  } else if (killed == Killed::kSession) {
+    hooks_.killSession(process);  // ends the client
+  } else {
+    ::kill(process, SIGKILL);
   }
+}
+
+void ShimServer::RemoveEnded() {
+  std::erase_if(clients_, [](const auto& entry) {
+    const pid_t process = entry.second->connection.Process();
+    return process > 0 && process_tree::HasEnded(process);
+  });
+  TakeUnseenWrites();
 }
 
 void ShimServer::Remove(const Client& client) {

@@ -37,6 +37,8 @@ class ShimServer {
   /// Turns the writes to attributes that came without a question into events. To be called before
   /// the text is drained that programs have printed, before each event, and at the end of the run.
   void TakeUnseenWrites() { handler_.TakeUnseenWrites(); }
+  /// Forgets the processes that have ended, and what they have asked.
+  void RemoveEnded();
 
  private:
   struct Client;

@@ -9,8 +9,9 @@ namespace orvane {
 /// Which processes an event ends, before anything comes back from it.
 enum class Killed {
   kNo,
-  kCaller,  // the process that caused the event
-  kAll,     // every process of the command
+  kCaller,   // the process that caused the event
+  kSession,  // every process of its session
+  kAll,      // every process of the command
 };
 
 /// The result of an event for the program.

@@ -17,7 +17,8 @@ namespace {
 constexpr std::string_view kAnyWord = "any";
 constexpr std::string_view kDefaultDBusError = "org.freedesktop.DBus.Error.Failed";
 
-constexpr std::string_view kActions = "an errno, lost, kill, kill-all, data:TEXT or error[:NAME]";
+constexpr std::string_view kActions =
+    "an errno, lost, kill, kill-session, kill-all, data:TEXT or error[:NAME]";
 constexpr std::string_view kKinds = "open, close, read, write, ioctl, spi, i2c, dbus, sleep or any";
 
 [[noreturn]] void Refuse(const std::string& why) { throw std::invalid_argument(why); }
@@ -48,6 +49,9 @@ std::optional<Fault> ParseAction(std::string_view text) {
   }
   if (text == "kill") {
     return Fault{.kind = Fault::Kind::kKill};
+  }
+  if (text == "kill-session") {
+    return Fault{.kind = Fault::Kind::kKillSession};
   }
   if (text == "kill-all") {
     return Fault{.kind = Fault::Kind::kKillAll};
@@ -123,6 +127,7 @@ bool Suits(const FaultRule& rule) {
   switch (rule.fault.kind) {
     case Fault::Kind::kNone:
     case Fault::Kind::kKill:
+    case Fault::Kind::kKillSession:
     case Fault::Kind::kKillAll:
       return true;
     case Fault::Kind::kFail:

@@ -14,12 +14,13 @@ namespace orvane {
 /// What happens to one event.
 struct Fault {
   enum class Kind {
-    kNone,     // it is carried out
-    kFail,     // it has no effect and fails with `error` (D-Bus: with the error named `text`)
-    kLose,     // it has no effect and succeeds
-    kAnswer,   // it is carried out, but the program gets `text` as the answer
-    kKill,     // it has no effect: the process is killed
-    kKillAll,  // likewise, with every other process of the command
+    kNone,         // it is carried out
+    kFail,         // it has no effect and fails with `error` (D-Bus: with the error named `text`)
+    kLose,         // it has no effect and succeeds
+    kAnswer,       // it is carried out, but the program gets `text` as the answer
+    kKill,         // it has no effect: the process is killed
+    kKillSession,  // likewise, with every other process of its session
+    kKillAll,      // likewise, with every other process of the command
   };
   Kind kind = Kind::kNone;
   int error = 0;

@@ -14,6 +14,7 @@ namespace orvane {
 namespace {
 
 constexpr const char* kKilled = "kill";
+constexpr const char* kSessionKilled = "kill-session";
 constexpr const char* kAllKilled = "kill-all";
 constexpr const char* kLost = "lost";
 
@@ -30,6 +31,8 @@ EventResult InsteadOf(const Fault& fault, EventResult success = {}) {
       return {.error = fault.error};
     case Fault::Kind::kKill:
       return {.killed = Killed::kCaller};
+    case Fault::Kind::kKillSession:
+      return {.killed = Killed::kSession};
     case Fault::Kind::kKillAll:
       return {.killed = Killed::kAll};
     case Fault::Kind::kNone:
@@ -189,6 +192,9 @@ Fault Instrument::Arrive(const Event& event) {
       break;
     case Fault::Kind::kKill:
       Complete(event, kKilled);
+      break;
+    case Fault::Kind::kKillSession:
+      Complete(event, kSessionKilled);
       break;
     case Fault::Kind::kKillAll:
       Complete(event, kAllKilled);

@@ -71,6 +71,67 @@ TEST_F(FaultReportTest, KillAllLeavesTheFlashAsItStands) {
   EXPECT_EQ(run_.ReadFile("flash").substr(0x20, 3), "\xff\xff\xff");
 }
 
+// --- kill-session -------------------------------------------------------------------------------
+
+TEST_F(FaultReportTest, KillSessionLeavesTheProcessesOfOtherSessions) {
+  run_.Option("--fault open:/dev/i2c-1:kill-session");
+  const SimulatorOutcome outcome = run_.Shell(
+      "setsid -w sh -c '\"$PROBE\" open /dev/i2c-1 +; echo no'; echo $?; \"$PROBE\" sleep 5");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out, "137\n0\n");
+  EXPECT_EQ(outcome.err, "Killed\n");  // says the shell
+  EXPECT_EQ(outcome.log,
+            "open /dev/i2c-1 O_RDWR = kill-session\nstderr \"Killed\\n\"\nstdout \"137\\n\"\n"
+            "sleep 5 s\nstdout \"0\\n\"\nexit 0\n");
+  EXPECT_THAT(outcome.leftovers, IsEmpty());
+}
+
+TEST_F(FaultReportTest, KillSessionWithoutSetsidEndsTheCommand) {
+  run_.Option("--fault open:/dev/i2c-1:kill-session");
+  const SimulatorOutcome outcome = run_.Shell("\"$PROBE\" open /dev/i2c-1 +; echo $?");
+  EXPECT_EQ(outcome.status, 137);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.log, "open /dev/i2c-1 O_RDWR = kill-session\nkilled SIGKILL\n");
+}
+
+TEST_F(FaultReportTest, KillSessionHappensToEventsOfAnyKind) {
+  for (const std::string kind : {"open", "i2c", "close", "sleep", "dbus", "open:dump", "write"}) {
+    SimulatorRun run;
+    run.Option("--fault " + kind + ":kill-session");
+    const SimulatorOutcome outcome = run.Shell(
+        "setsid -w sh -c '\"$PROBE\" open /dev/i2c-1 + i2c 0 0x21 00 0 close 0 sleep 5 inventory "
+        "open dump wc write 1 x; echo no'; echo $?");
+    EXPECT_EQ(outcome.status, 0) << kind;
+    EXPECT_THAT(outcome.out, Not(HasSubstr("no"))) << kind;
+    EXPECT_THAT(outcome.log,
+                EndsWith(" = kill-session\nstderr \"Killed\\n\"\nstdout \"137\\n\"\nexit 0\n"))
+        << kind;
+  }
+}
+
+TEST_F(FaultReportTest, KillSessionEndsWhatRunsInTheBackgroundOfTheSession) {
+  run_.Option("--fault open:/dev/i2c-1:kill-session");
+  const SimulatorOutcome outcome = run_.Shell(
+      "setsid -w sh -c '(while :; do :; done) & while :; do :; done & "
+      "\"$PROBE\" open /dev/i2c-1 +'; echo $?");
+  EXPECT_EQ(outcome.status, 0);  // a run lives until its last process has ended
+  EXPECT_EQ(outcome.out, "137\n");
+}
+
+TEST_F(FaultReportTest, KillSessionLeavesTheModuleAsItIs) {
+  run_.WriteFile("flash", "");
+  run_.Option("--module wend@1,flash=flash --state state --fault spi:PP#2:kill-session");
+  const SimulatorOutcome outcome = run_.Shell(
+      "setsid -w \"$PROBE\" open /dev/spidev1.0 + "
+      "ofstream /sys/platform_m1/qspi_prg/value 1 spi 0 06 0 spi 0 02000010616263 0 "
+      "sleep 1 spi 0 06 0 spi 0 02000020616263 0; echo $?");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.out, EndsWith("\n137\n"));
+  EXPECT_EQ(run_.ReadFile("flash").substr(0x10, 3), "abc");
+  EXPECT_EQ(run_.ReadFile("flash").substr(0x20, 3), "\xff\xff\xff");
+  EXPECT_THAT(run_.ReadFile("state"), HasSubstr("qspi_prg=1"));
+}
+
 // --- Answers of services ------------------------------------------------------------------------
 
 TEST_F(FaultReportTest, AnswerThatNoBusCarriesIsRefusedBeforeTheRun) {

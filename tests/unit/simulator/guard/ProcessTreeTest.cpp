@@ -83,6 +83,54 @@ TEST(ProcessTreeTest, SignalReachesAll) {
   EXPECT_EQ(info.si_status, SIGTERM);
 }
 
+/// A child that waits until it is killed, in a session of its own.
+class SessionLeader {
+ public:
+  SessionLeader() {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(::pipe(ends.data()), 0);
+    process_ = ::fork();
+    if (process_ == 0) {
+      ::setsid();
+      static_cast<void>(!::write(ends[1], "", 1));
+      for (;;) {
+        ::pause();
+      }
+    }
+    char byte = '\0';
+    EXPECT_EQ(::read(ends[0], &byte, 1), 1);
+    ::close(ends[0]);
+    ::close(ends[1]);
+  }
+  SessionLeader(const SessionLeader&) = delete;
+  SessionLeader& operator=(const SessionLeader&) = delete;
+  ~SessionLeader() {
+    ::kill(process_, SIGKILL);
+    ::waitpid(process_, nullptr, 0);
+  }
+  pid_t Process() const { return process_; }
+
+ private:
+  pid_t process_ = -1;
+};
+
+TEST(ProcessTreeTest, SessionIsKilledAndNoOther) {
+  const SessionLeader leader;
+  const SessionLeader other;
+  const Family family;
+  EXPECT_FALSE(process_tree::HasEnded(leader.Process()));
+  EXPECT_TRUE(process_tree::KillSession(::getpid(), 0, leader.Process()));
+  EXPECT_TRUE(process_tree::HasEnded(leader.Process()));
+  EXPECT_FALSE(process_tree::HasEnded(other.Process()));
+  EXPECT_FALSE(process_tree::HasEnded(family.Child()));
+}
+
+TEST(ProcessTreeTest, NoSessionIsThatOfAProcessThatDoesNotExist) {
+  const Family family;
+  EXPECT_TRUE(process_tree::KillSession(::getpid(), 0, -1));
+  EXPECT_FALSE(process_tree::HasEnded(family.Parent()));
+}
+
 TEST(ProcessTreeTest, ProcessWithTheVariableIsKilledAndNoOther) {
   ChildProcess marked({.words = {"/bin/sleep", "1000"}, .environment = {{"MARK", "of this test"}}});
   const Family family;

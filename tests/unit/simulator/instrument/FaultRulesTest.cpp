@@ -114,6 +114,13 @@ TEST(FaultRuleTest, KillAllIsAnActionOfItsOwn) {
   EXPECT_EQ(rule.fault.kind, Fault::Kind::kKillAll);
 }
 
+TEST(FaultRuleTest, KillSessionIsAnActionOfItsOwn) {
+  const FaultRule rule = FaultRule::Parse("dbus:GetI2CBus#2:kill-session");
+  EXPECT_EQ(rule.text, "GetI2CBus");
+  EXPECT_EQ(rule.first, 2U);
+  EXPECT_EQ(rule.fault.kind, Fault::Kind::kKillSession);
+}
+
 TEST(FaultRuleTest, UnknownKindIsRefused) {
   EXPECT_EQ(ProblemWith("spy:EIO"),
             "'spy' is not a kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep "
@@ -121,16 +128,18 @@ TEST(FaultRuleTest, UnknownKindIsRefused) {
 }
 
 TEST(FaultRuleTest, UnknownActionIsRefused) {
-  EXPECT_EQ(
-      ProblemWith("spi#1:EWRONG"),
-      "'EWRONG' is not an action (an errno, lost, kill, kill-all, data:TEXT or error[:NAME])");
+  EXPECT_EQ(ProblemWith("spi#1:EWRONG"),
+            "'EWRONG' is not an action (an errno, lost, kill, kill-session, kill-all, data:TEXT or "
+            "error[:NAME])");
   EXPECT_EQ(ProblemWith("open:a:b:"),
-            "'' is not an action (an errno, lost, kill, kill-all, data:TEXT or error[:NAME])");
+            "'' is not an action (an errno, lost, kill, kill-session, kill-all, data:TEXT or "
+            "error[:NAME])");
 }
 
 TEST(FaultRuleTest, MissingActionIsRefused) {
   EXPECT_EQ(ProblemWith("spi"),
-            "no action follows 'spi' (an errno, lost, kill, kill-all, data:TEXT or error[:NAME])");
+            "no action follows 'spi' (an errno, lost, kill, kill-session, kill-all, data:TEXT or "
+            "error[:NAME])");
 }
 
 TEST(FaultRuleTest, EventZeroIsRefused) {
@@ -175,6 +184,7 @@ TEST(FaultRuleTest, EveryKindCanBeKilled) {
   for (const std::string kind :
        {"open", "close", "read", "write", "ioctl", "spi", "i2c", "dbus", "sleep", "any"}) {
     EXPECT_EQ(ProblemWith((kind + ":kill").c_str()), "none") << kind;
+    EXPECT_EQ(ProblemWith((kind + ":kill-session").c_str()), "none") << kind;
     EXPECT_EQ(ProblemWith((kind + ":kill-all").c_str()), "none") << kind;
   }
 }

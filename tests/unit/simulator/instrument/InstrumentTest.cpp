@@ -343,6 +343,13 @@ TEST_F(InstrumentTest, MessageThatKillsAllDoesNotReachTheModule) {
   EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 WREN = kill-all\n");
 }
 
+TEST_F(InstrumentTest, MessageThatKillsTheSessionDoesNotReachTheModule) {
+  const EchoModule& echo = BuildEcho({"spi#1:kill-session"});
+  EXPECT_EQ(Spi({0x06}).killed, Killed::kSession);
+  EXPECT_TRUE(echo.Messages().empty());
+  EXPECT_EQ(LogBehindSpeed(), "spi /dev/spidev1.0 WREN = kill-session\n");
+}
+
 // --- Settings -----------------------------------------------------------------------------------
 
 TEST_F(InstrumentTest, SettingsHaveTheirValuesAtPowerOn) {
@@ -663,6 +670,13 @@ TEST_F(InstrumentTest, DBusCallsCanKillAll) {
   EXPECT_EQ(instrument.GetModuleLocations().killed, Killed::kAll);
   EXPECT_EQ(instrument.GetSPIDev(1).killed, Killed::kAll);
   EXPECT_EQ(Log(), "dbus GetModuleLocations = kill-all\ndbus GetSPIDev 1 = kill-all\n");
+}
+
+TEST_F(InstrumentTest, DBusCallsCanKillTheSession) {
+  Instrument& instrument = Build({}, {"dbus:kill-session"});
+  EXPECT_EQ(instrument.GetModuleLocations().killed, Killed::kSession);
+  EXPECT_EQ(instrument.GetSPIDev(1).killed, Killed::kSession);
+  EXPECT_EQ(Log(), "dbus GetModuleLocations = kill-session\ndbus GetSPIDev 1 = kill-session\n");
 }
 
 // --- Events that others carry out ---------------------------------------------------------------
