@@ -79,7 +79,7 @@ std::string ExpanderBoard::DescribeState() const {
                                                                   : "absent");
     text += std::string(" selector=") + (selector_.OnSpiMaster(Slot()) ? "SPIFIFO" : "SPILVDS");
   }
-  return text + ' ' + LoadedWord(fpga_.Configuration());
+  return text + ' ' + LastWords(fpga_.Configuration());
 }
 
 }  // namespace orvane

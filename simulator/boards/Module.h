@@ -54,16 +54,17 @@ class Module : public AttributeFiles {
   virtual void AdvanceTime(std::chrono::nanoseconds by);
 
   /// How the module is, as words NAME=VALUE: "done=1", more by board, all of which can be seen from
-  /// outside, and last what its FPGA has loaded, see LoadedWord().
+  /// outside, and then LastWords().
   virtual std::string DescribeState() const = 0;
 
   /// @return what the module's FPGA has loaded: the whole flash as it was then; none: nothing
   std::optional<std::vector<std::uint8_t>> LoadedContents() const { return flash_.Remembered(); }
 
  protected:
-  /// "loaded=current" when what is loaded is what the flash holds now, else "loaded=other", or
-  /// "loaded=none" when nothing is loaded.
-  static std::string LoadedWord(const FpgaConfiguration& configuration);
+  /// What every board has: "registers=24:0f", the chip's registers without the bits that it loses
+  /// with its power, where the options name them; and "loaded=current" when what is loaded is what
+  /// the flash holds now, else "loaded=other", or "loaded=none" when nothing is loaded.
+  std::string LastWords(const FpgaConfiguration& configuration) const;
   NorFlashModel& FlashChip() { return flash_; }
 
  private:

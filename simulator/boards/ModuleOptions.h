@@ -23,6 +23,12 @@ struct FlashDefects {
   std::vector<std::uint32_t> wornSectors;
 };
 
+/// The registers of a flash chip that keep their values without power.
+struct ChipRegisters {
+  std::uint8_t status = 0;
+  std::uint8_t configuration = 0;
+};
+
 /// One module of the instrument, as its user describes it.
 struct ModuleOptions {
   ModuleType type = ModuleType::kWend;
@@ -30,6 +36,7 @@ struct ModuleOptions {
   std::string flashFile;   // empty: a blank chip, which is not saved
   std::string loadedFile;  // where what the FPGA has loaded is saved; empty: nowhere
   Chip chip = Chip::kMicron;
+  std::optional<ChipRegisters> registers;  // at power-on; none: as delivered
   DonePolicy done;
   std::optional<std::string> i2cName;  // what the resource service answers; none: the real name
   std::optional<std::string> spiName;

@@ -63,7 +63,7 @@ void WendModule::AdvanceTime(std::chrono::nanoseconds by) {
 std::string WendModule::DescribeState() const {
   return std::string("done=") + (zynq_.Done() ? "1" : "0") +
          " qspi_prg=" + (zynq_.ControllerOwnsFlash() ? "1 " : "0 ") +
-         LoadedWord(zynq_.Configuration());
+         LastWords(zynq_.Configuration());
 }
 
 }  // namespace orvane

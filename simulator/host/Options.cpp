@@ -56,6 +56,10 @@ KEY=VALUE (each once, unless it can be repeated):
   loaded=FILE        at the end, what the FPGA has loaded is written to FILE: the whole
                      flash as it was then; an empty file when nothing is loaded
   chip=NAME          micron or macronix (micron)
+  registers=STATUS:CONFIG
+                     the chip's status and configuration registers at power-on, two
+                     hexadecimal digits each; what it keeps of them without power at the
+                     end is then shown by --state. Without: as delivered
   done=WHEN          the DONE line: auto, high, low, or after:MS, that many milliseconds
                      after each release from reset (auto)
   i2c=NAME, spi=NAME what the resource service answers; none: an empty name
@@ -159,6 +163,20 @@ std::optional<Chip> ParseChip(std::string_view value) {
     return Chip::kMacronix;
   }
   return std::nullopt;
+}
+
+std::optional<ChipRegisters> ParseRegisters(std::string_view value) {
+  constexpr std::size_t kDigits = 2;
+  constexpr int kHex = 16;
+  const auto status = ParseNumber<std::uint8_t>(value.substr(0, kDigits), kHex);
+  if (!status || value.size() != 2 * kDigits + 1 || value[kDigits] != ':') {
+    return std::nullopt;
+  }
+  const auto configuration = ParseNumber<std::uint8_t>(value.substr(kDigits + 1), kHex);
+  if (!configuration) {
+    return std::nullopt;
+  }
+  return ChipRegisters{.status = *status, .configuration = *configuration};
 }
 
 /// @return whether `value` is `word`, with `out` set to `meaning` then
@@ -265,6 +283,11 @@ constexpr Key kKeys[] = {
      "micron or macronix",
      [](std::string_view value, ModuleOptions& module) {
        return Take(ParseChip(value), module.chip);
+     }},
+    {"registers",
+     "STATUS:CONFIG, two hexadecimal digits each",
+     [](std::string_view value, ModuleOptions& module) {
+       return Take(ParseRegisters(value), module.registers.emplace());
      }},
     {"done",
      "auto, high, low or after:MS, MS up to 3600000",

@@ -51,5 +51,22 @@ TEST_F(WendModuleTest, LoadedIsOtherFromAChangeOfTheFlashUntilTheNextBoot) {
   EXPECT_EQ(wend_.LoadedContents()->at(0xFF0000), 0x5A);
 }
 
+TEST(ModuleRegistersTest, RegistersAreThoseOfTheOptionsAndAreShown) {
+  WendModule wend({.type = ModuleType::kWend,
+                   .slot = 3,
+                   .chip = Chip::kMacronix,
+                   .registers = ChipRegisters{.status = 0x24, .configuration = 0x0F}},
+                  MakeZynqImage({.bytes = 4096}));
+  EXPECT_EQ(wend.DescribeState(), "done=1 qspi_prg=0 registers=24:0f loaded=current");
+  EXPECT_EQ(wend.WriteAttribute(kQspiPrg, "1"), 0);
+  for (const Bytes& mosi : {Bytes{0x06}, {0x01, 0x98, 0x07}, {0x06}}) {
+    Bytes miso(mosi.size());
+    wend.Transfer(mosi, miso);
+    wend.AdvanceTime(40ms);
+  }
+  EXPECT_EQ(wend.Flash().StatusRegister(), 0x9A);  // with the latch, which needs power
+  EXPECT_EQ(wend.DescribeState(), "done=1 qspi_prg=1 registers=98:0f loaded=current");
+}
+
 }  // namespace
 }  // namespace orvane

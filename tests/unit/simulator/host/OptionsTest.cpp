@@ -137,6 +137,23 @@ TEST(OptionsTest, FileForWhatIsLoadedNeedsAName) {
             "--module: key 'loaded': '' is not a file name");
 }
 
+TEST(OptionsTest, RegistersAreTaken) {
+  const auto registers = ParseModuleOf("dax@2,registers=24:0f").registers;
+  ASSERT_TRUE(registers.has_value());
+  EXPECT_EQ(registers->status, 0x24);
+  EXPECT_EQ(registers->configuration, 0x0F);
+  EXPECT_FALSE(ParseModuleOf("dax@2").registers.has_value());
+}
+
+TEST(OptionsTest, RegistersAreTwoBytesInHexadecimalDigits) {
+  for (const std::string value : {"", "24", "24:", "24:f", "24-0f", "24:0f0", "2:00f", "24:0g"}) {
+    const std::string module = "dax@2,registers=" + value;
+    EXPECT_EQ(ProblemWith({"--module", module.c_str(), "--", "true"}),
+              "--module: key 'registers': '" + value +
+                  "' is not STATUS:CONFIG, two hexadecimal digits each");
+  }
+}
+
 TEST(OptionsTest, DoneHighIsTaken) {
   EXPECT_EQ(ParseModuleOf("wend@1,done=high").done.kind, DonePolicy::Kind::kHigh);
 }
