@@ -1,0 +1,437 @@
+#include "companion/state/StateFolder.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace companion {
+
+namespace {
+
+constexpr mode_t kFolderMode = 0700;
+constexpr mode_t kFileMode = 0600;
+constexpr const char* kLockName = "lock";
+constexpr const char* kWorkName = "work";
+
+/// How often something is tried before it counts as failed.
+constexpr int kAttempts = 3;
+
+constexpr int kLockPollMilliseconds = 50;
+constexpr std::uint64_t kLockPollsPerSecond = 20;
+
+constexpr std::size_t kMaxHolderBytes = 200;
+constexpr std::size_t kCompareBytes = 64 * std::size_t{1024};
+
+/// @param operation  returns why it failed, or an empty text
+template <typename Operation>
+std::string Persistently(Operation operation) {
+  std::string problem;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    problem = operation();
+    if (problem.empty()) {
+      break;
+    }
+  }
+  return problem;
+}
+
+/// @param error  errno of the call
+std::string Failure(std::string_view verb, std::string_view path, int error) {
+  std::string text = "cannot ";
+  text.append(verb).append(" '").append(path).append("': ");
+  return text.append(std::generic_category().message(error));
+}
+
+std::string Quoted(std::string_view path) { return std::string("'").append(path).append("'"); }
+
+std::string MarkName(unsigned module) { return "slot-" + std::to_string(module) + ".unfinished"; }
+
+bool IsOwnFile(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
+
+/// @return false, with errno set, when not all could be written
+bool WriteAll(int file, std::span<const std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(file, bytes.data(), bytes.size());
+    if (count < 0) {
+      return false;
+    }
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+bool WriteText(int file, const std::string& text) {
+  return ::ftruncate(file, 0) == 0 && ::lseek(file, 0, SEEK_SET) == 0 &&
+         WriteAll(file, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+}
+
+/// A path with a slash at its end would lead through a link.
+std::string WithoutSlashesAtTheEnd(std::string path) {
+  while (path.size() > 1 && path.back() == '/') {
+    path.pop_back();
+  }
+  return path;
+}
+
+/// The new folder is to be there after a power cut too. Where this cannot be done, the folder was
+/// there already or is as safe as its parent is.
+void SyncParent(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  std::string parent = ".";
+  if (slash != std::string::npos) {
+    parent = path.substr(0, std::max(slash, std::size_t{1}));
+  }
+  const FileDescriptor folder(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  static_cast<void>(::fsync(folder.Get()));
+}
+
+// --- Removing -----------------------------------------------------------------------------------
+
+int RemoveTree(int parent, const char* name);
+
+/// @return a folder that can be read and emptied; without one, errno is set
+FileDescriptor OpenToEmpty(int parent, const char* name) {
+  const FileDescriptor found(::openat(parent, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!found.IsOpen()) {
+    return FileDescriptor();
+  }
+  // By this path, since a descriptor with O_PATH takes no fchmod. Whether it was needed, and has
+  // worked, shows when the folder is emptied.
+  const std::string path = "/proc/self/fd/" + std::to_string(found.Get());
+  static_cast<void>(::chmod(path.c_str(), kFolderMode));
+  return FileDescriptor(::openat(found.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+int RemoveContents(FileDescriptor folder) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(folder.Get()), &::closedir);
+  if (stream == nullptr) {
+    return errno;
+  }
+  const int descriptor = folder.Release();  // the stream's now
+  int error = 0;
+  while (const dirent* const entry = ::readdir(stream.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") {
+      const int failed = RemoveTree(descriptor, entry->d_name);
+      error = error == 0 ? failed : error;
+    }
+  }
+  return error;
+}
+
+/// Removes what is called `name`, with everything in it. A link is removed, not what it leads to.
+/// @return 0, also when there is nothing; else the errno
+int RemoveTree(int parent, const char* name) {
+  if (::unlinkat(parent, name, 0) == 0 || errno == ENOENT) {
+    return 0;
+  }
+  if (errno != EISDIR) {
+    return errno;
+  }
+  FileDescriptor folder = OpenToEmpty(parent, name);
+  if (!folder.IsOpen()) {
+    return errno;
+  }
+  const int error = RemoveContents(std::move(folder));
+  if (error != 0) {
+    return error;
+  }
+  return ::unlinkat(parent, name, AT_REMOVEDIR) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+StateFolder::StateFolder(std::string path, Stop stop)
+    : path_(WithoutSlashesAtTheEnd(std::move(path))), stop_(std::move(stop)) {}
+
+StateFolder::~StateFolder() {
+  if (isLocked_) {
+    // So that nobody is told of a holder that has ended. What fails is only less exact.
+    static_cast<void>(!::ftruncate(lock_->Get(), 0));
+  }
+}
+
+int StateFolder::Folder() const { return folder_ ? folder_->Get() : FileDescriptor::kClosed; }
+
+std::string StateFolder::PathOf(std::string_view name) const {
+  return std::string(path_).append("/").append(name);
+}
+
+// --- The folder and its files -------------------------------------------------------------------
+
+std::string StateFolder::OpenFolder() {
+  if (::mkdir(path_.c_str(), kFolderMode) != 0 && errno != EEXIST) {
+    return Failure("create", path_, errno);
+  }
+  FileDescriptor folder(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!folder.IsOpen()) {
+    const int error = errno;
+    struct stat status {};
+    const bool isLink = ::lstat(path_.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+    return isLink ? Quoted(path_) + " is a link, not a folder" : Failure("open", path_, error);
+  }
+  std::string refusal = FolderRefusal(folder.Get());
+  if (!refusal.empty()) {
+    return refusal;
+  }
+  SyncParent(path_);
+  folder_.emplace(std::move(folder));
+  return "";
+}
+
+std::string StateFolder::FolderRefusal(int folder) const {
+  struct stat status {};
+  if (::fstat(folder, &status) != 0) {
+    return Failure("examine", path_, errno);
+  }
+  if (status.st_uid != ::geteuid()) {
+    return "the folder " + Quoted(path_) + " belongs to another user";
+  }
+  if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    return "the folder " + Quoted(path_) + " can be written by others: chmod go-w it";
+  }
+  return "";
+}
+
+StateFolder::Opened StateFolder::OpenFile(const std::string& name, int flags) const {
+  // O_NONBLOCK: a pipe or a device in its place must not block. On a regular file it means nothing.
+  FileDescriptor file(::openat(
+      Folder(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | flags, kFileMode));
+  std::string refusal = file.IsOpen() ? FileRefusal(name, file.Get()) : "";
+  if (!file.IsOpen()) {
+    const int error = errno;
+    struct stat status {};
+    const bool isThere = ::fstatat(Folder(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+    refusal = isThere && !IsOwnFile(status)
+                  ? Quoted(PathOf(name)) + " is no regular file: remove it"
+                  : Failure("open", PathOf(name), error);
+  }
+  return {.file = std::move(file), .problem = std::move(refusal)};
+}
+
+std::string StateFolder::FileRefusal(const std::string& name, int file) const {
+  struct stat status {};
+  if (::fstat(file, &status) != 0) {
+    return Failure("examine", PathOf(name), errno);
+  }
+  return IsOwnFile(status) ? ""
+                           : Quoted(PathOf(name)) + " is no regular file with one link: remove it";
+}
+
+std::string StateFolder::SyncFolder() const {
+  return ::fsync(Folder()) == 0 ? "" : Failure("synchronise", path_, errno);
+}
+
+// --- The lock -----------------------------------------------------------------------------------
+
+StateInterface::Locking StateFolder::Lock(const std::string& purpose, unsigned waitSeconds) {
+  std::string problem = Persistently([this] { return OpenFolder(); });
+  if (problem.empty()) {
+    problem = Persistently([this] { return OpenLock(); });
+  }
+  if (!problem.empty()) {
+    return {.problem = problem};
+  }
+  Locking locking = AwaitLock(waitSeconds);
+  if (locking.locked) {
+    WriteHolder(purpose);
+    locking.problem = RemoveWorkFolder();
+    locking.locked = locking.problem.empty();
+  }
+  if (!locking.locked) {
+    isLocked_ = false;
+    lock_.reset();
+  }
+  return locking;
+}
+
+std::string StateFolder::OpenLock() {
+  Opened lock = OpenFile(kLockName, 0);  // no O_CLOEXEC: what is started keeps the lock
+  if (lock.problem.empty()) {
+    lock_.emplace(std::move(lock.file));
+  }
+  return lock.problem;
+}
+
+StateInterface::Locking StateFolder::AwaitLock(unsigned waitSeconds) {
+  std::uint64_t attemptsLeft = waitSeconds * kLockPollsPerSecond;
+  for (;;) {
+    std::string problem = Persistently([this] {
+      isLocked_ = ::flock(lock_->Get(), LOCK_EX | LOCK_NB) == 0;
+      return isLocked_ || errno == EWOULDBLOCK ? "" : Failure("lock", PathOf(kLockName), errno);
+    });
+    if (isLocked_) {
+      // Somebody may have removed it while it was waited for.
+      problem = FileRefusal(kLockName, lock_->Get());
+      return {.locked = problem.empty(), .problem = problem};
+    }
+    if (!problem.empty() || !AwaitNextAttempt(attemptsLeft)) {
+      return {.holder = problem.empty() ? Holder() : "", .problem = problem};
+    }
+  }
+}
+
+/// @param attemptsLeft  counted instead of a time that a clock would tell
+/// @return false when there are none left, or the wait is stopped
+bool StateFolder::AwaitNextAttempt(std::uint64_t& attemptsLeft) const {
+  if (attemptsLeft == 0) {
+    return false;
+  }
+  --attemptsLeft;
+  pollfd stop = {.fd = stop_.descriptor, .events = POLLIN, .revents = 0};
+  return ::poll(&stop, 1, kLockPollMilliseconds) <= 0 || !stop_.hasArrived();
+}
+
+std::string StateFolder::Holder() const {
+  std::array<char, kMaxHolderBytes> bytes{};
+  const ssize_t count = ::pread(lock_->Get(), bytes.data(), bytes.size(), 0);
+  std::string holder(bytes.data(), static_cast<std::size_t>(std::max(count, ssize_t{0})));
+  std::replace_if(
+      holder.begin(), holder.end(), [](char byte) { return byte < ' ' || byte > '~'; }, '?');
+  return holder.empty() ? "another process" : holder;
+}
+
+/// Only for readers: that the lock is held does not depend on it.
+void StateFolder::WriteHolder(const std::string& purpose) const {
+  const std::string holder = purpose + ", process " + std::to_string(::getpid());
+  static_cast<void>(
+      Persistently([&] { return WriteText(lock_->Get(), holder) ? "" : "not written"; }));
+}
+
+// --- The work folder ----------------------------------------------------------------------------
+
+std::string StateFolder::WorkFolder() const { return PathOf(kWorkName); }
+
+int StateFolder::WorkFolderDescriptor() const {
+  return work_ ? work_->Get() : FileDescriptor::kClosed;
+}
+
+std::string StateFolder::RemoveWorkFolder() {
+  work_.reset();
+  return Persistently([this]() -> std::string {
+    const int error = RemoveTree(Folder(), kWorkName);
+    return error == 0 ? "" : Failure("remove", WorkFolder(), error);
+  });
+}
+
+std::string StateFolder::MakeWorkFolder(const std::string& imageName,
+                                        std::span<const std::uint8_t> image) {
+  return Persistently([&] {
+    std::string problem = RemoveWorkFolder();
+    return problem.empty() ? FillWorkFolder(imageName, image) : problem;
+  });
+}
+
+std::string StateFolder::FillWorkFolder(const std::string& imageName,
+                                        std::span<const std::uint8_t> image) {
+  if (::mkdirat(Folder(), kWorkName, kFolderMode) != 0) {
+    return Failure("create", WorkFolder(), errno);
+  }
+  FileDescriptor work(
+      ::openat(Folder(), kWorkName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!work.IsOpen()) {
+    return Failure("open", WorkFolder(), errno);
+  }
+  work_.emplace(std::move(work));
+  std::string problem = WriteImage(imageName, image);
+  return problem.empty() ? CompareImage(imageName, image) : problem;
+}
+
+std::string StateFolder::WriteImage(const std::string& name,
+                                    std::span<const std::uint8_t> image) const {
+  const std::string path = WorkFolder() + "/" + name;
+  FileDescriptor file(::openat(WorkFolderDescriptor(),
+                               name.c_str(),
+                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                               kFileMode));
+  if (!file.IsOpen()) {
+    return Failure("create", path, errno);
+  }
+  if (!WriteAll(file.Get(), image) || ::fsync(file.Get()) != 0 || file.Close() != 0) {
+    return Failure("write", path, errno);
+  }
+  return "";
+}
+
+std::string StateFolder::CompareImage(const std::string& name,
+                                      std::span<const std::uint8_t> image) const {
+  const std::string path = WorkFolder() + "/" + name;
+  const FileDescriptor file(
+      ::openat(WorkFolderDescriptor(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!file.IsOpen()) {
+    return Failure("open", path, errno);
+  }
+  // Only advice: so that the bytes come from the disk again.
+  static_cast<void>(::posix_fadvise(file.Get(), 0, 0, POSIX_FADV_DONTNEED));
+  std::vector<std::uint8_t> bytes(kCompareBytes);
+  std::span<const std::uint8_t> rest = image;
+  for (;;) {
+    const ssize_t count = ::read(file.Get(), bytes.data(), bytes.size());
+    if (count < 0) {
+      return Failure("read", path, errno);
+    }
+    if (count == 0 && rest.empty()) {
+      return "";
+    }
+    const auto size = static_cast<std::size_t>(count);
+    if (size == 0 || size > rest.size() ||
+        !std::equal(rest.begin(), rest.begin() + count, bytes.begin())) {
+      return Quoted(path) + " does not hold what was written to it";
+    }
+    rest = rest.subspan(size);
+  }
+}
+
+// --- The marks ----------------------------------------------------------------------------------
+
+bool StateFolder::IsMarked(unsigned module) {
+  const std::string name = MarkName(module);
+  struct stat status {};
+  // Only when there is certainly nothing, there is no mark.
+  return !Persistently([&] {
+            const bool isThere =
+                ::fstatat(Folder(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+            return isThere || errno != ENOENT ? "marked" : "";
+          }).empty();
+}
+
+std::string StateFolder::Mark(unsigned module, const std::string& text) {
+  const std::string name = MarkName(module);
+  return Persistently([&] { return WriteMark(name, text); });
+}
+
+std::string StateFolder::WriteMark(const std::string& name, const std::string& text) const {
+  const Opened mark = OpenFile(name, O_CLOEXEC);
+  if (!mark.problem.empty()) {
+    return mark.problem;
+  }
+  if (!WriteText(mark.file.Get(), text + "\n") || ::fsync(mark.file.Get()) != 0) {
+    return Failure("write", PathOf(name), errno);
+  }
+  return SyncFolder();
+}
+
+std::string StateFolder::Unmark(unsigned module) {
+  const std::string name = MarkName(module);
+  return Persistently([&] {
+    if (::unlinkat(Folder(), name.c_str(), 0) != 0 && errno != ENOENT) {
+      return Failure("remove", PathOf(name), errno);
+    }
+    return SyncFolder();
+  });
+}
+
+}  // namespace companion
