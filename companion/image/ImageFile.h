@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,6 +53,10 @@ struct ImageReading {
 /// Reads and examines an image file. Touches no device. Refuses what is no regular file, and stops as
 /// soon as more than kFlashBytes are known.
 ImageReading ReadImageFile(const std::string& path);
+
+/// @param bytes  an image, or the flash from address 0 on
+/// @return the format of what it holds
+ImageFormat FormatIn(std::span<const std::uint8_t> bytes);
 
 /// @param target  "wend", "dax", "pyx1" or "pyx2"
 /// @return the format of the images of a module type
