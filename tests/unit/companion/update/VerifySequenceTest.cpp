@@ -1,0 +1,88 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "companion/update/VerifySequence.h"
+#include "tests/unit/companion/update/FakeWorld.h"
+
+namespace companion::test {
+namespace {
+
+class VerifySequenceTest : public testing::Test {
+ protected:
+  VerifyResult Verify() {
+    const ImageFile image = world_.AsImageFile();
+    VerifySequence sequence({.target = "wend", .slot = 1, .image = image, .waitSeconds = 5},
+                            world_.AsServices());
+    world_.signalled = [&] { sequence.Signalled(); };
+    return sequence.Run();
+  }
+
+  FakeWorld world_;
+};
+
+TEST_F(VerifySequenceTest, FlashThatHoldsTheImageIsEqual) {
+  std::copy(world_.image.begin(), world_.image.end(), world_.flash.begin());
+  const VerifyResult result = Verify();
+  EXPECT_EQ(result.exit, ExitCode::kDone);
+  EXPECT_EQ(result.verdict, "The flash holds the image.");
+  EXPECT_EQ(result.equal, true);
+  EXPECT_EQ(result.stampThere, "new1");
+  EXPECT_EQ(world_.calls, (Calls{"find", "lock, verify wend 1, wait 5", "read 1000"}));
+}
+
+TEST_F(VerifySequenceTest, FlashThatDiffersIsNamedByItsFirstAddress) {
+  const VerifyResult result = Verify();
+  EXPECT_EQ(result.exit, ExitCode::kNot);
+  EXPECT_EQ(result.verdict,
+            "The flash differs from address 0x000000 on (0x6f instead of 0x6e), in 4 pages of 256 "
+            "bytes.");
+  EXPECT_EQ(result.equal, false);
+  EXPECT_EQ(result.stampThere, "old1");
+  EXPECT_EQ(result.image->stamp, "new1");
+}
+
+TEST_F(VerifySequenceTest, FlashThatCannotBeReadIsNeitherEqualNorDifferent) {
+  world_.onRead = [](int, ModuleReading& reading) { reading.problem.text = "no answer"; };
+  const VerifyResult result = Verify();
+  EXPECT_EQ(result.exit, ExitCode::kUnreachable);
+  EXPECT_EQ(result.equal, std::nullopt);
+}
+
+TEST_F(VerifySequenceTest, UnfitImageIsRefusedBeforeAnythingIsTouched) {
+  world_.image.clear();
+  const VerifyResult result = Verify();
+  EXPECT_EQ(result.exit, ExitCode::kRefused);
+  EXPECT_EQ(result.verdict, "Refused: the image is empty.");
+  EXPECT_EQ(world_.calls, Calls{});
+}
+
+TEST_F(VerifySequenceTest, ImageOfAnotherFormatIsCompared) {
+  world_.image[4] = 'S';
+  EXPECT_EQ(Verify().exit, ExitCode::kNot);
+}
+
+TEST_F(VerifySequenceTest, SlotThatIsEmptyIsRefused) {
+  world_.names.populated = false;
+  EXPECT_EQ(Verify().exit, ExitCode::kRefused);
+}
+
+TEST_F(VerifySequenceTest, HolderOfTheLockIsNamed) {
+  world_.locked = true;
+  EXPECT_EQ(Verify().exit, ExitCode::kLocked);
+}
+
+TEST_F(VerifySequenceTest, UnfinishedUpdateIsReported) {
+  world_.marked = true;
+  EXPECT_TRUE(Verify().unfinished);
+}
+
+TEST_F(VerifySequenceTest, SignalBeforeTheReadingTouchesNothing) {
+  world_.signalsWaiting = 1;
+  const VerifyResult result = Verify();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(world_.calls.back(), "lock, verify wend 1, wait 5");
+}
+
+}  // namespace
+}  // namespace companion::test
