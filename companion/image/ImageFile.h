@@ -33,16 +33,21 @@ enum class Packing {
 struct ImageFile {
   std::string path;
   std::uint64_t fileBytes = 0;
-  std::string fileSha256;  ///< of the file as it is, 64 hexadecimal digits
+  std::string fileSha256;  ///< of the file as it is, 64 hexadecimal digits; empty when the file is
+                           ///< too large to be read whole
   Packing packing = Packing::kPlain;
   std::optional<std::uint64_t> packingEnd;  ///< offset in the file: of the damage, or of the bytes
                                             ///< behind the compressed data
+  std::vector<std::uint8_t> packed;         ///< the file as it is, where that is gzip
   std::vector<std::uint8_t> bytes;  ///< the image itself, decompressed; what could be read of it
-  std::string sha256;               ///< of `bytes`
+  std::string sha256;               ///< of `bytes`; empty for an image that is too large
   bool tooLarge = false;            ///< more than kFlashBytes; `bytes` is then cut there
   bool gzipInGzip = false;          ///< `bytes` are gzip data themselves
   ImageFormat format = ImageFormat::kNeither;  ///< of `bytes`
 };
+
+/// @return the bytes of the file as it is, as far as they were read; borrowed from `image`
+std::span<const std::uint8_t> BytesOfFile(const ImageFile& image);
 
 /// Either an image file, or why it cannot be read (one line, without the program's name).
 struct ImageReading {
@@ -54,9 +59,12 @@ struct ImageReading {
 /// soon as more than kFlashBytes are known.
 ImageReading ReadImageFile(const std::string& path);
 
-/// @param bytes  an image, or the flash from address 0 on
-/// @return the format of what it holds
+/// @return the format of an image, or of what a flash holds from address 0 on
 ImageFormat FormatIn(std::span<const std::uint8_t> bytes);
+
+/// @return the offset of the first synchronisation word within the first 4096 bytes, where an FPGA
+///         expects it; nothing when there is none
+std::optional<std::size_t> SynchronisationWordIn(std::span<const std::uint8_t> bytes);
 
 /// @param target  "wend", "dax", "pyx1" or "pyx2"
 /// @return the format of the images of a module type
