@@ -1,0 +1,76 @@
+#include "companion/image/ImageCommand.h"
+
+#include <algorithm>
+#include <ostream>
+#include <utility>
+#include <vector>
+
+#include "companion/image/ImageReport.h"
+#include "companion/image/ModuleTypes.h"
+#include "companion/image/RegularFile.h"
+
+namespace companion {
+
+namespace {
+
+void Write(std::ostream& out, const nlohmann::json& object) {
+  out << object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
+}
+
+ExitCode Refuse(const ImageOptions& options,
+                const std::string& why,
+                std::ostream& out,
+                std::ostream& err) {
+  err << "tarnwickctl: " << why << std::endl;
+  if (options.json) {
+    Write(out,
+          {{"command", "image"},
+           {"file", {{"path", options.path}}},
+           {"verdict", "refused"},
+           {"reason", why},
+           {"exit_code", static_cast<int>(ExitCode::kRefused)}});
+  }
+  return ExitCode::kRefused;
+}
+
+/// As much of the contents of a flash as a type dumps.
+/// @return nothing when it cannot be read
+std::optional<std::vector<std::uint8_t>> ReadDump(const std::string& path, std::string& refusal) {
+  const ModuleType& most = *std::max_element(
+      kModuleTypes.begin(), kModuleTypes.end(), [](const ModuleType& a, const ModuleType& b) {
+        return a.headBytes < b.headBytes;
+      });
+  RegularFile file(path);
+  std::vector<std::uint8_t> bytes;
+  if (file.Refusal().empty()) {
+    file.ReadUpTo(most.headBytes, bytes);
+  }
+  refusal = file.Refusal();
+  return refusal.empty() ? std::optional(std::move(bytes)) : std::nullopt;
+}
+
+}  // namespace
+
+ExitCode RunImage(const ImageOptions& options, std::ostream& out, std::ostream& err) {
+  ImageReading reading = ReadImageFile(options.path);
+  if (!reading.image) {
+    return Refuse(options, reading.refusal, out, err);
+  }
+  std::optional<std::vector<std::uint8_t>> dump;
+  if (options.dump) {
+    std::string refusal;
+    dump = ReadDump(*options.dump, refusal);
+    if (!dump) {
+      return Refuse(options, refusal, out, err);
+    }
+  }
+  const ImageReport report = Examine(*std::move(reading.image), options.target, dump);
+  if (options.json) {
+    Write(out, ImageJson(report));
+  } else {
+    out << ImageText(report) << std::flush;
+  }
+  return report.unfit ? ExitCode::kNot : ExitCode::kDone;
+}
+
+}  // namespace companion
