@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "devices/SerialDeviceInterface.h"
+
+namespace companion {
+
+/// Register pairs of a PCA9535, port 0 in the low byte (data sheet, register descriptions). The
+/// platform's driver does not tell a failed read from zeros; this does.
+class ExpanderRegisters {
+ public:
+  /// @param bus  borrowed; open, with the expander's address
+  explicit ExpanderRegisters(SerialDeviceInterface& bus) : bus_(bus) {}
+
+  /// @return levels at the pins; nothing when the transfer fails
+  [[nodiscard]] std::optional<std::uint16_t> Input() const;
+  /// @return levels of the lines that are outputs, or would be; nothing when the transfer fails
+  [[nodiscard]] std::optional<std::uint16_t> Output() const;
+  /// @return 1 marks an input; nothing when the transfer fails
+  [[nodiscard]] std::optional<std::uint16_t> Configuration() const;
+
+  /// Sets the output levels of the lines in `mask`, and reads them back.
+  /// @return false when they are not as they should be
+  [[nodiscard]] bool SetOutput(std::uint16_t levels, std::uint16_t mask) const;
+
+ private:
+  [[nodiscard]] std::optional<std::uint16_t> Pair(std::uint8_t command) const;
+
+  SerialDeviceInterface& bus_;
+};
+
+}  // namespace companion
