@@ -1,7 +1,10 @@
 #include "companion/module/Module.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <exception>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -97,6 +100,17 @@ std::vector<std::uint8_t> HeadWith(std::span<const std::uint8_t> page) {
   return head;
 }
 
+/// Why a worker did not come to its end. One that a control file has ended has printed why.
+std::string Describe(const WorkerEnding& ending) {
+  std::string_view console = ending.console;
+  while (console.ends_with('\n')) {
+    console.remove_suffix(1);
+  }
+  const std::string_view lastLine = console.substr(console.rfind('\n') + 1);
+  return ending.exitCode != EXIT_FAILURE || lastLine.empty() ? ending.problem
+                                                             : std::string(lastLine);
+}
+
 }  // namespace
 
 Module::Module(const Target& target, unsigned slot, SignalWatch& signals)
@@ -112,6 +126,7 @@ unsigned Module::LimitSeconds(std::size_t bytes) {
 Problem Module::Run(const Conditions& conditions,
                     const std::function<void(const Interruption&)>& task) {
   Problem problem = {.text = "stopped", .console = ""};
+  memory_->report = {};
   for (int attempt = 0; attempt < conditions.tries && !memory_->stop; ++attempt) {
     memory_->report = {};
     memory_->advanced = 0;
@@ -120,14 +135,14 @@ Problem Module::Run(const Conditions& conditions,
                     conditions.limitSeconds,
                     signals_,
                     conditions.woken);
-    if (conditions.place != nullptr && !memory_->report.givenBack) {
+    if (conditions.place != nullptr && !memory_->report.ended) {
       TakeOver(Restore(*conditions.place, conditions.releasesReset));
     }
     if (memory_->report.succeeded && (memory_->report.ended || !conditions.takesWholeRun)) {
       return {};
     }
     const std::string reported = memory_->report.problem.Get();
-    problem = {.text = reported.empty() ? ending.problem : reported, .console = ending.console};
+    problem = {.text = reported.empty() ? Describe(ending) : reported, .console = ending.console};
     if (!reported.empty() && !conditions.repeatsReportedFailure) {
       break;
     }
@@ -149,7 +164,6 @@ Problem Module::RunOnModule(const Conditions& conditions,
     }
     access.GiveBack();
     report.notGivenBack.Set(access.LookAfter(memory_->resting));
-    report.givenBack = true;
     report.doneAfter = access.DoneAfter();
     afterwards();
     report.ended = true;
@@ -177,19 +191,18 @@ Problem Module::Restore(const ModulePlace& place, bool releasesReset) {
           }
           access.GiveBack();
           report.notGivenBack.Set(access.LookAfter(memory_->resting));
-          report.givenBack = true;
           report.doneAfter = access.DoneAfter();
+          report.ended = true;
         },
         kLimitSeconds,
         signals_,
         {});
     const std::string left = report.notGivenBack.Get();
-    if (report.givenBack && left.empty()) {
+    if (report.ended && left.empty()) {
       return {};
     }
-    problem = {
-        .text = report.givenBack ? left : "the module cannot be given back: " + ending.problem,
-        .console = ending.console};
+    problem = {.text = report.ended ? left : "the module cannot be given back: " + Describe(ending),
+               .console = ending.console};
   }
   return problem;
 }
@@ -203,7 +216,7 @@ Problem Module::Find(ModuleNames& names) {
           FindNames(target_, slot_, report);
           report.succeeded = true;
           report.ended = true;
-        } catch (const StepFailed& failed) {
+        } catch (const std::exception& failed) {  // the platform's clients throw, too
           report.problem.Set(failed.what());
         }
       });

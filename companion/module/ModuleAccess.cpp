@@ -183,6 +183,7 @@ std::string ModuleAccess::LookAfter(std::optional<std::uint16_t> resting) {
 std::string ModuleAccess::LookAtExpander(std::optional<std::uint16_t> resting) {
   const unsigned mask = module_.lines->mask();
   const auto inputs = static_cast<std::uint16_t>(resting.value_or(0) | mask);
+  bool answers = false;
   try {
     for (int attempt = 0; attempt < kTries; ++attempt) {
       OpenExpander();
@@ -190,12 +191,15 @@ std::string ModuleAccess::LookAtExpander(std::optional<std::uint16_t> resting) {
       if (directions && (*directions & inputs) == inputs) {
         return "";
       }
+      answers = answers || directions.has_value();
       expander_.disconnect(inputs);
     }
   } catch (const StepFailed& failed) {
-    return std::string(failed.what()) + " to look whether its lines are released";
+    return std::string(failed.what()) + " to see whether its lines are released";
   }
-  return "the GPIO expander on /dev/" + place_.names.i2cBus + " does not release its lines";
+  return "the GPIO expander on /dev/" + place_.names.i2cBus +
+         (answers ? " does not release its lines"
+                  : " does not show whether its lines are released");
 }
 
 std::string ModuleAccess::LookAtSelector() const {

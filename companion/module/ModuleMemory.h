@@ -33,8 +33,7 @@ class SharedText {
 /// What one worker reports.
 struct WorkerReport {
   bool succeeded = false;  ///< what was asked for is here
-  bool ended = false;      ///< the worker has done everything
-  bool givenBack = false;  ///< the worker has given the module back itself
+  bool ended = false;      ///< the worker has done everything, the module is given back
   SharedText problem;
   SharedText notGivenBack;
 

@@ -84,13 +84,14 @@ void BecomeWorker(Channel& channel, unsigned limitSeconds) {
 [[noreturn]] void Live(const Worker::Task& task,
                        const WorkerSide& side,
                        std::atomic<bool>& complete) {
+  // It ends as the program's own classes end a process when a control file fails.
   try {
     task(side);
-    complete = true;
   } catch (const std::exception& exception) {
     std::cerr << exception.what() << std::endl;
+    std::exit(EXIT_FAILURE);
   }
-  // As the program's own classes end a process when a control file fails.
+  complete = true;
   std::exit(EXIT_SUCCESS);
 }
 

@@ -70,7 +70,7 @@ TEST_F(WorkerTest, ConsoleOfMoreThan64KibIsCut) {
 TEST_F(WorkerTest, ExceptionIsAProblemAndItsTextIsOnTheConsole) {
   const WorkerEnding ending =
       Run([](const WorkerSide&) { throw std::runtime_error("no such service"); });
-  EXPECT_EQ(ending.problem, "its process ended with 0");
+  EXPECT_EQ(ending.problem, "its process ended with 1");
   EXPECT_EQ(ending.console, "no such service\n");
 }
 
