@@ -18,6 +18,15 @@ bool IsOption(std::string_view word) { return word.size() > 1 && word.front() ==
 /// "--log" for "--log=FILE"
 std::string_view NameIn(std::string_view option) { return option.substr(0, option.find('=')); }
 
+/// Hands a value over to the one that takes it.
+void Hand(const OptionSet::Take& take, const std::string& name, const std::string& value) {
+  try {
+    take(value);
+  } catch (const std::invalid_argument& error) {
+    throw UsageError(name + ": " + error.what());
+  }
+}
+
 }  // namespace
 
 std::string UsageText(std::string_view program, std::string_view why) {
@@ -39,6 +48,10 @@ void OptionSet::AddOption(const std::string& name, Take take) {
   values_.push_back({option, name, std::move(take)});
 }
 
+void OptionSet::AddWord(std::string name, Take take) {
+  words_.push_back({std::move(name), std::move(take)});
+}
+
 bool OptionSet::TakesValue(std::string_view name) const {
   return std::any_of(
       values_.begin(), values_.end(), [&](const Value& value) { return value.name == name; });
@@ -50,12 +63,18 @@ void OptionSet::Deliver() const {
   }
   for (const Value& value : values_) {
     for (const std::string& result : value.option->results()) {
-      try {
-        value.take(result);
-      } catch (const std::invalid_argument& error) {
-        throw UsageError(value.name + ": " + error.what());
-      }
+      Hand(value.take, value.name, result);
     }
+  }
+}
+
+/// @param words  at most as many as there are places for them
+void OptionSet::DeliverWords(const std::vector<std::string>& words) const {
+  if (words.size() < words_.size()) {
+    throw UsageError("a word is missing: " + words_[words.size()].name);
+  }
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    Hand(words_[i].take, words_[i].name, words[i]);
   }
 }
 
@@ -140,12 +159,38 @@ void CommandLine::Refuse(const CLI::ParseError& error) const {
   throw UsageError("option " + Quoted(std::string(kDashes).append(name)) + " takes no value");
 }
 
-void CommandLine::RefuseLooseWords() const {
-  std::vector<std::string> loose = app_->remaining(true);
-  if (rest_ == nullptr) {
-    loose.insert(loose.end(), afterDashes_.begin(), afterDashes_.end());
+/// @return the command that was given; null when there was none
+const CommandLine::Command* CommandLine::GivenCommand() const {
+  const auto found = std::find_if(commands_.begin(), commands_.end(), [](const Command& command) {
+    return command.app->parsed();
+  });
+  return found == commands_.end() ? nullptr : &*found;
+}
+
+/// @param loose  takes what has no place
+/// @return the words of the command that was given, as many as it has places for
+std::vector<std::string> CommandLine::CutWords(std::vector<std::string>& loose) const {
+  loose = app_->remaining(false);
+  const Command* const command = GivenCommand();
+  std::vector<std::string> words;
+  if (command != nullptr) {
+    for (std::string& word : command->app->remaining(false)) {
+      (IsOption(word) ? loose : words).push_back(std::move(word));
+    }
   }
-  const bool isCommandMissing = !commands_.empty() && app_->get_subcommands().empty();
+  if (rest_ == nullptr) {
+    words.insert(words.end(), afterDashes_.begin(), afterDashes_.end());
+  }
+  const std::size_t places = command == nullptr ? 0 : command->options->words_.size();
+  if (words.size() > places) {
+    loose.insert(loose.end(), words.begin() + static_cast<std::ptrdiff_t>(places), words.end());
+    words.resize(places);
+  }
+  return words;
+}
+
+void CommandLine::RefuseLooseWords(const std::vector<std::string>& loose) const {
+  const bool isCommandMissing = !commands_.empty() && GivenCommand() == nullptr;
   if (loose.empty()) {
     if (isCommandMissing) {
       throw UsageError("a word is missing: " + CommandWords());
@@ -175,7 +220,9 @@ std::optional<std::string> CommandLine::Read(std::span<const char* const> words)
   } catch (const CLI::ParseError& error) {
     Refuse(error);
   }
-  RefuseLooseWords();
+  std::vector<std::string> loose;
+  const std::vector<std::string> commandWords = CutWords(loose);
+  RefuseLooseWords(loose);
   if (rest_ != nullptr) {
     if (afterDashes_.empty()) {
       throw UsageError(restName_ + " is missing after '--'");
@@ -185,6 +232,9 @@ std::optional<std::string> CommandLine::Read(std::span<const char* const> words)
   options_.Deliver();
   for (const Command& command : commands_) {
     *command.given = command.app->parsed();
+    if (command.app->parsed()) {
+      command.options->DeliverWords(commandWords);
+    }
     command.options->Deliver();
   }
   return std::nullopt;

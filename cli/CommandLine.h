@@ -48,9 +48,18 @@ class OptionSet {
   /// An option with a value, "NAME VALUE" or "NAME=VALUE". `take` gets every value, in their order,
   /// after all words have been read: an option that is no list keeps the last one.
   void AddOption(const std::string& name, Take take);
+  /// A word that must be given. Such words are told apart by their order alone; options can stand
+  /// between them. After "--" every word is one of them, also one that begins with '-'.
+  /// @param name  what the help calls it; a message about a wrong word starts with it
+  void AddWord(std::string name, Take take);
 
  private:
   friend class CommandLine;
+
+  struct Word {
+    std::string name;
+    Take take;
+  };
 
   struct Flag {
     CLI::Option* option;
@@ -64,10 +73,12 @@ class OptionSet {
 
   bool TakesValue(std::string_view name) const;
   void Deliver() const;
+  void DeliverWords(const std::vector<std::string>& words) const;
 
   CLI::App& app_;
   std::vector<Flag> flags_;
   std::vector<Value> values_;
+  std::vector<Word> words_;
 };
 
 /// The command line of one of our tools, read with CLI11. All of them know --help and --version.
@@ -107,7 +118,9 @@ class CommandLine {
   bool TakesValue(std::string_view name) const;
   std::vector<std::string> CutRest(std::span<const char* const> words);
   [[noreturn]] void Refuse(const CLI::ParseError& error) const;
-  void RefuseLooseWords() const;
+  const Command* GivenCommand() const;
+  std::vector<std::string> CutWords(std::vector<std::string>& loose) const;
+  void RefuseLooseWords(const std::vector<std::string>& loose) const;
   std::string CommandWords() const;
 
   std::string program_;

@@ -227,6 +227,89 @@ TEST(CommandLineTest, WordsAfterTheDashesAreLooseWordsToAToolThatTakesNone) {
   EXPECT_EQ(ReadCommand({"--", "draw"}).problem, "unknown word 'draw' (expected draw or print)");
 }
 
+// --- The words of a command ---------------------------------------------------------------------
+
+/// What a tool with `copy FROM TO [--fast]`, `print` and `list` has read.
+struct WordReading {
+  std::string problem;
+  std::string from;
+  std::string to;
+  bool fast = false;
+};
+
+WordReading ReadWords(const Words& words) {
+  WordReading reading;
+  bool copy = false;
+  bool print = false;
+  cli::CommandLine line("tool", "");
+  cli::OptionSet& options = line.AddCommand("copy", copy);
+  options.AddFlag("--fast", reading.fast);
+  options.AddWord("FROM", [&](const std::string& word) {
+    if (word == "bad") {
+      throw std::invalid_argument("'bad' cannot be copied");
+    }
+    reading.from = word;
+  });
+  options.AddWord("TO", [&](const std::string& word) { reading.to = word; });
+  line.AddCommand("print", print);
+  try {
+    static_cast<void>(line.Read(Pointers(words)));
+  } catch (const cli::UsageError& error) {
+    reading.problem = error.what();
+  }
+  return reading;
+}
+
+TEST(CommandLineTest, WordsOfACommandAreTakenInTheirOrderWithOptionsBetween) {
+  for (const Words& words : {Words{"copy", "a", "b", "--fast"},
+                             Words{"copy", "--fast", "a", "b"},
+                             Words{"copy", "a", "--fast", "b"}}) {
+    const WordReading reading = ReadWords(words);
+    EXPECT_EQ(reading.problem, "");
+    EXPECT_EQ(reading.from, "a");
+    EXPECT_EQ(reading.to, "b");
+    EXPECT_TRUE(reading.fast);
+  }
+}
+
+TEST(CommandLineTest, WordOfACommandMayBeEmptyOrNamedAsACommand) {
+  const WordReading reading = ReadWords({"copy", "", "print"});
+  EXPECT_EQ(reading.problem, "");
+  EXPECT_EQ(reading.from, "");
+  EXPECT_EQ(reading.to, "print");
+}
+
+TEST(CommandLineTest, WordsAfterTheDashesAreWordsOfTheCommand) {
+  const WordReading reading = ReadWords({"copy", "a", "--", "--fast"});
+  EXPECT_EQ(reading.problem, "");
+  EXPECT_EQ(reading.from, "a");
+  EXPECT_EQ(reading.to, "--fast");
+  EXPECT_FALSE(reading.fast);
+}
+
+TEST(CommandLineTest, MissingWordOfACommandIsNamed) {
+  EXPECT_EQ(ReadWords({"copy"}).problem, "a word is missing: FROM");
+  EXPECT_EQ(ReadWords({"copy", "a"}).problem, "a word is missing: TO");
+}
+
+TEST(CommandLineTest, WordBeyondThoseOfACommandIsNamed) {
+  EXPECT_EQ(ReadWords({"copy", "a", "b", "c", "d"}).problem, "unexpected word 'c'");
+  EXPECT_EQ(ReadWords({"copy", "a", "b", "--", "c"}).problem, "unexpected word 'c'");
+  EXPECT_EQ(ReadWords({"print", "a"}).problem, "unexpected word 'a'");
+}
+
+TEST(CommandLineTest, WordBeforeTheCommandIsNotOneOfItsWords) {
+  EXPECT_EQ(ReadWords({"a", "copy", "b"}).problem, "unexpected word 'a'");
+}
+
+TEST(CommandLineTest, UnknownOptionIsNoWordOfACommand) {
+  EXPECT_EQ(ReadWords({"copy", "a", "-1"}).problem, "unknown option '-1'");
+}
+
+TEST(CommandLineTest, WrongWordIsRefusedAfterItsName) {
+  EXPECT_EQ(ReadWords({"copy", "bad", "b"}).problem, "FROM: 'bad' cannot be copied");
+}
+
 TEST(CommandLineTest, UsageTextIsTheProblemAndWhereToLook) {
   EXPECT_EQ(cli::UsageText("tool", "unknown option '--x'"),
             "tool: unknown option '--x'\nTry 'tool --help'.\n");
