@@ -41,7 +41,7 @@ void ReturnCodes() {
 
 void showHelp() {
   Line(Bold("NAME"));
-  Line(Program(" - FPGA Download Utility for the Orvane"));
+  Line(Indented(std::string(kHelpName)));
   Line("");
   Line(Bold("SYNOPSIS"));
   Line(Program(" " + Underlined("[TARGET]") + " " + Underlined("[COMMAND]") + " " +
