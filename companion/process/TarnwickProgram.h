@@ -35,6 +35,9 @@ class TarnwickProgram : public ProgramInterface {
 
   /// @param watch  borrowed; read while `tarnwick` runs, so that its callbacks come then
   TarnwickProgram(SignalWatch& watch, Settings settings);
+  TarnwickProgram(const TarnwickProgram&) = delete;
+  TarnwickProgram& operator=(const TarnwickProgram&) = delete;
+  ~TarnwickProgram() override;
 
   /// @return the path of the program, absolute; empty when none was given and none is found
   [[nodiscard]] const std::string& Path() const { return path_; }

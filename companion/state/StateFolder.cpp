@@ -61,20 +61,27 @@ bool IsOwnFile(const struct stat& status) {
   return S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
+std::string NotOwnFile(const std::string& path) {
+  return Quoted(path) + " is no regular file with one link: remove it";
+}
+
+/// Writes from the beginning of the file on.
 /// @return false, with errno set, when not all could be written
 bool WriteAll(int file, std::span<const std::uint8_t> bytes) {
+  off_t offset = 0;
   while (!bytes.empty()) {
-    const ssize_t count = ::write(file, bytes.data(), bytes.size());
+    const ssize_t count = ::pwrite(file, bytes.data(), bytes.size(), offset);
     if (count < 0) {
       return false;
     }
     bytes = bytes.subspan(static_cast<std::size_t>(count));
+    offset += count;
   }
   return true;
 }
 
 bool WriteText(int file, const std::string& text) {
-  return ::ftruncate(file, 0) == 0 && ::lseek(file, 0, SEEK_SET) == 0 &&
+  return ::ftruncate(file, 0) == 0 &&
          WriteAll(file, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
 }
 
@@ -115,6 +122,7 @@ FileDescriptor OpenToEmpty(int parent, const char* name) {
   return FileDescriptor(::openat(found.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
+/// @return 0, or the errno of something that could not be removed
 int RemoveContents(FileDescriptor folder) {
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(folder.Get()), &::closedir);
   if (stream == nullptr) {
@@ -125,8 +133,7 @@ int RemoveContents(FileDescriptor folder) {
   while (const dirent* const entry = ::readdir(stream.get())) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") {
-      const int failed = RemoveTree(descriptor, entry->d_name);
-      error = error == 0 ? failed : error;
+      error = std::max(error, RemoveTree(descriptor, entry->d_name));
     }
   }
   return error;
@@ -180,8 +187,10 @@ std::string StateFolder::OpenFolder() {
   if (!folder.IsOpen()) {
     const int error = errno;
     struct stat status {};
-    const bool isLink = ::lstat(path_.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
-    return isLink ? Quoted(path_) + " is a link, not a folder" : Failure("open", path_, error);
+    if (::lstat(path_.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
+      return Quoted(path_) + " is a link, not a folder";
+    }
+    return Failure("open", path_, error);
   }
   std::string refusal = FolderRefusal(folder.Get());
   if (!refusal.empty()) {
@@ -210,16 +219,16 @@ StateFolder::Opened StateFolder::OpenFile(const std::string& name, int flags) co
   // O_NONBLOCK: a pipe or a device in its place must not block. On a regular file it means nothing.
   FileDescriptor file(::openat(
       Folder(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | flags, kFileMode));
-  std::string refusal = file.IsOpen() ? FileRefusal(name, file.Get()) : "";
-  if (!file.IsOpen()) {
-    const int error = errno;
-    struct stat status {};
-    const bool isThere = ::fstatat(Folder(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-    refusal = isThere && !IsOwnFile(status)
-                  ? Quoted(PathOf(name)) + " is no regular file: remove it"
-                  : Failure("open", PathOf(name), error);
+  if (file.IsOpen()) {
+    std::string refusal = FileRefusal(name, file.Get());
+    return {.file = std::move(file), .problem = std::move(refusal)};
   }
-  return {.file = std::move(file), .problem = std::move(refusal)};
+  const int error = errno;
+  struct stat status {};
+  if (::fstatat(Folder(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && !IsOwnFile(status)) {
+    return {.problem = NotOwnFile(PathOf(name))};
+  }
+  return {.problem = Failure("open", PathOf(name), error)};
 }
 
 std::string StateFolder::FileRefusal(const std::string& name, int file) const {
@@ -227,12 +236,17 @@ std::string StateFolder::FileRefusal(const std::string& name, int file) const {
   if (::fstat(file, &status) != 0) {
     return Failure("examine", PathOf(name), errno);
   }
-  return IsOwnFile(status) ? ""
-                           : Quoted(PathOf(name)) + " is no regular file with one link: remove it";
+  if (!IsOwnFile(status)) {
+    return NotOwnFile(PathOf(name));
+  }
+  return "";
 }
 
 std::string StateFolder::SyncFolder() const {
-  return ::fsync(Folder()) == 0 ? "" : Failure("synchronise", path_, errno);
+  if (::fsync(Folder()) != 0) {
+    return Failure("synchronise", path_, errno);
+  }
+  return "";
 }
 
 // --- The lock -----------------------------------------------------------------------------------
@@ -269,19 +283,27 @@ std::string StateFolder::OpenLock() {
 StateInterface::Locking StateFolder::AwaitLock(unsigned waitSeconds) {
   std::uint64_t attemptsLeft = waitSeconds * kLockPollsPerSecond;
   for (;;) {
-    std::string problem = Persistently([this] {
-      isLocked_ = ::flock(lock_->Get(), LOCK_EX | LOCK_NB) == 0;
-      return isLocked_ || errno == EWOULDBLOCK ? "" : Failure("lock", PathOf(kLockName), errno);
-    });
+    std::string problem = Persistently([this] { return TryLock(); });
     if (isLocked_) {
       // Somebody may have removed it while it was waited for.
       problem = FileRefusal(kLockName, lock_->Get());
       return {.locked = problem.empty(), .problem = problem};
     }
-    if (!problem.empty() || !AwaitNextAttempt(attemptsLeft)) {
-      return {.holder = problem.empty() ? Holder() : "", .problem = problem};
+    if (!problem.empty()) {
+      return {.problem = problem};
+    }
+    if (!AwaitNextAttempt(attemptsLeft)) {
+      return {.holder = Holder()};
     }
   }
+}
+
+std::string StateFolder::TryLock() {
+  isLocked_ = ::flock(lock_->Get(), LOCK_EX | LOCK_NB) == 0;
+  if (!isLocked_ && errno != EWOULDBLOCK) {
+    return Failure("lock", PathOf(kLockName), errno);
+  }
+  return "";
 }
 
 /// @param attemptsLeft  counted instead of a time that a clock would tell
@@ -301,7 +323,10 @@ std::string StateFolder::Holder() const {
   std::string holder(bytes.data(), static_cast<std::size_t>(std::max(count, ssize_t{0})));
   std::replace_if(
       holder.begin(), holder.end(), [](char byte) { return byte < ' ' || byte > '~'; }, '?');
-  return holder.empty() ? "another process" : holder;
+  if (holder.empty()) {
+    return "another process";
+  }
+  return holder;
 }
 
 /// Only for readers: that the lock is held does not depend on it.
@@ -323,7 +348,10 @@ std::string StateFolder::RemoveWorkFolder() {
   work_.reset();
   return Persistently([this]() -> std::string {
     const int error = RemoveTree(Folder(), kWorkName);
-    return error == 0 ? "" : Failure("remove", WorkFolder(), error);
+    if (error != 0) {
+      return Failure("remove", WorkFolder(), error);
+    }
+    return "";
   });
 }
 
@@ -383,12 +411,12 @@ std::string StateFolder::CompareImage(const std::string& name,
     if (count < 0) {
       return Failure("read", path, errno);
     }
-    if (count == 0 && rest.empty()) {
+    const auto size = static_cast<std::size_t>(count);
+    if (size == 0 && rest.empty()) {
       return "";
     }
-    const auto size = static_cast<std::size_t>(count);
-    if (size == 0 || size > rest.size() ||
-        !std::equal(rest.begin(), rest.begin() + count, bytes.begin())) {
+    const std::span<const std::uint8_t> expected = rest.first(std::min(size, rest.size()));
+    if (expected.empty() || !std::ranges::equal(expected, std::span(bytes).first(size))) {
       return Quoted(path) + " does not hold what was written to it";
     }
     rest = rest.subspan(size);
@@ -418,7 +446,8 @@ std::string StateFolder::WriteMark(const std::string& name, const std::string& t
   if (!mark.problem.empty()) {
     return mark.problem;
   }
-  if (!WriteText(mark.file.Get(), text + "\n") || ::fsync(mark.file.Get()) != 0) {
+  const std::string line = text + "\n";
+  if (!WriteText(mark.file.Get(), line) || ::fsync(mark.file.Get()) != 0) {
     return Failure("write", PathOf(name), errno);
   }
   return SyncFolder();

@@ -53,7 +53,7 @@ class StateFolder : public StateInterface {
  private:
   /// A file, or why it cannot be opened.
   struct Opened {
-    FileDescriptor file;
+    FileDescriptor file = FileDescriptor();
     std::string problem;
   };
 
@@ -65,6 +65,7 @@ class StateFolder : public StateInterface {
   [[nodiscard]] std::string FileRefusal(const std::string& name, int file) const;
   std::string OpenLock();
   Locking AwaitLock(unsigned waitSeconds);
+  std::string TryLock();
   [[nodiscard]] bool AwaitNextAttempt(std::uint64_t& attemptsLeft) const;
   [[nodiscard]] std::string Holder() const;
   void WriteHolder(const std::string& purpose) const;

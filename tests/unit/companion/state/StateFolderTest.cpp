@@ -30,15 +30,16 @@ namespace {
 /// What the calls below are told, apart from failing. Set anew for each test.
 struct Seam {
   bool endsPollsAtOnce = false;
-  int polls = 0;                          // that have been ended at once
-  int pollMilliseconds = 0;               // of the last one
-  bool writesHalf = false;                // of what it is given
-  bool spoilsReading = false;             // the first byte
+  int polls = 0;             // that have been ended at once
+  int pollMilliseconds = 0;  // of the last one
+  bool writesHalf = false;   // of what it is given
+  std::function<void()> afterSynchronising = [] {};
   std::vector<std::string> synchronised;  // paths
 } seam;
 
 }  // namespace
 
+FAILING_CALL(int, close, (int file), (file))
 FAILING_CALL(int, flock, (int file, int operation), (file, operation))
 FAILING_CALL(int, fstat, (int file, struct stat* status), (file, status))
 FAILING_CALL(int,
@@ -60,7 +61,9 @@ DIR* __wrap_fdopendir(int folder) {
 int __real_fsync(int file);
 int __wrap_fsync(int file) {
   seam.synchronised.push_back(fs::read_symlink("/proc/self/fd/" + std::to_string(file)));
-  return FailingCalls::Fails("fsync") ? -1 : __real_fsync(file);
+  const int result = FailingCalls::Fails("fsync") ? -1 : __real_fsync(file);
+  seam.afterSynchronising();
+  return result;
 }
 
 int __real_open(const char* path, int flags, ...);
@@ -93,17 +96,13 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int milliseconds) {
 
 ssize_t __real_read(int file, void* buffer, size_t count);
 ssize_t __wrap_read(int file, void* buffer, size_t count) {
-  const ssize_t result = FailingCalls::Fails("read") ? -1 : __real_read(file, buffer, count);
-  if (seam.spoilsReading && result > 0) {
-    *static_cast<unsigned char*>(buffer) ^= 1U;
-  }
-  return result;
+  return FailingCalls::Fails("read") ? -1 : __real_read(file, buffer, count);
 }
 
-ssize_t __real_write(int file, const void* buffer, size_t count);
-ssize_t __wrap_write(int file, const void* buffer, size_t count) {
+ssize_t __real_pwrite(int file, const void* buffer, size_t count, off_t offset);
+ssize_t __wrap_pwrite(int file, const void* buffer, size_t count, off_t offset) {
   const size_t part = seam.writesHalf ? (count + 1) / 2 : count;
-  return FailingCalls::Fails("write") ? -1 : __real_write(file, buffer, part);
+  return FailingCalls::Fails("pwrite") ? -1 : __real_pwrite(file, buffer, part, offset);
 }
 
 }  // extern "C"
@@ -324,7 +323,7 @@ TEST_F(StateFolderTest, HolderIsCutAt200Bytes) {
 TEST_F(StateFolderTest, HolderThatCannotBeWrittenKeepsTheLock) {
   StateFolder first(Path(), {});
   {
-    const FailingCalls fullDisk("write", ENOSPC);
+    const FailingCalls fullDisk("pwrite", ENOSPC);
     EXPECT_EQ(Lock(first), "");
   }
   StateFolder second(Path(), {});
@@ -632,9 +631,32 @@ TEST_F(WorkFolderTest, FileSizeLimitIsReported) {
   EXPECT_EQ(problem, "cannot write '" + InWork("image") + "': File too large");
 }
 
-TEST_F(WorkFolderTest, ImageThatReadsBackDifferentIsReported) {
-  seam.spoilsReading = true;
+/// What the disk has made of the image.
+class SpoiltImageTest : public WorkFolderTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(SpoiltImageTest, IsReported) {
+  seam.afterSynchronising = [this] { WriteFile(InWork("image"), GetParam()); };
   EXPECT_EQ(Make(), "'" + InWork("image") + "' does not hold what was written to it");
+  seam = {};
+}
+
+INSTANTIATE_TEST_SUITE_P(Contents,
+                         SpoiltImageTest,
+                         testing::Values(std::string("\xAA\x99\x55\x66\x01\xFF", 6),
+                                         std::string("\xAA\x99\x55\x66\x00", 5),
+                                         std::string("\xAA\x99\x55\x66\x00\xFF\x00", 7),
+                                         std::string()));
+
+TEST_F(WorkFolderTest, ImageThatDiffersOnceIsWrittenAgain) {
+  int times = 0;
+  seam.afterSynchronising = [&] {
+    if (++times == 1) {
+      WriteFile(InWork("image"), "x");
+    }
+  };
+  EXPECT_EQ(Make(), "");
+  seam = {};
+  ExpectFresh();
 }
 
 TEST_F(WorkFolderTest, EmptyImageIsWritten) {
@@ -769,17 +791,17 @@ INSTANTIATE_TEST_SUITE_P(
                           [](const std::string& path, const std::string& outside) {
                             fs::create_symlink(outside + "/file", path);
                           },
-                          "' is no regular file: remove it"},
+                          "' is no regular file with one link: remove it"},
                     Plant{"LinkThatLeadsNowhere",
                           [](const std::string& path, const std::string& outside) {
                             fs::create_symlink(outside + "/nowhere", path);
                           },
-                          "' is no regular file: remove it"},
+                          "' is no regular file with one link: remove it"},
                     Plant{"Folder",
                           [](const std::string& path, const std::string& /*outside*/) {
                             fs::create_directory(path);
                           },
-                          "' is no regular file: remove it"},
+                          "' is no regular file with one link: remove it"},
                     Plant{"SecondName",
                           [](const std::string& path, const std::string& outside) {
                             fs::create_hard_link(outside + "/file", path);
@@ -822,6 +844,9 @@ class FaultTest : public StateFolderTest, public testing::WithParamInterface<Fau
     MakeFolder();
     if (GetParam().operation != LockIt) {
       EXPECT_EQ(Lock(state_), "");
+    }
+    if (GetParam().spared < 0) {
+      WriteFile(InFolder("lock"), "");
     }
     if (GetParam().operation == UnmarkIt) {
       EXPECT_EQ(state_.Mark(2, "text"), "");
@@ -894,6 +919,13 @@ INSTANTIATE_TEST_SUITE_P(
               2,
               "cannot examine '@/lock': Input/output error"},
         Fault{"Locking", LockIt, "flock", ENOLCK, 0, 2, "cannot lock '@/lock': No locks available"},
+        Fault{"OpeningALockThatIsThere",
+              LockIt,
+              "openat",
+              EMFILE,
+              -1,
+              2,
+              "cannot open '@/lock': Too many open files"},
         Fault{"RemovingTheWorkFolderOfAnother",
               LockIt,
               "unlinkat",
@@ -952,7 +984,7 @@ INSTANTIATE_TEST_SUITE_P(
               "cannot remove '@/work': Input/output error"},
         Fault{"WritingTheImage",
               MakeWork,
-              "write",
+              "pwrite",
               ENOSPC,
               0,
               2,
@@ -964,6 +996,13 @@ INSTANTIATE_TEST_SUITE_P(
               0,
               2,
               "cannot write '@/work/image': Input/output error"},
+        Fault{"ClosingTheImage",
+              MakeWork,
+              "close",
+              ENOSPC,
+              0,
+              2,
+              "cannot write '@/work/image': No space left on device"},
         Fault{"OpeningTheImageAgain",
               MakeWork,
               "openat",
@@ -1001,7 +1040,7 @@ INSTANTIATE_TEST_SUITE_P(
               "cannot write '@/slot-2.unfinished': Input/output error"},
         Fault{"WritingTheMark",
               MarkIt,
-              "write",
+              "pwrite",
               ENOSPC,
               0,
               2,
