@@ -68,9 +68,21 @@ void ModuleAccess::ConnectLines(std::optional<std::uint16_t>& resting) {
       throw StepFailed("the GPIO expander on /dev/" + place_.names.i2cBus + " does not answer");
     }
   }
-  if (!module_.route->ConnectLines()) {
-    throw StepFailed("cannot drive the lines of the GPIO expander on /dev/" + place_.names.i2cBus);
+  for (int attempt = 0; attempt < kTries; ++attempt) {
+    if (module_.route->ConnectLines() && LinesAreDriven()) {
+      return;
+    }
   }
+  throw StepFailed("cannot drive the lines of the GPIO expander on /dev/" + place_.names.i2cBus);
+}
+
+bool ModuleAccess::LinesAreDriven() {
+  if (!HasExpander()) {
+    return true;
+  }
+  const unsigned mask = module_.lines->mask();
+  const std::optional<std::uint16_t> directions = ExpanderRegisters(i2c_).Configuration();
+  return directions && (*directions & mask) == (module_.lines->io_config() & mask);
 }
 
 DoneLine ModuleAccess::LookAtLines(unsigned pattern, unsigned driven) {
@@ -126,12 +138,9 @@ bool ModuleAccess::ResetIsDriven() {
     return true;  // DONE shows it
   }
   const unsigned mask = module_.lines->mask();
-  const ExpanderRegisters registers(i2c_);
-  const std::optional<std::uint16_t> levels = registers.Output();
-  const std::optional<std::uint16_t> directions = registers.Configuration();
-  return levels && directions &&
-         (*levels & mask) == (module_.lines->spi_flash_to_fpga_reset() & mask) &&
-         (*directions & mask) == (module_.lines->io_config() & mask);
+  const std::optional<std::uint16_t> levels = ExpanderRegisters(i2c_).Output();
+  return levels && (*levels & mask) == (module_.lines->spi_flash_to_fpga_reset() & mask) &&
+         LinesAreDriven();
 }
 
 bool ModuleAccess::ResetFalls() {

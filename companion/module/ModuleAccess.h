@@ -76,6 +76,7 @@ class ModuleAccess {
   /// @param driven   the lines that are driven
   DoneLine LookAtLines(unsigned pattern, unsigned driven);
   DoneLine LookAtDone(unsigned pattern);
+  [[nodiscard]] bool LinesAreDriven();
   [[nodiscard]] bool ResetIsDriven();
   std::string LookAtExpander(std::optional<std::uint16_t> resting);
   [[nodiscard]] std::string LookAtSelector() const;
