@@ -36,6 +36,11 @@ ImageFacts FactsOf(const ImageFile& image, std::string_view target) {
           .stamp = StampText(target, image.bytes)};
 }
 
+std::string WhyUnfit(std::string_view target, const std::string& why) {
+  return "the image is unfit for a " + std::string(target) + ": " + why +
+         ". See tarnwickctl image.";
+}
+
 std::string WhyNotAName(std::string_view name) {
   if (name.empty()) {
     return "is empty";

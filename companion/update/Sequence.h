@@ -88,6 +88,10 @@ class Sequence {
 /// What the image of a command is, for its result.
 ImageFacts FactsOf(const ImageFile& image, std::string_view target);
 
+/// @param why  as UnfitReason()
+/// @return one line with what to do
+std::string WhyUnfit(std::string_view target, const std::string& why);
+
 /// @return why a name of a device from the bus is not used; empty when it can be
 std::string WhyNotAName(std::string_view name);
 

@@ -108,7 +108,7 @@ std::optional<Ending> UpdateSequence::Preflight() {
     return end;
   }
   if (const std::string why = checkTransferLimit_(); !why.empty()) {
-    return Ending{ExitCode::kRefused, "Refused: " + why};
+    return Ending{ExitCode::kRefused, "Refused: " + why + "."};
   }
   if (auto end = FindModule()) {
     return end;
@@ -126,7 +126,7 @@ std::optional<Ending> UpdateSequence::Preflight() {
 std::optional<Ending> UpdateSequence::CheckImage() {
   const ImageFile& image = request_.image;
   if (const auto why = UnfitReason(image, request_.target, request_.force)) {
-    return Ending{ExitCode::kRefused, "Refused: " + *why};
+    return Ending{ExitCode::kRefused, "Refused: " + WhyUnfit(request_.target, *why)};
   }
   if (!request_.sha256.empty() && !EqualHex(request_.sha256, image.fileSha256)) {
     return Ending{ExitCode::kRefused,
@@ -137,6 +137,7 @@ std::optional<Ending> UpdateSequence::CheckImage() {
 }
 
 Ending UpdateSequence::RunLocked() {
+  isAlone_ = true;
   const std::string why = services_.state.MakeWorkFolder(kImageName, request_.image.bytes);
   Ending ending = why.empty() ? RunInWorkFolder()
                               : Ending{ExitCode::kRefused,
@@ -521,7 +522,7 @@ std::string UpdateSequence::WhatTheFlashHolds() const {
 }
 
 Ending UpdateSequence::Stopped() {
-  if (MustEndNow()) {
+  if (MustEndNow() && isAlone_) {
     if (const Problem left = services_.module.GiveBack(result_.names)) {
       Note("not given back: " + left.text);
     }

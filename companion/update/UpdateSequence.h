@@ -84,6 +84,7 @@ class UpdateSequence : private Sequence {
   ProgramInterface& program_;
   std::function<std::string()> checkTransferLimit_;
   UpdateResult update_;
+  bool isAlone_ = false;   ///< has the lock
   ModuleReading reading_;  ///< the last one of the image's length
   DoneLine doneAtStart_ = DoneLine::kUnknown;
   bool isMarked_ = false;                          ///< by this run or an earlier one

@@ -27,7 +27,7 @@ VerifyResult VerifySequence::Run() {
 Ending VerifySequence::RunSteps() {
   // An image of another format may be compared: it differs.
   if (const auto why = UnfitReason(request_.image, request_.target, true)) {
-    return {ExitCode::kRefused, "Refused: " + *why};
+    return {ExitCode::kRefused, "Refused: " + WhyUnfit(request_.target, *why)};
   }
   if (auto end = FindModule()) {
     return *end;

@@ -65,10 +65,10 @@ std::optional<std::string> UnfitReason(const ImageFile& image,
                                        std::string_view target,
                                        bool force) {
   if (image.bytes.empty()) {
-    return "the image is empty.";
+    return "it is empty";
   }
   if (!force && FormatIn(image.bytes) != FormatOf(target)) {
-    return "the image is of another format.";
+    return "it is of another format";
   }
   return std::nullopt;
 }

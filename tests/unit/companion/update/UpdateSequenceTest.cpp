@@ -81,13 +81,16 @@ TEST_F(UpdateSequenceTest, UnfitImageIsRefusedBeforeAnythingIsTouched) {
   world_.image.clear();
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kRefused);
-  EXPECT_EQ(result.verdict, "Refused: the image is empty.");
+  EXPECT_EQ(result.verdict,
+            "Refused: the image is unfit for a wend: it is empty. See tarnwickctl image.");
   EXPECT_EQ(world_.calls, Calls{});
 }
 
 TEST_F(UpdateSequenceTest, ForceOverrulesTheFormatOfTheImage) {
   world_.image[4] = 'S';
-  EXPECT_EQ(Update().verdict, "Refused: the image is of another format.");
+  EXPECT_EQ(
+      Update().verdict,
+      "Refused: the image is unfit for a wend: it is of another format. See tarnwickctl image.");
   force_ = true;
   EXPECT_EQ(Update().exit, ExitCode::kDone);
 }
@@ -108,10 +111,10 @@ TEST_F(UpdateSequenceTest, SumOfTheFileMayBeInCapitals) {
 }
 
 TEST_F(UpdateSequenceTest, TransferLimitThatDoesNotSuitIsRefusedBeforeAnythingIsTouched) {
-  world_.transferLimit = "bufsiz is 260. Set a multiple of 256.";
+  world_.transferLimit = "bufsiz is 260";
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kRefused);
-  EXPECT_EQ(result.verdict, "Refused: bufsiz is 260. Set a multiple of 256.");
+  EXPECT_EQ(result.verdict, "Refused: bufsiz is 260.");
   EXPECT_EQ(world_.calls, Calls{});
 }
 
@@ -762,6 +765,13 @@ TEST_F(UpdateSequenceTest, SignalInThePreflightEndsItThere) {
   EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was not changed.");
   EXPECT_EQ(world_.calls, (Calls{"find", "check tarnwick"}));
   EXPECT_EQ(world_.said, Calls{kFirst});
+}
+
+TEST_F(UpdateSequenceTest, SecondSignalBeforeTheLockTouchesNoModule) {
+  SignalIn("find", 2);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(world_.calls, (Calls{"find", "check tarnwick"}));
 }
 
 TEST_F(UpdateSequenceTest, SignalsThatHaveArrivedMeanwhileAreFetched) {

@@ -53,7 +53,8 @@ TEST_F(VerifySequenceTest, UnfitImageIsRefusedBeforeAnythingIsTouched) {
   world_.image.clear();
   const VerifyResult result = Verify();
   EXPECT_EQ(result.exit, ExitCode::kRefused);
-  EXPECT_EQ(result.verdict, "Refused: the image is empty.");
+  EXPECT_EQ(result.verdict,
+            "Refused: the image is unfit for a wend: it is empty. See tarnwickctl image.");
   EXPECT_EQ(world_.calls, Calls{});
 }
 
