@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "base/FileDescriptor.h"
+
+namespace companion {
+
+/// A file that is made whole or not at all: written beside its place, synchronised, then renamed.
+/// What is found at its place must be a regular file; a link is not followed. Both operations return
+/// why they failed, one line; empty when they did not.
+class OutputFile {
+ public:
+  explicit OutputFile(const std::string& path);
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+  /// Removes what has not been stored.
+  ~OutputFile();
+
+  /// Creates the file beside its place.
+  std::string Prepare();
+
+  /// Once, after Prepare().
+  std::string Store(std::span<const std::uint8_t> contents);
+
+ private:
+  [[nodiscard]] std::string OpenFolder();
+  [[nodiscard]] std::string RefuseOther() const;
+  [[nodiscard]] std::string Create();
+  [[nodiscard]] std::string Write(std::span<const std::uint8_t> contents) const;
+  [[nodiscard]] std::string Failure(const char* verb, int error) const;
+
+  std::string path_;
+  std::string folderPath_;
+  std::string name_;
+  std::string temporary_;  // its name; empty: there is none
+  int folder_ = FileDescriptor::kClosed;
+  int file_ = FileDescriptor::kClosed;
+};
+
+}  // namespace companion
