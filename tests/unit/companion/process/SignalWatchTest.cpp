@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/resource.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +12,9 @@
 #include <vector>
 
 #include "companion/process/SignalWatch.h"
+#include "tests/unit/companion/FailingCalls.h"
+
+FAILING_CALL(int, signalfd, (int file, const sigset_t* mask, int flags), (file, mask, flags))
 
 namespace {
 
@@ -180,12 +183,8 @@ TEST_F(SignalWatchTest, StopSignalThatNobodyHasReadIsForgottenAtTheEnd) {
 }
 
 TEST_F(SignalWatchTest, WithoutADescriptorItCannotBeMade) {
-  rlimit former{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &former), 0);
-  const rlimit none = {.rlim_cur = 0, .rlim_max = former.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const FailingCalls failing("signalfd", EMFILE);
   EXPECT_THROW(const SignalWatch watch, std::system_error);
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &former), 0);
   EXPECT_FALSE(IsBlocked(SIGINT));
 }
 

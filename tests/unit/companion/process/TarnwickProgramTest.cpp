@@ -35,7 +35,8 @@ namespace {
 /// Shared with the children, which set the time limit.
 struct Limit {
   itimerval wanted;
-  bool isShort;  // a hundredth of a second in its place
+  bool isShort;     // a hundredth of a second in its place
+  bool endsParent;  // with SIGKILL, when it has been set
 };
 
 Limit& SharedLimit() {
@@ -68,7 +69,11 @@ int __wrap_setitimer(__itimer_which_t which, const itimerval* wanted, itimerval*
   }
   SharedLimit().wanted = *wanted;
   const itimerval soon = {.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = 10'000}};
-  return __real_setitimer(which, SharedLimit().isShort ? &soon : wanted, former);
+  const int result = __real_setitimer(which, SharedLimit().isShort ? &soon : wanted, former);
+  if (SharedLimit().endsParent) {
+    ::kill(::getppid(), SIGKILL);
+  }
+  return result;
 }
 
 }  // extern "C"
@@ -505,32 +510,30 @@ TEST_F(TarnwickProgramTest, WhatIsLeftOfItsGroupIsEnded) {
 /// Ends what has left the group of the program, and has said its number.
 void EndProcess(const std::string& number) { ::kill(std::stoi(number), SIGKILL); }
 
-TEST_F(TarnwickProgramTest, ProcessThatHasLeftTheGroupIsNotWaitedFor) {
-  const ProgramRun run = Update(
-      "setsid sh -c 'echo $$; exec sleep 1000' &\n"
-      "while [ $(ps -o sid= -p $! 2>/dev/null || echo $$) = $$ ]; do :; done; exit 5");
+/// What a process that holds both streams does, after it has left the group.
+class LeftGroupTest : public TarnwickProgramTest,
+                      public testing::WithParamInterface<const char*> {};
+
+TEST_P(LeftGroupTest, IsNotWaitedFor) {
+  ASSERT_EQ(::mkfifo(InScratch("pipe").c_str(), 0600), 0);
+  const std::string pipe = InScratch("pipe");
+  const std::string number = InScratch("number");
+  const ProgramRun run = Update("setsid sh -c 'echo $$ >" + number + "; echo >" + pipe + "; exec " +
+                                GetParam() + "' &\nread word <" + pipe + "; exit 5");
   EXPECT_EQ(run.exitCode, 5);
-  EndProcess(run.out);
+  EndProcess(ReadFile(number));
 }
 
-TEST_F(TarnwickProgramTest, ProcessThatHasLeftTheGroupAndGoesOnWritingIsNotWaitedFor) {
-  ASSERT_EQ(::mkfifo(InScratch("pipe").c_str(), 0600), 0);
-  const ProgramRun run =
-      Update("setsid sh -c 'echo $$ >" + InScratch("number") + "; echo >" + InScratch("pipe") +
-             "; exec cat /dev/zero' &\nread word <" + InScratch("pipe") + "; exit 5");
-  EndProcess(ReadFile(InScratch("number")));
-  EXPECT_EQ(run.exitCode, 5);
-}
+INSTANTIATE_TEST_SUITE_P(Processes, LeftGroupTest, testing::Values("sleep 1000", "cat /dev/zero"));
 
 /// The time limit is its own, and goes on when this process has ended.
 TEST_F(TarnwickProgramTest, TimeLimitEndsAnOrphan) {
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe(ends.data()), 0);  // inherited
-  SharedLimit().isShort = true;
+  SharedLimit() = {.isShort = true, .endsParent = true};
   const pid_t companion = ::fork();
   if (companion == 0) {
-    TarnwickProgram::Settings settings = Settings(Script("kill -KILL $PPID; exec sleep 1000"));
-    static_cast<void>(Update(settings));
+    static_cast<void>(Update("exec sleep 1000"));
     ::_exit(1);
   }
   int status = 0;
