@@ -127,9 +127,11 @@ std::vector<Job> AllJobs() {
   return jobs;
 }
 
+std::vector<Part> AllParts() { return {{AllJobs}}; }
+
 }  // namespace
 }  // namespace maps
 
 int main(int argc, char** argv) {
-  return maps::Main({argv, argv + argc}, maps::AllJobs, std::cout, std::cerr);
+  return maps::Main({argv, argv + argc}, {maps::kTitles, maps::AllParts}, std::cout, std::cerr);
 }

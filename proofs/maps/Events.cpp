@@ -118,11 +118,26 @@ std::string Label(const std::string& kind, const std::string& text) {
   return kind == "spi" ? FirstWord(AfterFirstWord(text)) : kind + " " + text;
 }
 
+/// Whether this one of many is looked at: the first, the second, the middle and the last two.
+bool IsSample(std::size_t number, std::size_t many) {
+  return number <= 2 || number == many / 2 || number + 1 >= many;
+}
+
+/// The number before the first that is not 0.
+std::size_t Before(const std::vector<Event>& events, std::size_t Event::*number) {
+  const auto first = std::find_if(
+      events.begin(), events.end(), [&](const Event& event) { return event.*number != 0; });
+  return first == events.end() ? 0 : (*first).*number - 1;
+}
+
 /// Adds to the labels of SPI messages the sector or page, and to a write enable the command after
 /// it.
 class Placer {
  public:
-  explicit Placer(std::vector<Event>& events) : events_(events) {
+  explicit Placer(std::vector<Event>& events)
+      : events_(events),
+        pagesBefore_(Before(events, &Event::program)),
+        sectorsBefore_(Before(events, &Event::erase)) {
     pages_ = static_cast<std::size_t>(std::count_if(
         events.begin(), events.end(), [](const Event& event) { return event.program != 0; }));
   }
@@ -138,7 +153,7 @@ class Placer {
       if (isSpi && event.label == "WREN") {
         const Event& aim = NextSpi(i);
         place = PlaceOf(aim);
-        isKept = aim.program == 0 || IsSample(aim.program);
+        isKept = aim.program == 0 || IsSample(aim.program - pagesBefore_, pages_);
         event.label += " for " + aim.label;
       } else if (!isSpi) {
         place.clear();
@@ -159,13 +174,9 @@ class Placer {
                          [](const Event& event) { return event.kind == "spi"; });
   }
 
-  bool IsSample(std::size_t page) const {
-    return page <= 2 || page == pages_ / 2 || page + 1 >= pages_;
-  }
-
   std::string PlaceOf(const Event& event) const {
     if (event.erase != 0) {
-      return ", sector " + std::to_string(event.erase);
+      return ", sector " + std::to_string(event.erase - sectorsBefore_);
     }
     if (event.program == 0) {
       return "";
@@ -175,11 +186,13 @@ class Placer {
                                                       {pages_ / 2, ", middle page"},
                                                       {pages_ - 1, ", last page but one"},
                                                       {pages_, ", last page"}};
-    const auto found = names.find(event.program);
+    const auto found = names.find(event.program - pagesBefore_);
     return found == names.end() ? "" : found->second;
   }
 
   std::vector<Event>& events_;
+  std::size_t pagesBefore_;  // those of events that are left out
+  std::size_t sectorsBefore_;
   std::size_t pages_;
 };
 
@@ -215,20 +228,16 @@ class Counter {
   std::size_t registerWrites_ = 0;
 };
 
-}  // namespace
-
-std::vector<Event> EventsOf(const std::vector<std::string>& log) {
+std::vector<Event> Read(const std::vector<std::string>& log, const StepOf& stepOf) {
   std::vector<Event> events;
   Counter counter;
-  std::string step = "discovery";
+  std::string step;
   for (const std::string& line : log) {
     Event event{.kind = FirstWord(line), .text = AfterFirstWord(line)};
-    if (event.kind == "stdout" || event.kind == "stderr") {
-      step = StepAfter(event.text, step);
+    step = stepOf(line, step);
+    const bool isEvent = event.kind != "stdout" && event.kind != "stderr" && event.kind != "exit";
+    if (!isEvent || Contains(event.text, " speed ")) {
       continue;
-    }
-    if (event.kind == "exit" || Contains(event.text, " speed ")) {
-      continue;  // no event
     }
     event.step = step;
     event.result = CutResult(event.text);
@@ -236,7 +245,40 @@ std::vector<Event> EventsOf(const std::vector<std::string>& log) {
     counter.Number(event);
     events.push_back(std::move(event));
   }
+  return events;
+}
+
+/// Drops events that occur again and again in a step.
+void KeepFiveOfEach(std::vector<Event>& events) {
+  std::map<std::string, std::size_t> counts;
+  for (const Event& event : events) {
+    ++counts[event.step + "\t" + event.label];
+  }
+  std::map<std::string, std::size_t> seen;
+  std::erase_if(events, [&](const Event& event) {
+    const std::string key = event.step + "\t" + event.label;
+    return !IsSample(++seen[key], counts[key]);
+  });
+}
+
+}  // namespace
+
+std::vector<Event> EventsOf(const std::vector<std::string>& log) {
+  std::vector<Event> events = Read(log, [](const std::string& line, const std::string& step) {
+    if (line.starts_with("stdout ") || line.starts_with("stderr ")) {
+      return StepAfter(AfterFirstWord(line), step);
+    }
+    return step.empty() ? "discovery" : step;
+  });
   Placer(events).Place();
+  return events;
+}
+
+std::vector<Event> EventsOf(const std::vector<std::string>& log, const StepOf& stepOf) {
+  std::vector<Event> events = Read(log, stepOf);
+  std::erase_if(events, [](const Event& event) { return event.step.empty(); });
+  Placer(events).Place();
+  KeepFiveOfEach(events);
   return events;
 }
 

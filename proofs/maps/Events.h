@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,5 +26,14 @@ struct Event {
 /// Reads the events out of a log. Of the page loop it keeps the first, the second, the middle and
 /// the last two pages.
 std::vector<Event> EventsOf(const std::vector<std::string>& log);
+
+/// The step of a line of a log; "" for a line before and after what is looked at.
+/// @param line  of an event or of the console, as the log has it
+/// @param step  of the line before; "" at first
+using StepOf = std::function<std::string(const std::string& line, const std::string& step)>;
+
+/// The same for other steps. Events without a step are left out, but are counted. Of events with the
+/// same label in one step it keeps the first, the second, the middle and the last two as well.
+std::vector<Event> EventsOf(const std::vector<std::string>& log, const StepOf& stepOf);
 
 }  // namespace maps

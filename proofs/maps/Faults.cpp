@@ -39,12 +39,22 @@ std::string Errno(const Event& event) {
   return event.kind == "i2c" ? "ENXIO" : "EIO";
 }
 
+bool IsOfFile(const Event& event) {
+  return (event.kind == "open" || event.kind == "close" || event.kind == "write") &&
+         !Contains(event.text, "/sys/") && !Contains(event.text, "/dev/");
+}
+
 class FaultList {
  public:
   explicit FaultList(const Event& event) : event_(event) {}
 
   void Add(const std::string& what, const std::string& action) {
-    faults_.push_back({event_.step, event_.label, what, "", {Once(event_, action)}});
+    faults_.push_back({.step = event_.step,
+                       .event = event_.label,
+                       .what = what,
+                       .keys = "",
+                       .rules = {Once(event_, action)},
+                       .isOfFile = IsOfFile(event_)});
   }
   void AddAnswer(const std::string& shown, const std::string& data) {
     Add("answers " + shown, "data:" + data);
@@ -56,9 +66,12 @@ class FaultList {
   void AddLasting(const std::string& what, const std::string& rule) {
     faults_.push_back({event_.step, event_.label, what, "", {rule}, true});
   }
-  void AddKey(const std::string& what, const std::string& key, std::size_t number) {
+  void AddKey(const std::string& what,
+              const std::string& key,
+              std::size_t number,
+              bool lasts = false) {
     faults_.push_back(
-        {event_.step, event_.label, what, "," + key + "=" + std::to_string(number), {}});
+        {event_.step, event_.label, what, "," + key + "=" + std::to_string(number), {}, lasts});
   }
 
   std::vector<MappedFault> Take() { return std::move(faults_); }
@@ -86,10 +99,10 @@ void AddSpi(const Event& event, FaultList& list) {
     list.AddAnswer("garbage", "garbage");
   } else if (event.program != 0) {
     list.AddKey("not done by the chip", "program-lost", event.program);
-    list.AddKey("busy for ever", "busy-after", event.operation);
+    list.AddKey("busy for ever", "busy-after", event.operation, true);
   } else if (event.erase != 0) {
     list.AddKey("not done by the chip", "erase-lost", event.erase);
-    list.AddKey("busy for ever", "busy-after", event.operation);
+    list.AddKey("busy for ever", "busy-after", event.operation, true);
   } else if (event.registerWrite != 0) {
     list.AddKey("not done by the chip", "register-lost", event.registerWrite);
   }

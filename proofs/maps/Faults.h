@@ -16,6 +16,7 @@ struct MappedFault {
   std::string keys;                ///< of the module that has it: ",busy-after=1"
   std::vector<std::string> rules;  ///< for the events that have it
   bool lasts = false;              ///< later accesses have it too
+  bool isOfFile = false;           ///< of an ordinary file
 };
 
 /// The faults that this event can have.

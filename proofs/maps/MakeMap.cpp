@@ -24,6 +24,7 @@ constexpr const char* kHelp = R"( [OPTION]...
 Makes the runs of a map on all cores, and fails when one of them breaks a rule.
 
   --sample N    makes every Nth run only
+  --parts N     of every Nth part of the map only: a kind of module, and how it starts
   --write FILE  writes the data of the map to FILE, unless a run broke a rule
   --check FILE  fails when a run is not in the data in FILE
   --help        shows this text
@@ -31,6 +32,7 @@ Makes the runs of a map on all cores, and fails when one of them breaks a rule.
 
 struct Options {
   std::size_t sample = 1;
+  std::size_t parts = 1;
   std::string write;  ///< a path, or ""
   std::string check;  ///< a path, or ""
   bool help = false;
@@ -53,15 +55,15 @@ Options Parse(const std::vector<std::string>& words) {
     if (name == "--help") {
       return {.help = true};
     }
-    if (name != "--sample" && name != "--write" && name != "--check") {
+    if (name != "--sample" && name != "--parts" && name != "--write" && name != "--check") {
       throw std::invalid_argument("unknown option '" + name + "'");
     }
     if (i + 1 == words.size()) {
       throw std::invalid_argument("option '" + name + "' needs a value");
     }
     const std::string& value = words[i + 1];
-    if (name == "--sample") {
-      options.sample = Count(value);
+    if (name == "--sample" || name == "--parts") {
+      (name == "--sample" ? options.sample : options.parts) = Count(value);
     } else {
       (name == "--write" ? options.write : options.check) = value;
     }
@@ -82,24 +84,66 @@ std::string DataLine(const MapRun& run) {
   return Joined(run.fault, "\t") + "\t" + Joined(run.outcome, "\t");
 }
 
-std::vector<MapRun> Make(const std::vector<Job>& jobs) {
-  std::vector<MapRun> runs(jobs.size());
+/// Does something `count` times, on all cores.
+/// @param one  takes its number, from 0 on; must not throw
+template <typename One>
+void OnAllCores(std::size_t count, One one) {
   std::atomic<std::size_t> next = 0;
   std::vector<std::jthread> workers;
   const unsigned cores = std::max(1U, std::thread::hardware_concurrency());
   for (unsigned core = 0; core < cores; ++core) {
     workers.emplace_back([&] {
-      for (std::size_t number = next++; number < jobs.size(); number = next++) {
-        try {
-          jobs[number](runs[number]);
-        } catch (const std::exception& error) {
-          runs[number].violations.emplace_back(error.what());
-        }
+      for (std::size_t number = next++; number < count; number = next++) {
+        one(number);
       }
     });
   }
-  workers.clear();  // joins them
+}
+
+std::vector<MapRun> Make(const std::vector<Job>& jobs) {
+  std::vector<MapRun> runs(jobs.size());
+  OnAllCores(jobs.size(), [&](std::size_t number) {
+    try {
+      jobs[number](runs[number]);
+    } catch (const std::exception& error) {
+      runs[number].violations.emplace_back(error.what());
+    }
+  });
   return runs;
+}
+
+/// Every Nth. The first of them differ from part to part, so that parts that are alike do not all
+/// have the same ones.
+std::vector<Job> Thinned(std::vector<Job> jobs, std::size_t every, std::size_t part) {
+  std::vector<Job> kept;
+  for (std::size_t i = part % every; i < jobs.size(); i += every) {
+    kept.push_back(std::move(jobs[i]));
+  }
+  return kept;
+}
+
+/// @throw std::runtime_error when the runs of a part cannot be found
+std::vector<Job> JobsOf(const std::vector<Part>& parts, std::size_t everyPart) {
+  std::vector<std::vector<Job>> jobs(parts.size());
+  std::vector<std::string> problems(parts.size());
+  OnAllCores(parts.size(), [&](std::size_t number) {
+    if (number % everyPart != 0) {
+      return;
+    }
+    try {
+      jobs[number] = Thinned(parts[number].jobs(), parts[number].every, number);
+    } catch (const std::exception& error) {
+      problems[number] = error.what();
+    }
+  });
+  std::vector<Job> all;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    if (!problems[i].empty()) {
+      throw std::runtime_error(problems[i]);
+    }
+    std::move(jobs[i].begin(), jobs[i].end(), std::back_inserter(all));
+  }
+  return all;
 }
 
 /// @return the number of runs that broke a rule
@@ -135,7 +179,7 @@ std::size_t ShowUnknown(const std::string& file,
 
 /// The runs as tab-separated values below a line of titles. Runs that are equal are one line, which
 /// counts them, at the place of the first one.
-std::string DataOf(const std::vector<MapRun>& runs) {
+std::string DataOf(const std::string& titles, const std::vector<MapRun>& runs) {
   std::vector<std::string> lines;
   std::map<std::string, std::size_t> counts;
   for (const MapRun& run : runs) {
@@ -144,8 +188,7 @@ std::string DataOf(const std::vector<MapRun>& runs) {
       lines.push_back(line);
     }
   }
-  std::string text =
-      "target\tchip\tstep\tevent\twhat goes wrong\texit\tlast line\tflash\tafterwards\truns\n";
+  std::string text = titles + "\texit\tlast line\tflash\tafterwards\truns\n";
   for (const std::string& line : lines) {
     text += line + "\t" + std::to_string(counts[line]) + "\n";
   }
@@ -160,7 +203,8 @@ void Write(const std::string& file, const std::string& text) {
   }
 }
 
-int Carry(const Options& options, const std::vector<Job>& all, std::ostream& err) {
+int Carry(const Options& options, const Map& map, std::ostream& err) {
+  const std::vector<Job> all = JobsOf(map.parts(), options.parts);
   std::vector<Job> jobs;
   for (std::size_t i = 0; i < all.size(); i += options.sample) {
     jobs.push_back(all[i]);
@@ -169,7 +213,7 @@ int Carry(const Options& options, const std::vector<Job>& all, std::ostream& err
   const std::vector<MapRun> runs = Make(jobs);
   std::size_t bad = ShowViolations(runs, err);
   if (!options.write.empty() && bad == 0) {
-    Write(options.write, DataOf(runs));
+    Write(options.write, DataOf(map.titles, runs));
   }
   if (!options.check.empty()) {
     bad += ShowUnknown(options.check, runs, err);
@@ -198,6 +242,12 @@ std::string WordsFor(const std::string& name, const std::string& value) {
   if (name == "driven") {
     return value == "0x0000" ? "released" : "drives " + value;
   }
+  if (name == "registers") {
+    if (value == "00:00") {
+      return "";  // of a chip without a lock
+    }
+    return value == "24:0f" ? "locked" : "registers " + value;
+  }
   if (name == "pcie") {
     return "PCIe " + value;
   }
@@ -210,7 +260,8 @@ std::string StateWords(const std::string& state) {
   std::istringstream words(state);
   for (std::string word; words >> word;) {
     const std::size_t equals = word.find('=');
-    text += (text.empty() ? "" : ", ") + WordsFor(word.substr(0, equals), word.substr(equals + 1));
+    const std::string shown = WordsFor(word.substr(0, equals), word.substr(equals + 1));
+    text += (text.empty() || shown.empty() ? "" : ", ") + shown;
   }
   return text;
 }
@@ -222,7 +273,7 @@ std::vector<std::string> OutcomeOf(const Ending& ending, const Observation& seen
 }
 
 int Main(const std::vector<std::string>& words,
-         std::vector<Job> (*allJobs)(),
+         const Map& map,
          std::ostream& out,
          std::ostream& err) {
   constexpr int kTrouble = 2;
@@ -233,7 +284,7 @@ int Main(const std::vector<std::string>& words,
       out << "Usage: " << program << kHelp;
       return 0;
     }
-    return Carry(options, allJobs(), err);
+    return Carry(options, map, err);
   } catch (const std::invalid_argument& error) {
     err << program << ": " << error.what() << "\nTry '" << program << " --help'.\n";
   } catch (const std::exception& error) {

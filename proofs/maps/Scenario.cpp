@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 
 #include "simulator/chips/NorFlashModel.h"
@@ -25,7 +26,7 @@ constexpr std::uint32_t kOldSeed = 1;
 constexpr const char* kClockStepMilliseconds = "500";
 
 // No run that ends has so many events.
-constexpr const char* kEndOfEndlessRuns = "any#200000:kill";
+constexpr const char* kEndOfEndlessRuns = "any#2000000:kill-all";
 
 bool HasBootHeader(const Scenario& scenario) {
   return scenario.target == "wend" || scenario.target == "pyx2";
@@ -33,11 +34,15 @@ bool HasBootHeader(const Scenario& scenario) {
 
 Bytes Image(const Scenario& scenario, int year, std::size_t bytes, std::uint32_t seed) {
   if (HasBootHeader(scenario)) {
+    const std::string date = std::to_string(year) + "-05-06 07:08:09";
     return orvane::MakeZynqImage(
-        {.buildDate = std::to_string(year) + "-05-06 07:08:09", .bytes = bytes, .seed = seed});
+        {.buildDate = scenario.hasStamp ? date : "", .bytes = bytes, .seed = seed});
   }
+  const std::uint32_t stamp = orvane::PackStamp({year, 5, 6, 7, 8, 9});
   return orvane::MakeBitstream(
-      {.bytes = bytes, .userAccess = orvane::PackStamp({year, 5, 6, 7, 8, 9}), .seed = seed});
+      {.bytes = bytes,
+       .userAccess = scenario.hasStamp ? std::optional(stamp) : std::nullopt,
+       .seed = seed});
 }
 
 /// The first bytes of an image. They contain the stamp or build date that an update compares.
@@ -91,11 +96,32 @@ void SupplyFiles(const Scenario& scenario, const VirtualInstrument& instrument) 
   instrument.WriteFile("other.bin", OldImage(scenario));
 }
 
-Observation Run(const Scenario& scenario,
-                VirtualInstrument& instrument,
-                const std::string& keys,
-                const std::vector<std::string>& faults,
-                const std::string& command) {
+}  // namespace
+
+std::vector<Scenario> AllScenarios() {
+  std::vector<Scenario> all;
+  for (const auto& [target, slot] :
+       {std::pair{"wend", 1U}, {"dax", 2U}, {"pyx1", 4U}, {"pyx2", 5U}}) {
+    for (const char* const chip : {"micron", "macronix"}) {
+      all.push_back({target, slot, chip});
+    }
+  }
+  return all;
+}
+
+Bytes NewImage(const Scenario& scenario) { return Image(scenario, 2024, kNewBytes, kNewSeed); }
+
+Bytes OldImage(const Scenario& scenario) { return Image(scenario, 2023, kOldBytes, kOldSeed); }
+
+std::string UpdateCommand(const Scenario& scenario, const std::string& image) {
+  return "\"$TARNWICK\" " + scenario.target + " -sf " + std::to_string(scenario.slot) + " " + image;
+}
+
+Observation RunOn(VirtualInstrument& instrument,
+                  const Scenario& scenario,
+                  const std::string& keys,
+                  const std::vector<std::string>& faults,
+                  const std::string& command) {
   const std::string slot = std::to_string(scenario.slot);
   instrument.Option({"--clock-step",
                      kClockStepMilliseconds,
@@ -120,43 +146,22 @@ Observation Run(const Scenario& scenario,
           .flash = Classify(scenario, instrument.ReadFile("flash.bin"))};
 }
 
-}  // namespace
-
-std::vector<Scenario> AllScenarios() {
-  std::vector<Scenario> all;
-  for (const auto& [target, slot] :
-       {std::pair{"wend", 1U}, {"dax", 2U}, {"pyx1", 4U}, {"pyx2", 5U}}) {
-    for (const char* const chip : {"micron", "macronix"}) {
-      all.push_back({target, slot, chip});
-    }
-  }
-  return all;
-}
-
-Bytes NewImage(const Scenario& scenario) { return Image(scenario, 2024, kNewBytes, kNewSeed); }
-
-Bytes OldImage(const Scenario& scenario) { return Image(scenario, 2023, kOldBytes, kOldSeed); }
-
-std::string UpdateCommand(const Scenario& scenario, const std::string& image) {
-  return "\"$TARNWICK\" " + scenario.target + " -sf " + std::to_string(scenario.slot) + " " + image;
-}
-
 Observation Observe(const Scenario& scenario,
                     const std::string& keys,
                     const std::vector<std::string>& faults,
                     const std::string& command) {
   VirtualInstrument instrument;
   SupplyFiles(scenario, instrument);
-  return Run(scenario, instrument, keys, faults, command);
+  return RunOn(instrument, scenario, keys, faults, command);
 }
 
 PowerFailure ObservePowerFailure(const Scenario& scenario, const std::string& rule) {
   VirtualInstrument before;
   SupplyFiles(scenario, before);
-  PowerFailure failure{.cut = Run(scenario, before, "", {rule}, ""), .second = {}};
+  PowerFailure failure{.cut = RunOn(before, scenario, "", {rule}, ""), .second = {}};
   VirtualInstrument after;
   std::filesystem::copy(before.File(""), after.File(""), std::filesystem::copy_options::recursive);
-  failure.second = Run(scenario, after, "", {}, "");
+  failure.second = RunOn(after, scenario, "", {}, "");
   return failure;
 }
 

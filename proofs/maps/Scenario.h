@@ -12,6 +12,7 @@ struct Scenario {
   std::string target;
   unsigned slot;
   std::string chip;
+  bool hasStamp = true;  ///< whether both images have a stamp or a date
 };
 
 /// Every target with every chip.
@@ -40,6 +41,16 @@ struct Observation {
   std::string state;  ///< of the module, as the instrument describes it
   Flash flash = Flash::kOld;
 };
+
+/// Runs a command on an instrument with this module, whose flash file is "flash.bin".
+/// @param keys     further keys of the module, "" or ",KEY=VALUE..."
+/// @param faults   rules for events
+/// @param command  for a shell, "" for a single update
+Observation RunOn(program_test::VirtualInstrument& instrument,
+                  const Scenario& scenario,
+                  const std::string& keys,
+                  const std::vector<std::string>& faults,
+                  const std::string& command);
 
 /// Updates the module on a fresh instrument.
 /// @param keys     what is broken about the module, "" or ",KEY=VALUE..."

@@ -53,10 +53,11 @@ function cells(row, from, to,    text) {
   return text
 }
 
-# The runs of a target. Faults of one event with one outcome and the same chips are one row. Rows of
+# The runs of a target. The columns behind the chip are shown. Faults of one event with one outcome and the same chips are one row. Rows of
 # one event stand together, in the order of the steps of an update.
 function table(target, selection,    row, fault, faults, firstRow, chips, times, i, j, s, text,
-                                     same, rowOf, count, step, event, whats, end, ends, sum) {
+                                     same, rowOf, count, step, event, what, whats, end, ends, sum) {
+  what = number["what goes wrong"]
   for (row = 1; row <= rows; ++row)
     if (cell[row, 1] == target && selects(selection, row)) {
       fault = cells(row, 3, columns - 1)
@@ -73,16 +74,16 @@ function table(target, selection,    row, fault, faults, firstRow, chips, times,
   for (i = 1; i <= faults; ++i) {
     row = firstRow[i]
     fault = cells(row, 3, columns - 1)
-    end = cells(row, 6, columns - 1) " " chips[fault] " |"
-    same = cells(row, 3, 4) end
+    end = cells(row, what + 1, columns - 1) " " chips[fault] " |"
+    same = cells(row, 3, what - 1) end
     if (!(same in rowOf)) {
       rowOf[same] = ++count
-      step[count] = cell[row, 3]
-      event[count] = cells(row, 3, 4)
+      step[count] = cell[row, number["step"]]
+      event[count] = cells(row, 3, what - 1)
       ends[count] = end
     }
     j = rowOf[same]
-    whats[j] = whats[j] (whats[j] == "" ? "" : "; ") cell[row, 5]
+    whats[j] = whats[j] (whats[j] == "" ? "" : "; ") cell[row, what]
     sum[j] += times[fault]
   }
 
@@ -109,7 +110,7 @@ function tables(level, selection,    t, text) {
 BEGIN {
   FS = "\t"
   stepCount = split("all along,discovery,set-up,connect,compare,unlock,erase,program," \
-                    "after the write,reset,end", stepNames, ",")
+                    "after the write,reset,end,update", stepNames, ",")
   for (s in stepNames)
     isStep[stepNames[s]] = 1
 }
@@ -121,7 +122,7 @@ NR == 1 {
 }
 
 NR == FNR {
-  if (NF != columns || (NR > 1 && !($3 in isStep)))
+  if (NF != columns || (NR > 1 && !($number["step"] in isStep)))
     fail("not a row of a map")
   for (i = 1; i <= NF; ++i)
     cell[NR - 1, i] = $i

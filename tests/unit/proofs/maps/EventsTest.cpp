@@ -114,5 +114,54 @@ TEST(EventsTest, ProgramsAndErasesAreCountedApartAndTogether) {
   EXPECT_EQ(events[2].operation, 2U);
 }
 
+/// A step for what is below /sys, none for anything else.
+std::string SysStep(const std::string& line, const std::string& /*step*/) {
+  return line.find("/sys/") != std::string::npos ? "sys" : "";
+}
+
+TEST(EventsTest, EventsWithoutAStepAreLeftOutButCounted) {
+  const std::vector<Event> events = EventsOf(
+      {"open a O_RDONLY", R"(stdout "x\n")", "open /sys/b O_RDONLY", "close a", "exit 0"}, SysStep);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(events[0].step, "sys");
+  EXPECT_EQ(events[0].ordinal, 2U);
+}
+
+TEST(EventsTest, PagesAndSectorsBeforeTheStepsAreNotNamed) {
+  std::vector<std::string> log = {"spi /dev/spidev1.0 SE 0x000000"};
+  AppendPage(log, 0);
+  log.emplace_back(R"(stdout "go\n")");
+  log.emplace_back("spi /dev/spidev1.0 WREN");
+  log.emplace_back("spi /dev/spidev1.0 SE 0x010000");
+  AppendPage(log, 1);
+  const auto stepOf = [](const std::string& line, const std::string& step) {
+    return line.starts_with("stdout") ? std::string("again") : step;
+  };
+  std::vector<std::string> labels;
+  for (const Event& event : EventsOf(log, stepOf)) {
+    labels.push_back(event.label);
+  }
+  EXPECT_EQ(labels,
+            (std::vector<std::string>{"WREN for SE, sector 1",
+                                      "SE, sector 1",
+                                      "WREN for PP, first page",
+                                      "PP, first page",
+                                      "RDSR busy, first page",
+                                      "RDSR ready, first page"}));
+}
+
+TEST(EventsTest, FiveOfManyEventsWithOneLabelInOneStepAreKept) {
+  std::vector<std::string> log;
+  for (int i = 0; i < 20; ++i) {
+    log.emplace_back("sleep 1 ms");
+  }
+  const auto oneStep = [](const std::string&, const std::string&) { return std::string("wait"); };
+  std::vector<std::size_t> ordinals;
+  for (const Event& event : EventsOf(log, oneStep)) {
+    ordinals.push_back(event.ordinal);
+  }
+  EXPECT_EQ(ordinals, (std::vector<std::size_t>{1, 2, 10, 19, 20}));
+}
+
 }  // namespace
 }  // namespace maps
