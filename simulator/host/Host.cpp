@@ -162,7 +162,12 @@ class Host {
                     options.SpiLimit(),
                     log_),
         testbed_(directory),
-        server_(LinkAddress(directory), options.fast, instrument_, testbed_, hooks_) {
+        server_(LinkAddress(directory),
+                options.fast,
+                options.fileEvents,
+                instrument_,
+                testbed_,
+                hooks_) {
     FillTestbed();
     if (options_.withBus) {
       bus_.emplace(directory_);

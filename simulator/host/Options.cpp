@@ -43,6 +43,9 @@ once, unless it can be repeated):
   --without NAME leaves out the service inventory or resources, the whole bus, or
                  the module selector; can be repeated
   --fault RULE   makes events fail, see below; can be repeated
+  --file-events  makes calls on ordinary files events that are none otherwise: openat and its
+                 likes, and those that change folders, or synchronise or lock a file (the
+                 KIND file)
   --allow-unhit  says nothing about rules that never hit and keys without effect
   --help         shows this text and exits
   --version      shows the version and exits
@@ -78,7 +81,7 @@ KEY=VALUE (each once, unless it can be repeated):
                      this 64 KiB sector does not erase any more; can be repeated
 
 RULE: KIND[:TEXT][#N[+]]:ACTION
-  KIND    open, close, read, write, ioctl, spi, i2c, dbus, sleep, or any
+  KIND    open, close, read, write, ioctl, spi, i2c, dbus, sleep, file, or any
   TEXT    a part of the event as the log shows it between KIND and " = "; without: any
           event of this kind. It begins where a word begins: "SE" does not hit "SSE",
           "done" hits "zynq_done". Of a read it is the path alone; bytes that an I2C
@@ -520,6 +523,7 @@ Options ParseOptions(std::span<const char* const> words) {
   known.AddOption("--fault", [&](const std::string& value) {
     options.faults.push_back(FaultRule::Parse(value));
   });
+  known.AddFlag("--file-events", options.fileEvents);
   known.AddFlag("--allow-unhit", options.allowUnhit);
   line.AddRest("COMMAND", options.command);
 

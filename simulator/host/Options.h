@@ -31,6 +31,7 @@ struct Options {
   std::vector<ModuleOptions> modules;
   std::vector<KeyWithoutEffect> keysWithoutEffect;
   std::vector<FaultRule> faults;
+  bool fileEvents = false;  // whether all calls on ordinary files are events
   bool allowUnhit = false;  // neither fault rules without a hit nor these keys are reported
   std::optional<std::string> bufsiz = "4096";  // contents of the parameter file; none: no file
   bool withBus = true;

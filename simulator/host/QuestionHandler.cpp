@@ -79,11 +79,10 @@ std::string NameOf(const std::string& path) {
 
 }  // namespace
 
-QuestionHandler::QuestionHandler(bool fast,
-                                 Instrument& instrument,
-                                 Testbed& testbed,
-                                 const RunHooks& hooks)
+QuestionHandler::QuestionHandler(
+    bool fast, bool fileEvents, Instrument& instrument, Testbed& testbed, const RunHooks& hooks)
     : fast_(fast),
+      fileEvents_(fileEvents),
       instrument_(instrument),
       controls_(instrument, testbed),
       files_(instrument, testbed, controls_),
@@ -149,7 +148,7 @@ void QuestionHandler::Fail(const std::string& why) {
 
 LinkReply QuestionHandler::Handle(const Question& question, Payload payload, PendingCall& pending) {
   // A result belongs to the event before it: console output since then stands after it in the log.
-  if (question.op == Op::kOpened) {
+  if (question.op == Op::kOpened || question.op == Op::kFileCalled) {
     return HandleOpened(question, pending);
   }
   if (question.op == Op::kWritten) {
@@ -171,10 +170,17 @@ LinkReply QuestionHandler::HandleEvent(const Question& question,
                                        PendingCall& pending) {
   const File& file = files_.At(question.handle);
   switch (question.op) {
+    case Op::kOpenAt:
+      if (!fileEvents_) {
+        return {};
+      }
+      [[fallthrough]];
     case Op::kOpen:
       return HandleOpen(question, Characters(payload), pending);
     case Op::kClose:
       return HandleClose(question, file);
+    case Op::kFileCall:
+      return HandleFileCall(file, Characters(payload), pending);
     case Op::kRead:
       return HandleRead(question, file);
     case Op::kWrite:
@@ -192,6 +198,7 @@ LinkReply QuestionHandler::HandleEvent(const Question& question,
       return {.killed = Killed::kCaller};
     case Op::kOpened:
     case Op::kWritten:
+    case Op::kFileCalled:
     case Op::kSync:  // the writes before it have been taken
       break;
   }
@@ -236,6 +243,18 @@ LinkReply QuestionHandler::HandleOpened(const Question& question, const PendingC
   const auto error = static_cast<int>(question.a);
   instrument_.Complete(pending.event, error == 0 ? "" : ErrnoName(error));
   return {};
+}
+
+LinkReply QuestionHandler::HandleFileCall(const File& file,
+                                          std::string_view call,
+                                          PendingCall& pending) {
+  constexpr std::uint32_t kIsEvent = link::kNoHandle + 1;
+  if (!fileEvents_) {
+    return {};
+  }
+  pending.event =
+      FileEvent(file.path.empty() ? std::string(call) : std::string(call) + " " + file.path);
+  return ReplyFor(instrument_.Arrive(pending.event), {.handle = kIsEvent});
 }
 
 LinkReply QuestionHandler::HandleClose(const Question& question, const File& file) {

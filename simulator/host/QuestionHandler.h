@@ -35,10 +35,12 @@ struct LinkReply {
 class QuestionHandler {
  public:
   /// @param fast        sleeps do not wait
+  /// @param fileEvents  all calls on ordinary files are events
   /// @param instrument  borrowed
   /// @param testbed     borrowed; gets the files of the instrument's attributes and nodes
   /// @param hooks       borrowed
-  QuestionHandler(bool fast, Instrument& instrument, Testbed& testbed, const RunHooks& hooks);
+  QuestionHandler(
+      bool fast, bool fileEvents, Instrument& instrument, Testbed& testbed, const RunHooks& hooks);
 
   /// Calls hooks.beforeEvent, which has to call TakeUnseenWrites.
   /// @param pending  of the process that asks, one at a time
@@ -66,6 +68,7 @@ class QuestionHandler {
   LinkReply HandleOpen(const link::Question& question, std::string_view path, PendingCall& pending);
   LinkReply CompleteOpen(const PendingCall& pending, int error);
   LinkReply HandleOpened(const link::Question& question, const PendingCall& pending);
+  LinkReply HandleFileCall(const File& file, std::string_view call, PendingCall& pending);
   LinkReply HandleClose(const link::Question& question, const File& file);
   LinkReply HandleRead(const link::Question& question, const File& file);
   LinkReply HandleWrite(const link::Question& question,
@@ -79,6 +82,7 @@ class QuestionHandler {
   LinkReply HandleSleep(const link::Question& question);
 
   bool fast_;
+  bool fileEvents_;
   Instrument& instrument_;
   ControlFiles controls_;
   FileTable files_;

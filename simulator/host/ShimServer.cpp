@@ -50,11 +50,12 @@ struct ShimServer::Client {
 
 ShimServer::ShimServer(const std::string& path,
                        bool fast,
+                       bool fileEvents,
                        Instrument& instrument,
                        Testbed& testbed,
                        const RunHooks& hooks)
     : hooks_(hooks),
-      handler_(fast, instrument, testbed, hooks),
+      handler_(fast, fileEvents, instrument, testbed, hooks),
       listener_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

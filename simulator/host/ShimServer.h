@@ -19,12 +19,14 @@ class ShimServer {
  public:
   /// @param path        of the socket to listen on
   /// @param fast        sleeps do not wait
+  /// @param fileEvents  all calls on ordinary files are events
   /// @param instrument  borrowed
   /// @param testbed     borrowed; gets the files of the instrument's attributes and nodes
   /// @param hooks       borrowed
   /// @throw std::system_error
   ShimServer(const std::string& path,
              bool fast,
+             bool fileEvents,
              Instrument& instrument,
              Testbed& testbed,
              const RunHooks& hooks);

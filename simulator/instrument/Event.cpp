@@ -88,6 +88,8 @@ Event FileWriteEvent(std::string_view path, std::int64_t bytes) {
   return {EventKind::kWrite, Words(path, "+" + std::to_string(bytes))};
 }
 
+Event FileEvent(std::string_view call) { return {EventKind::kFile, std::string(call)}; }
+
 Event ReadSettingEvent(std::string_view path, SpiSetting setting) {
   return {EventKind::kIoctl, Words(path, RequestName("RD", setting))};
 }

@@ -36,6 +36,9 @@ Event WriteEvent(std::string_view path, std::string_view bytes);
 /// A write to an ordinary file, of which only the length is shown.
 Event FileWriteEvent(std::string_view path, std::int64_t bytes);
 
+/// A call that changes folders, or synchronises or locks a file: "unlinkat lock".
+Event FileEvent(std::string_view call);
+
 Event ReadSettingEvent(std::string_view path, SpiSetting setting);
 Event WriteSettingEvent(std::string_view path, SpiSetting setting, std::uint32_t value);
 /// A request that no device of the instrument has.

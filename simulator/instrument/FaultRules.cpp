@@ -19,7 +19,8 @@ constexpr std::string_view kDefaultDBusError = "org.freedesktop.DBus.Error.Faile
 
 constexpr std::string_view kActions =
     "an errno, lost, kill, kill-session, kill-all, data:TEXT or error[:NAME]";
-constexpr std::string_view kKinds = "open, close, read, write, ioctl, spi, i2c, dbus, sleep or any";
+constexpr std::string_view kKinds =
+    "open, close, read, write, ioctl, spi, i2c, dbus, sleep, file or any";
 
 [[noreturn]] void Refuse(const std::string& why) { throw std::invalid_argument(why); }
 

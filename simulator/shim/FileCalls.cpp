@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "simulator/shim/FileCall.h"
 #include "simulator/shim/Interpose.h"
 #include "simulator/shim/LinkProtocol.h"
 #include "simulator/shim/PlainPath.h"
@@ -43,11 +44,11 @@ struct OpenAnswer {
   char path[kMaxPathBytes] = {};
 };
 
-void AskOpen(const char* path, int flags, mode_t mode, OpenAnswer& out) {
+void AskOpen(Op op, const char* path, int flags, mode_t mode, OpenAnswer& out) {
   // One byte more than a path can have shows the host that it is too long.
   iovec send[2] = {{}, {const_cast<char*>(path), ::strnlen(path, kMaxPathBytes)}};
   iovec receive[2] = {{}, {out.path, sizeof out.path - 1}};
-  const int failed = shim::Ask({.op = Op::kOpen, .a = flags, .b = static_cast<std::int64_t>(mode)},
+  const int failed = shim::Ask({.op = op, .a = flags, .b = static_cast<std::int64_t>(mode)},
                                {send, 2, receive, 2},
                                out.answer);
   if (failed != 0) {
@@ -59,6 +60,9 @@ void AskOpen(const char* path, int flags, mode_t mode, OpenAnswer& out) {
 void ReportOpened(const Answer& answer, int descriptor) {
   const int error = descriptor < 0 ? errno : 0;
   SetKnown(descriptor, {answer.handle, answer.kind});
+  if (answer.handle == link::kNoHandle) {
+    return;  // it was no event
+  }
   Answer ignored{};
   AskBare({.op = Op::kOpened, .handle = answer.handle, .a = error}, ignored);
 }
@@ -103,9 +107,9 @@ class Path {
 
 /// @param realOpen  takes the path
 template <typename RealOpen>
-int OpenEvent(const Path& path, int flags, mode_t mode, RealOpen realOpen) {
+int OpenEvent(Op op, const Path& path, int flags, mode_t mode, RealOpen realOpen) {
   OpenAnswer out;
-  AskOpen(path.Given(), flags, mode, out);
+  AskOpen(op, path.Given(), flags, mode, out);
   if (out.answer.action == Action::kDone) {
     return Fail(out.answer.error);
   }
@@ -122,19 +126,20 @@ template <typename RealOpen>
 int Open(const char* given, int flags, mode_t mode, RealOpen realOpen) {
   const Path path(given);
   if (path.IsEvent(flags)) {
-    return OpenEvent(path, flags, mode, realOpen);
+    return OpenEvent(Op::kOpen, path, flags, mode, realOpen);
   }
   const int descriptor = realOpen(path.ForNext());
   SetKnown(descriptor, {});
   return descriptor;
 }
 
-/// As Open(), for calls that are events only on nodes and attributes.
+/// As Open(), for calls that are events on nodes and attributes; on ordinary files the host decides.
 template <typename RealOpen>
 int OpenInstrumentFile(const char* given, int flags, mode_t mode, RealOpen realOpen) {
   const Path path(given);
-  if (path.IsInstrumentEvent(flags)) {
-    return OpenEvent(path, flags, mode, realOpen);
+  if (path.IsEvent(flags)) {
+    const Op op = path.IsInstrumentEvent(flags) ? Op::kOpen : Op::kOpenAt;
+    return OpenEvent(op, path, flags, mode, realOpen);
   }
   const int descriptor = realOpen(path.ForNext());
   SetKnown(descriptor, {});
@@ -178,7 +183,7 @@ FILE* OpenStream(const char* given, const char* mode, RealOpen realOpen) {
     return stream;
   }
   OpenAnswer out;
-  AskOpen(path.Given(), flags, kStreamMode, out);
+  AskOpen(Op::kOpen, path.Given(), flags, kStreamMode, out);
   if (out.answer.action == Action::kDone) {
     errno = out.answer.error;
     return nullptr;
@@ -217,7 +222,7 @@ FILE* ReopenStream(const char* given, const char* mode, FILE* stream, RealOpen r
   const char* realPath = path.ForNext();
   const bool isEvent = mode != nullptr && path.IsInstrumentEvent(flags);
   if (isEvent) {
-    AskOpen(path.Given(), flags, kStreamMode, out);
+    AskOpen(Op::kOpen, path.Given(), flags, kStreamMode, out);
     if (out.answer.action == Action::kDone) {
       SetKnown(::fileno(stream), {});
       static_cast<void>(::fclose(stream));
@@ -406,7 +411,7 @@ ssize_t Write(int descriptor, const iovec* pieces, int count, RealWrite realWrit
 template <typename RealTruncate>
 int Truncate(int descriptor, RealTruncate realTruncate) {
   if (!IsControlFile(descriptor)) {
-    return realTruncate();
+    return shim::FileCall("ftruncate", descriptor, nullptr, realTruncate);
   }
   return Known(descriptor).kind == Kind::kSysfs ? 0 : Fail(EINVAL);
 }

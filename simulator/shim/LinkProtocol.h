@@ -21,19 +21,23 @@ inline constexpr std::uint32_t kNoHandle = 0;
 
 enum class Op : std::uint32_t {
   kOpen,    // a: flags, b: mode; payload: path. Answer kProceed, kProceedAt or kDone with an error
+  kOpenAt,  // as kOpen, for an ordinary file. kProceed with kNoHandle: it is no event
   kOpened,  // handle; a: errno of the open that kOpen let through, 0 when it succeeded
   kClose,   // handle; a: descriptor. kProceed, or kDone: closed, but with an error
   kRead,    // handle; a: count, b: offset in the file. kDone with the bytes, or kProceed
   kWrite,   // handle; a: count, b: 1 when the bytes are left out; payload: the bytes unless kind is
             // kFile. kDone or kProceed
   kWritten,  // handle; a: result of the write that kWrite let through, or minus its errno
-  kSpi,      // handle; a: number of transfers, b: 1 when the bytes are left out; payload:
-             // SpiTransfer[a], the bytes to send. kDone with the bytes received
-  kI2c,      // handle; a: number of messages; payload: I2cMessage[a], the bytes to send. As kSpi
-  kIoctl,    // handle; a: request; payload: what the request reads. kDone with what it writes
-  kSleep,    // a: nanoseconds. kProceed: sleep now; kDone: do not
-  kSync,     // no event: what was written without a question is put before what follows
-  kRefused,  // payload: why the run cannot go on. Ends it, so there is no answer
+  kFileCall,  // handle of its file, or kNoHandle; payload: the call, "unlinkat lock". kProceed or kDone
+              // with an error; kProceed with kNoHandle: it is no event
+  kFileCalled,  // a: errno of the call that kFileCall let through, 0 when it succeeded
+  kSpi,         // handle; a: number of transfers, b: 1 when the bytes are left out; payload:
+                // SpiTransfer[a], the bytes to send. kDone with the bytes received
+  kI2c,         // handle; a: number of messages; payload: I2cMessage[a], the bytes to send. As kSpi
+  kIoctl,       // handle; a: request; payload: what the request reads. kDone with what it writes
+  kSleep,       // a: nanoseconds. kProceed: sleep now; kDone: do not
+  kSync,        // no event: what was written without a question is put before what follows
+  kRefused,     // payload: why the run cannot go on. Ends it, so there is no answer
 };
 
 struct Question {
@@ -61,7 +65,7 @@ struct Answer {
   Action action;
   std::int32_t error;
   std::int64_t result;   // kOpen with kProceedAt: flags to open with, beside the program's own
-  std::uint32_t handle;  // kOpen
+  std::uint32_t handle;  // kOpen, kOpenAt, kFileCall
   Kind kind;             // kOpen
   std::uint64_t payloadBytes;
 };

@@ -132,6 +132,52 @@ TEST_F(FaultReportTest, KillSessionLeavesTheModuleAsItIs) {
   EXPECT_THAT(run_.ReadFile("state"), HasSubstr("qspi_prg=1"));
 }
 
+// --- Files and folders --------------------------------------------------------------------------
+
+constexpr const char* kOnFiles =
+    "mkdir d; : >d/x; sync d/x; mv d/x d/y; flock d/y true; rm d/y; rmdir d; echo done";
+
+TEST_F(FaultReportTest, CallsOnFilesAndFoldersAreEventsWhenTheyAreToBe) {
+  run_.Option("--file-events");
+  EXPECT_EQ(run_.Shell(kOnFiles).log,
+            "file mkdir d\n"
+            "open d/x O_WRONLY|O_CREAT|O_TRUNC 0666\n"
+            "close d/x\n"
+            "open d/x O_RDONLY|O_NONBLOCK\n"
+            "file fsync d/x\n"
+            "close d/x\n"
+            "file renameat2 d/y\n"
+            "open d/y O_RDONLY|O_CREAT|O_NOCTTY 0666\n"
+            "file flock d/y\n"
+            "file unlinkat d/y\n"
+            "file rmdir d\n"
+            "stdout \"done\\n\"\n"
+            "exit 0\n");
+}
+
+TEST_F(FaultReportTest, CallsOnFilesAndFoldersAreNoEventsOtherwise) {
+  EXPECT_EQ(run_.Shell(kOnFiles).log,
+            "open d/x O_WRONLY|O_CREAT|O_TRUNC 0666\n"
+            "close d/x\n"
+            "open d/x O_RDONLY|O_NONBLOCK\n"
+            "close d/x\n"
+            "open d/y O_RDONLY|O_CREAT|O_NOCTTY 0666\n"
+            "stdout \"done\\n\"\n"
+            "exit 0\n");
+}
+
+TEST_F(FaultReportTest, CallsOnFilesAndFoldersCanFail) {
+  run_.Option("--file-events --fault file:mkdir:ENOSPC");
+  const SimulatorOutcome outcome = run_.Shell("LC_ALL=C mkdir d; LC_ALL=C rmdir d; echo done");
+  EXPECT_EQ(outcome.log,
+            "file mkdir d = ENOSPC\n"
+            "stderr \"mkdir: cannot create directory 'd': No space left on device\\n\"\n"
+            "file rmdir d = ENOENT\n"
+            "stderr \"rmdir: failed to remove 'd': No such file or directory\\n\"\n"
+            "stdout \"done\\n\"\n"
+            "exit 0\n");
+}
+
 // --- Answers of services ------------------------------------------------------------------------
 
 TEST_F(FaultReportTest, AnswerThatNoBusCarriesIsRefusedBeforeTheRun) {

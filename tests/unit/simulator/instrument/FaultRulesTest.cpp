@@ -123,8 +123,8 @@ TEST(FaultRuleTest, KillSessionIsAnActionOfItsOwn) {
 
 TEST(FaultRuleTest, UnknownKindIsRefused) {
   EXPECT_EQ(ProblemWith("spy:EIO"),
-            "'spy' is not a kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep "
-            "or any)");
+            "'spy' is not a kind of event (open, close, read, write, ioctl, spi, i2c, dbus, sleep, "
+            "file or any)");
 }
 
 TEST(FaultRuleTest, UnknownActionIsRefused) {
@@ -163,6 +163,8 @@ TEST(FaultRuleTest, ActionThatDoesNotSuitTheKindIsRefused) {
                                    {"read", "lost"},
                                    {"sleep", "lost"},
                                    {"dbus", "lost"},
+                                   {"file", "lost"},
+                                   {"file", "data:x"},
                                    {"any", "lost"},
                                    {"open", "data:x"},
                                    {"close", "data:x"},
@@ -182,7 +184,7 @@ TEST(FaultRuleTest, ActionThatDoesNotSuitTheKindIsRefused) {
 
 TEST(FaultRuleTest, EveryKindCanBeKilled) {
   for (const std::string kind :
-       {"open", "close", "read", "write", "ioctl", "spi", "i2c", "dbus", "sleep", "any"}) {
+       {"open", "close", "read", "write", "ioctl", "spi", "i2c", "dbus", "sleep", "file", "any"}) {
     EXPECT_EQ(ProblemWith((kind + ":kill").c_str()), "none") << kind;
     EXPECT_EQ(ProblemWith((kind + ":kill-session").c_str()), "none") << kind;
     EXPECT_EQ(ProblemWith((kind + ":kill-all").c_str()), "none") << kind;

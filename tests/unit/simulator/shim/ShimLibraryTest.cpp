@@ -26,10 +26,11 @@ TEST(ShimLibraryTest, OffersTheCallsThatAreEventsAndTheClockAndNothingElse) {
             "__open64_2\n__open_2\n__openat64_2\n__openat_2\n__read_chk\nclock_gettime\n"
             "clock_nanosleep\nclose\nclose_range\nclosefrom\ncreat\ncreat64\ndup\ndup2\n"
             "dup3\neaccess\neuidaccess\nexecl\nexecle\nexeclp\nexecv\nexecve\nexecveat\n"
-            "execvp\nexecvpe\nfaccessat\nfclose\nfcntl\nfcntl64\nfexecve\nfopen\nfopen64\n"
-            "freopen\nfreopen64\nftruncate\nftruncate64\nioctl\nnanosleep\nopen\nopen64\n"
-            "openat\nopenat64\npopen\nposix_spawn\nposix_spawnp\nread\nsleep\nsystem\n"
-            "usleep\nwordexp\nwrite\nwritev\n");
+            "execvp\nexecvpe\nfaccessat\nfclose\nfcntl\nfcntl64\nfdatasync\nfexecve\n"
+            "flock\nfopen\nfopen64\nfreopen\nfreopen64\nfsync\nftruncate\nftruncate64\n"
+            "ioctl\nlinkat\nmkdir\nmkdirat\nnanosleep\nopen\nopen64\nopenat\nopenat64\n"
+            "popen\nposix_spawn\nposix_spawnp\nread\nrename\nrenameat\nrenameat2\nrmdir\n"
+            "sleep\nsystem\nunlink\nunlinkat\nusleep\nwordexp\nwrite\nwritev\n");
 }
 
 }  // namespace
