@@ -25,6 +25,7 @@
 #include "simulator/guard/ProcessTree.h"
 #include "simulator/host/Console.h"
 #include "simulator/host/PlatformServices.h"
+#include "simulator/host/RunControl.h"
 #include "simulator/host/RunFiles.h"
 #include "simulator/host/RunHooks.h"
 #include "simulator/host/ShimServer.h"
@@ -176,6 +177,9 @@ class Host {
                         instrument_,
                         hooks_);
     }
+    if (options_.control) {
+      control_.emplace(*options_.control, instrument_, server_, hooks_);
+    }
     if (console != nullptr) {
       console_.emplace(*console, log_);
     }
@@ -295,9 +299,7 @@ class Host {
 
   /// A file that cannot be saved does not keep the others from it.
   void SaveFiles() {
-    std::string state;
     for (const auto& module : instrument_.Modules()) {
-      state += std::to_string(module->Slot()) + ' ' + module->DescribeState() + '\n';
       NoteProblem([&] { files_.SaveFlash(module->Options(), module->Flash().Contents()); });
       if (!module->Options().loadedFile.empty()) {
         NoteProblem([&] {
@@ -306,7 +308,7 @@ class Host {
         });
       }
     }
-    NoteProblem([&] { files_.SaveState(state); });
+    NoteProblem([&] { files_.SaveState(instrument_.DescribeModules()); });
     if (files_.Log() != nullptr && !*files_.Log()) {
       problems_.push_back("cannot write log file '" + options_.logFile + "'");
     }
@@ -339,6 +341,7 @@ class Host {
   std::optional<PrivateBus> bus_;
   std::optional<PlatformServices> services_;
   std::optional<Console> console_;
+  std::optional<RunControl> control_;
   int waitStatus_ = 0;  // of the command
   bool hasFailed_ = false;
   std::vector<std::string> problems_;  // why the status is not that of the command

@@ -1,5 +1,7 @@
 #include "simulator/host/Options.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <charconv>
 #include <chrono>
@@ -37,6 +39,8 @@ once, unless it can be repeated):
                  else can be seen of it from outside, and what its FPGA has loaded:
                  loaded=current, what the flash holds now, other or none; FILE is replaced
                  whole or not at all, as a flash file is
+  --control N    descriptor N is a socket (SOCK_SEQPACKET) over which a program drives the
+                 run: it asks what modules hold, holds processes, ends faults
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such
                  file (4096); a positive number is the driver's limit as well,
                  which is 4096 otherwise
@@ -469,6 +473,17 @@ std::chrono::milliseconds ParseClockStep(std::string_view text) {
   return std::chrono::milliseconds(*milliseconds);
 }
 
+int ParseControl(std::string_view text) {
+  const auto descriptor = ParseNumber<int>(text);
+  int type = 0;
+  socklen_t bytes = sizeof type;
+  if (!descriptor || ::getsockopt(*descriptor, SOL_SOCKET, SO_TYPE, &type, &bytes) != 0 ||
+      type != SOCK_SEQPACKET) {
+    Refuse(Quoted(text) + " is not a descriptor of a socket that keeps packets apart");
+  }
+  return *descriptor;
+}
+
 void ParseWithout(std::string_view name, Options& options) {
   const std::pair<std::string_view, bool*> parts[] = {{"inventory", &options.withInventory},
                                                       {"resources", &options.withResources},
@@ -516,6 +531,8 @@ Options ParseOptions(std::span<const char* const> words) {
                   Once([&](const std::string& value) { options.logFile = ParseFileName(value); }));
   known.AddOption(
       "--state", Once([&](const std::string& value) { options.stateFile = ParseFileName(value); }));
+  known.AddOption("--control",
+                  Once([&](const std::string& value) { options.control = ParseControl(value); }));
   known.AddOption("--bufsiz", Once([&](const std::string& value) {
                     options.bufsiz = value == "none" ? std::nullopt : std::optional(value);
                   }));

@@ -26,8 +26,9 @@ struct Options {
   std::optional<std::string> answer;  // to --help or --version: print it and run nothing
   bool fast = false;
   std::chrono::milliseconds clockStep{0};
-  std::string logFile;    // empty: no log
-  std::string stateFile;  // empty: none
+  std::string logFile;         // empty: no log
+  std::string stateFile;       // empty: none
+  std::optional<int> control;  // a descriptor of the socket for whoever drives the run
   std::vector<ModuleOptions> modules;
   std::vector<KeyWithoutEffect> keysWithoutEffect;
   std::vector<FaultRule> faults;

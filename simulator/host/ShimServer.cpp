@@ -11,6 +11,7 @@
 #include <exception>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "simulator/guard/ProcessTree.h"
@@ -121,10 +122,13 @@ void ShimServer::Serve(Client& client) {
     Remove(client);
     return;
   }
-  const LinkReply reply = handler_.Handle(question, payload, client.pending);
+  LinkReply reply = handler_.Handle(question, payload, client.pending);
   if (reply.killed != Killed::kNo) {
     Kill(client, reply.killed);
     return;  // the end of the connection follows
+  }
+  if (Holds(client, question.op, reply)) {
+    return;
   }
   if (!client.connection.Send(reply.answer, reply.payload)) {
     Remove(client);
@@ -146,14 +150,44 @@ void ShimServer::Kill(const Client& client, Killed killed) {
 }
 
 void ShimServer::RemoveEnded() {
-  std::erase_if(clients_, [](const auto& entry) {
+  std::erase_if(clients_, [this](const auto& entry) {
     const pid_t process = entry.second->connection.Process();
-    return process > 0 && process_tree::HasEnded(process);
+    const bool hasEnded = process > 0 && process_tree::HasEnded(process);
+    if (hasEnded && heldClient_ == entry.second.get()) {
+      heldClient_ = nullptr;
+    }
+    return hasEnded;
   });
   TakeUnseenWrites();
 }
 
+bool ShimServer::Holds(Client& client, link::Op op, LinkReply& reply) {
+  const bool isCall = op != link::Op::kOpened && op != link::Op::kWritten && op != link::Op::kSync;
+  if (!isCall || callsToHold_ == 0 || --callsToHold_ > 0) {
+    return false;
+  }
+  heldClient_ = &client;
+  heldReply_ = std::move(reply);
+  if (onHeld_) {
+    onHeld_();
+  }
+  return true;
+}
+
+void ShimServer::Release() {
+  callsToHold_ = 0;
+  if (Client* const client = std::exchange(heldClient_, nullptr); client != nullptr) {
+    const LinkReply reply = std::exchange(heldReply_, {});
+    if (!client->connection.Send(reply.answer, reply.payload)) {
+      Remove(*client);
+    }
+  }
+}
+
 void ShimServer::Remove(const Client& client) {
+  if (heldClient_ == &client) {
+    heldClient_ = nullptr;
+  }
   clients_.erase(client.connection.Descriptor());
   TakeUnseenWrites();
 }

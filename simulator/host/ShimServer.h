@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "base/FileDescriptor.h"
 #include "simulator/host/QuestionHandler.h"
@@ -10,6 +13,7 @@
 #include "simulator/host/Testbed.h"
 #include "simulator/instrument/EventResult.h"
 #include "simulator/instrument/Instrument.h"
+#include "simulator/shim/LinkProtocol.h"
 
 namespace orvane {
 
@@ -42,6 +46,15 @@ class ShimServer {
   /// Forgets the processes that have ended, and what they have asked.
   void RemoveEnded();
 
+  /// The process that makes the Nth call from now on gets no answer before Release(). Calls are the
+  /// questions that are events.
+  /// @param call  from 1 on
+  void HoldAt(std::uint64_t call) { callsToHold_ = call; }
+  /// Answers the process that is held, if it is still there, and forgets a call that was not reached.
+  void Release();
+  /// @param held  called when a process is held
+  void OnHeld(std::function<void()> held) { onHeld_ = std::move(held); }
+
  private:
   struct Client;
 
@@ -52,6 +65,7 @@ class ShimServer {
   void Serve(Client& client);
   void Kill(const Client& client, Killed killed);
   void Remove(const Client& client);
+  bool Holds(Client& client, link::Op op, LinkReply& reply);
 
   const RunHooks& hooks_;
   QuestionHandler handler_;
@@ -60,6 +74,10 @@ class ShimServer {
   unsigned watchSource_ = 0;
   std::map<int, std::unique_ptr<Client>> clients_;  // by descriptor
   bool hasHadConnections_ = false;
+  std::uint64_t callsToHold_ = 0;  // until one is held; 0: none is
+  Client* heldClient_ = nullptr;
+  LinkReply heldReply_;
+  std::function<void()> onHeld_;
 };
 
 }  // namespace orvane

@@ -175,6 +175,9 @@ FaultRule FaultRule::Parse(std::string_view text) {
 }
 
 Fault FaultRules::Judge(EventKind kind, std::string_view text) {
+  if (!active_) {
+    return {};
+  }
   std::optional<std::size_t> decides;
   for (std::size_t i = 0; i < rules_.size(); ++i) {
     CountedRule& counted = rules_[i];

@@ -48,6 +48,9 @@ class FaultRules {
   void Add(FaultRule rule) { rules_.push_back({std::move(rule)}); }
   bool Empty() const { return rules_.empty(); }
 
+  /// While rules are not active they neither count nor hit events. They are at the start.
+  void SetActive(bool active) { active_ = active; }
+
   /// To be called exactly once for each event.
   /// @param text  the event as the log shows it, without its result
   /// @return the fault of the first rule that hits it
@@ -68,6 +71,7 @@ class FaultRules {
   };
 
   std::vector<CountedRule> rules_;
+  bool active_ = true;
 };
 
 }  // namespace orvane

@@ -181,6 +181,14 @@ std::optional<std::string> Instrument::AttributeContents(std::string_view path) 
   return found->second->ReadAttribute(path);
 }
 
+std::string Instrument::DescribeModules() const {
+  std::string text;
+  for (const auto& module : modules_) {
+    text += std::to_string(module->Slot()) + ' ' + module->DescribeState() + '\n';
+  }
+  return text;
+}
+
 Fault Instrument::Arrive(const Event& event) {
   Fault fault = faults_.Judge(event.kind, event.text);
   switch (fault.kind) {

@@ -53,6 +53,12 @@ class Instrument {
   /// The fault rules that have hit nothing so far, as their user typed them.
   std::vector<std::string> UnhitFaults() const { return faults_.Unhit(); }
 
+  /// The slot and the state of each module, a line each.
+  std::string DescribeModules() const;
+
+  /// While fault rules are not active they neither count nor hit events. They are at the start.
+  void SetFaultsActive(bool active) { faults_.SetActive(active); }
+
   // --- Events whose real call the program makes
 
   /// Counts the event and asks the fault rules. When a fault decides its result, this writes the

@@ -313,5 +313,14 @@ TEST(FaultRulesTest, RuleCountsWhatAnotherRuleHits) {
   EXPECT_EQ(rules.Judge(EventKind::kSpi, "b").error, ENXIO);
 }
 
+TEST(FaultRulesTest, RulesThatAreNotActiveNeitherHitNorCount) {
+  FaultRules rules = Rules({"spi#2:lost"});
+  rules.SetActive(false);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "x").kind, Fault::Kind::kNone);
+  rules.SetActive(true);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "x").kind, Fault::Kind::kNone);
+  EXPECT_EQ(rules.Judge(EventKind::kSpi, "x").kind, Fault::Kind::kLose);
+}
+
 }  // namespace
 }  // namespace orvane
