@@ -109,6 +109,7 @@ FlashFile::Locked FlashFile::OpenLocked(const std::string& path) {
 
 std::vector<std::uint8_t> FlashFile::Load() const {
   std::vector<std::uint8_t> contents;
+  contents.reserve(std::min(static_cast<std::size_t>(opened_.st_size), NorFlashModel::kBytes));
   std::array<std::uint8_t, 1 << 16> piece{};
   for (;;) {
     const ssize_t count =
