@@ -1,0 +1,197 @@
+#include "proofs/swarm/Judge.h"
+
+#include <signal.h>
+
+#include <algorithm>
+#include <cctype>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+namespace swarm {
+
+namespace {
+
+// What tarnwickctl exits with.
+constexpr int kDone = 0;
+constexpr int kNot = 1;
+constexpr int kRefused = 2;
+constexpr int kPowerCycle = 3;
+constexpr int kLocked = 4;
+constexpr int kUnreachable = 6;
+
+constexpr const char* kFinal = "final";
+
+bool IsKill(const std::string& fault) {
+  return fault.ends_with(":kill") || fault.ends_with(":kill-all");
+}
+
+/// Whether every fault kills, or is of one of these kinds.
+bool AreFaultsOf(const World& world, const std::set<std::string>& kinds) {
+  return std::all_of(world.faults.begin(), world.faults.end(), [&](const std::string& fault) {
+    return IsKill(fault) || kinds.count(fault.substr(0, fault.find_first_of(":#"))) != 0;
+  });
+}
+
+/// The step that an observation is about.
+Step StepOf(const World& world, const Observation& seen) {
+  if (seen.step == kFinal) {
+    return {.what = seen.what, .holds = {}};
+  }
+  const std::size_t dot = seen.step.find('.');
+  if (dot != std::string::npos) {
+    return {.what = seen.what, .holds = {}};
+  }
+  return world.steps.at(std::stoul(seen.step));
+}
+
+bool HasBareRunInside(const Step& step) {
+  return std::any_of(step.holds.begin(), step.holds.end(), [](const Hold& hold) {
+    return std::any_of(hold.inside.begin(), hold.inside.end(), [](const Step& inside) {
+      return Contains(inside, 't');
+    });
+  });
+}
+
+/// The rules for one step.
+class StepJudge {
+ public:
+  StepJudge(const World& world, const Observation& seen)
+      : world_(world),
+        seen_(seen),
+        kind_(static_cast<char>(std::tolower(seen.what))),
+        isFinal_(seen.step == kFinal),
+        isFit_(IsFit(std::islower(seen.what) != 0 ? world.a : world.b)),
+        isAlone_(!HasBareRunInside(StepOf(world, seen))) {}
+
+  std::vector<Violation> Violations() {
+    if (kind_ == 't') {
+      return {};
+    }
+    Expect(!seen_.hangs, "hangs");
+    ExpectOwnEnd();
+    if (isAlone_) {
+      ExpectFlash();
+    }
+    if (EndsByItself()) {
+      ExpectNothingLeft();
+    }
+    if (isFinal_) {
+      ExpectFinal();
+    }
+    return violations_;
+  }
+
+ private:
+  void Expect(bool holds, const std::string& rule) {
+    if (!holds) {
+      violations_.push_back({rule, "step " + Print(seen_)});
+    }
+  }
+
+  [[nodiscard]] bool EndsByItself() const { return seen_.code >= 0 && !seen_.isCut; }
+
+  [[nodiscard]] bool CanBeKilled() const {
+    return seen_.isCut || seen_.hangs ||
+           std::any_of(world_.faults.begin(), world_.faults.end(), IsKill);
+  }
+
+  void ExpectOwnEnd() {
+    const bool isKilled = seen_.code == -SIGKILL && CanBeKilled();
+    Expect(isKilled || (seen_.code >= kDone && seen_.code <= kUnreachable),
+           "ends as it should not");
+    Expect(isFit_ || (seen_.code != kDone && seen_.code != kPowerCycle && seen_.code != kNot),
+           "takes an unfit image");
+  }
+
+  [[nodiscard]] bool IsInUse() const {
+    const bool isEnabled = !IsPyx(world_) || ValueIn(seen_.state, "pcie") == "enabled";
+    return world_.type == "dax" || (seen_.isLoaded && isEnabled);
+  }
+
+  void ExpectFlash() {
+    if (kind_ == 'v') {
+      Expect(seen_.code != kDone || seen_.isHolding, "equal over a flash that differs");
+      Expect(seen_.isSame, "verify changes the flash");
+      Expect(seen_.code != kNot || !seen_.isHolding || !world_.faults.empty() ||
+                 !world_.keys.empty() || !world_.stays.empty(),
+             "differs over a flash that is equal");
+      return;
+    }
+    Expect(seen_.code != kDone || seen_.isHolding, "0 over a flash without the image");
+    Expect(seen_.code != kDone || IsInUse(), "0 with the image not in use");
+    Expect(seen_.code != kPowerCycle || seen_.isHolding, "3 over a flash without the image");
+    const bool isUntouched =
+        seen_.code == kRefused || seen_.code == kLocked || seen_.code == kUnreachable || !isFit_;
+    Expect(!isUntouched || seen_.isSame, "says that the flash is not changed, but it is");
+  }
+
+  void ExpectNothingLeft() {
+    Expect(seen_.left == 0, "leaves processes");
+    const bool areFilesSafe =
+        isFinal_ || AreFaultsOf(world_, {"spi", "i2c", "ioctl", "dbus", "sleep"});
+    Expect(!areFilesSafe || seen_.code == kLocked || HasOnlyKnownFiles(), "leaves files");
+    const bool areLinesSafe =
+        isFinal_ || (world_.keys.empty() && AreFaultsOf(world_, {"spi", "sleep"}));
+    const bool hasTakenModule = seen_.code != kRefused && seen_.code != kLocked;
+    Expect(!areLinesSafe || !hasTakenModule || !isAlone_ || IsGivenBack(),
+           "does not give the module back");
+  }
+
+  [[nodiscard]] bool HasOnlyKnownFiles() const {
+    std::istringstream names(seen_.files);
+    for (std::string name; std::getline(names, name, ',');) {
+      const bool isMark = name == "slot-" + std::to_string(SlotOf(world_)) + ".unfinished";
+      const bool canBeMarked = seen_.code != kDone || kind_ == 'v';
+      if (name != "lock" && !(isMark && canBeMarked)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  [[nodiscard]] bool IsGivenBack() const {
+    const auto isAt = [this](const char* name, const std::string& rest) {
+      const std::string value = ValueIn(seen_.state, name);
+      return value.empty() || value == rest;
+    };
+    return isAt("driven", "0x0000") && isAt("selector", "SPILVDS") && isAt("qspi_prg", "0");
+  }
+
+  void ExpectFinal() {
+    const bool isKnockedOut = world_.type == "dax" && ValueIn(seen_.state, "done") == "0";
+    const bool canNeedPowerCycle = isKnockedOut || !world_.stays.empty();
+    Expect(seen_.code == kDone || (seen_.code == kPowerCycle && canNeedPowerCycle),
+           "the last update does not succeed");
+    Expect(seen_.isHolding, "the image is not in the flash at the end");
+    Expect(seen_.code != kDone || IsInUse(), "the image is not in use at the end");
+  }
+
+  const World& world_;
+  const Observation& seen_;
+  char kind_;
+  bool isFinal_;
+  bool isFit_;
+  bool isAlone_;
+  std::vector<Violation> violations_;
+};
+
+}  // namespace
+
+std::vector<Violation> ViolationsOf(const World& world, const Record& record) {
+  std::vector<Violation> violations;
+  for (const std::string& trouble : record.troubles) {
+    violations.push_back({"the world cannot be made", trouble});
+  }
+  for (const Observation& seen : record.steps) {
+    std::vector<Violation> more = StepJudge(world, seen).Violations();
+    violations.insert(violations.end(), more.begin(), more.end());
+  }
+  const bool hasEnd = !record.steps.empty() && record.steps.back().step == kFinal;
+  if (!hasEnd && record.troubles.empty()) {
+    violations.push_back({"the last update is missing", ""});
+  }
+  return violations;
+}
+
+}  // namespace swarm
