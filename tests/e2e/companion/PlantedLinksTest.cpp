@@ -1,0 +1,151 @@
+// Links at the names that an update uses. They lead to files of somebody else.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/e2e/companion/Bench.h"
+
+namespace companion_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr const char* kText = "of somebody else\n";
+
+class PlantedLinksTest : public testing::Test {
+ protected:
+  PlantedLinksTest() {
+    fs::create_directory(Victim());
+    bench_.WriteText("../victim/file", kText);
+    fs::create_directory(bench_.StateFolder());
+    fs::permissions(bench_.StateFolder(), fs::perms::owner_all);
+  }
+
+  fs::path Victim() const { return bench_.StateFolder().parent_path() / "victim"; }
+
+  void ExpectVictimUntouched() const {
+    EXPECT_THAT(Bench::NamesIn(Victim()), ElementsAre("file"));
+    EXPECT_EQ(bench_.ReadText("../victim/file"), kText);
+    EXPECT_EQ(fs::status(Victim() / "file").permissions() & fs::perms::owner_all,
+              fs::perms::owner_read | fs::perms::owner_write);
+  }
+
+  void ExpectUpdated(const Ended& ended) {
+    EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
+    ExpectFlash(ended, bench_.New());
+    EXPECT_EQ(ended.state, bench_.Resting("other"));
+    ExpectVictimUntouched();
+  }
+
+  void ExpectRefused(const Ended& ended, const std::string& says) {
+    EXPECT_EQ(ended.exitCode, 2) << ended.out;
+    EXPECT_THAT(ended.out + ended.err, HasSubstr(says));
+    EXPECT_EQ(CountStarts(ended.log, "spi "), 0);
+    ExpectFlash(ended, bench_.Old());
+    ExpectVictimUntouched();
+  }
+
+  Bench bench_{kDax};
+};
+
+// --- The dump in the working directory
+
+TEST_F(PlantedLinksTest, TarnwickWritesTheFileThatALinkAtItsDumpLeadsTo) {
+  fs::create_symlink(Victim() / "file", bench_.File("dumpflash.bin"));
+  EXPECT_EQ(bench_.Run(bench_.Tarnwick()).exitCode, 0);
+  EXPECT_EQ(fs::file_size(Victim() / "file"), 512U);
+}
+
+TEST_F(PlantedLinksTest, LinkAtTheDumpIsNotFollowed) {
+  fs::create_symlink(Victim() / "file", bench_.File("dumpflash.bin"));
+  ExpectUpdated(bench_.Run(bench_.Update()));
+}
+
+// --- The folder of --state
+
+TEST_F(PlantedLinksTest, LinkAtTheLockIsRefused) {
+  fs::create_symlink(Victim() / "file", bench_.StateFolder() / "lock");
+  ExpectRefused(bench_.Run(bench_.Update()), "lock");
+}
+
+TEST_F(PlantedLinksTest, LinkAtTheLockThatLeadsNowhereIsRefused) {
+  fs::create_symlink(Victim() / "new", bench_.StateFolder() / "lock");
+  ExpectRefused(bench_.Run(bench_.Update()), "lock");
+}
+
+TEST_F(PlantedLinksTest, LinkAtTheMarkIsNotFollowed) {
+  fs::create_symlink(Victim() / "file", bench_.StateFolder() / "slot-2.unfinished");
+  ExpectUpdated(bench_.Run(bench_.Update()));
+  EXPECT_THAT(Bench::NamesIn(bench_.StateFolder()), ElementsAre("lock"));
+}
+
+TEST_F(PlantedLinksTest, LinkAtTheMarkThatLeadsNowhereIsNotFollowed) {
+  fs::create_symlink(Victim() / "new", bench_.StateFolder() / "slot-2.unfinished");
+  ExpectUpdated(bench_.Run(bench_.Update()));
+  EXPECT_THAT(Bench::NamesIn(bench_.StateFolder()), ElementsAre("lock"));
+}
+
+TEST_F(PlantedLinksTest, LinkAtTheWorkFolderIsRemovedAndNotFollowed) {
+  fs::create_directory_symlink(Victim(), bench_.StateFolder() / "work");
+  ExpectUpdated(bench_.Run(bench_.Update()));
+  EXPECT_THAT(Bench::NamesIn(bench_.StateFolder()), ElementsAre("lock"));
+}
+
+TEST_F(PlantedLinksTest, FileInPlaceOfTheWorkFolderIsRemoved) {
+  bench_.WriteText("../state/work", "left");
+  ExpectUpdated(bench_.Run(bench_.Update()));
+  EXPECT_THAT(Bench::NamesIn(bench_.StateFolder()), ElementsAre("lock"));
+}
+
+TEST_F(PlantedLinksTest, LinksInAWorkFolderThatWasLeftAreRemovedAndNotFollowed) {
+  const fs::path work = bench_.StateFolder() / "work";
+  fs::create_directories(work / "deeper");
+  fs::create_directory_symlink(Victim(), work / "link");
+  fs::create_directory_symlink(Victim(), work / "deeper" / "link");
+  for (const char* const name :
+       {"image.bin", "dumpflash.bin", "FlashDevice.bin", "FlashDevice_verif.bin"}) {
+    fs::create_symlink(Victim() / "file", work / name);
+  }
+  ExpectUpdated(bench_.Run(bench_.Update()));
+  EXPECT_THAT(Bench::NamesIn(bench_.StateFolder()), ElementsAre("lock"));
+}
+
+TEST_F(PlantedLinksTest, HardLinksInAWorkFolderThatWasLeftAreNotWritten) {
+  const fs::path work = bench_.StateFolder() / "work";
+  fs::create_directory(work);
+  for (const char* const name : {"image.bin", "dumpflash.bin"}) {
+    fs::create_hard_link(Victim() / "file", work / name);
+  }
+  ExpectUpdated(bench_.Run(bench_.Update()));
+}
+
+// --- The files of the user
+
+TEST_F(PlantedLinksTest, ReadReplacesALinkAndDoesNotFollowIt) {
+  fs::create_symlink(Victim() / "file", bench_.File("read.bin"));
+  const Ended ended = bench_.Run(bench_.Read("--length 512"));
+  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
+  ExpectVictimUntouched();
+  EXPECT_FALSE(fs::is_symlink(bench_.File("read.bin")));
+  EXPECT_EQ(fs::file_size(bench_.File("read.bin")), 512U);
+}
+
+TEST_F(PlantedLinksTest, ImageThatIsALinkToAFileIsTaken) {
+  fs::rename(bench_.File("image.bin"), bench_.File("release.bin"));
+  fs::create_symlink("release.bin", bench_.File("image.bin"));
+  ExpectUpdated(bench_.Run(bench_.Update()));
+}
+
+TEST_F(PlantedLinksTest, ImageThatIsAPipeIsRefused) {
+  fs::remove(bench_.File("image.bin"));
+  const Ended ended = bench_.Run("mkfifo image.bin; " + bench_.Update());
+  ExpectRefused(ended, "image.bin");
+}
+
+}  // namespace
+}  // namespace companion_test
