@@ -14,7 +14,7 @@ namespace companion {
 
 namespace {
 
-constexpr std::size_t kPieceBytes = std::size_t{1} << 20U;
+constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 
 const char* NameOf(mode_t mode) {
   switch (mode & S_IFMT) {
