@@ -2,7 +2,10 @@
 // operation of companion::Module and prints what came of it, one value a line; a value that is empty
 // has no line.
 //   find, read BYTES, compare FILE, head FILE, use, lock, give-back
+//   stop BYTES: read, and stop as soon as something is read; die BYTES: likewise, with SIGKILL
 // read and compare write what they read to the file "contents".
+
+#include <signal.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -119,6 +122,15 @@ struct Probe {
     const std::vector<std::uint8_t> expected = Slurp(argument);
     Report(module.Read(names, expected.size(), expected, {}));
   }
+  void ReadUntil(const Module::Progress& progress) {
+    Report(module.Read(names, std::stoul(argument), {}, progress));
+  }
+  void Stop() {
+    ReadUntil([this](std::size_t, std::size_t) { module.Stop(); });
+  }
+  void Die() {
+    ReadUntil([](std::size_t, std::size_t) { ::raise(SIGKILL); });
+  }
   void Head() { Print(module.WriteHead(names, Slurp(argument))); }
   void Use() {
     const IntoUse use = module.TakeIntoUse(names);
@@ -138,6 +150,8 @@ const std::map<std::string, void (Probe::*)()> kOperations = {{"find", &Probe::F
                                                               {"head", &Probe::Head},
                                                               {"use", &Probe::Use},
                                                               {"lock", &Probe::Lock},
+                                                              {"stop", &Probe::Stop},
+                                                              {"die", &Probe::Die},
                                                               {"give-back", &Probe::GiveBack}};
 
 }  // namespace
