@@ -77,12 +77,12 @@ TEST_F(SignalWatchTest, StopSignalsAreCountedTogether) {
   SignalWatch watch;
   Stops stops;
   watch.OnStop([&](int signal, int count) { stops.emplace_back(signal, count); });
-  ::raise(SIGINT);
+  ::kill(::getpid(), SIGINT);
   EXPECT_TRUE(IsReadable(watch));
   watch.Read();
-  ::raise(SIGTERM);
+  ::kill(::getpid(), SIGTERM);
   watch.Read();
-  ::raise(SIGHUP);
+  ::kill(::getpid(), SIGHUP);
   watch.Read();
   EXPECT_EQ(stops, (Stops{{SIGINT, 1}, {SIGTERM, 2}, {SIGHUP, 3}}));
   EXPECT_EQ(watch.StopSignals(), 3);
@@ -91,15 +91,15 @@ TEST_F(SignalWatchTest, StopSignalsAreCountedTogether) {
 
 TEST_F(SignalWatchTest, StopSignalsThatArriveAtOnceAreReadAtOnce) {
   SignalWatch watch;
-  ::raise(SIGINT);
-  ::raise(SIGTERM);
+  ::kill(::getpid(), SIGINT);
+  ::kill(::getpid(), SIGTERM);
   watch.Read();
   EXPECT_EQ(watch.StopSignals(), 2);
 }
 
 TEST_F(SignalWatchTest, StopSignalsAreCountedWithoutACallback) {
   SignalWatch watch;
-  ::raise(SIGTERM);
+  ::kill(::getpid(), SIGTERM);
   watch.Read();
   EXPECT_EQ(watch.StopSignals(), 1);
 }
@@ -107,12 +107,12 @@ TEST_F(SignalWatchTest, StopSignalsAreCountedWithoutACallback) {
 TEST_F(SignalWatchTest, SignalIgnoredAtTheStartStaysIgnoredAndIsNotCounted) {
   ::signal(SIGHUP, SIG_IGN);
   SignalWatch watch;
-  ::raise(SIGHUP);
+  ::kill(::getpid(), SIGHUP);
   EXPECT_FALSE(IsReadable(watch));
   watch.Read();
   EXPECT_EQ(watch.StopSignals(), 0);
   EXPECT_EQ(Action(SIGHUP), SIG_IGN);
-  ::raise(SIGINT);
+  ::kill(::getpid(), SIGINT);
   watch.Read();
   EXPECT_EQ(watch.StopSignals(), 1);
 }
@@ -177,7 +177,7 @@ TEST_F(SignalWatchTest, StopSignalThatNobodyHasReadIsForgottenAtTheEnd) {
   {
     SignalWatch watch;
     watch.OnStop([&](int /*signal*/, int count) { stops = count; });
-    ::raise(SIGTERM);
+    ::kill(::getpid(), SIGTERM);
   }
   EXPECT_EQ(stops, 0);  // and this process still runs
 }
@@ -192,7 +192,7 @@ TEST_F(SignalWatchTest, ChildIgnoresStopSignalsAndAClosedConsole) {
   const SignalWatch watch;
   EXPECT_EQ(InChild([] {
               for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
-                ::raise(signal);
+                ::kill(::getpid(), signal);
               }
               return 7;
             }),
@@ -207,7 +207,7 @@ TEST_F(SignalWatchTest, ChildIsEndedByAnAlarmThatWasIgnoredAndBlockedBefore) {
   ::sigprocmask(SIG_BLOCK, &alarm, nullptr);
   const SignalWatch watch;
   EXPECT_EQ(InChild([] {
-              ::raise(SIGALRM);
+              ::kill(::getpid(), SIGALRM);
               return 7;
             }),
             128 + SIGALRM);

@@ -177,7 +177,7 @@ TEST_F(TarnwickProgramTest, WithoutPATHItIsNotFound) {
 
 TEST_F(TarnwickProgramTest, TheOneBesideThisExecutableComesFirst) {
   const std::string beside = scratch_.File("tarnwick", "");
-  const std::string other = scratch_.File("bin/tarnwick", "");
+  ASSERT_NE(scratch_.File("bin/tarnwick", ""), beside);
   fs::copy_file(PATH_PRINTER, InScratch("printer"));
   ChildProcess printer({.words = {InScratch("printer")},
                         .environment = {{"PATH", InScratch("bin")}},
