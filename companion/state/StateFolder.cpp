@@ -23,6 +23,7 @@ constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr const char* kLockName = "lock";
 constexpr const char* kWorkName = "work";
+constexpr const char* kMarkBegin = "slot-";
 
 /// How often something is tried before it counts as failed.
 constexpr int kAttempts = 3;
@@ -55,7 +56,11 @@ std::string Failure(std::string_view verb, std::string_view path, int error) {
 
 std::string Quoted(std::string_view path) { return std::string("'").append(path).append("'"); }
 
-std::string MarkName(unsigned module) { return "slot-" + std::to_string(module) + ".unfinished"; }
+std::string MarkName(unsigned module) {
+  return kMarkBegin + std::to_string(module) + ".unfinished";
+}
+
+bool IsOwnName(std::string_view name) { return name == kWorkName || name.starts_with(kMarkBegin); }
 
 bool IsOwnFile(const struct stat& status) {
   return S_ISREG(status.st_mode) && status.st_nlink == 1;
@@ -105,9 +110,30 @@ void SyncParent(const std::string& path) {
   static_cast<void>(::fsync(folder.Get()));
 }
 
-// --- Removing -----------------------------------------------------------------------------------
+/// @param folder  as it has been opened; when it could not be, errno is still set
+/// @param action  returns 0, or an errno
+/// @return 0, or an errno: of an action, or because the folder cannot be read
+template <typename Action>
+int ForEachName(FileDescriptor folder, Action action) {
+  if (!folder.IsOpen()) {
+    return errno;
+  }
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(folder.Get()), &::closedir);
+  if (stream == nullptr) {
+    return errno;
+  }
+  static_cast<void>(folder.Release());  // the stream's now
+  int error = 0;
+  while (const dirent* const entry = ::readdir(stream.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") {
+      error = std::max(error, action(entry->d_name));
+    }
+  }
+  return error;
+}
 
-int RemoveTree(int parent, const char* name);
+// --- Removing -----------------------------------------------------------------------------------
 
 /// @return a folder that can be read and emptied; without one, errno is set
 FileDescriptor OpenToEmpty(int parent, const char* name) {
@@ -122,23 +148,6 @@ FileDescriptor OpenToEmpty(int parent, const char* name) {
   return FileDescriptor(::openat(found.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-/// @return 0, or the errno of something that could not be removed
-int RemoveContents(FileDescriptor folder) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(::fdopendir(folder.Get()), &::closedir);
-  if (stream == nullptr) {
-    return errno;
-  }
-  const int descriptor = folder.Release();  // the stream's now
-  int error = 0;
-  while (const dirent* const entry = ::readdir(stream.get())) {
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") {
-      error = std::max(error, RemoveTree(descriptor, entry->d_name));
-    }
-  }
-  return error;
-}
-
 /// Removes what is called `name`, with everything in it. A link is removed, not what it leads to.
 /// @return 0, also when there is nothing; else the errno
 int RemoveTree(int parent, const char* name) {
@@ -149,10 +158,9 @@ int RemoveTree(int parent, const char* name) {
     return errno;
   }
   FileDescriptor folder = OpenToEmpty(parent, name);
-  if (!folder.IsOpen()) {
-    return errno;
-  }
-  const int error = RemoveContents(std::move(folder));
+  const int descriptor = folder.Get();
+  const int error = ForEachName(
+      std::move(folder), [descriptor](const char* entry) { return RemoveTree(descriptor, entry); });
   if (error != 0) {
     return error;
   }
@@ -272,7 +280,34 @@ StateInterface::Locking StateFolder::Lock(const std::string& purpose, unsigned w
   return locking;
 }
 
+/// The work folder is removed with everything in it, so it must not be somebody else's. The lock is made
+/// before it and never removed: it is ours where there is a lock, or nothing that is not ours. The lock
+/// is looked for later, since another process may just be making both.
+std::string StateFolder::WorkFolderRefusal() const {
+  struct stat status {};
+  const auto isThere = [&](const char* name) {
+    return ::fstatat(Folder(), name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+  };
+  if (!isThere(kWorkName) || isThere(kLockName)) {
+    return "";
+  }
+  const int error =
+      ForEachName(FileDescriptor(::openat(Folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+                  [](const char* name) { return IsOwnName(name) ? 0 : EEXIST; });
+  if (error == EEXIST) {
+    return Quoted(path_) + " holds a '" + kWorkName + "' and other files: use a folder of its own";
+  }
+  if (error != 0) {
+    return Failure("list", path_, error);
+  }
+  return "";
+}
+
 std::string StateFolder::OpenLock() {
+  std::string refusal = WorkFolderRefusal();
+  if (!refusal.empty()) {
+    return refusal;
+  }
   Opened lock = OpenFile(kLockName, 0);  // no O_CLOEXEC: what is started keeps the lock
   if (lock.problem.empty()) {
     lock_.emplace(std::move(lock.file));
@@ -286,7 +321,7 @@ StateInterface::Locking StateFolder::AwaitLock(unsigned waitSeconds) {
     std::string problem = Persistently([this] { return TryLock(); });
     if (isLocked_) {
       // Somebody may have removed it while it was waited for.
-      problem = FileRefusal(kLockName, lock_->Get());
+      problem = Persistently([this] { return FileRefusal(kLockName, lock_->Get()); });
       return {.locked = problem.empty(), .problem = problem};
     }
     if (!problem.empty()) {
@@ -442,6 +477,11 @@ std::string StateFolder::Mark(unsigned module, const std::string& text) {
 }
 
 std::string StateFolder::WriteMark(const std::string& name, const std::string& text) const {
+  struct stat status {};
+  if (::fstatat(Folder(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISLNK(status.st_mode)) {
+    static_cast<void>(::unlinkat(Folder(), name.c_str(), 0));  // or else it is refused below
+  }
   const Opened mark = OpenFile(name, O_CLOEXEC);
   if (!mark.problem.empty()) {
     return mark.problem;

@@ -17,9 +17,10 @@ namespace companion {
 ///   lock               locked by the one that works; holds who that is, for a reader
 ///   slot-N.unfinished  mark of an update of slot N
 ///   work/              the image, and what `tarnwick` leaves in its working directory
-/// Everything in it belongs to its owner alone, and the folder to the effective user: one that others
-/// can write is refused, and so is a link at its path. What is found under a mark's name counts as a
-/// mark, whatever it is; one that is no regular file with one link is not written.
+/// Everything in it belongs to its owner alone, and the folder to the effective user. Refused are a
+/// folder that others can write, a link at its path, and one that holds a `work`, no `lock` and other
+/// files: `work` would be removed. What is found under a mark's name counts as a mark, whatever it is;
+/// a link there is replaced, and what else is no regular file with one link is not written.
 class StateFolder : public StateInterface {
  public:
   /// What ends a wait for the lock, before its time.
@@ -63,6 +64,7 @@ class StateFolder : public StateInterface {
   [[nodiscard]] std::string FolderRefusal(int folder) const;
   [[nodiscard]] Opened OpenFile(const std::string& name, int flags) const;
   [[nodiscard]] std::string FileRefusal(const std::string& name, int file) const;
+  [[nodiscard]] std::string WorkFolderRefusal() const;
   std::string OpenLock();
   Locking AwaitLock(unsigned waitSeconds);
   std::string TryLock();

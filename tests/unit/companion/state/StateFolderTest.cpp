@@ -608,8 +608,48 @@ TEST_F(StateFolderTest, NextHolderRemovesTheWorkFolderOfAKilledOne) {
   EXPECT_FALSE(IsThere(InFolder("work")));
 }
 
+TEST_F(StateFolderTest, WorkFolderBesideOtherFilesWithoutALockIsSomebodyElsesAndKept) {
+  MakeFolder();
+  WriteFile(InFolder("letter"), "kept");
+  fs::create_directory(InFolder("work"));
+  WriteFile(InFolder("work/file"), "kept");
+  const std::string refusal =
+      "'" + Path() + "' holds a 'work' and other files: use a folder of its own";
+  EXPECT_EQ(LockProblem(), refusal);
+  EXPECT_EQ(LockProblem(), refusal);  // the first one has made no lock
+  EXPECT_EQ(ReadFile(InFolder("work/file")), "kept");
+}
+
+TEST_F(StateFolderTest, WorkFolderBesideMarksIsRemovedWithoutALock) {
+  fs::create_directories(InFolder("work/folder"));
+  WriteFile(InFolder("slot-2.unfinished"), "");
+  EXPECT_EQ(LockProblem(), "");
+  EXPECT_FALSE(IsThere(InFolder("work")));
+}
+
+TEST_F(StateFolderTest, WorkFolderBesideOtherFilesIsRemovedWithALock) {
+  fs::create_directories(InFolder("work/folder"));
+  WriteFile(InFolder("letter"), "kept");
+  WriteFile(InFolder("lock"), "");
+  EXPECT_EQ(LockProblem(), "");
+  EXPECT_FALSE(IsThere(InFolder("work")));
+  EXPECT_EQ(ReadFile(InFolder("letter")), "kept");
+}
+
+TEST_F(StateFolderTest, WorkFolderInAFolderThatCannotBeListedIsRefused) {
+  fs::create_directories(InFolder("work"));
+  {
+    const FailingCalls failing("fdopendir", ENOMEM);
+    EXPECT_EQ(LockProblem(), "cannot list '" + Path() + "': Cannot allocate memory");
+    EXPECT_EQ(failing.Failed(), 3);
+  }
+  EXPECT_TRUE(IsThere(InFolder("work")));
+  EXPECT_FALSE(IsThere(InFolder("lock")));
+}
+
 TEST_F(StateFolderTest, WorkFolderThatCannotBeRemovedIsRefusedAndTheLockReleased) {
   MakeFolder();
+  WriteFile(InFolder("lock"), "");
   fs::create_directory(InFolder("work"));
   StateFolder state(Path(), {});
   {
@@ -775,13 +815,28 @@ TEST_P(PlantTest, IsNotTakenForTheLock) {
   EXPECT_EQ(LockProblem(), Refusal("lock"));
 }
 
-TEST_P(PlantTest, CountsAsAMarkAndIsNotWritten) {
+TEST_P(PlantTest, CountsAsAMarkAndIsRefusedUnlessItIsALink) {
   Put("slot-2.unfinished");
   StateFolder state(Path(), {});
   ASSERT_EQ(Lock(state), "");
   EXPECT_TRUE(state.IsMarked(2));
-  EXPECT_EQ(state.Mark(2, "text"), Refusal("slot-2.unfinished"));
+  if (fs::is_symlink(InFolder("slot-2.unfinished"))) {
+    EXPECT_EQ(state.Mark(2, "text"), "");
+    EXPECT_FALSE(fs::is_symlink(InFolder("slot-2.unfinished")));
+    EXPECT_EQ(ReadFile(InFolder("slot-2.unfinished")), "text\n");
+  } else {
+    EXPECT_EQ(state.Mark(2, "text"), Refusal("slot-2.unfinished"));
+  }
   EXPECT_TRUE(IsThere(InFolder("slot-2.unfinished")));
+}
+
+TEST_F(MarkTest, LinkUnderItsNameThatCannotBeRemovedIsNotFollowed) {
+  WriteFile(Outside("file"), "kept");
+  fs::create_symlink(Outside("file"), MarkPath());
+  const FailingCalls failing("unlinkat", EIO);
+  EXPECT_EQ(state_.Mark(2, "text"),
+            "'" + MarkPath() + "' is no regular file with one link: remove it");
+  EXPECT_EQ(ReadFile(Outside("file")), "kept");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -926,6 +981,13 @@ INSTANTIATE_TEST_SUITE_P(
               -1,
               2,
               "cannot open '@/lock': Too many open files"},
+        Fault{"ExaminingTheLockAgain",
+              LockIt,
+              "fstat",
+              EIO,
+              2,
+              2,
+              "cannot examine '@/lock': Input/output error"},
         Fault{"RemovingTheWorkFolderOfAnother",
               LockIt,
               "unlinkat",
