@@ -284,11 +284,15 @@ World Draw(std::uint64_t seed, std::uint64_t index) {
   world.a = DrawImage(random, true);
   world.b = DrawImage(random, false);
   world.flash = DrawFlash(random);
+  constexpr std::array kRegisters = {"00:00", "24:08", "24:08", "0c:08"};
+  if (world.chip == "macronix") {
+    world.registers = random.Of(kRegisters);
+  }
   world.starts = DrawStarts(random, world);
   world.steps = DrawSteps(random);
   AvoidEndlessRuns(world, world.steps);
   DrawWrongs(random, world);
-  world.endsHere = world.keys.empty() && random.IsOneIn(2);
+  world.endsHere = world.keys.empty() && !random.IsOneIn(4);
   return world;
 }
 

@@ -275,7 +275,7 @@ class Driver {
     }
     if (drive_.endsHere) {
       control_.Ask("faults off");
-      Make({.what = FinalImage(drive_.world), .holds = {}}, "final");
+      Make({.what = LastUpdate(drive_.world), .holds = {}}, "final");
     }
   }
 

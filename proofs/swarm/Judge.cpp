@@ -56,10 +56,11 @@ bool HasBareRunInside(const Step& step) {
 /// The rules for one step.
 class StepJudge {
  public:
-  StepJudge(const World& world, const Observation& seen)
+  StepJudge(const World& world, const Observation& seen, bool wasBareRun, bool wasMarked)
       : world_(world),
         seen_(seen),
         kind_(static_cast<char>(std::tolower(seen.what))),
+        isUnmarkedAfterBareRun_(wasBareRun && !wasMarked),
         isFinal_(seen.step == kFinal),
         isFit_(IsFit(std::islower(seen.what) != 0 ? world.a : world.b)),
         isAlone_(!HasBareRunInside(StepOf(world, seen))) {}
@@ -109,6 +110,12 @@ class StepJudge {
     return world_.type == "dax" || (seen_.isLoaded && isEnabled);
   }
 
+  /// A bare run can leave the image in the flash and an older one in the FPGA, with DONE high. An update
+  /// finds this out only when it is told to restart the FPGA.
+  [[nodiscard]] bool IsAfterBareRun() const {
+    return kind_ == 'u' && seen_.isSame && isUnmarkedAfterBareRun_;
+  }
+
   void ExpectFlash() {
     if (kind_ == 'v') {
       Expect(seen_.code != kDone || seen_.isHolding, "equal over a flash that differs");
@@ -119,7 +126,7 @@ class StepJudge {
       return;
     }
     Expect(seen_.code != kDone || seen_.isHolding, "0 over a flash without the image");
-    Expect(seen_.code != kDone || IsInUse(), "0 with the image not in use");
+    Expect(seen_.code != kDone || IsInUse() || IsAfterBareRun(), "0 with the image not in use");
     Expect(seen_.code != kPowerCycle || seen_.isHolding, "3 over a flash without the image");
     const bool isUntouched =
         seen_.code == kRefused || seen_.code == kLocked || seen_.code == kUnreachable || !isFit_;
@@ -158,6 +165,24 @@ class StepJudge {
     return isAt("driven", "0x0000") && isAt("selector", "SPILVDS") && isAt("qspi_prg", "0");
   }
 
+  /// A lockable chip: level 9 or above, counted from address 0.
+  [[nodiscard]] bool IsLockedWhole() const {
+    constexpr unsigned long kLevelShift = 2;
+    constexpr unsigned long kLevelMask = 15;
+    constexpr unsigned long kWholeLevel = 9;
+    constexpr unsigned long kBottom = 8;
+    constexpr int kHex = 16;
+    const std::string registers = ValueIn(seen_.state, "registers");
+    const std::size_t colon = registers.find(':');
+    if (world_.chip != "macronix" || colon == std::string::npos) {
+      return world_.chip != "macronix";
+    }
+    const unsigned long level = std::stoul(registers, nullptr, kHex) >> kLevelShift & kLevelMask;
+    const bool isFromStart =
+        (std::stoul(registers.substr(colon + 1), nullptr, kHex) & kBottom) != 0;
+    return level >= kWholeLevel && isFromStart;
+  }
+
   void ExpectFinal() {
     const bool isKnockedOut = world_.type == "dax" && ValueIn(seen_.state, "done") == "0";
     const bool canNeedPowerCycle = isKnockedOut || !world_.stays.empty();
@@ -165,11 +190,13 @@ class StepJudge {
            "the last update does not succeed");
     Expect(seen_.isHolding, "the image is not in the flash at the end");
     Expect(seen_.code != kDone || IsInUse(), "the image is not in use at the end");
+    Expect(IsLockedWhole(), "the chip is not locked at the end");
   }
 
   const World& world_;
   const Observation& seen_;
   char kind_;
+  bool isUnmarkedAfterBareRun_;
   bool isFinal_;
   bool isFit_;
   bool isAlone_;
@@ -183,9 +210,17 @@ std::vector<Violation> ViolationsOf(const World& world, const Record& record) {
   for (const std::string& trouble : record.troubles) {
     violations.push_back({"the world cannot be made", trouble});
   }
+  bool wasBareRun = false;
+  bool wasMarked = false;
   for (const Observation& seen : record.steps) {
-    std::vector<Violation> more = StepJudge(world, seen).Violations();
+    // A step inside a bare run ends before it.
+    const bool isInBareRun = seen.step.find('.') != std::string::npos &&
+                             Contains(world.steps.at(std::stoul(seen.step)), 't');
+    std::vector<Violation> more =
+        StepJudge(world, seen, wasBareRun || isInBareRun, wasMarked).Violations();
     violations.insert(violations.end(), more.begin(), more.end());
+    wasBareRun = wasBareRun || std::tolower(seen.what) == 't';
+    wasMarked = seen.files.find(".unfinished") != std::string::npos;
   }
   const bool hasEnd = !record.steps.empty() && record.steps.back().step == kFinal;
   if (!hasEnd && record.troubles.empty()) {

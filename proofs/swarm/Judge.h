@@ -20,7 +20,9 @@ struct Violation {
 ///
 /// A bare `tarnwick` takes no lock, so one that runs inside an `update` or a `verify` can change the
 /// flash after it was read. Of such a step it is not asked what the flash holds at its end; all else is.
-/// An `update` inside a bare `tarnwick` is alone until it ends, and is judged as any other.
+/// An `update` inside a bare `tarnwick` is alone until it ends, and is judged as any other. What the FPGA
+/// has loaded is not asked of an `update` without --restart that finds the image in the flash, without a
+/// mark, after a bare run.
 std::vector<Violation> ViolationsOf(const World& world, const Record& record);
 
 }  // namespace swarm

@@ -133,7 +133,7 @@ class Maker {
 
  private:
   std::vector<std::string> WordsOf(const Segment& segment) const {
-    std::string keys;
+    std::string keys = ",registers=" + Registers();
     std::vector<std::string> words = {ORVANE_SIM,
                                       "--fast",
                                       "--allow-unhit",
@@ -275,6 +275,13 @@ class Maker {
       }
     }
     return count;
+  }
+
+  /// The registers that the chip has kept; those of a step that a power cut ended are not known, so
+  /// those before it.
+  std::string Registers() const {
+    const std::vector<Observation>& steps = made_.record.steps;
+    return steps.empty() ? world_.registers : ValueIn(steps.back().state, "registers");
   }
 
   bool HasEnd() const {

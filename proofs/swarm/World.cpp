@@ -119,6 +119,8 @@ void TakeSetting(World& world, const std::string& name, const std::string& value
     world.b = ParseContents(value);
   } else if (name == "flash") {
     world.flash = ParseContents(value);
+  } else if (name == "registers") {
+    world.registers = value;
   } else if (name == "start") {
     world.starts.push_back(value);
   } else if (name == "steps") {
@@ -158,8 +160,6 @@ bool IsFit(const Contents& image) {
          image.kind == "namesake";
 }
 
-char FinalImage(const World& world) { return IsFit(world.a) ? 'u' : 'U'; }
-
 bool Contains(const Step& step, char kind) {  // NOLINT(misc-no-recursion)
   const auto isOrContains = [&](const Step& inner) { return Contains(inner, kind); };
   return std::tolower(step.what) == kind ||
@@ -168,9 +168,17 @@ bool Contains(const Step& step, char kind) {  // NOLINT(misc-no-recursion)
          });
 }
 
+char LastUpdate(const World& world) {
+  const bool hasBareRun = std::any_of(
+      world.steps.begin(), world.steps.end(), [](const Step& step) { return Contains(step, 't'); });
+  const int letter = hasBareRun ? 'r' : 'u';
+  return static_cast<char>(IsFit(world.a) ? letter : std::toupper(letter));
+}
+
 std::string Print(const World& world) {
   std::string text = world.type + " " + world.chip + " a=" + PrintContents(world.a) +
-                     " b=" + PrintContents(world.b) + " flash=" + PrintContents(world.flash);
+                     " b=" + PrintContents(world.b) + " flash=" + PrintContents(world.flash) +
+                     " registers=" + world.registers;
   for (const std::string& start : world.starts) {
     text += " start=" + start;
   }

@@ -38,7 +38,7 @@ struct Contents {
 
 /// A module, what is wrong with it, and what is done with it. Its text is one line:
 ///
-///     pyx1 micron a=gzip:3000 b=plain:900 flash=half:3000 start=reset start=driven
+///     pyx1 micron a=gzip:3000 b=plain:900 flash=half:3000 registers=00:00 start=reset
 ///     steps=u,v@120[t],U@40k end=here key=worn-page=0 stay=done=low fault=spi:PP#3:EIO
 struct World {
   std::string type = "wend";
@@ -46,6 +46,7 @@ struct World {
   Contents a{"plain", 1000};  ///< an image, fit or not
   Contents b{"plain", 1000};  ///< another one, fit
   Contents flash{"old", 2000};
+  std::string registers = "00:00";  ///< of the chip, as the key of orvane-sim
   std::vector<std::string> starts;  ///< what else is not as after power-on
   std::vector<Step> steps;
   bool endsHere = false;            ///< the last update is made on the same instrument
@@ -63,8 +64,9 @@ bool IsPyx(const World& world);
 /// Whether image A is one that `update` takes.
 bool IsFit(const Contents& image);
 
-/// The image of the last update: a small or a capital letter.
-char FinalImage(const World& world);
+/// The last update, with an image that is fit. After a bare `tarnwick` it restarts the FPGA: nobody else
+/// can tell what that has loaded.
+char LastUpdate(const World& world);
 
 /// Whether a step, or one inside it, is of a kind.
 bool Contains(const Step& step, char kind);

@@ -62,6 +62,36 @@ TEST(JudgeTest, ZeroWithoutTheImageInUseIsBroken) {
   EXPECT_EQ(made.Broken(), Rules{"0 with the image not in use"});
 }
 
+TEST(JudgeTest, UpdateThatFindsTheImageOfABareRunCannotTellWhatIsLoaded) {
+  Case made("steps=t,u");
+  made.record.steps = {Good("0"), Good("1"), Good("final")};
+  made.record.steps[0].what = 't';
+  Observation& update = made.record.steps[1];
+  update.isSame = true;
+  update.isLoaded = false;
+  EXPECT_EQ(made.Broken(), Rules());
+  update.isSame = false;
+  EXPECT_EQ(made.Broken(), Rules{"0 with the image not in use"});
+  update.isSame = true;
+  update.what = 'r';
+  EXPECT_EQ(made.Broken(), Rules{"0 with the image not in use"});
+  update.what = 'u';
+  made.record.steps[0].files = "lock,slot-4.unfinished";
+  EXPECT_EQ(made.Broken(), Rules{"0 with the image not in use"});
+}
+
+TEST(JudgeTest, LockableChipIsLockedAtTheEnd) {
+  Case made;
+  made.world.chip = "macronix";
+  EXPECT_EQ(made.Broken(), Rules{"the chip is not locked at the end"});
+  made.Final().state = std::string(kRest) + " registers=24:08";
+  EXPECT_EQ(made.Broken(), Rules());
+  made.Final().state = std::string(kRest) + " registers=24:00";
+  EXPECT_EQ(made.Broken(), Rules{"the chip is not locked at the end"});
+  made.Final().state = std::string(kRest) + " registers=20:08";
+  EXPECT_EQ(made.Broken(), Rules{"the chip is not locked at the end"});
+}
+
 TEST(JudgeTest, ZeroWithoutTheEndpointIsBroken) {
   Case made;
   made.Step().state = "done=1 driven=0x0000 pcie=present selector=SPILVDS loaded=current";

@@ -23,7 +23,8 @@ std::string ProblemWith(const char* text) {
 
 TEST(WorldTest, EverySettingIsPrintedAndRead) {
   constexpr const char* kText =
-      "pyx1 macronix a=gzip:3000 b=plain:900 flash=half:3000 start=reset start=driven "
+      "pyx1 macronix a=gzip:3000 b=plain:900 flash=half:3000 registers=24:08 start=reset "
+      "start=driven "
       "steps=u,v@120[t,U]@7i,U@40k,T@1s end=here key=worn-page=0 stay=done=low "
       "fault=spi:PP#3:EIO fault=any#7:kill-all";
   const World world = Parse(kText);
@@ -32,6 +33,7 @@ TEST(WorldTest, EverySettingIsPrintedAndRead) {
   EXPECT_EQ(world.a, (Contents{"gzip", 3000}));
   EXPECT_EQ(world.b, (Contents{"plain", 900}));
   EXPECT_EQ(world.flash, (Contents{"half", 3000}));
+  EXPECT_EQ(world.registers, "24:08");
   EXPECT_EQ(world.starts, (std::vector<std::string>{"reset", "driven"}));
   ASSERT_EQ(world.steps.size(), 4U);
   EXPECT_EQ(world.steps[0], (Step{.what = 'u', .holds = {}}));
@@ -99,9 +101,16 @@ TEST(WorldTest, DrawnWorldEndsOnItsInstrumentOnlyWithoutKeys) {
 
 TEST(WorldTest, LastUpdateIsMadeWithAFitImage) {
   World world;
-  EXPECT_EQ(FinalImage(world), 'u');
+  EXPECT_EQ(LastUpdate(world), 'u');
   world.a.kind = "cut";
-  EXPECT_EQ(FinalImage(world), 'U');
+  EXPECT_EQ(LastUpdate(world), 'U');
+}
+
+TEST(WorldTest, LastUpdateAfterABareRunRestartsTheFpga) {
+  World world = Parse("wend micron steps=u,v@3[T]");
+  EXPECT_EQ(LastUpdate(world), 'r');
+  world.a.kind = "cut";
+  EXPECT_EQ(LastUpdate(world), 'R');
 }
 
 TEST(WorldTest, StepContainsWhatIsMadeInsideIt) {
