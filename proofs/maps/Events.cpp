@@ -14,6 +14,13 @@ bool Contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
+std::string FirstWord(std::string_view text) { return std::string(text.substr(0, text.find(' '))); }
+
+std::string AfterFirstWord(std::string_view text) {
+  const std::size_t space = text.find(' ');
+  return std::string(space == std::string_view::npos ? "" : text.substr(space + 1));
+}
+
 /// The step of an update after a line of the console.
 std::string StepAfter(std::string_view console, const std::string& step) {
   constexpr std::pair<std::string_view, const char*> kOpeners[] = {
@@ -36,8 +43,17 @@ std::string StepAfter(std::string_view console, const std::string& step) {
   return Contains(console, "done.\\n") && step == "reset" ? "end" : step;
 }
 
+/// The names that the companion gives its files.
+std::string OwnName(const std::string& path) {
+  const std::map<std::string, std::string> names = {
+      {"lock", "the lock"}, {"work", "the work folder"}, {"ctl", "the state folder"}};
+  const auto found = names.find(path);
+  return found == names.end() ? path : found->second;
+}
+
 std::string ShortPath(std::string_view path) {
   constexpr std::pair<std::string_view, const char*> kNames[] = {
+      {".unfinished", "the mark"},
       {"/qspi_prg/", "qspi_prg"},
       {"/zynq_hw_reset_n/", "zynq_hw_reset_n"},
       {"/zynq_done/", "zynq_done"},
@@ -61,7 +77,7 @@ std::string ShortPath(std::string_view path) {
       return name;
     }
   }
-  return std::string(path);
+  return OwnName(FirstWord(path));
 }
 
 /// "/dev/i2c-11 0x21 w 02 a0 3e" is "write the outputs a0 3e".
@@ -78,13 +94,6 @@ std::string ExpanderLabel(std::string_view text) {
                                   : std::string("write the ") + name + std::string(rest);
   }
   return std::string(text);
-}
-
-std::string FirstWord(std::string_view text) { return std::string(text.substr(0, text.find(' '))); }
-
-std::string AfterFirstWord(std::string_view text) {
-  const std::size_t space = text.find(' ');
-  return std::string(space == std::string_view::npos ? "" : text.substr(space + 1));
 }
 
 /// Removes " = " and what follows.
@@ -104,6 +113,10 @@ std::string Label(const std::string& kind, const std::string& text) {
     const std::size_t value = text.find('"');
     return "write " + ShortPath(text) +
            (value == std::string::npos ? "" : " " + text.substr(value));
+  }
+  if (kind == "file") {
+    const std::string file = AfterFirstWord(text);
+    return FirstWord(text) + " " + (file.empty() ? "a folder" : ShortPath(file));
   }
   if (kind == "i2c") {
     return ExpanderLabel(text);

@@ -40,7 +40,8 @@ std::string Errno(const Event& event) {
 }
 
 bool IsOfFile(const Event& event) {
-  return (event.kind == "open" || event.kind == "close" || event.kind == "write") &&
+  return (event.kind == "open" || event.kind == "close" || event.kind == "write" ||
+          event.kind == "file") &&
          !Contains(event.text, "/sys/") && !Contains(event.text, "/dev/");
 }
 
@@ -123,6 +124,10 @@ void AddRead(const Event& event, FaultList& list) {
     list.AddAnswer("x", "x");
   } else if (Contains(event.text, "zynq_done")) {
     list.AddAnswer("x", "x");
+  } else if (Contains(event.text, "/enable")) {
+    list.AddAnswer("0", R"(0\n)");
+  } else if (Contains(event.text, "/module_selector/")) {
+    list.AddAnswer("SPIFIFO", R"(SPIFIFO\n)");
   } else if (Contains(event.text, "/address")) {
     list.AddAnswer("another address", R"(0000:77:00\n)");
   } else {

@@ -251,6 +251,7 @@ GuardedRun Run(VirtualInstrument& instrument,
                const std::string& keys,
                const std::vector<std::string>& faults,
                unsigned updates) {
+  instrument.Option({"--file-events"});
   instrument.Environment("TARNWICKCTL", Companion());
   const Observation seen = RunOn(instrument,
                                  scenario.module,

@@ -57,6 +57,7 @@ void Carry(const GuardedScenario& scenario,
            const Cut& cut,
            MapRun& run) {
   run.fault = FaultOf(scenario, event.step, event.label, cut.what);
+  run.how = KillRule(event, cut);
   std::vector<std::string> log;
   const GuardedRun last = LastUpdate(scenario, event, cut, log);
   run.outcome = OutcomeOf(base, last);

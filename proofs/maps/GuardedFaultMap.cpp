@@ -17,6 +17,7 @@ void Carry(const GuardedScenario& scenario,
            const MappedFault& fault,
            MapRun& run) {
   run.fault = FaultOf(scenario, fault.step, fault.event, fault.what);
+  run.how = fault.rules.empty() ? fault.keys : fault.rules.front();
   const GuardedRun seen = ObserveGuarded(scenario, fault.keys, fault.rules, 1);
   run.outcome = OutcomeOf(base, seen);
   run.violations = ViolationsOfFault(scenario, base, fault, seen);

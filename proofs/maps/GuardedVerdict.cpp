@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "proofs/maps/MakeMap.h"
 
@@ -115,13 +116,58 @@ std::string LastLine(const GuardedUpdate& update) {
 constexpr std::string_view kStartOfUpdate = R"(stdout "---- update)";
 constexpr std::string_view kEndOfUpdate = R"(stdout "---- exit)";
 
-/// The steps of an update by `tarnwickctl`.
-std::string Step(const std::string& line, const std::string& step) {
-  if (line.starts_with(kEndOfUpdate)) {
-    return "";
+/// The steps of an update by `tarnwickctl`, found by the files with which each begins. Every worker and
+/// `tarnwick` itself begin with the size of the SPI driver's buffer, `tarnwick` after its names.
+class Steps {
+ public:
+  std::string operator()(const std::string& line, const std::string& step) {
+    if (line.starts_with(kEndOfUpdate)) {
+      return "";
+    }
+    if (line.starts_with(kStartOfUpdate)) {
+      return "preflight";
+    }
+    if (step.empty() || step == "end") {
+      return step;
+    }
+    return Next(line, step);
   }
-  return line.starts_with(kStartOfUpdate) ? "update" : step;
-}
+
+ private:
+  std::string Next(const std::string& line, const std::string& step) {
+    if (line.starts_with("file flock")) {
+      return "own folder";
+    }
+    if (line.starts_with("open slot-")) {
+      return "mark";
+    }
+    if (line.starts_with("file unlinkat") && step != "own folder") {
+      return "end";
+    }
+    if (step == "mark" || step == "new head") {
+      isInProgram_ = line.starts_with("dbus ");
+      if (isInProgram_) {
+        return "tarnwick";
+      }
+    }
+    return Contains(line, "/bufsiz ") && line.starts_with("open ") ? AfterBufsiz(step) : step;
+  }
+
+  std::string AfterBufsiz(const std::string& step) {
+    if (step == "own folder") {
+      return "read";
+    }
+    if (step == "mark") {
+      return "new head";
+    }
+    if (step == "tarnwick") {
+      return std::exchange(isInProgram_, false) ? step : "read again";
+    }
+    return step == "read again" ? "into use" : step;
+  }
+
+  bool isInProgram_ = false;  // and its buffer size has not been read yet
+};
 
 }  // namespace
 
@@ -130,7 +176,7 @@ GuardedBase BaseOf(const GuardedScenario& scenario) {
   GuardedBase base{
       .state = start.state, .fingerprint = start.fingerprint, .undisturbed = {}, .events = {}};
   base.undisturbed = ObserveGuarded(scenario, "", {}, 1);
-  base.events = EventsOf(base.undisturbed.log, Step);
+  base.events = EventsOf(base.undisturbed.log, Steps());
   return base;
 }
 

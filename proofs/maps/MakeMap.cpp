@@ -151,7 +151,8 @@ std::size_t ShowViolations(const std::vector<MapRun>& runs, std::ostream& err) {
   std::size_t count = 0;
   for (const MapRun& run : runs) {
     for (const std::string& violation : run.violations) {
-      err << Joined(run.fault, ", ") << ": " << violation << "\n";
+      err << Joined(run.fault, ", ") << (run.how.empty() ? "" : " (" + run.how + ")") << ": "
+          << violation << "\n";
     }
     count += run.violations.empty() ? 0 : 1;
   }

@@ -15,6 +15,7 @@ struct MapRun {
   std::vector<std::string> fault;       ///< target, chip, step, event, what goes wrong
   std::vector<std::string> outcome;     ///< exit, last line, flash, afterwards
   std::vector<std::string> violations;  ///< the rules that it broke, one line each
+  std::string how;                      ///< the rules and keys of the instrument, for a violation
 };
 
 /// Makes one run. It names the fault before it does anything that can fail, and may throw.

@@ -110,7 +110,8 @@ function tables(level, selection,    t, text) {
 BEGIN {
   FS = "\t"
   stepCount = split("all along,discovery,set-up,connect,compare,unlock,erase,program," \
-                    "after the write,reset,end,update", stepNames, ",")
+                    "after the write,reset,preflight,own folder,read,mark,new head,tarnwick,read again," \
+                    "into use,end", stepNames, ",")
   for (s in stepNames)
     isStep[stepNames[s]] = 1
 }

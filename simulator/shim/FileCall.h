@@ -16,9 +16,10 @@ namespace orvane::shim {
 /// @param name        of the call
 /// @param descriptor  of the file, -1 for a call that takes a path
 /// @param path        of the file, or null
-/// @param realCall    returns 0, or -1 with errno
+/// @param realCall    returns -1 with errno when it fails
 template <typename RealCall>
-int FileCall(const char* name, int descriptor, const char* path, RealCall realCall) {
+auto FileCall(const char* name, int descriptor, const char* path, RealCall realCall)
+    -> decltype(realCall()) {
   char buffer[kMaxPathBytes];
   const char* const plain = path == nullptr ? nullptr : PlainPath(path, buffer);
   if (!IsLinked() || IsLinkDescriptor(descriptor) ||
@@ -41,10 +42,10 @@ int FileCall(const char* name, int descriptor, const char* path, RealCall realCa
   if (answer.action == link::Action::kDone) {
     return Fail(answer.error);
   }
-  const int result = realCall();
+  const auto result = realCall();
   if (answer.handle != link::kNoHandle) {
     link::Answer ignored{};
-    const int error = result == 0 ? 0 : errno;
+    const int error = result < 0 ? errno : 0;
     AskBare({.op = link::Op::kFileCalled, .a = error}, ignored);
   }
   return result;

@@ -1,4 +1,4 @@
-// mkdir, rename, unlink, fsync, flock and their variants: events on ordinary files, if they are to be.
+// mkdir, rename, unlink, pwrite, fsync, flock and their variants: events on ordinary files, if they are to be.
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -65,6 +65,18 @@ int linkat(
     int fromDirectory, const char* from, int toDirectory, const char* to, int flags) noexcept {
   return FileCall("linkat", kNoDescriptor, to, [&] {
     return NEXT(linkat)(fromDirectory, from, toDirectory, to, flags);
+  });
+}
+
+ssize_t pwrite(int descriptor, const void* buffer, size_t count, off_t offset) {
+  return FileCall("pwrite", descriptor, nullptr, [&] {
+    return NEXT(pwrite)(descriptor, buffer, count, offset);
+  });
+}
+
+ssize_t pwrite64(int descriptor, const void* buffer, size_t count, off64_t offset) {
+  return FileCall("pwrite", descriptor, nullptr, [&] {
+    return NEXT(pwrite64)(descriptor, buffer, count, offset);
   });
 }
 
