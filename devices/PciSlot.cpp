@@ -28,8 +28,12 @@ bool IsWellFormed(std::string_view address) {
 
 }  // namespace
 
+std::string PciSlotAddressPath(unsigned slot) {
+  return "/sys/bus/pci/slots/" + std::to_string(slot) + "/address";
+}
+
 std::optional<std::string> ReadPciSlotAddress(unsigned slot) {
-  const std::string path = "/sys/bus/pci/slots/" + std::to_string(slot) + "/address";
+  const std::string path = PciSlotAddressPath(slot);
   const FileDescriptor file(::open(path.c_str(), O_RDONLY));
   if (!file.IsOpen()) {
     return std::nullopt;

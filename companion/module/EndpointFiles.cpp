@@ -23,7 +23,8 @@ bool IsCount(const std::string& text) {
 Endpoint EndpointFiles::Look() const {
   const std::optional<std::string> address = ReadPciSlotAddress(slot_);
   if (!address) {
-    return Endpoint::kUnknown;
+    return ReadSysfsText(PciSlotAddressPath(slot_)).error == ENOENT ? Endpoint::kNotListed
+                                                                    : Endpoint::kUnknown;
   }
   const SysfsText enable = ReadSysfsText(PciEndpointPath(*address) + "/enable");
   if (enable.error == ENOENT) {
@@ -40,7 +41,8 @@ Endpoint EndpointFiles::State() const {
   Endpoint before = Look();
   for (int look = 1; look < 2 * kTries; ++look) {
     const Endpoint now = Look();
-    if (now == before && (now != Endpoint::kUnknown || look >= kTries - 1)) {
+    const bool seen = now != Endpoint::kUnknown && now != Endpoint::kNotListed;
+    if (now == before && (seen || look >= kTries - 1)) {
       return now;
     }
     before = now;
@@ -61,8 +63,11 @@ bool EndpointFiles::Reach(Step step, Wanted isWanted) const {
 
 std::string EndpointFiles::EnumerateAgain() const {
   const Endpoint before = State();
-  if (before == Endpoint::kUnknown) {
+  if (before == Endpoint::kNotListed) {
     return EnumerateUnseen();
+  }
+  if (before == Endpoint::kUnknown) {
+    return "the PCIe endpoint cannot be looked at";
   }
   PEX8606BA pcieSwitch;
   if (before != Endpoint::kAbsent &&

@@ -12,7 +12,8 @@ class EndpointFiles {
   /// @param slot  number of the physical slot
   explicit EndpointFiles(unsigned slot) : slot_(slot) {}
 
-  /// @return what two looks in a row say; kUnknown when the slot is not found or cannot be read
+  /// @return what two looks in a row say, or three for kNotListed; kUnknown when what is found
+  ///         there cannot be read
   [[nodiscard]] Endpoint State() const;
 
   /// Removes the endpoint where it is there, scans its bus again and enables it, with the platform's

@@ -24,10 +24,18 @@ constexpr std::size_t kLeastTransferLimit = 512;
 /// At the slowest usual clock of 1 MHz such a message takes half a second: a stop is seen soon.
 constexpr std::size_t kLongestMessage = std::size_t{64} * 1024;
 
-/// How far a second reading of a message begins before it.
-constexpr std::size_t kShiftBytes = nor::kPageBytes;
+/// How far a second reading of uniform messages begins before them and ends behind them. What is
+/// known to be there shows that its messages were not lost.
+constexpr std::size_t kContextBytes = nor::kPageBytes;
+/// What a message that is lost on its way reads as.
+constexpr std::uint8_t kLost = 0x00;
 
 constexpr std::size_t kWitnessBytes = 16;
+
+/// How many readings of a block in a row must agree, the first of all included, and how often it is
+/// read again at most. One reading that goes wrong leaves three that agree.
+constexpr int kAgreeingReadings = 3;
+constexpr int kMostReadingsAgain = 5;
 
 std::size_t MessageBytes(std::size_t transferLimit) {
   if (transferLimit < kLeastTransferLimit) {
@@ -41,6 +49,8 @@ std::size_t MessageBytes(std::size_t transferLimit) {
 bool IsUniform(std::span<const std::uint8_t> bytes) {
   return std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0;
 }
+
+std::ptrdiff_t Offset(std::size_t bytes) { return static_cast<std::ptrdiff_t>(bytes); }
 
 std::size_t BlocksOf(std::size_t bytes) { return (bytes + kBlockBytes - 1) / kBlockBytes; }
 
@@ -86,9 +96,9 @@ FlashReader::Result FlashReader::Read(std::span<std::uint8_t> contents,
     MarkDifferences(contents, expected, differs);
     ReadUniformAgain(messages, contents, differs);
   }
-  const Result result = ReadAgain(contents, differs);
+  Result result = ReadAgain(contents, expected, differs);
   if (!result.unsteadyAddress) {
-    Witness(contents);
+    result.looksSilent = !Witness(contents);
   }
   return result;
 }
@@ -125,63 +135,98 @@ std::vector<FlashReader::Range> FlashReader::ReadRange(std::size_t address,
 void FlashReader::ReadUniformAgain(const std::vector<Range>& messages,
                                    std::span<const std::uint8_t> contents,
                                    std::vector<bool>& differs) {
-  std::vector<std::uint8_t> buffer(messageBytes_ + kShiftBytes);
-  for (const Range& message : messages) {
-    const std::span<const std::uint8_t> first = contents.subspan(message.address, message.bytes);
-    const auto firstBlock =
-        differs.begin() + static_cast<std::ptrdiff_t>(message.address / kBlockBytes);
-    const auto endBlock =
-        differs.begin() + static_cast<std::ptrdiff_t>(BlocksOf(message.address + message.bytes));
-    if (!IsUniform(first) || std::find(firstBlock, endBlock, false) == endBlock) {
-      continue;  // what differs is read again in any case
+  for (auto message = messages.begin(); message != messages.end();) {
+    const auto end = EndOfUniform(message, messages.end(), contents);
+    if (end == message) {
+      ++message;
+      continue;
     }
-    const std::size_t shift = std::min(message.address, kShiftBytes);
-    const auto second = std::span(buffer).first(shift + message.bytes);
-    ReadRange(message.address - shift, second, true);
-    if (std::memcmp(second.data() + shift, first.data(), first.size()) != 0) {
-      std::fill(firstBlock, endBlock, true);
+    const std::size_t begin = message->address - std::min(message->address, kContextBytes);
+    const std::size_t behind =
+        std::min((end - 1)->address + (end - 1)->bytes + kContextBytes, contents.size());
+    const Range run = {begin, behind - begin};
+    Confirm(run, true, contents, differs);
+    if (end - message > 1 && contents[message->address] == kLost) {
+      Confirm(run, false, contents, differs);
     }
+    message = end;
+  }
+}
+
+/// @return behind the messages from this one on that all read as the same byte; this one when it
+///         does not
+std::vector<FlashReader::Range>::const_iterator FlashReader::EndOfUniform(
+    std::vector<Range>::const_iterator message,
+    std::vector<Range>::const_iterator end,
+    std::span<const std::uint8_t> contents) {
+  const std::uint8_t value = contents[message->address];
+  return std::find_if_not(message, end, [&](const Range& next) {
+    const auto bytes = contents.subspan(next.address, next.bytes);
+    return bytes.front() == value && IsUniform(bytes);
+  });
+}
+
+/// Reads a range again and marks the blocks that read differently now.
+void FlashReader::Confirm(Range run,
+                          bool shifted,
+                          std::span<const std::uint8_t> contents,
+                          std::vector<bool>& differs) {
+  std::vector<std::uint8_t> again(run.bytes);
+  ReadRange(run.address, again, shifted);
+  for (std::size_t at = 0; at < run.bytes;) {
+    const std::size_t block = (run.address + at) / kBlockBytes;
+    const std::size_t bytes =
+        std::min((block + 1) * kBlockBytes - run.address - at, run.bytes - at);
+    if (std::memcmp(again.data() + at, contents.data() + run.address + at, bytes) != 0) {
+      differs[block] = true;
+    }
+    at += bytes;
   }
 }
 
 FlashReader::Result FlashReader::ReadAgain(std::span<std::uint8_t> contents,
+                                           std::span<const std::uint8_t> expected,
                                            const std::vector<bool>& differs) {
   Result result;
-  auto at = differs.begin();
-  while ((at = std::find(at, differs.end(), true)) != differs.end()) {
-    const auto end = std::find(at, differs.end(), false);
-    const std::size_t begin = static_cast<std::size_t>(at - differs.begin()) * kBlockBytes;
-    const std::size_t behind = static_cast<std::size_t>(end - differs.begin()) * kBlockBytes;
-    SettleRun(contents, {begin, std::min(behind, contents.size()) - begin}, result);
-    at = end;
+  for (std::size_t block = 0; block < differs.size(); ++block) {
+    if (!differs[block]) {
+      continue;
+    }
+    const std::size_t at = block * kBlockBytes;
+    const std::span<std::uint8_t> bytes =
+        contents.subspan(at, std::min(kBlockBytes, contents.size() - at));
+    ++result.blocksReadAgain;
+    if (!Settle(at, bytes)) {
+      result.unsteadyAddress = static_cast<std::uint32_t>(at);
+      return result;
+    }
+    if (!expected.empty() &&
+        !std::equal(bytes.begin(), bytes.end(), expected.begin() + Offset(at))) {
+      return result;  // one block is proof enough that the contents differ
+    }
   }
   return result;
 }
 
-/// Reads neighbouring blocks again twice.
-void FlashReader::SettleRun(std::span<std::uint8_t> contents, Range run, Result& result) {
-  const std::span<std::uint8_t> now = contents.subspan(run.address, run.bytes);
-  ReadRange(run.address, now, false);
-  std::vector<std::uint8_t> again(run.bytes);
-  ReadRange(run.address, again, true);
-  std::vector<bool> differs(BlocksOf(run.bytes));
-  MarkDifferences(now, again, differs);
-  const auto unsteady = std::find(differs.begin(), differs.end(), true);
-  if (unsteady != differs.end() && !result.unsteadyAddress) {
-    result.unsteadyAddress = static_cast<std::uint32_t>(
-        run.address + static_cast<std::size_t>(unsteady - differs.begin()) * kBlockBytes);
+bool FlashReader::Settle(std::size_t address, std::span<std::uint8_t> bytes) {
+  std::vector<std::uint8_t> now(bytes.size());
+  int agreeing = 1;
+  for (int again = 0; again < kMostReadingsAgain; ++again) {
+    ReadRange(address, now, again % 2 != 0);
+    agreeing = std::equal(now.begin(), now.end(), bytes.begin()) ? agreeing + 1 : 1;
+    std::copy(now.begin(), now.end(), bytes.begin());
+    if (agreeing == kAgreeingReadings) {
+      return true;
+    }
   }
-  result.blocksReadAgain += differs.size();
+  return false;
 }
 
-void FlashReader::Witness(std::span<const std::uint8_t> contents) {
+bool FlashReader::Witness(std::span<const std::uint8_t> contents) {
   const auto change = std::adjacent_find(contents.begin(), contents.end(), std::not_equal_to<>());
   if (change == contents.end()) {
     // The identification afterwards shows that the line can be low; zeros need a proof of their own.
-    if (contents.front() == 0 && !ReadsDifferentBytesElsewhere(contents.front())) {
-      throw StepFailed("the whole flash reads as zeros, as a line does that nobody drives");
-    }
-    return;
+    return contents.front() != 0 || ReadsDifferentBytesElsewhere(contents.front());
   }
   const auto at = static_cast<std::size_t>(change - contents.begin());
   const std::size_t begin = at - std::min(at, kWitnessBytes / 2);
@@ -191,7 +236,7 @@ void FlashReader::Witness(std::span<const std::uint8_t> contents) {
   for (int attempt = 0; attempt < kTries; ++attempt) {
     Message(begin, now);
     if (std::equal(now.begin(), now.end(), known.begin())) {
-      return;
+      return true;
     }
   }
   throw StepFailed("the flash no longer reads at address " + Hex(begin) + " as it did before");

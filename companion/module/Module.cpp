@@ -264,6 +264,7 @@ ModuleReading Module::Read(const ModuleNames& names,
         reader.Read(std::span(memory_->contents).first(length), expected);
     report.unsteadyAddress = result.unsteadyAddress;
     report.blocksReadAgain = result.blocksReadAgain;
+    report.looksSilent = result.looksSilent;
     if (chip.Identify().id != report.chip.id) {
       throw StepFailed("the flash chip's identification has changed while it was read");
     }
@@ -284,6 +285,7 @@ ModuleReading Module::Read(const ModuleNames& names,
                           memory_->contents.begin() + static_cast<std::ptrdiff_t>(length));
   reading.unsteadyAddress = report.unsteadyAddress;
   reading.blocksReadAgain = report.blocksReadAgain;
+  reading.looksSilent = report.looksSilent;
   reading.difference = Compare(reading.contents, expected);
   return reading;
 }

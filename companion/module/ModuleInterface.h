@@ -29,8 +29,9 @@ enum class DoneLine { kUnknown, kLow, kHigh };
 
 /// The PCIe endpoint of a pyx, as /sys/bus/pci shows it.
 enum class Endpoint {
-  kNone,     ///< the type has none
-  kUnknown,  ///< the slot is not found there, or cannot be read
+  kNone,       ///< the type has none
+  kNotListed,  ///< the slot is not found there
+  kUnknown,    ///< the slot is found there, and cannot be read
   kAbsent,
   kDisabled,
   kEnabled,
@@ -71,7 +72,8 @@ struct ModuleReading {
   std::optional<Difference> difference;          ///< from the expected bytes
   std::optional<std::uint32_t> unsteadyAddress;  ///< first block whose three readings differ
   std::size_t blocksReadAgain = 0;
-  Problem notGivenBack;  ///< what could not be given back, or looked at after it
+  bool looksSilent = false;  ///< zeros everywhere, as a line reads that nobody drives
+  Problem notGivenBack;      ///< what could not be given back, or looked at after it
 };
 
 /// What bringing the flash contents into use came to. A step that failed is named in `problem`.
@@ -96,7 +98,8 @@ class ModuleInterface {
   virtual Problem Find(ModuleNames& names) = 0;
 
   /// Reads the flash and the module's state. Changes nothing in the flash and its chip, and resets
-  /// no FPGA that runs. A 4 KiB block that differs from `expected` is read again twice.
+  /// no FPGA that runs. A 4 KiB block that differs from `expected` is read again twice, until one is
+  /// certain to differ.
   /// @param length    bytes from address 0, at most kFlashBytes
   /// @param expected  of `length` bytes; empty: read everything twice instead, and take the blocks
   ///                  that differ between both as those that differ

@@ -49,6 +49,7 @@ struct WorkerReport {
   Endpoint endpoint = Endpoint::kNone;
   std::optional<std::uint32_t> unsteadyAddress;
   std::size_t blocksReadAgain = 0;
+  bool looksSilent = false;
 };
 
 /// What a process shares with its workers.

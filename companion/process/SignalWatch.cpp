@@ -53,6 +53,7 @@ SignalWatch::SignalWatch() : descriptor_(OpenDescriptor(WatchedSignals())) {
   const sigset_t watched = WatchedSignals();
   ::sigprocmask(SIG_BLOCK, &watched, &formerMask_);
   Set(SIGPIPE, SIG_IGN, &formerPipe_);
+  Set(SIGXFSZ, SIG_IGN, &formerSizeLimit_);
   // Where it is ignored, the system forgets how a child has ended.
   Set(SIGCHLD, SIG_DFL, &formerChild_);
 }
@@ -61,6 +62,7 @@ SignalWatch::~SignalWatch() {
   onStop_ = nullptr;
   Read();
   ::sigaction(SIGPIPE, &formerPipe_, nullptr);
+  ::sigaction(SIGXFSZ, &formerSizeLimit_, nullptr);
   ::sigaction(SIGCHLD, &formerChild_, nullptr);
   ::sigprocmask(SIG_SETMASK, &formerMask_, nullptr);
 }
@@ -83,6 +85,7 @@ void SignalWatch::ResetInChild() {
     Set(signal, SIG_IGN, nullptr);
   }
   Set(SIGPIPE, SIG_IGN, nullptr);
+  Set(SIGXFSZ, SIG_IGN, nullptr);
   Set(SIGALRM, SIG_DFL, nullptr);
   Set(SIGCHLD, SIG_DFL, nullptr);
   sigset_t none;

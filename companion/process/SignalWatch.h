@@ -14,7 +14,8 @@ namespace companion {
 /// child is started.
 ///
 /// SIGINT, SIGTERM and SIGHUP are stop signals. One that was ignored when the object was made (nohup)
-/// stays ignored and is not counted. SIGPIPE is ignored: a write to a closed console fails instead.
+/// stays ignored and is not counted. SIGPIPE and SIGXFSZ are ignored: a write to a closed console, or
+/// beyond the limit of a file's size, fails instead.
 class SignalWatch {
  public:
   /// @param signal  SIGINT, SIGTERM or SIGHUP
@@ -41,8 +42,8 @@ class SignalWatch {
   /// @return how many stop signals have been read
   [[nodiscard]] int StopSignals() const { return stops_; }
 
-  /// For a child, between fork and exec or instead of exec: SIGINT, SIGTERM, SIGHUP and SIGPIPE are
-  /// ignored, also after exec; SIGALRM and SIGCHLD have their default action; none is blocked. Makes
+  /// For a child, between fork and exec or instead of exec: SIGINT, SIGTERM, SIGHUP, SIGPIPE and
+  /// SIGXFSZ are ignored, also after exec; SIGALRM and SIGCHLD have their default action; none is blocked. Makes
   /// only calls that are allowed after fork.
   static void ResetInChild();
 
@@ -52,6 +53,7 @@ class SignalWatch {
   int stops_ = 0;
   sigset_t formerMask_{};
   struct sigaction formerPipe_ {};
+  struct sigaction formerSizeLimit_ {};
   struct sigaction formerChild_ {};
 };
 

@@ -72,6 +72,8 @@ std::string_view NameOf(Endpoint endpoint) {
   switch (endpoint) {
     case Endpoint::kNone:
       return "none";
+    case Endpoint::kNotListed:
+      return "not-listed";
     case Endpoint::kUnknown:
       break;
     case Endpoint::kAbsent:

@@ -46,7 +46,7 @@ std::string TextOf(const ProgramRun& run) {
 
 /// Whether the endpoint is as it must be, or is not to be seen.
 bool MayBeEnabled(Endpoint endpoint) {
-  return endpoint == Endpoint::kNone || endpoint == Endpoint::kUnknown ||
+  return endpoint == Endpoint::kNone || endpoint == Endpoint::kNotListed ||
          endpoint == Endpoint::kEnabled;
 }
 

@@ -51,6 +51,8 @@ std::string Word(Endpoint endpoint) {
   switch (endpoint) {
     case Endpoint::kNone:
       return "";
+    case Endpoint::kNotListed:
+      return "not listed";
     case Endpoint::kUnknown:
       return "unknown";
     case Endpoint::kAbsent:

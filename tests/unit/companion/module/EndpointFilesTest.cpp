@@ -79,9 +79,20 @@ TEST_F(EndpointFilesTest, StateIsTheEnableCount) {
   EXPECT_EQ(endpoint_.State(), Endpoint::kAbsent);
 }
 
-TEST_F(EndpointFilesTest, SlotThatIsNotFoundIsUnknown) {
+TEST_F(EndpointFilesTest, SlotThatIsNotFoundIsNotListed) {
   kernel_.files.erase(kAddress);
+  EXPECT_EQ(endpoint_.State(), Endpoint::kNotListed);
+}
+
+TEST_F(EndpointFilesTest, SlotWhoseAddressIsNoneIsUnknown) {
+  kernel_.files[kAddress] = "nowhere\n";
   EXPECT_EQ(endpoint_.State(), Endpoint::kUnknown);
+}
+
+TEST_F(EndpointFilesTest, EndpointThatCannotBeLookedAtIsNotBelievedToBeEnabled) {
+  kernel_.files[kEnable] = "yes\n";
+  EXPECT_EQ(endpoint_.EnumerateAgain(), "the PCIe endpoint cannot be looked at");
+  EXPECT_TRUE(Calls().empty());
 }
 
 TEST_F(EndpointFilesTest, CountThatIsNoNumberIsUnknown) {

@@ -28,7 +28,7 @@ class SignalWatchTest : public testing::Test {
   ~SignalWatchTest() override { Reset(); }
 
   static void Reset() {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGALRM, SIGCHLD}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ, SIGALRM, SIGCHLD}) {
       ::signal(signal, SIG_DFL);
     }
     sigset_t none;
@@ -165,10 +165,12 @@ TEST_F(SignalWatchTest, EndRestoresWhatWasSetBefore) {
     const SignalWatch watch;
     EXPECT_TRUE(IsBlocked(SIGINT));
     EXPECT_EQ(Action(SIGPIPE), SIG_IGN);
+    EXPECT_EQ(Action(SIGXFSZ), SIG_IGN);
     EXPECT_EQ(Action(SIGCHLD), SIG_DFL);
   }
   EXPECT_FALSE(IsBlocked(SIGINT));
   EXPECT_EQ(Action(SIGPIPE), SIG_DFL);
+  EXPECT_EQ(Action(SIGXFSZ), SIG_DFL);
   EXPECT_EQ(Action(SIGCHLD), SIG_IGN);
 }
 
@@ -191,7 +193,7 @@ TEST_F(SignalWatchTest, WithoutADescriptorItCannotBeMade) {
 TEST_F(SignalWatchTest, ChildIgnoresStopSignalsAndAClosedConsole) {
   const SignalWatch watch;
   EXPECT_EQ(InChild([] {
-              for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+              for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) {
                 ::kill(::getpid(), signal);
               }
               return 7;

@@ -24,6 +24,7 @@ TEST(SummaryTest, WordsOfDoneEndpointFlashAndUse) {
   EXPECT_EQ(NameOf(DoneLine::kLow), "low");
   EXPECT_EQ(NameOf(DoneLine::kHigh), "high");
   EXPECT_EQ(NameOf(Endpoint::kNone), "none");
+  EXPECT_EQ(NameOf(Endpoint::kNotListed), "not-listed");
   EXPECT_EQ(NameOf(Endpoint::kUnknown), "unknown");
   EXPECT_EQ(NameOf(Endpoint::kAbsent), "absent");
   EXPECT_EQ(NameOf(Endpoint::kDisabled), "disabled");

@@ -257,6 +257,12 @@ INSTANTIATE_TEST_SUITE_P(
                           [](FakeWorld& world, bool&) { world.endpoint = Endpoint::kAbsent; }},
                     Doubt{"EndpointDisabled",
                           [](FakeWorld& world, bool&) { world.endpoint = Endpoint::kDisabled; }},
+                    Doubt{"EndpointNotListed",
+                          [](FakeWorld& world, bool&) {
+                            world.onRead = [](int, ModuleReading& reading) {
+                              reading.endpoint = Endpoint::kNotListed;
+                            };
+                          }},
                     Doubt{"EndpointUnknown",
                           [](FakeWorld& world, bool&) {
                             world.onRead = [](int, ModuleReading& reading) {
@@ -658,10 +664,16 @@ INSTANTIATE_TEST_SUITE_P(
                              "the module could not be given back: lines are driven"}),
     [](const auto& row) { return row.param.name; });
 
-TEST_F(UpdateSequenceTest, EndpointThatIsNotToBeSeenIsJudgedByTheOperations) {
+TEST_F(UpdateSequenceTest, EndpointOfASlotThatIsNotListedIsJudgedByTheOperations) {
+  Become("pyx2");
+  world_.onIntoUse = [](int, IntoUse& inUse) { inUse.endpoint = Endpoint::kNotListed; };
+  EXPECT_EQ(Update().exit, ExitCode::kDone);
+}
+
+TEST_F(UpdateSequenceTest, EndpointThatCannotBeReadIsNotInUse) {
   Become("pyx2");
   world_.onIntoUse = [](int, IntoUse& inUse) { inUse.endpoint = Endpoint::kUnknown; };
-  EXPECT_EQ(Update().exit, ExitCode::kDone);
+  EXPECT_EQ(Update().exit, ExitCode::kPowerCycle);
 }
 
 TEST_F(UpdateSequenceTest, DaxIsNotReset) {
