@@ -69,7 +69,10 @@ std::vector<std::uint8_t> PageThatDiffers(std::string_view target,
   if (HasBootHeader(target)) {
     // Neither is a text that stands for a missing date.
     const std::string date = "unfinished update";
-    return PageWithDate(DateIn(image) == date ? "unfinished update 2" : date);
+    if (DateIn(image) == date) {
+      return PageWithDate(date + " 2");
+    }
+    return PageWithDate(date);
   }
   constexpr std::uint32_t kFirstSecond = 0x08800000;  // 01/01/2000 00:00:00, not 0: that is none
   return PageWithStamp(StampIn(image) == kFirstSecond ? kFirstSecond + 1 : kFirstSecond);
@@ -78,10 +81,16 @@ std::vector<std::uint8_t> PageThatDiffers(std::string_view target,
 std::optional<std::string> StampText(std::string_view target, std::span<const std::uint8_t> bytes) {
   if (HasBootHeader(target)) {
     const std::string date = DateIn(bytes);
-    return date.empty() ? std::nullopt : std::optional(date);
+    if (date.empty()) {
+      return std::nullopt;
+    }
+    return date;
   }
   const std::optional<std::uint32_t> stamp = user_access::Find(bytes);
-  return stamp ? std::optional(user_access::Describe(*stamp)) : std::nullopt;
+  if (!stamp) {
+    return std::nullopt;
+  }
+  return user_access::Describe(*stamp);
 }
 
 }  // namespace companion

@@ -23,12 +23,13 @@ ExitCode Refuse(const ImageOptions& options,
                 std::ostream& err) {
   err << "tarnwickctl: " << why << std::endl;
   if (options.json) {
-    Write(out,
-          {{"command", "image"},
-           {"file", {{"path", options.path}}},
-           {"verdict", "refused"},
-           {"reason", why},
-           {"exit_code", static_cast<int>(ExitCode::kRefused)}});
+    nlohmann::json object;
+    object["command"] = "image";
+    object["file"]["path"] = options.path;
+    object["verdict"] = "refused";
+    object["reason"] = why;
+    object["exit_code"] = static_cast<int>(ExitCode::kRefused);
+    Write(out, object);
   }
   return ExitCode::kRefused;
 }
@@ -46,7 +47,10 @@ std::optional<std::vector<std::uint8_t>> ReadDump(const std::string& path, std::
     file.ReadUpTo(most.headBytes, bytes);
   }
   refusal = file.Refusal();
-  return refusal.empty() ? std::optional(std::move(bytes)) : std::nullopt;
+  if (!refusal.empty()) {
+    return std::nullopt;
+  }
+  return bytes;
 }
 
 }  // namespace

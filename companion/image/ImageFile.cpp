@@ -115,13 +115,17 @@ ImageReading ReadImageFile(const std::string& path) {
   const bool isWhole = bytes.size() <= (isGzip ? kLargestFileBytes : kFlashBytes);
   ImageFile image{.path = path};
   image.fileBytes = isWhole ? bytes.size() : std::max<std::uint64_t>(file.Size(), bytes.size());
-  image.fileSha256 = isWhole ? Sha256(bytes.data(), bytes.size()) : "";
+  if (isWhole) {
+    image.fileSha256 = Sha256(bytes.data(), bytes.size());
+  }
   if (isGzip) {
     TakeGzip(std::move(bytes), image);
   } else {
     TakePlain(std::move(bytes), image);
   }
-  image.sha256 = image.tooLarge ? "" : Sha256(image.bytes.data(), image.bytes.size());
+  if (!image.tooLarge) {
+    image.sha256 = Sha256(image.bytes.data(), image.bytes.size());
+  }
   image.gzipInGzip = isGzip && IsGzip(image.bytes);
   image.format = FormatIn(image.bytes);
   return {.image = std::move(image), .refusal = ""};

@@ -21,12 +21,12 @@ BuildPlaces PlacesOf(const ImageFile& image, std::string_view target) {
 TargetReport ReportFor(const ImageFile& image,
                        std::string_view target,
                        const std::optional<std::vector<std::uint8_t>>& dump) {
-  TargetReport report{.target = std::string(target),
-                      .unfit = UnfitReason(image, target, false),
-                      .overBlank = Predict(image, target, BlankHead(target)),
-                      .overSame = Predict(image, target, HeadThatHolds(image, target)),
-                      .overOther = Predict(image, target, HeadOfAnother(image, target)),
-                      .overDump = std::nullopt};
+  TargetReport report;
+  report.target = target;
+  report.unfit = UnfitReason(image, target, false);
+  report.overBlank = Predict(image, target, BlankHead(target));
+  report.overSame = Predict(image, target, HeadThatHolds(image, target));
+  report.overOther = Predict(image, target, HeadOfAnother(image, target));
   if (dump && dump->size() >= DumpedHeadBytes(target)) {
     report.overDump = Predict(image, target, *dump);
   }
@@ -53,7 +53,10 @@ std::optional<std::string> VerdictOf(const ImageReport& report,
   const bool isTaken = std::any_of(report.targets.begin(),
                                    report.targets.end(),
                                    [](const TargetReport& one) { return !one.unfit; });
-  return isTaken ? std::nullopt : std::optional(WhyNone(report));
+  if (isTaken) {
+    return std::nullopt;
+  }
+  return WhyNone(report);
 }
 
 std::string_view NameOf(Packing packing) {
@@ -75,7 +78,17 @@ std::string_view NameOf(Packing packing) {
 // --- Text ---------------------------------------------------------------------------------------
 
 std::string TextOf(const std::optional<std::string>& build) {
-  return build ? Quoted(*build) : "none";
+  if (!build) {
+    return "none";
+  }
+  return Quoted(*build);
+}
+
+std::string VerdictText(const std::optional<std::string>& unfit) {
+  if (!unfit) {
+    return "fit";
+  }
+  return "unfit: " + *unfit;
 }
 
 void AddBuild(std::ostream& text, const char* label, const BuildPlaces& places) {
@@ -90,7 +103,7 @@ void AddBuild(std::ostream& text, const char* label, const BuildPlaces& places) 
 }
 
 void AddTarget(std::ostream& text, const TargetReport& target) {
-  text << target.target << ": " << (target.unfit ? "unfit: " + *target.unfit : "fit") << '\n'
+  text << target.target << ": " << VerdictText(target.unfit) << '\n'
        << "  bare tarnwick over a blank flash: " << target.overBlank.text << '\n'
        << "  over one that holds this image: " << target.overSame.text << '\n'
        << "  over one with another stamp or date: " << target.overOther.text << '\n';
@@ -100,49 +113,65 @@ void AddTarget(std::ostream& text, const TargetReport& target) {
 }
 
 std::string SizeText(const ImageFile& image) {
-  const std::string bytes = std::to_string(image.bytes.size()) + " bytes";
-  return image.tooLarge ? "more than " + std::to_string(kFlashBytes) + " bytes" : bytes;
+  if (image.tooLarge) {
+    return "more than " + std::to_string(kFlashBytes) + " bytes";
+  }
+  return std::to_string(image.bytes.size()) + " bytes";
 }
 
 // --- JSON ---------------------------------------------------------------------------------------
 
-nlohmann::json JsonOf(const std::optional<std::string>& text) {
-  return text ? nlohmann::json(*text) : nlohmann::json(nullptr);
+// Objects are put together key by key: in a nested list of initialisers a list of two texts would be
+// taken for a key and its value.
+
+template <typename Value>
+nlohmann::json JsonOf(const std::optional<Value>& value) {
+  if (!value) {
+    return nullptr;
+  }
+  return *value;
 }
 
 nlohmann::json HashJson(const std::string& hash) {
-  return hash.empty() ? nlohmann::json(nullptr) : nlohmann::json(hash);
-}
-
-template <typename Number>
-nlohmann::json NumberJson(const std::optional<Number>& number) {
-  return number ? nlohmann::json(*number) : nlohmann::json(nullptr);
+  if (hash.empty()) {
+    return nullptr;
+  }
+  return hash;
 }
 
 nlohmann::json BuildJson(const BuildPlaces& places) {
-  return {{"in_file", JsonOf(places.inFile)},
-          {"in_image", JsonOf(places.inImage)},
-          {"in_head", JsonOf(places.inHead)}};
+  nlohmann::json object;
+  object["in_file"] = JsonOf(places.inFile);
+  object["in_image"] = JsonOf(places.inImage);
+  object["in_head"] = JsonOf(places.inHead);
+  return object;
 }
 
 nlohmann::json PredictionJson(const Prediction& prediction) {
-  const bool ends =
-      prediction.end == Prediction::End::kExit || prediction.end == Prediction::End::kException;
-  return {{"exit_code", ends ? nlohmann::json(prediction.exitCode) : nlohmann::json(nullptr)},
-          {"endless", prediction.end == Prediction::End::kNever},
-          {"text", prediction.text}};
+  nlohmann::json object;
+  object["exit_code"] = nullptr;
+  if (prediction.end == Prediction::End::kExit || prediction.end == Prediction::End::kException) {
+    object["exit_code"] = prediction.exitCode;
+  }
+  object["endless"] = prediction.end == Prediction::End::kNever;
+  object["text"] = prediction.text;
+  return object;
 }
 
 nlohmann::json TargetJson(const TargetReport& target) {
-  return {{"target", target.target},
-          {"fit", !target.unfit},
-          {"reason", JsonOf(target.unfit)},
-          {"tarnwick",
-           {{"over_blank", PredictionJson(target.overBlank)},
-            {"over_same", PredictionJson(target.overSame)},
-            {"over_other", PredictionJson(target.overOther)},
-            {"over_dump",
-             target.overDump ? PredictionJson(*target.overDump) : nlohmann::json(nullptr)}}}};
+  nlohmann::json object;
+  object["target"] = target.target;
+  object["fit"] = !target.unfit;
+  object["reason"] = JsonOf(target.unfit);
+  nlohmann::json& tarnwick = object["tarnwick"];
+  tarnwick["over_blank"] = PredictionJson(target.overBlank);
+  tarnwick["over_same"] = PredictionJson(target.overSame);
+  tarnwick["over_other"] = PredictionJson(target.overOther);
+  tarnwick["over_dump"] = nullptr;
+  if (target.overDump) {
+    tarnwick["over_dump"] = PredictionJson(*target.overDump);
+  }
+  return object;
 }
 
 const char* PackingJson(Packing packing) {
@@ -193,9 +222,9 @@ ImageReport Examine(ImageFile image,
 std::string ImageText(const ImageReport& report) {
   const ImageFile& image = report.image;
   std::ostringstream text;
+  const std::string hash = image.fileSha256.empty() ? "not read whole" : image.fileSha256;
   text << "file: " << Quoted(image.path) << ", a regular file of " << image.fileBytes << " bytes\n"
-       << "SHA-256 of the file: "
-       << (image.fileSha256.empty() ? "not read whole" : image.fileSha256) << '\n'
+       << "SHA-256 of the file: " << hash << '\n'
        << "packing: " << NameOf(image.packing);
   if (image.packingEnd) {
     text << ", at byte " << *image.packingEnd;
@@ -214,7 +243,7 @@ std::string ImageText(const ImageReport& report) {
   for (const TargetReport& target : report.targets) {
     AddTarget(text, target);
   }
-  text << (report.unfit ? "unfit: " + *report.unfit : "fit") << '\n';
+  text << VerdictText(report.unfit) << '\n';
   return text.str();
 }
 
@@ -224,26 +253,28 @@ nlohmann::json ImageJson(const ImageReport& report) {
   for (const TargetReport& target : report.targets) {
     targets.push_back(TargetJson(target));
   }
-  return {{"command", "image"},
-          {"file",
-           {{"path", image.path},
-            {"bytes", image.fileBytes},
-            {"sha256", HashJson(image.fileSha256)},
-            {"packing", PackingJson(image.packing)},
-            {"packing_end", NumberJson(image.packingEnd)}}},
-          {"image",
-           {{"bytes", image.bytes.size()},
-            {"sha256", HashJson(image.sha256)},
-            {"too_large", image.tooLarge},
-            {"gzip_in_gzip", image.gzipInGzip},
-            {"format", FormatJson(image.format)},
-            {"synchronisation_word", NumberJson(report.synchronisationWord)}}},
-          {"build_date", BuildJson(report.buildDate)},
-          {"time_stamp", BuildJson(report.timeStamp)},
-          {"targets", targets},
-          {"verdict", report.unfit ? "unfit" : "fit"},
-          {"reason", JsonOf(report.unfit)},
-          {"exit_code", report.unfit ? 1 : 0}};
+  nlohmann::json object;
+  object["command"] = "image";
+  nlohmann::json& file = object["file"];
+  file["path"] = image.path;
+  file["bytes"] = image.fileBytes;
+  file["sha256"] = HashJson(image.fileSha256);
+  file["packing"] = PackingJson(image.packing);
+  file["packing_end"] = JsonOf(image.packingEnd);
+  nlohmann::json& contents = object["image"];
+  contents["bytes"] = image.bytes.size();
+  contents["sha256"] = HashJson(image.sha256);
+  contents["too_large"] = image.tooLarge;
+  contents["gzip_in_gzip"] = image.gzipInGzip;
+  contents["format"] = FormatJson(image.format);
+  contents["synchronisation_word"] = JsonOf(report.synchronisationWord);
+  object["build_date"] = BuildJson(report.buildDate);
+  object["time_stamp"] = BuildJson(report.timeStamp);
+  object["targets"] = targets;
+  object["verdict"] = report.unfit ? "unfit" : "fit";
+  object["reason"] = JsonOf(report.unfit);
+  object["exit_code"] = report.unfit ? 1 : 0;
+  return object;
 }
 
 }  // namespace companion
