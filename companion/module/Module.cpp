@@ -120,7 +120,8 @@ void Module::Stop() { memory_->stop = true; }
 
 unsigned Module::LimitSeconds(std::size_t bytes) {
   const unsigned hertz = std::max(SpiClockMHz(), 1U) * kHzPerMHz;
-  return kLimitSeconds + static_cast<unsigned>(kMostReadings * kBitsPerByte * bytes / hertz);
+  return kLimitSeconds +
+         static_cast<unsigned>(std::size_t{kMostReadings} * kBitsPerByte * bytes / hertz);
 }
 
 Problem Module::Run(const Conditions& conditions,
@@ -185,7 +186,7 @@ Problem Module::Restore(const ModulePlace& place, bool releasesReset) {
         [&](const WorkerSide& side) {
           const Interruption interruption(memory_->stop, side);
           ModuleAccess access(place, interruption);
-          access.OpenExpander();
+          access.AddressExpander(memory_->resting);
           if (releasesReset) {
             access.AssumeReset();
           }
@@ -209,17 +210,16 @@ Problem Module::Restore(const ModulePlace& place, bool releasesReset) {
 
 Problem Module::Find(ModuleNames& names) {
   names = {};
-  const Problem problem =
-      Run({.limitSeconds = kLimitSeconds}, [&](const Interruption& /*interruption*/) {
-        WorkerReport& report = memory_->report;
-        try {
-          FindNames(target_, slot_, report);
-          report.succeeded = true;
-          report.ended = true;
-        } catch (const std::exception& failed) {  // the platform's clients throw, too
-          report.problem.Set(failed.what());
-        }
-      });
+  Problem problem = Run({.limitSeconds = kLimitSeconds}, [&](const Interruption& /*interruption*/) {
+    WorkerReport& report = memory_->report;
+    try {
+      FindNames(target_, slot_, report);
+      report.succeeded = true;
+      report.ended = true;
+    } catch (const std::exception& failed) {  // the platform's clients throw, too
+      report.problem.Set(failed.what());
+    }
+  });
   const WorkerReport& report = memory_->report;
   if (!problem) {
     names = {.populated = report.populated,

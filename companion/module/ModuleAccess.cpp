@@ -27,10 +27,14 @@ ModuleAccess::ModuleAccess(const ModulePlace& place, const Interruption& interru
 
 ModuleAccess::~ModuleAccess() { GiveBack(); }
 
-void ModuleAccess::OpenExpander() {
-  if (!HasExpander()) {
-    return;
+void ModuleAccess::AddressExpander(std::optional<std::uint16_t>& resting) {
+  if (HasExpander()) {
+    OpenExpander();
+    FindResting(resting);
   }
+}
+
+void ModuleAccess::OpenExpander() {
   for (int attempt = 0; attempt < kTries; ++attempt) {
     if (i2c_.open(static_cast<std::uint8_t>(ExpanderAddress(*module_.lines, place_.slot))) >= 0) {
       return;
@@ -54,9 +58,8 @@ void ModuleAccess::FindResting(std::optional<std::uint16_t>& resting) {
 }
 
 void ModuleAccess::ConnectLines(std::optional<std::uint16_t>& resting) {
+  AddressExpander(resting);
   if (HasExpander()) {
-    OpenExpander();
-    FindResting(resting);
     // The levels that an earlier run has left may hold the FPGA in reset, and a lost write would
     // leave them when the lines become outputs. So the levels are set, and looked at, before.
     const ExpanderRegisters registers(i2c_);
@@ -232,7 +235,9 @@ DoneLine ModuleAccess::DoneAfter() {
   DoneLine done = DoneLine::kUnknown;
   try {
     for (int attempt = 0; attempt < kTries && done == DoneLine::kUnknown; ++attempt) {
-      OpenExpander();
+      if (HasExpander()) {
+        OpenExpander();
+      }
       done = watch.Now();
     }
   } catch (const StepFailed&) {

@@ -54,8 +54,9 @@ class ModuleAccess {
   /// Has GiveBack() release a reset that another process may have left.
   void AssumeReset() { inReset_ = true; }
 
-  /// Addresses the expander, where there is one, for GiveBack() alone.
-  void OpenExpander();
+  /// Addresses the expander, where there is one, for GiveBack() without ConnectLines().
+  /// @param resting  as ConnectLines() has it
+  void AddressExpander(std::optional<std::uint16_t>& resting);
 
   /// Releases what was taken. Also for a module that another process has left taken.
   void GiveBack();
@@ -71,6 +72,7 @@ class ModuleAccess {
 
  private:
   [[nodiscard]] bool HasExpander() const { return module_.lines != nullptr; }
+  void OpenExpander();
   void FindResting(std::optional<std::uint16_t>& resting);
   /// @param pattern  what the lines are driven to, or held at by the board
   /// @param driven   the lines that are driven
