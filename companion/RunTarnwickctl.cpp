@@ -62,7 +62,7 @@ struct Workplace {
   /// Runs a sequence to its end, and lets signals reach it.
   template <typename Sequence>
   auto Run(Sequence& sequence) {
-    watch.OnStop([&](int /*signal*/, int /*count*/) { sequence.Signalled(); });
+    watch.OnStop([&](int signal, int /*count*/) { sequence.Signalled(signal); });
     auto result = sequence.Run();
     watch.OnStop({});
     return result;

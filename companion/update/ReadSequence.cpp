@@ -13,7 +13,7 @@ ReadSequence::ReadSequence(ReadRequest request, Services services, OutputService
   read_.file = request_.file;
 }
 
-void ReadSequence::Signalled() { StopReading(); }
+void ReadSequence::Signalled(int signal) { StopReading(signal); }
 
 ReadResult ReadSequence::Run() {
   const std::chrono::milliseconds begin = services_.now();

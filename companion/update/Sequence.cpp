@@ -1,5 +1,7 @@
 #include "companion/update/Sequence.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -60,6 +62,11 @@ std::string WhyNotAName(std::string_view name) {
     return "contains a control character";
   }
   return "";
+}
+
+std::string NameOfSignal(int signal) {
+  const char* const name = ::sigabbrev_np(signal);
+  return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
 }
 
 std::string HexAddress(std::uint32_t address) {
@@ -154,10 +161,10 @@ std::string Sequence::GiveBackAgain(const Problem& before) {
   return after.text;
 }
 
-void Sequence::StopReading() {
+void Sequence::StopReading(int signal) {
   ++signals_;
   if (signals_ == 1) {
-    Note("stopped by a signal: the module is given back");
+    Note("stopped by " + NameOfSignal(signal) + ": the module is given back");
     services_.module.Stop();
   }
 }

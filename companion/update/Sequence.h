@@ -65,7 +65,7 @@ class Sequence {
   std::string GiveBackAgain(const Problem& before);
 
   /// For `read` and `verify`: the signal ends what runs.
-  void StopReading();
+  void StopReading(int signal);
 
   /// For `read` and `verify`.
   /// @return how the command ends when a signal has asked for it; nothing: go on
@@ -94,6 +94,10 @@ std::string WhyUnfit(std::string_view target, const std::string& why);
 
 /// @return why a name of a device from the bus is not used; empty when it can be
 std::string WhyNotAName(std::string_view name);
+
+/// @param signal  its number
+/// @return "SIGINT"
+std::string NameOfSignal(int signal);
 
 /// @return "0x01a300"
 std::string HexAddress(std::uint32_t address);

@@ -65,20 +65,19 @@ UpdateSequence::UpdateSequence(UpdateRequest request,
   update_.image = FactsOf(request_.image, request_.target);
 }
 
-void UpdateSequence::Signalled() {
+void UpdateSequence::Signalled(int signal) {
   ++signals_;
   if (signals_ > 2) {
     return;
   }
   if (signals_ == 2) {
-    Note("stopped by a second signal: what runs is ended, and the module given back");
+    Note("stopped by " + NameOfSignal(signal) + ": what runs is ended, and the module given back");
     program_.Kill();
     services_.module.Stop();
     return;
   }
-  Note(
-      "a signal asks to stop: what has begun is brought to its end; a second signal ends it at "
-      "once");
+  Note(NameOfSignal(signal) +
+       " asks to stop: what has begun is brought to its end; a second signal ends it at once");
 }
 
 UpdateResult UpdateSequence::Run() {
@@ -116,8 +115,9 @@ std::optional<Ending> UpdateSequence::Preflight() {
   if (const std::string why = program_.Check(); !why.empty()) {
     return Ending{ExitCode::kRefused, "Refused: " + why + ". Name tarnwick with --program."};
   }
+  // After one signal the flash is still read: it may hold the image.
   services_.fetchSignals();
-  if (signals_ > 0) {
+  if (MustEndNow()) {
     return Stopped();
   }
   return std::nullopt;

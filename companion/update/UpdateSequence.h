@@ -41,7 +41,8 @@ class UpdateSequence : private Sequence {
 
   /// One more signal asks the command to stop. May be called in every callback of the services and
   /// while an operation runs. The first lets the attempt come to its end, the second ends it.
-  void Signalled();
+  /// @param signal  its number
+  void Signalled(int signal);
 
  private:
   /// Everything, step by step. Each step returns how the command ends there; nothing: go on.

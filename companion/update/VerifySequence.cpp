@@ -13,7 +13,7 @@ VerifySequence::VerifySequence(VerifyRequest request, Services services)
   verify_.image = FactsOf(request_.image, request_.target);
 }
 
-void VerifySequence::Signalled() { StopReading(); }
+void VerifySequence::Signalled(int signal) { StopReading(signal); }
 
 VerifyResult VerifySequence::Run() {
   const std::chrono::milliseconds begin = services_.now();

@@ -26,7 +26,8 @@ class VerifySequence : private Sequence {
 
   /// A signal asks the command to stop. May be called in every callback of the services and while
   /// an operation runs.
-  void Signalled();
+  /// @param signal  its number
+  void Signalled(int signal);
 
  private:
   Ending RunSteps();

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <string>
 
@@ -20,7 +21,7 @@ class ReadSequenceTest : public testing::Test {
                                  stored_.assign(contents.begin(), contents.end());
                                  return storeProblem_;
                                }});
-    world_.signalled = [&] { sequence.Signalled(); };
+    world_.signalled = [&] { sequence.Signalled(SIGTERM); };
     return sequence.Run();
   }
 
@@ -114,7 +115,7 @@ TEST_F(ReadSequenceTest, FirstSignalInTheReadingStopsIt) {
   EXPECT_EQ(result.exit, ExitCode::kStopped);
   EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was not changed.");
   EXPECT_EQ(world_.stops, 1);
-  EXPECT_EQ(world_.said, Calls{"stopped by a signal: the module is given back"});
+  EXPECT_EQ(world_.said, Calls{"stopped by SIGTERM: the module is given back"});
   EXPECT_EQ(stored_, Bytes{});
 }
 

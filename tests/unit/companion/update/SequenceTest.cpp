@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <string>
 
@@ -24,6 +25,11 @@ TEST(SequenceTest, HostileNamesAreRefused) {
   EXPECT_EQ(WhyNotAName("i2c\n4"), "contains a control character");
   EXPECT_EQ(WhyNotAName("i2c\x7f"), "contains a control character");
   EXPECT_EQ(WhyNotAName(std::string("i2c\0", 4)), "contains a control character");
+}
+
+TEST(SequenceTest, SignalsHaveTheirNames) {
+  EXPECT_EQ(NameOfSignal(SIGHUP), "SIGHUP");
+  EXPECT_EQ(NameOfSignal(9999), "signal 9999");
 }
 
 TEST(SequenceTest, DifferenceIsOneLine) {

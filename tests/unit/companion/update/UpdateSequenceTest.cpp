@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <optional>
 #include <stdexcept>
@@ -40,7 +41,7 @@ class UpdateSequenceTest : public testing::Test {
     request.force = force_;
     UpdateSequence sequence(
         std::move(request), world_.AsServices(), world_, [this] { return world_.transferLimit; });
-    world_.signalled = [&] { sequence.Signalled(); };
+    world_.signalled = [&] { sequence.Signalled(SIGTERM); };
     return sequence.Run();
   }
 
@@ -766,23 +767,26 @@ TEST_F(UpdateSequenceTest, ChipThatCannotBeLockedIsSaid) {
 // --- 9: signals ---------------------------------------------------------------------------------
 
 constexpr const char* kFirst =
-    "a signal asks to stop: what has begun is brought to its end; a second signal ends it at once";
-constexpr const char* kSecond =
-    "stopped by a second signal: what runs is ended, and the module given back";
+    "SIGTERM asks to stop: what has begun is brought to its end; a second signal ends it at once";
+constexpr const char* kSecond = "stopped by SIGTERM: what runs is ended, and the module given back";
 
-TEST_F(UpdateSequenceTest, SignalInThePreflightEndsItThere) {
+TEST_F(UpdateSequenceTest, FirstSignalInThePreflightStillHasTheFlashRead) {
   SignalIn("find", 1);
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kStopped);
-  EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was not changed.");
-  EXPECT_EQ(world_.calls, (Calls{"find", "check tarnwick"}));
+  EXPECT_EQ(result.verdict,
+            "Stopped by a signal. The flash was not changed; it does not hold the image.");
+  EXPECT_EQ(world_.calls, Together({kBegin, kRead, kEnd}));
   EXPECT_EQ(world_.said, Calls{kFirst});
+  HoldImage();
+  EXPECT_EQ(Update().inUse, InUse::kFoundSo);
 }
 
 TEST_F(UpdateSequenceTest, SecondSignalBeforeTheLockTouchesNoModule) {
   SignalIn("find", 2);
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was not changed.");
   EXPECT_EQ(world_.calls, (Calls{"find", "check tarnwick"}));
 }
 

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <string>
 
@@ -14,7 +15,7 @@ class VerifySequenceTest : public testing::Test {
     const ImageFile image = world_.AsImageFile();
     VerifySequence sequence({.target = "wend", .slot = 1, .image = image, .waitSeconds = 5},
                             world_.AsServices());
-    world_.signalled = [&] { sequence.Signalled(); };
+    world_.signalled = [&] { sequence.Signalled(SIGTERM); };
     return sequence.Run();
   }
 
