@@ -150,6 +150,25 @@ TEST(JudgeTest, VerifyThatChangesTheFlashIsBroken) {
   EXPECT_EQ(made.Broken(), Rules{"verify changes the flash"});
 }
 
+TEST(JudgeTest, UpdateInsideAVerifyThatHasNotTakenTheLockMayChangeTheFlash) {
+  Case made("steps=v@1[u]");
+  made.record.steps = {Good("0.0"), Good("0"), Good("final")};
+  made.record.steps[1].what = 'v';
+  EXPECT_EQ(made.Broken(), Rules());
+  made.record.steps[0].isSame = true;
+  EXPECT_EQ(made.Broken(), Rules{"verify changes the flash"});
+}
+
+TEST(JudgeTest, UnfitImageMayBeCompared) {
+  Case made("a=short:1000 steps=v");
+  made.Step().what = 'v';
+  made.Step().isSame = true;
+  made.Final().what = 'U';
+  EXPECT_EQ(made.Broken(), Rules());
+  made.Step().isHolding = false;
+  EXPECT_EQ(made.Broken(), Rules{"equal over a flash that differs"});
+}
+
 TEST(JudgeTest, DiffersOverAnEqualFlashNeedsAFault) {
   Case made("steps=v");
   made.Step().what = 'v';
@@ -247,6 +266,20 @@ TEST(JudgeTest, ModuleIsGivenBackUnlessItsAccessFails) {
   }
 }
 
+TEST(JudgeTest, StoppedRunNeedNotGiveBackWhatItHasNotTaken) {
+  Case made("steps=t,u");
+  made.record.steps = {Good("0"), Good("1"), Good("final")};
+  const std::string driven = "done=1 driven=0x0080 pcie=enabled selector=SPILVDS loaded=current";
+  made.record.steps[0].what = 't';
+  made.record.steps[1].code = 5;
+  made.record.steps[1].state = driven;
+  EXPECT_EQ(made.Broken(), Rules{"does not give the module back"});
+  made.record.steps[0].state = driven;
+  EXPECT_EQ(made.Broken(), Rules());
+  made.record.steps[1].code = 1;
+  EXPECT_EQ(made.Broken(), Rules{"does not give the module back"});
+}
+
 TEST(JudgeTest, LastUpdateSucceeds) {
   Case made;
   made.Final().code = 1;
@@ -263,6 +296,16 @@ TEST(JudgeTest, LastUpdateLeavesNothingWhateverWasWrongBefore) {
   made.Final().files = "lock,work";
   made.Final().state = "done=1 driven=0x0080 pcie=enabled selector=SPILVDS loaded=current";
   EXPECT_EQ(made.Broken(), (Rules{"leaves files", "does not give the module back"}));
+}
+
+TEST(JudgeTest, LinesOfOthersCanBeDrivenAfterAFaultOfTheExpander) {
+  Case made;
+  made.Final().state = "done=1 driven=0x1220 pcie=enabled selector=SPILVDS loaded=current";
+  EXPECT_EQ(made.Broken(), Rules{"does not give the module back"});
+  made.world.faults = {"i2c:r#1+:lost"};
+  EXPECT_EQ(made.Broken(), Rules());
+  made.Final().state = "done=1 driven=0x1224 pcie=enabled selector=SPILVDS loaded=current";
+  EXPECT_EQ(made.Broken(), Rules{"does not give the module back"});
 }
 
 TEST(JudgeTest, LastUpdateNeedsAPowerCycleOnlyWhereNothingElseHelps) {
