@@ -321,7 +321,8 @@ class Driver {
   }
 
   void Make(const Step& step, const std::string& name) {  // NOLINT(misc-no-recursion)
-    Observation seen{.step = name, .what = step.what, .files = "", .state = ""};
+    Observation seen{
+        .step = name, .what = step.what, .before = FilesOfState(), .files = "", .state = ""};
     const Bytes before = control_.Contents("flash", slot_, kLookedAtBytes);
     const long longest =
         std::tolower(step.what) == 't' ? kLongestBareRunSeconds : kLongestUpdateSeconds;
@@ -432,14 +433,20 @@ class Driver {
     seen.isLoaded =
         (loaded == "current" && seen.isHolding) ||
         (loaded == "other" && control_.Contents("loaded", slot_, image.size()) == image);
+    seen.files = FilesOfState();
+  }
+
+  static std::string FilesOfState() {
     std::error_code ignored;
     std::set<std::string> names;
     for (const auto& entry : fs::directory_iterator(kStateFolder, ignored)) {
       names.insert(entry.path().filename());
     }
+    std::string files;
     for (const std::string& file : names) {
-      seen.files += (seen.files.empty() ? "" : ",") + file;
+      files += (files.empty() ? "" : ",") + file;
     }
+    return files;
   }
 
   const Drive& drive_;

@@ -54,6 +54,16 @@ bool HasBareRunInside(const Step& step) {
   });
 }
 
+/// @param files  with ',' between them
+std::set<std::string> Names(const std::string& files) {
+  std::istringstream stream(files);
+  std::set<std::string> names;
+  for (std::string name; std::getline(stream, name, ',');) {
+    names.insert(name);
+  }
+  return names;
+}
+
 /// Whether no programmer has a module any more.
 bool AreLinesReleased(const std::string& state) {
   const auto isAt = [&](const char* name, const std::string& rest) {
@@ -158,7 +168,7 @@ class StepJudge {
     Expect(seen_.left == 0, "leaves processes");
     const bool areFilesSafe =
         isFinal_ || AreFaultsOf(world_, {"spi", "i2c", "ioctl", "dbus", "sleep"});
-    Expect(!areFilesSafe || seen_.code == kLocked || HasOnlyKnownFiles(), "leaves files");
+    Expect(!areFilesSafe || HasOnlyKnownFiles(), "leaves files");
     const bool areLinesSafe =
         isFinal_ || (world_.keys.empty() && AreFaultsOf(world_, {"spi", "sleep"}));
     // One that is stopped, or cannot reach the module, may not have come so far.
@@ -169,16 +179,20 @@ class StepJudge {
            "does not give the module back");
   }
 
+  /// Whether a file is left that was not there before, or that an update has to take away.
   [[nodiscard]] bool HasOnlyKnownFiles() const {
-    std::istringstream names(seen_.files);
-    for (std::string name; std::getline(names, name, ',');) {
+    const std::set<std::string> before = Names(seen_.before);
+    const std::set<std::string> after = Names(seen_.files);
+    return std::all_of(after.begin(), after.end(), [&](const std::string& name) {
       const bool isMark = name == "slot-" + std::to_string(SlotOf(world_)) + ".unfinished";
       const bool canBeMarked = seen_.code != kDone || kind_ == 'v';
-      if (name != "lock" && !(isMark && canBeMarked)) {
-        return false;
-      }
-    }
-    return true;
+      // One that is refused or stopped early has not got as far as to remove what a killed one has
+      // left, or what is that of one at work.
+      const bool canBeOld =
+          seen_.code == kRefused || seen_.code == kLocked || seen_.code == kStopped;
+      const bool isOld = canBeOld && before.count(name) != 0;
+      return name == "lock" || (isMark && canBeMarked) || isOld;
+    });
   }
 
   [[nodiscard]] bool IsGivenBack() const {

@@ -16,6 +16,7 @@ std::string Print(const Observation& seen) {
   line << seen.step << ' ' << seen.what << " code=" << seen.code << " cut=" << seen.isCut
        << " hangs=" << seen.hangs << " holds=" << seen.isHolding << " loads=" << seen.isLoaded
        << " same=" << seen.isSame << " left=" << seen.left
+       << " before=" << (seen.before.empty() ? kNoFiles : seen.before)
        << " files=" << (seen.files.empty() ? kNoFiles : seen.files) << " state " << seen.state;
   return line.str();
 }
@@ -37,10 +38,12 @@ Observation ParseObservation(const std::string& line) {
   seen.isLoaded = flag("loads");
   seen.isSame = flag("same");
   seen.left = static_cast<unsigned>(std::stoul(ValueIn(head, "left")));
-  seen.files = ValueIn(head, "files");
-  if (seen.files == kNoFiles) {
-    seen.files.clear();
-  }
+  const auto names = [&head](const char* name) {
+    std::string value = ValueIn(head, name);
+    return value == kNoFiles ? "" : value;
+  };
+  seen.before = names("before");
+  seen.files = names("files");
   constexpr std::size_t kWordBytes = 7;
   seen.state = line.substr(state + kWordBytes);
   return seen;

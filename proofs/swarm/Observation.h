@@ -17,7 +17,8 @@ struct Observation {
   bool isLoaded = false;   ///< the FPGA has loaded the step's image
   bool isSame = false;     ///< the flash holds what it held before the step
   unsigned left = 0;       ///< processes of its session, when its first one had ended
-  std::string files;       ///< the names in the folder of --state, with ',' between them
+  std::string before;      ///< the names in the folder of --state before it, with ',' between them
+  std::string files;       ///< the same after it
   std::string state;       ///< of the module, as the instrument tells it
 
   bool operator==(const Observation&) const = default;

@@ -137,6 +137,7 @@ class Maker {
     std::vector<std::string> words = {ORVANE_SIM,
                                       "--fast",
                                       "--allow-unhit",
+                                      "--file-events",
                                       "--clock-step",
                                       "500",
                                       "--control",

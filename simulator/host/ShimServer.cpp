@@ -162,7 +162,8 @@ void ShimServer::RemoveEnded() {
 }
 
 bool ShimServer::Holds(Client& client, link::Op op, LinkReply& reply) {
-  const bool isCall = op != link::Op::kOpened && op != link::Op::kWritten && op != link::Op::kSync;
+  const bool isCall = op != link::Op::kOpened && op != link::Op::kWritten &&
+                      op != link::Op::kFileCalled && op != link::Op::kSync;
   if (!isCall || callsToHold_ == 0 || --callsToHold_ > 0) {
     return false;
   }

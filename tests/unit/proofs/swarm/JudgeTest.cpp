@@ -21,6 +21,7 @@ Observation Good(const std::string& step = "0") {
           .code = 0,
           .isHolding = true,
           .isLoaded = true,
+          .before = "",
           .files = "lock",
           .state = kRest};
 }
@@ -50,10 +51,10 @@ TEST(JudgeTest, DetailsShowWhatWasSeen) {
   Case made;
   made.Step().isHolding = false;
   EXPECT_EQ(ViolationsOf(made.world, made.record),
-            (std::vector<Violation>{
-                {"0 over a flash without the image",
-                 "step 0 u code=0 cut=0 hangs=0 holds=0 loads=1 same=0 left=0 files=lock state " +
-                     std::string(kRest)}}));
+            (std::vector<Violation>{{"0 over a flash without the image",
+                                     "step 0 u code=0 cut=0 hangs=0 holds=0 loads=1 same=0 left=0 "
+                                     "before=- files=lock state " +
+                                         std::string(kRest)}}));
 }
 
 TEST(JudgeTest, ZeroWithoutTheImageInUseIsBroken) {
@@ -131,7 +132,8 @@ TEST(JudgeTest, UpdateInsideABareRunIsJudged) {
 
 TEST(JudgeTest, BareRunIsNotJudged) {
   Case made("steps=t");
-  made.Step() = {.step = "0", .what = 't', .code = -6, .hangs = true, .files = "", .state = ""};
+  made.Step() = {
+      .step = "0", .what = 't', .code = -6, .hangs = true, .before = "", .files = "", .state = ""};
   EXPECT_EQ(made.Broken(), Rules());
 }
 
@@ -249,6 +251,19 @@ TEST(JudgeTest, MarkIsLeftOnlyByAnUpdateThatHasNotSucceeded) {
   EXPECT_EQ(made.Broken(), Rules{"leaves files"});
 }
 
+TEST(JudgeTest, StoppedRunNeedNotRemoveWhatAnotherOneHasLeft) {
+  for (const int code : {2, 4, 5}) {
+    Case made;
+    made.Step().code = code;
+    made.Step().isSame = true;
+    made.Step().before = "lock,work";
+    made.Step().files = "lock,work";
+    EXPECT_EQ(made.Broken(), Rules()) << code;
+    made.Step().before = "lock";
+    EXPECT_EQ(made.Broken(), Rules{"leaves files"}) << code;
+  }
+}
+
 TEST(JudgeTest, ModuleIsGivenBackUnlessItsAccessFails) {
   for (const char* const state :
        {"done=1 driven=0x0080 pcie=enabled selector=SPILVDS loaded=current",
@@ -339,15 +354,18 @@ TEST(ObservationTest, EveryFieldIsPrintedAndRead) {
                          .isLoaded = true,
                          .isSame = true,
                          .left = 3,
+                         .before = "lock",
                          .files = "lock,work",
                          .state = "done=1 loaded=none"};
-  EXPECT_EQ(Print(seen),
-            "2.1 V code=-9 cut=1 hangs=1 holds=1 loads=1 same=1 left=3 files=lock,work state "
-            "done=1 loaded=none");
+  EXPECT_EQ(
+      Print(seen),
+      "2.1 V code=-9 cut=1 hangs=1 holds=1 loads=1 same=1 left=3 before=lock files=lock,work state "
+      "done=1 loaded=none");
   EXPECT_EQ(ParseObservation(Print(seen)), seen);
   EXPECT_EQ(ParseObservation(Print(Good())), Good());
-  EXPECT_EQ(ParseObservation(Print(Observation{.step = "0", .files = "", .state = ""})),
-            (Observation{.step = "0", .files = "", .state = ""}));
+  EXPECT_EQ(
+      ParseObservation(Print(Observation{.step = "0", .before = "", .files = "", .state = ""})),
+      (Observation{.step = "0", .before = "", .files = "", .state = ""}));
 }
 
 TEST(ObservationTest, OtherTextIsRefused) {
