@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -72,9 +71,8 @@ void Carry(const GuardedScenario& scenario,
   }
 }
 
-std::vector<Job> CutsWith(const GuardedScenario& scenario) {
-  const auto base = std::make_shared<const GuardedBase>(BaseOf(scenario));
-  std::vector<Job> jobs = {Undisturbed(scenario, base)};
+std::vector<Job> CutsWith(const GuardedScenario& scenario, const Base& base) {
+  std::vector<Job> jobs;
   for (const Event& event : base->events) {
     for (const Cut& cut : {kProcess, kAll, kPower}) {
       jobs.emplace_back(

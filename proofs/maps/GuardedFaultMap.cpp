@@ -1,7 +1,6 @@
 // Updates every kind of module by `tarnwickctl` with every fault that each event can have.
 
 #include <iostream>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,8 +22,7 @@ void Carry(const GuardedScenario& scenario,
   run.violations = ViolationsOfFault(scenario, base, fault, seen);
 }
 
-std::vector<Job> FaultsWith(const GuardedScenario& scenario) {
-  const auto base = std::make_shared<const GuardedBase>(BaseOf(scenario));
+std::vector<Job> FaultsWith(const GuardedScenario& scenario, const Base& base) {
   std::vector<Job> jobs;
   const auto add = [&](const std::vector<MappedFault>& faults) {
     for (const MappedFault& fault : faults) {
@@ -32,7 +30,6 @@ std::vector<Job> FaultsWith(const GuardedScenario& scenario) {
           [scenario, base, fault](MapRun& run) { Carry(scenario, *base, fault, run); });
     }
   };
-  jobs.push_back(Undisturbed(scenario, base));
   add(StuckLines(scenario.module));
   for (const Event& event : base->events) {
     add(FaultsOf(event));

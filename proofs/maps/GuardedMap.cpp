@@ -9,6 +9,25 @@ namespace {
 
 constexpr std::size_t kSampleOfOtherStarts = 12;
 
+std::vector<Job> WithViolationsOf(const GuardedScenario& scenario,
+                                  const Base& base,
+                                  std::vector<Job> jobs) {
+  std::vector<std::string> broken = ViolationsOfFault(scenario, *base, {}, base->undisturbed);
+  if (broken.empty()) {
+    return jobs;
+  }
+  for (std::string& violation : broken) {
+    violation = "without a fault: " + violation;
+  }
+  for (Job& job : jobs) {
+    job = [job = std::move(job), broken](MapRun& run) {
+      job(run);
+      run.violations.insert(run.violations.end(), broken.begin(), broken.end());
+    };
+  }
+  return jobs;
+}
+
 }  // namespace
 
 std::vector<std::string> FaultOf(const GuardedScenario& scenario,
@@ -18,19 +37,16 @@ std::vector<std::string> FaultOf(const GuardedScenario& scenario,
   return {scenario.module.target, scenario.module.chip, scenario.start, step, event, what};
 }
 
-Job Undisturbed(const GuardedScenario& scenario, std::shared_ptr<const GuardedBase> base) {
-  return [scenario, base = std::move(base)](MapRun& run) {
-    run.fault = FaultOf(scenario, "all along", "none", "nothing");
-    run.outcome = OutcomeOf(*base, base->undisturbed);
-    run.violations = ViolationsOfFault(scenario, *base, {}, base->undisturbed);
-  };
-}
-
-std::vector<Part> GuardedParts(std::vector<Job> (*jobsOf)(const GuardedScenario& scenario)) {
+std::vector<Part> GuardedParts(std::vector<Job> (*jobsOf)(const GuardedScenario& scenario,
+                                                          const Base& base)) {
   std::vector<Part> parts;
   const auto add = [&](const std::vector<GuardedScenario>& scenarios, std::size_t every) {
     for (const GuardedScenario& scenario : scenarios) {
-      parts.push_back({[scenario, jobsOf] { return jobsOf(scenario); }, every});
+      parts.push_back({[scenario, jobsOf] {
+                         const auto base = std::make_shared<const GuardedBase>(BaseOf(scenario));
+                         return WithViolationsOf(scenario, base, jobsOf(scenario, base));
+                       },
+                       every});
     }
   };
   add(OlderImages(), 1);

@@ -18,11 +18,12 @@ std::vector<std::string> FaultOf(const GuardedScenario& scenario,
                                  const std::string& event,
                                  const std::string& what);
 
-/// The update in which nothing goes wrong. It has been made already.
-Job Undisturbed(const GuardedScenario& scenario, std::shared_ptr<const GuardedBase> base);
+using Base = std::shared_ptr<const GuardedBase>;
 
-/// The runs of a map: all of them for an older image, a sample of them for every other start.
+/// The runs of a map: all of them for an older image, a sample of them for every other start. The rules
+/// that an update without a fault breaks are noted in each run.
 /// @param jobsOf  finds those of one scenario
-std::vector<Part> GuardedParts(std::vector<Job> (*jobsOf)(const GuardedScenario& scenario));
+std::vector<Part> GuardedParts(std::vector<Job> (*jobsOf)(const GuardedScenario& scenario,
+                                                          const Base& base));
 
 }  // namespace maps

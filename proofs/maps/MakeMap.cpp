@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <mutex>
 #include <ostream>
 #include <set>
 #include <sstream>
@@ -100,14 +101,26 @@ void OnAllCores(std::size_t count, One one) {
   }
 }
 
-std::vector<MapRun> Make(const std::vector<Job>& jobs) {
+void ShowViolations(const MapRun& run, std::ostream& err) {
+  const std::string how = run.how.empty() ? "" : " (" + run.how + ")";
+  for (const std::string& violation : run.violations) {
+    err << Joined(run.fault, ", ") << how << ": " << violation << std::endl;
+  }
+}
+
+/// @param err  gets the violations as they are found: a map takes long
+std::vector<MapRun> Make(const std::vector<Job>& jobs, std::ostream& err) {
   std::vector<MapRun> runs(jobs.size());
+  std::mutex errLock;
   OnAllCores(jobs.size(), [&](std::size_t number) {
+    MapRun& run = runs[number];
     try {
-      jobs[number](runs[number]);
+      jobs[number](run);
     } catch (const std::exception& error) {
-      runs[number].violations.emplace_back(error.what());
+      run.violations.emplace_back(error.what());
     }
+    const std::lock_guard lock(errLock);
+    ShowViolations(run, err);
   });
   return runs;
 }
@@ -144,19 +157,6 @@ std::vector<Job> JobsOf(const std::vector<Part>& parts, std::size_t everyPart) {
     std::move(jobs[i].begin(), jobs[i].end(), std::back_inserter(all));
   }
   return all;
-}
-
-/// @return the number of runs that broke a rule
-std::size_t ShowViolations(const std::vector<MapRun>& runs, std::ostream& err) {
-  std::size_t count = 0;
-  for (const MapRun& run : runs) {
-    for (const std::string& violation : run.violations) {
-      err << Joined(run.fault, ", ") << (run.how.empty() ? "" : " (" + run.how + ")") << ": "
-          << violation << "\n";
-    }
-    count += run.violations.empty() ? 0 : 1;
-  }
-  return count;
 }
 
 /// @return the number of runs that are not in the data of a file
@@ -211,8 +211,9 @@ int Carry(const Options& options, const Map& map, std::ostream& err) {
     jobs.push_back(all[i]);
   }
   err << jobs.size() << " of " << all.size() << " runs\n";
-  const std::vector<MapRun> runs = Make(jobs);
-  std::size_t bad = ShowViolations(runs, err);
+  const std::vector<MapRun> runs = Make(jobs, err);
+  auto bad = static_cast<std::size_t>(std::count_if(
+      runs.begin(), runs.end(), [](const MapRun& run) { return !run.violations.empty(); }));
   if (!options.write.empty() && bad == 0) {
     Write(options.write, DataOf(map.titles, runs));
   }
