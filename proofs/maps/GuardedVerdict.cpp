@@ -69,6 +69,22 @@ Excused ExcusedBy(const MappedFault& fault) {
           .protection = noLines || hits("spi") || (fault.lasts && Contains(fault.keys, "busy"))};
 }
 
+/// Whether a lockable chip is protected whole, counted from address 0, and any other chip not at all.
+bool IsProtectedAsItShould(const GuardedScenario& scenario, const std::string& state) {
+  constexpr unsigned kBottom = 0x08;  // in the configuration register
+  constexpr int kHex = 16;
+  const std::string name = "registers=";
+  const std::size_t at = state.find(name);
+  if (at == std::string::npos) {
+    return false;
+  }
+  const std::string status = state.substr(at + name.size(), 2);
+  const unsigned long configuration =
+      std::stoul(state.substr(at + name.size() + 3, 2), nullptr, kHex);
+  return scenario.module.chip == "macronix" ? status == "24" && (configuration & kBottom) != 0
+                                            : status == "00";
+}
+
 /// Nothing is left of an update that has ended by itself.
 void CheckLeft(const GuardedScenario& scenario,
                const GuardedRun& run,
@@ -85,8 +101,7 @@ void CheckLeft(const GuardedScenario& scenario,
                     "the selector is not on SPILVDS: " + run.state);
   violations.Expect(!Contains(run.state, "qspi_prg=") || Contains(run.state, "qspi_prg=0"),
                     "qspi_prg is not 0: " + run.state);
-  const std::string locked = scenario.module.chip == "macronix" ? "24:0f" : "00:00";
-  violations.Expect(excused.protection || Contains(run.state, "registers=" + locked),
+  violations.Expect(excused.protection || IsProtectedAsItShould(scenario, run.state),
                     "the chip is not protected as it should be: " + run.state);
 }
 

@@ -130,6 +130,19 @@ TEST(GuardedVerdictTest, LockableChipIsLocked) {
   EXPECT_EQ(Violations(run, {.rules = {"spi#7:EIO"}}), unlocked);
 }
 
+TEST(GuardedVerdictTest, LockedIsTheWholeChipFromAddressZero) {
+  GuardedRun run = Good();
+  const std::string before = "done=1 driven=0x0000 pcie=enabled selector=SPILVDS registers=";
+  for (const std::string registers : {"24:0f", "24:cf", "24:08"}) {
+    run.state = before + registers + " loaded=current";
+    EXPECT_EQ(Violations(run), Lines()) << registers;
+  }
+  for (const std::string registers : {"24:07", "00:0f", "20:0f"}) {
+    run.state = before + registers + " loaded=current";
+    EXPECT_EQ(Violations(run).size(), 1U) << registers;
+  }
+}
+
 TEST(GuardedVerdictTest, RunThatDoesNotEndIsNoted) {
   GuardedRun run = Good();
   run.updates.clear();
