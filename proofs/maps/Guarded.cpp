@@ -49,12 +49,17 @@ GuardedScenario Plain(const Scenario& module, const std::string& start) {
           .start = start,
           .registers = IsLockable(module) ? kLocked : kMicronRegisters,
           .prelude = "",
-          .rules = {}};
+          .rules = {},
+          .shown = start == kBlank ? "loaded=none" : "loaded=current"};
 }
 
-GuardedScenario After(const Scenario& module, const std::string& start, std::string prelude) {
+GuardedScenario After(const Scenario& module,
+                      const std::string& start,
+                      std::string prelude,
+                      const std::string& shown) {
   GuardedScenario scenario = Plain(module, start);
   scenario.prelude = std::move(prelude);
+  scenario.shown = shown;
   return scenario;
 }
 
@@ -62,42 +67,56 @@ GuardedScenario After(const Scenario& module, const std::string& start, std::str
 GuardedScenario AfterCut(const Scenario& module,
                          const std::string& start,
                          const std::string& image,
-                         std::vector<std::string> rules) {
-  GuardedScenario scenario = After(module, start, UpdateCommand(module, "../" + image));
+                         std::vector<std::string> rules,
+                         const std::string& shown) {
+  GuardedScenario scenario = After(module, start, UpdateCommand(module, "../" + image), shown);
   scenario.rules = std::move(rules);
   return scenario;
 }
 
 GuardedScenario InReset(const Scenario& module) {
   if (module.target == "wend") {
-    return After(module, kInReset, "printf 0 >/sys/platform_m1/zynq_hw_reset_n/value");
+    return After(
+        module, kInReset, "printf 0 >/sys/platform_m1/zynq_hw_reset_n/value", "loaded=none");
   }
   if (module.target == "dax") {
     // A DONE that cannot be read counts as low: the FPGA is reset and given no flash to load from.
-    return AfterCut(module, kInReset, "image.bin", {"i2c:w 00#1:ENXIO", "spi:RDID#1:kill"});
+    return AfterCut(
+        module, kInReset, "image.bin", {"i2c:w 00#1:ENXIO", "spi:RDID#1:kill"}, "loaded=none");
   }
   const std::string inReset = module.target == "pyx1" ? "sleep:10 ms#1" : "sleep:5 s#1";
-  return AfterCut(module, kInReset, "other.bin", {inReset + ":kill"});
+  return AfterCut(module, kInReset, "other.bin", {inReset + ":kill"}, "loaded=none");
+}
+
+/// How the instrument describes a module whose flash is routed to the controller.
+std::string LinesOf(const Scenario& module) {
+  if (module.target == "wend") {
+    return "qspi_prg=1";
+  }
+  return module.target == "pyx2" ? "driven=0x0204" : "driven=0xec9f";
 }
 
 GuardedScenario ChipBusy(const Scenario& module) {
   // The first status read after the erase of a sector: a lockable chip's status is read three times
   // before it.
   const std::string afterErase = IsLockable(module) ? "spi:RDSR#4" : "spi:RDSR#1";
-  return AfterCut(module, "chip busy", "image.bin", {afterErase + ":kill"});
+  return AfterCut(module, "chip busy", "image.bin", {afterErase + ":kill"}, "loaded=other");
 }
 
 GuardedScenario EndpointGone(const Scenario& module) {
   const std::string slot = "/sys/bus/pci/slots/" + std::to_string(module.slot);
   return After(module,
                "endpoint gone",
-               "read -r pci <" + slot + "/address; printf 1 >/sys/bus/pci/devices/$pci.0/remove");
+               "read -r pci <" + slot + "/address; printf 1 >/sys/bus/pci/devices/$pci.0/remove",
+               "pcie=absent");
 }
 
 GuardedScenario SelectorOnSpiFifo(const Scenario& module) {
   const std::string selector = module.slot == 4 ? "slotA" : "slotB";
-  return After(
-      module, "selector on SPIFIFO", "printf SPIFIFO >/sys/platform/module_selector/" + selector);
+  return After(module,
+               "selector on SPIFIFO",
+               "printf SPIFIFO >/sys/platform/module_selector/" + selector,
+               "selector=SPIFIFO");
 }
 
 std::vector<GuardedScenario> OtherStartsOf(const Scenario& module) {
@@ -109,7 +128,7 @@ std::vector<GuardedScenario> OtherStartsOf(const Scenario& module) {
       Plain(module, kBlank),
       Plain(unstamped, kUnstamped),
       InReset(module),
-      AfterCut(module, "lines driven", "image.bin", {"spi:SE#1:kill"}),
+      AfterCut(module, "lines driven", "image.bin", {"spi:SE#1:kill"}, LinesOf(module)),
       ChipBusy(module)};
   if (IsPyx(module)) {
     starts.push_back(EndpointGone(module));
@@ -118,6 +137,7 @@ std::vector<GuardedScenario> OtherStartsOf(const Scenario& module) {
   if (IsLockable(module)) {
     starts.push_back(Plain(module, "chip unlocked"));
     starts.back().registers = kUnlocked;
+    starts.back().shown = std::string("registers=") + kUnlocked;
   }
   return starts;
 }

@@ -15,6 +15,7 @@ struct GuardedScenario {
   std::string registers;  ///< of its chip, a key of the module: "24:0f"
   std::string prelude;    ///< a shell command on the instrument that brings the module there, or ""
   std::vector<std::string> rules;  ///< for events of the prelude
+  std::string shown;  ///< how the instrument describes the module then, a part of it: "pcie=absent"
 };
 
 /// A module that holds an older image and needs nothing else, for every target with every chip.

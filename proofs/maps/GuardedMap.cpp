@@ -13,6 +13,9 @@ std::vector<Job> WithViolationsOf(const GuardedScenario& scenario,
                                   const Base& base,
                                   std::vector<Job> jobs) {
   std::vector<std::string> broken = ViolationsOfFault(scenario, *base, {}, base->undisturbed);
+  if (base->state.find(scenario.shown) == std::string::npos) {
+    broken.push_back("the module is not '" + scenario.start + "': " + base->state);
+  }
   if (broken.empty()) {
     return jobs;
   }
