@@ -244,12 +244,11 @@ std::optional<Ending> UpdateSequence::JudgeFlash() {
   return std::nullopt;
 }
 
-/// A module of another type can answer at the same address. A mark says that an update of this type
-/// had begun there.
+/// A module of another type can answer at the same address. A mark does not overrule that: it outlives
+/// an update whose image never came into use, and the module can have been exchanged since.
 std::optional<Ending> UpdateSequence::CheckFormatThere() {
   const ImageFormat there = FormatIn(reading_.contents);
-  if (request_.force || isMarked_ || there == ImageFormat::kNeither ||
-      there == FormatOf(request_.target)) {
+  if (request_.force || there == ImageFormat::kNeither || there == FormatOf(request_.target)) {
     return std::nullopt;
   }
   return Ending{ExitCode::kRefused,

@@ -334,8 +334,16 @@ TEST_F(UpdateSequenceTest, ForceOverrulesTheFormatInTheFlash) {
   EXPECT_EQ(Update().exit, ExitCode::kDone);
 }
 
-TEST_F(UpdateSequenceTest, UnfinishedUpdateIsFinishedWhateverItsFlashHolds) {
+TEST_F(UpdateSequenceTest, MarkDoesNotOverruleTheFormatInTheFlash) {
   world_.flash[4] = 'S';
+  world_.marked = true;
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kRefused);
+  EXPECT_EQ(world_.calls, Together({kBegin, kRead, kEnd}));
+}
+
+TEST_F(UpdateSequenceTest, UnfinishedUpdateIsFinished) {
+  world_.flash[4] = 0xFF;
   world_.marked = true;
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kDone);
