@@ -138,6 +138,8 @@ ImageFormat FormatIn(std::span<const std::uint8_t> bytes) {
   return SynchronisationWordIn(bytes) ? ImageFormat::kBitstream : ImageFormat::kNeither;
 }
 
+std::size_t FormatBytes() { return kSynchronisationSearchBytes; }
+
 std::optional<std::size_t> SynchronisationWordIn(std::span<const std::uint8_t> bytes) {
   const auto searched = bytes.first(std::min(bytes.size(), kSynchronisationSearchBytes));
   const auto found = std::search(

@@ -62,6 +62,9 @@ ImageReading ReadImageFile(const std::string& path);
 /// @return the format of an image, or of what a flash holds from address 0 on
 ImageFormat FormatIn(std::span<const std::uint8_t> bytes);
 
+/// @return how many bytes from address 0 on show the format of any contents
+std::size_t FormatBytes();
+
 /// @return the offset of the first synchronisation word within the first 4096 bytes, where an FPGA
 ///         expects it; nothing when there is none
 std::optional<std::size_t> SynchronisationWordIn(std::span<const std::uint8_t> bytes);

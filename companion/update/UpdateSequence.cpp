@@ -247,8 +247,14 @@ std::optional<Ending> UpdateSequence::JudgeFlash() {
 /// A module of another type can answer at the same address. A mark does not overrule that: it outlives
 /// an update whose image never came into use, and the module can have been exchanged since.
 std::optional<Ending> UpdateSequence::CheckFormatThere() {
+  if (request_.force) {
+    return std::nullopt;
+  }
+  if (!ReadHead()) {
+    return HeadNotCertain();
+  }
   const ImageFormat there = FormatIn(reading_.contents);
-  if (request_.force || there == ImageFormat::kNeither || there == FormatOf(request_.target)) {
+  if (there == ImageFormat::kNeither || there == FormatOf(request_.target)) {
     return std::nullopt;
   }
   return Ending{ExitCode::kRefused,
@@ -274,18 +280,25 @@ std::optional<Ending> UpdateSequence::SetMark() {
   return std::nullopt;
 }
 
-/// The flash from address 0 on, as much as `tarnwick` dumps.
-/// @return empty when it cannot be read for certain
-std::vector<std::uint8_t> UpdateSequence::HeadAsRead() {
-  const std::size_t headBytes = DumpedHeadBytes(request_.target);
+/// Has the last reading's contents reach as far as `tarnwick` dumps, and as shows their format, where
+/// the image is shorter.
+/// @return false when they cannot be read for certain
+bool UpdateSequence::ReadHead() {
+  const std::size_t headBytes = std::max(DumpedHeadBytes(request_.target), FormatBytes());
   if (reading_.contents.size() >= headBytes) {
-    return reading_.contents;
+    return true;
   }
   ModuleReading head = Read(headBytes, {});
   if (!WhyUncertain(head).empty() || head.contents.size() < headBytes) {
-    return {};
+    return false;
   }
-  return std::move(head.contents);
+  reading_.contents = std::move(head.contents);
+  return true;
+}
+
+Ending UpdateSequence::HeadNotCertain() {
+  return {ExitCode::kUnreachable,
+          "The start of the flash cannot be read for certain. It was not changed."};
 }
 
 /// `tarnwick` takes its decision from its own dump. When that goes wrong, the reading after it shows
@@ -317,22 +330,18 @@ bool UpdateSequence::MakeHeadDiffer() {
 
 /// @return how the command ends when nothing could be begun; nothing: the flash is to be read
 std::optional<Ending> UpdateSequence::WriteOnce() {
-  const std::vector<std::uint8_t> head = HeadAsRead();
+  const bool isHeadRead = ReadHead();
   services_.fetchSignals();
   if (MustEndNow() || (signals_ > 0 && !update_.written)) {
     return Stopped();
   }
-  if (head.empty()) {
-    if (!update_.written) {
-      return Ending{ExitCode::kUnreachable,
-                    "The start of the flash cannot be read for certain. It was not changed."};
-    }
-    return std::nullopt;
+  if (!isHeadRead) {
+    return update_.written ? std::nullopt : std::optional(HeadNotCertain());
   }
   if (auto end = SetMark()) {
     return end;
   }
-  if (WouldWrite(head) || MakeHeadDiffer()) {
+  if (WouldWrite(reading_.contents) || MakeHeadDiffer()) {
     RunProgram();
   }
   return std::nullopt;

@@ -59,7 +59,8 @@ class UpdateSequence : private Sequence {
   std::optional<Ending> WriteOnce();
   bool MakeHeadDiffer();
   bool WouldWrite(std::span<const std::uint8_t> head);
-  std::vector<std::uint8_t> HeadAsRead();
+  bool ReadHead();
+  static Ending HeadNotCertain();
   void RunProgram();
   std::string CauseOf(const ModuleReading& reading);
 
@@ -86,7 +87,7 @@ class UpdateSequence : private Sequence {
   std::function<std::string()> checkTransferLimit_;
   UpdateResult update_;
   bool isAlone_ = false;   ///< has the lock
-  ModuleReading reading_;  ///< the last one of the image's length
+  ModuleReading reading_;  ///< the last one of the image's length; its contents can be longer
   DoneLine doneAtStart_ = DoneLine::kUnknown;
   bool isMarked_ = false;                          ///< by this run or an earlier one
   std::optional<std::uint32_t> pageThatDiffered_;  ///< after the write before

@@ -215,6 +215,7 @@ TEST(ImageFormatTest, SynchronisationWordBehindTheFirst4096BytesTellsNothing) {
   images::Put(bytes, 4093, Bytes{0xAA, 0x99, 0x55, 0x66});
   EXPECT_EQ(FormatIn(bytes), ImageFormat::kNeither);
   EXPECT_EQ(SynchronisationWordIn(bytes), std::nullopt);
+  EXPECT_EQ(FormatBytes(), 4096U);
 }
 
 TEST(ImageFormatTest, BootImageThatHoldsASynchronisationWordIsABootImage) {

@@ -19,6 +19,7 @@ namespace companion {
 namespace {
 
 constexpr std::size_t kStampBytes = 4;
+constexpr std::size_t kBootHeaderBytes = 16;
 constexpr std::size_t kPage = 256;
 
 }  // namespace
@@ -48,10 +49,13 @@ std::optional<std::string> StampText(std::string_view /*target*/,
 
 ImageFormat FormatIn(std::span<const std::uint8_t> bytes) {
   const std::uint8_t letter = bytes.size() > kStampBytes ? bytes[kStampBytes] : std::uint8_t{0};
-  return letter == 'B'   ? ImageFormat::kBootImage
-         : letter == 'S' ? ImageFormat::kBitstream
-                         : ImageFormat::kNeither;
+  const bool hasHeader = bytes.size() >= kBootHeaderBytes;
+  return letter == 'B' && hasHeader ? ImageFormat::kBootImage
+         : letter == 'S'            ? ImageFormat::kBitstream
+                                    : ImageFormat::kNeither;
 }
+
+std::size_t FormatBytes() { return 2 * kPage; }
 
 ImageFormat FormatOf(std::string_view target) {
   return target == "wend" || target == "pyx2" ? ImageFormat::kBootImage : ImageFormat::kBitstream;

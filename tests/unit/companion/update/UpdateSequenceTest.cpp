@@ -328,6 +328,20 @@ TEST_F(UpdateSequenceTest, FlashWithAnImageOfAnotherFormatIsRefused) {
   EXPECT_EQ(world_.calls, Together({kBegin, kRead, kEnd}));
 }
 
+TEST_F(UpdateSequenceTest, FormatInTheFlashIsSeenUnderAnImageThatIsShorterThanItsHeader) {
+  Become("pyx1");
+  world_.image = Contents("new1S", 8, 0x22);
+  world_.flash[4] = 'B';
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kRefused);
+  EXPECT_EQ(result.verdict,
+            "Refused: the flash now holds a boot image, and a pyx1 takes a bitstream. Check TARGET "
+            "and MODULE; --force overrules this.");
+  EXPECT_EQ(world_.calls[4], "read 8");
+  EXPECT_EQ(world_.calls[5], "read 512");
+  EXPECT_EQ(world_.calls[6], "remove work folder");
+}
+
 TEST_F(UpdateSequenceTest, ForceOverrulesTheFormatInTheFlash) {
   world_.flash[4] = 'S';
   force_ = true;
@@ -441,13 +455,15 @@ TEST_F(UpdateSequenceTest, HeadOfAShortImageIsReadByItself) {
 TEST_F(UpdateSequenceTest, HeadThatCannotBeReadBeforeAnythingIsWrittenIsUnreachable) {
   world_.image = Contents("new1B", 300, 0x22);
   world_.onRead = [](int n, ModuleReading& reading) {
-    reading.problem.text = n == 1 ? "no answer" : "";
+    reading.problem.text = n % 2 == 1 ? "no answer" : "";
   };
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kUnreachable);
   EXPECT_EQ(result.verdict,
             "The start of the flash cannot be read for certain. It was not changed.");
   EXPECT_FALSE(world_.marked);
+  force_ = true;
+  EXPECT_EQ(Update().exit, ExitCode::kUnreachable);
 }
 
 TEST_F(UpdateSequenceTest, HeadThatCannotBeReadLaterCostsAnAttempt) {
