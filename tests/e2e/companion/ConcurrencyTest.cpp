@@ -215,7 +215,7 @@ TEST_F(ConcurrencyTest, KilledCompanionLeavesTheLockToItsTarnwickWhichStillWrite
 }
 
 TEST_F(ConcurrencyTest, OrphanThatHangsIsEndedByItsTimeLimit) {
-  PutGate(bench_, "read -r never <\"$folder/open\"");
+  PutGate(bench_, WaitForEver());
   const Ended ended =
       bench_.Run(Script(MakeGate(),
                         InBackground("first", bench_.Update("--timeout 1")),

@@ -5,8 +5,14 @@ namespace companion_test {
 void PutGate(Bench& bench, const std::string& atGate) {
   bench.BeforeTarnwick(
       "if mkdir \"$folder/passed\" 2>/dev/null; then\n"
-      "  echo >\"$folder/arrived\"; read -r go <\"$folder/open\"\n" +
+      "  echo >\"$folder/arrived\"; read -r go <>\"$folder/open\"\n" +
       atGate + "\nfi");
+}
+
+// The instrument holds signals back while a program opens a file, so nothing waits there: "<>" is
+// open at once, and the wait is in the reading.
+std::string WaitForEver() {
+  return "mkfifo \"$folder/never\" 2>/dev/null; read -r line <>\"$folder/never\"";
 }
 
 std::string MakeGate() { return "mkfifo ../arrived ../open"; }

@@ -12,6 +12,9 @@ namespace companion_test {
 /// @param atGate  commands of the script that becomes `tarnwick`, once the gate is open
 void PutGate(Bench& bench, const std::string& atGate = "");
 
+/// Commands of that script that never end.
+std::string WaitForEver();
+
 /// Makes the pipes of the gate; the first command of a script.
 std::string MakeGate();
 /// Waits until an update has arrived.

@@ -126,13 +126,15 @@ TEST_F(PlantedLinksTest, HardLinksInAWorkFolderThatWasLeftAreNotWritten) {
 
 // --- The files of the user
 
-TEST_F(PlantedLinksTest, ReadReplacesALinkAndDoesNotFollowIt) {
+TEST_F(PlantedLinksTest, LinkAtTheFileOfReadIsRefused) {
   fs::create_symlink(Victim() / "file", bench_.File("read.bin"));
-  const Ended ended = bench_.Run(bench_.Read("--length 512"));
-  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
-  ExpectVictimUntouched();
-  EXPECT_FALSE(fs::is_symlink(bench_.File("read.bin")));
-  EXPECT_EQ(fs::file_size(bench_.File("read.bin")), 512U);
+  ExpectRefused(bench_.Run(bench_.Read("--length 512")), "read.bin");
+  EXPECT_TRUE(fs::is_symlink(bench_.File("read.bin")));
+}
+
+TEST_F(PlantedLinksTest, LinkAtTheFileOfReadThatLeadsNowhereIsRefused) {
+  fs::create_symlink(Victim() / "new", bench_.File("read.bin"));
+  ExpectRefused(bench_.Run(bench_.Read("--length 512")), "read.bin");
 }
 
 TEST_F(PlantedLinksTest, ImageThatIsALinkToAFileIsTaken) {

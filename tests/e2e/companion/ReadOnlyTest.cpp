@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -19,6 +20,7 @@ using testing::AnyOf;
 using testing::Eq;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 
 /// A type of module, a chip, and what its DONE does.
 struct Module {
@@ -26,6 +28,10 @@ struct Module {
   const char* chip;
   const char* done;
 };
+
+void PrintTo(const Module& module, std::ostream* out) {
+  *out << module.board.word << ", " << module.chip << ", DONE " << module.done;
+}
 
 std::string NameOf(const testing::TestParamInfo<Module>& row) {
   return std::string(row.param.board.word) + "_" + row.param.chip + "_" + row.param.done;
@@ -35,10 +41,11 @@ std::vector<Module> EveryModule() {
   std::vector<Module> modules;
   for (const Board& board : {kWend, kDax, kPyx1, kPyx2}) {
     for (const char* const chip : {"micron", "macronix"}) {
-      for (const char* const done : {"auto", "low", "high"}) {
+      for (const char* const done : {"auto", "high"}) {
         modules.push_back({board, chip, done});
       }
     }
+    modules.push_back({board, "macronix", "low"});
   }
   return modules;
 }
@@ -101,11 +108,21 @@ class ReadOnlyTest : public testing::TestWithParam<Module> {
     return IsLow() && (word == kDax.word || word == kPyx1.word);
   }
 
+  /// A dax that was reset may still be loading the flash when the run ends.
+  std::string State() const {
+    const std::string state = bench_.InUse();
+    if (!IsLow()) {
+      return state;
+    }
+    const bool mayBeLoading = GetParam().board.word == std::string_view(kDax.word);
+    return "done=0" + state.substr(state.find(' '), state.find(" loaded=") - state.find(' ')) +
+           " loaded=" + (mayBeLoading ? "(current|none)" : "current");
+  }
+
   void ExpectUntouched(const Ended& ended) {
     EXPECT_THAT(FlashWrites(ended.log), IsEmpty());
     ExpectFlash(ended, bench_.Old());
-    const std::string state = bench_.InUse();
-    EXPECT_EQ(ended.state, IsLow() ? "done=0" + state.substr(state.find(' ')) : state);
+    EXPECT_THAT(ended.state, MatchesRegex(State()));
     const int resets = ResetWatch(GetParam().board).Count(ended.log);
     if (MayBeReset()) {
       EXPECT_GT(resets, 0);

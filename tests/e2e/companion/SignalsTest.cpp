@@ -93,9 +93,11 @@ TEST_P(EachSignalTest, OnceInMidWriteTheUpdateIsBroughtToItsEnd) {
   EXPECT_EQ(ended.out, "0\n") << bench_.ReadText("update.err");
   ExpectFlash(ended, bench_.New());
   EXPECT_EQ(ended.state, bench_.InUse());
-  if (GetParam() != std::string("PIPE")) {
-    EXPECT_THAT(bench_.ReadText("update.err"), HasSubstr(GetParam()));
-  }
+  EXPECT_EQ(bench_.ReadText("update.err"),
+            GetParam() == std::string("PIPE")
+                ? ""
+                : "tarnwickctl: a signal asks to stop: what has begun is brought to its end; a "
+                  "second signal ends it at once\n");
 }
 
 TEST_F(SignalsTest, SecondSignalEndsTarnwickAndTheModuleIsGivenBack) {
@@ -138,14 +140,6 @@ TEST_F(SignalsTest, SignalBeforeTheMarkStopsTheUpdateWithNothingWritten) {
   EXPECT_THAT(FlashWrites(ended.log), IsEmpty());
   EXPECT_EQ(ended.state, bench_.InUse());
   EXPECT_FALSE(std::filesystem::exists(bench_.StateFolder() / "slot-4.unfinished"));
-}
-
-TEST_F(SignalsTest, SignalBeforeTheMarkDoesNotHideThatTheFlashHoldsTheImage) {
-  bench_.StoreFlash(bench_.Image());
-  const Ended ended = bench_.Run(WithPending("TERM", bench_.Update()));
-  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
-  EXPECT_THAT(FlashWrites(ended.log), IsEmpty());
-  EXPECT_EQ(ended.state, bench_.InUse());
 }
 
 TEST_F(SignalsTest, SignalStopsVerify) {
@@ -221,9 +215,7 @@ TEST_P(EachBoardTest, TarnwickKilledInThePagesIsStartedAgain) {
 }
 
 TEST_P(EachBoardTest, TarnwickThatHangsIsEndedByItsTimeLimit) {
-  bench_.BeforeTarnwick(
-      "mkdir \"$folder/passed\" 2>/dev/null && {\n"
-      "  mkfifo \"$folder/never\"; read -r line <\"$folder/never\"\n}");
+  bench_.BeforeTarnwick("if mkdir \"$folder/passed\" 2>/dev/null; then " + WaitForEver() + "; fi");
   const Ended ended = bench_.Run(bench_.Update("--timeout 1"));
   EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
   ExpectFlash(ended, bench_.New());
@@ -232,9 +224,7 @@ TEST_P(EachBoardTest, TarnwickThatHangsIsEndedByItsTimeLimit) {
 
 TEST(TarnwickEndTest, OneThatAlwaysHangsIsNotProven) {
   Bench bench(kDax);
-  bench.BeforeTarnwick(
-      "[ -e \"$folder/never\" ] || mkfifo \"$folder/never\"\n"
-      "read -r line <\"$folder/never\"");
+  bench.BeforeTarnwick(WaitForEver());
   const Ended ended = bench.Run(bench.Update("--timeout 1 --attempts 2"));
   EXPECT_EQ(ended.exitCode, 1) << ended.out << ended.err;
   ExpectFlash(ended, bench.Old());
