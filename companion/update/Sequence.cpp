@@ -12,6 +12,8 @@ namespace companion {
 
 namespace {
 
+constexpr const char* kLooksSilent =
+    "the whole flash reads as zeros, as a line does that nobody drives";
 constexpr std::size_t kLongestName = 255;
 constexpr unsigned char kFirstPrintable = 0x20;
 constexpr unsigned char kDelete = 0x7F;
@@ -178,7 +180,10 @@ std::optional<Ending> Sequence::StoppedBeforeReading() {
 }
 
 std::optional<Ending> Sequence::JudgeReading(const ModuleReading& reading) {
-  const std::string why = WhyUncertain(reading);
+  std::string why = WhyUncertain(reading);
+  if (why.empty() && reading.looksSilent) {
+    why = kLooksSilent;
+  }
   if (!why.empty() && signals_ > 0) {
     return StoppedBeforeReading();
   }
@@ -201,6 +206,10 @@ std::string Sequence::WhyUncertain(const ModuleReading& reading) {
   if (reading.unsteadyAddress) {
     return "the flash reads differently each time at address " +
            HexAddress(*reading.unsteadyAddress) + " (lower SPI_CLOCK_SPEED)";
+  }
+  // That it is not the image is certain all the same, and `tarnwick` may write it.
+  if (reading.looksSilent && !reading.difference) {
+    return kLooksSilent;
   }
   return "";
 }

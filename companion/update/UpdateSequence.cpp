@@ -289,7 +289,7 @@ bool UpdateSequence::ReadHead() {
     return true;
   }
   ModuleReading head = Read(headBytes, {});
-  if (!WhyUncertain(head).empty() || head.contents.size() < headBytes) {
+  if (head.problem || head.unsteadyAddress || head.contents.size() < headBytes) {
     return false;
   }
   reading_.contents = std::move(head.contents);

@@ -695,6 +695,19 @@ TEST_F(UpdateSequenceTest, EndpointOfASlotThatIsNotListedIsJudgedByTheOperations
   EXPECT_EQ(Update().exit, ExitCode::kDone);
 }
 
+TEST_F(UpdateSequenceTest, FlashOfZerosIsWritten) {
+  world_.flash.assign(world_.flash.size(), 0);
+  world_.onRead = [](int n, ModuleReading& reading) { reading.looksSilent = n == 0; };
+  EXPECT_EQ(Update().exit, ExitCode::kDone);
+  EXPECT_EQ(std::vector(world_.flash.begin(), world_.flash.begin() + FakeWorld::kImageBytes),
+            world_.image);
+}
+
+TEST_F(UpdateSequenceTest, SilenceIsNoProof) {
+  world_.onRead = [](int n, ModuleReading& reading) { reading.looksSilent = n > 0; };
+  EXPECT_EQ(Update().exit, ExitCode::kNot);
+}
+
 TEST_F(UpdateSequenceTest, EndpointThatCannotBeReadIsNotInUse) {
   Become("pyx2");
   world_.onIntoUse = [](int, IntoUse& inUse) { inUse.endpoint = Endpoint::kUnknown; };

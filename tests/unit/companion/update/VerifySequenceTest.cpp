@@ -64,6 +64,16 @@ TEST_F(VerifySequenceTest, ImageOfAnotherFormatIsCompared) {
   EXPECT_EQ(Verify().exit, ExitCode::kNot);
 }
 
+TEST_F(VerifySequenceTest, FlashThatReadsAsZerosEverywhereIsNotCertain) {
+  world_.flash.assign(world_.flash.size(), 0);
+  world_.onRead = [](int, ModuleReading& reading) { reading.looksSilent = true; };
+  const VerifyResult result = Verify();
+  EXPECT_EQ(result.exit, ExitCode::kUnreachable);
+  EXPECT_EQ(result.verdict,
+            "The module cannot be read for certain: the whole flash reads as zeros, as a line does "
+            "that nobody drives. The flash was not changed.");
+}
+
 TEST_F(VerifySequenceTest, SlotThatIsEmptyIsRefused) {
   world_.names.populated = false;
   EXPECT_EQ(Verify().exit, ExitCode::kRefused);
