@@ -122,9 +122,9 @@ std::string Text(std::span<const std::uint8_t> bytes) { return {bytes.begin(), b
 void RequireDecisionIsTheReferences(const std::string& contents, const std::string& image) {
   constexpr std::size_t kStampHeadBytes = 512;
   constexpr std::size_t kLongestHeadBytes = 4096;
-  std::string head = contents;
-  head.resize(kLongestHeadBytes, '\xFF');
-  const std::vector<std::uint8_t> headBytes(head.begin(), head.end());
+  std::vector<std::uint8_t> headBytes(contents.begin(), contents.end());
+  headBytes.resize(kLongestHeadBytes, 0xFF);
+  const std::string head = Text(headBytes);
   const std::vector<std::uint8_t> imageBytes(image.begin(), image.end());
   const bool sameStamp = reference::FindTimeStamp(head.substr(0, kStampHeadBytes)).value_or(0) ==
                          reference::FindTimeStamp(image).value_or(0);

@@ -3,12 +3,12 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
 #include <string>
 
+#include "base/FileDescriptor.h"
 #include "companion/image/RegularFile.h"
 #include "tests/doubles/TemporaryDirectory.h"
 #include "tests/unit/companion/image/Images.h"
@@ -75,14 +75,13 @@ TEST_F(RegularFileTest, DeviceIsRefused) {
 }
 
 TEST_F(RegularFileTest, SocketIsRefused) {
-  const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
   sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
   ASSERT_LT(Path("s").size(), sizeof address.sun_path);
   std::strcpy(address.sun_path, Path("s").c_str());
-  ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
   const RegularFile file(Path("s"));
   EXPECT_EQ(file.Refusal(), "\"" + Path("s") + "\" is no regular file but a socket");
-  ::close(socket);
 }
 
 TEST_F(RegularFileTest, FileThatCannotBeOpenedIsRefused) {
