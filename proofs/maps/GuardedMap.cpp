@@ -20,7 +20,7 @@ std::vector<Job> WithViolationsOf(const GuardedScenario& scenario,
     return jobs;
   }
   for (std::string& violation : broken) {
-    violation = "without a fault: " + violation;
+    violation.insert(0, "without a fault: ");
   }
   for (Job& job : jobs) {
     job = [job = std::move(job), broken](MapRun& run) {

@@ -49,25 +49,32 @@ std::size_t Count(const std::string& text) {
 }
 
 /// @throw std::invalid_argument
+void Take(const std::string& name, const std::string& value, Options& options) {
+  if (name == "--sample") {
+    options.sample = Count(value);
+  } else if (name == "--parts") {
+    options.parts = Count(value);
+  } else {
+    (name == "--write" ? options.write : options.check) = value;
+  }
+}
+
+/// @throw std::invalid_argument
 Options Parse(const std::vector<std::string>& words) {
+  const std::set<std::string> names = {"--sample", "--parts", "--write", "--check"};
   Options options;
   for (std::size_t i = 0; i < words.size(); i += 2) {
     const std::string& name = words[i];
     if (name == "--help") {
       return {.help = true};
     }
-    if (name != "--sample" && name != "--parts" && name != "--write" && name != "--check") {
+    if (names.count(name) == 0) {
       throw std::invalid_argument("unknown option '" + name + "'");
     }
     if (i + 1 == words.size()) {
       throw std::invalid_argument("option '" + name + "' needs a value");
     }
-    const std::string& value = words[i + 1];
-    if (name == "--sample" || name == "--parts") {
-      (name == "--sample" ? options.sample : options.parts) = Count(value);
-    } else {
-      (name == "--write" ? options.write : options.check) = value;
-    }
+    Take(name, words[i + 1], options);
   }
   return options;
 }
