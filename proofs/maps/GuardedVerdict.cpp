@@ -70,19 +70,24 @@ Excused ExcusedBy(const MappedFault& fault) {
 }
 
 /// Whether a lockable chip is protected whole, counted from address 0, and any other chip not at all.
+/// The other bits do not count: after a status that is read wrong `tarnwick` writes them as it read
+/// them.
 bool IsProtectedAsItShould(const GuardedScenario& scenario, const std::string& state) {
-  constexpr unsigned kBottom = 0x08;  // in the configuration register
+  constexpr unsigned long kLevel = 0x3C;   // in the status register: the size of what is protected
+  constexpr unsigned long kWhole = 0x24;   // from this level on
+  constexpr unsigned long kBottom = 0x08;  // in the configuration register
   constexpr int kHex = 16;
   const std::string name = "registers=";
   const std::size_t at = state.find(name);
   if (at == std::string::npos) {
     return false;
   }
-  const std::string status = state.substr(at + name.size(), 2);
-  const unsigned long configuration =
-      std::stoul(state.substr(at + name.size() + 3, 2), nullptr, kHex);
-  return scenario.module.chip == "macronix" ? status == "24" && (configuration & kBottom) != 0
-                                            : status == "00";
+  const std::string text = state.substr(at + name.size(), 5);
+  const unsigned long status = std::stoul(text.substr(0, 2), nullptr, kHex);
+  const unsigned long configuration = std::stoul(text.substr(3), nullptr, kHex);
+  return scenario.module.chip == "macronix"
+             ? (status & kLevel) >= kWhole && (configuration & kBottom) != 0
+             : status == 0;
 }
 
 /// Nothing is left of an update that has ended by itself.

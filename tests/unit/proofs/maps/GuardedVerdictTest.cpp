@@ -133,7 +133,7 @@ TEST(GuardedVerdictTest, LockableChipIsLocked) {
 TEST(GuardedVerdictTest, LockedIsTheWholeChipFromAddressZero) {
   GuardedRun run = Good();
   const std::string before = "done=1 driven=0x0000 pcie=enabled selector=SPILVDS registers=";
-  for (const std::string registers : {"24:0f", "24:cf", "24:08"}) {
+  for (const std::string registers : {"24:0f", "24:cf", "24:08", "64:0f", "3c:0f"}) {
     run.state = before + registers + " loaded=current";
     EXPECT_EQ(Violations(run), Lines()) << registers;
   }
