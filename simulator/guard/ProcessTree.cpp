@@ -9,9 +9,9 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -30,9 +30,12 @@ struct Process {
   bool hasEnded = false;
 };
 
+/// @return what could be read: a process can end between open and read, which then fails
 std::string Slurp(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();  // throws nothing, unlike an iterator over the buffer
+  return text.str();
 }
 
 /// The process that an entry of /proc stands for.
