@@ -121,7 +121,8 @@ std::optional<Ending> Sequence::TakeLock(const std::string& command, unsigned wa
   const StateInterface::Locking locking = services_.state.Lock(
       command + " " + result_.target + " " + std::to_string(result_.slot), waitSeconds);
   if (locking.locked) {
-    return std::nullopt;
+    // The platform can have been started anew while the lock was waited for, with other names.
+    return FindModule();
   }
   services_.fetchSignals();
   if (signals_ > 0) {

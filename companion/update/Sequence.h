@@ -53,8 +53,10 @@ class Sequence {
   /// @return how the command ends when there is no module that can be reached; nothing: go on
   std::optional<Ending> FindModule();
 
+  /// Takes the lock, and finds the module again.
   /// @param command  "update"
-  /// @return how the command ends when the lock cannot be taken; nothing: go on
+  /// @return how the command ends when the lock cannot be taken, or the module is no longer found;
+  ///         nothing: go on
   std::optional<Ending> TakeLock(const std::string& command, unsigned waitSeconds);
 
   /// Reads the module, keeps what was found in the result and gives back what could not be given

@@ -12,8 +12,11 @@
 namespace companion::test {
 namespace {
 
-const Calls kBegin = {
-    "find", "check tarnwick", "lock, update wend 1, wait 0", "make work folder, image.bin of 1000"};
+const Calls kBegin = {"find",
+                      "check tarnwick",
+                      "lock, update wend 1, wait 0",
+                      "find",
+                      "make work folder, image.bin of 1000"};
 const Calls kMarked = {"mark 1, wend sum of the image\n"};
 const Calls kWritten = {"tarnwick wend 1 image.bin"};
 const Calls kRead = {"read 1000"};
@@ -170,6 +173,26 @@ TEST_F(UpdateSequenceTest, HolderOfTheLockIsNamed) {
   EXPECT_EQ(result.exit, ExitCode::kLocked);
   EXPECT_EQ(result.verdict,
             "Locked by process 7 (update dax 2). Try again later, or wait with --wait.");
+}
+
+TEST_F(UpdateSequenceTest, NamesThatTheBusGivesOnceTheLockIsHeldAreUsed) {
+  world_.onCall = [this](const std::string& call) {
+    if (call.starts_with("lock")) {
+      world_.names.spiDev = "spidev2.0";
+    }
+  };
+  EXPECT_EQ(Update().names.spiDev, "spidev2.0");
+}
+
+TEST_F(UpdateSequenceTest, ModuleThatIsGoneOnceTheLockIsHeldIsRefused) {
+  world_.onCall = [this](const std::string& call) {
+    if (call.starts_with("lock")) {
+      world_.names.populated = false;
+    }
+  };
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kRefused);
+  EXPECT_EQ(world_.calls, (Calls{"find", "check tarnwick", "lock, update wend 1, wait 0", "find"}));
 }
 
 TEST_F(UpdateSequenceTest, StateFolderThatCannotBeUsedIsRefused) {
@@ -337,9 +360,9 @@ TEST_F(UpdateSequenceTest, FormatInTheFlashIsSeenUnderAnImageThatIsShorterThanIt
   EXPECT_EQ(result.verdict,
             "Refused: the flash now holds a boot image, and a pyx1 takes a bitstream. Check TARGET "
             "and MODULE; --force overrules this.");
-  EXPECT_EQ(world_.calls[4], "read 8");
-  EXPECT_EQ(world_.calls[5], "read 512");
-  EXPECT_EQ(world_.calls[6], "remove work folder");
+  EXPECT_EQ(world_.calls[5], "read 8");
+  EXPECT_EQ(world_.calls[6], "read 512");
+  EXPECT_EQ(world_.calls[7], "remove work folder");
 }
 
 TEST_F(UpdateSequenceTest, ForceOverrulesTheFormatInTheFlash) {
@@ -447,9 +470,9 @@ TEST_F(UpdateSequenceTest, TarnwickIsNotStartedOverAHeadThatStillDoesNotDiffer) 
 TEST_F(UpdateSequenceTest, HeadOfAShortImageIsReadByItself) {
   world_.image = Contents("new1B", 300, 0x22);
   EXPECT_EQ(Update().exit, ExitCode::kDone);
-  EXPECT_EQ(world_.calls[4], "read 300");
-  EXPECT_EQ(world_.calls[5], "read 512");
-  EXPECT_EQ(world_.calls[6], "mark 1, wend sum of the image\n");
+  EXPECT_EQ(world_.calls[5], "read 300");
+  EXPECT_EQ(world_.calls[6], "read 512");
+  EXPECT_EQ(world_.calls[7], "mark 1, wend sum of the image\n");
 }
 
 TEST_F(UpdateSequenceTest, HeadThatCannotBeReadBeforeAnythingIsWrittenIsUnreachable) {
@@ -593,7 +616,7 @@ TEST_F(UpdateSequenceTest, ModuleIsGivenBackAfterAKilledTarnwick) {
     world_.programWrites = n > 0;
   };
   EXPECT_EQ(Update().exit, ExitCode::kDone);
-  EXPECT_EQ(world_.calls[7], "give back");
+  EXPECT_EQ(world_.calls[8], "give back");
   EXPECT_EQ(world_.said[0], "tarnwick was ended by signal 9");
 }
 
