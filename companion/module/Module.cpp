@@ -128,6 +128,8 @@ Problem Module::Run(const Conditions& conditions,
                     const std::function<void(const Interruption&)>& task) {
   Problem problem = {.text = "stopped", .console = ""};
   memory_->report = {};
+  // A worker that does not touch the module has nothing to give back, and may hang in a service.
+  const bool canBeKilled = conditions.place == nullptr;
   for (int attempt = 0; attempt < conditions.tries && !memory_->stop; ++attempt) {
     memory_->report = {};
     memory_->advanced = 0;
@@ -135,7 +137,8 @@ Problem Module::Run(const Conditions& conditions,
         Worker::Run([&](const WorkerSide& side) { task(Interruption(memory_->stop, side)); },
                     conditions.limitSeconds,
                     signals_,
-                    conditions.woken);
+                    conditions.woken,
+                    [&] { return canBeKilled && memory_->stop; });
     if (conditions.place != nullptr && !memory_->report.ended) {
       TakeOver(Restore(*conditions.place, conditions.releasesReset));
     }

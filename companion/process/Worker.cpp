@@ -136,6 +136,7 @@ int Accompany(pid_t worker,
               const Channel& channel,
               SignalWatch& signals,
               const std::function<void()>& woken,
+              const std::function<bool()>& isGivenUp,
               std::string& console) {
   int status = 0;
   bool printing = true;
@@ -144,6 +145,9 @@ int Accompany(pid_t worker,
     TakeConsole(channel, console);
     if (WasWoken(channel) && woken) {
       woken();
+    }
+    if (isGivenUp && isGivenUp()) {
+      ::kill(worker, SIGKILL);
     }
   }
   TakeConsole(channel, console);
@@ -183,7 +187,8 @@ void WorkerSide::WakeParent() const {
 WorkerEnding Worker::Run(const Task& task,
                          unsigned limitSeconds,
                          SignalWatch& signals,
-                         const std::function<void()>& woken) {
+                         const std::function<void()>& woken,
+                         const std::function<bool()>& isGivenUp) {
   std::optional<Channel> channel = OpenChannel();
   if (!channel) {
     return NotStarted(errno);
@@ -201,7 +206,7 @@ WorkerEnding Worker::Run(const Task& task,
   }
   static_cast<void>(channel->consoleIn.Close());
   std::string console;
-  const int status = Accompany(worker, *channel, signals, woken, console);
+  const int status = Accompany(worker, *channel, signals, woken, isGivenUp, console);
   WorkerEnding ending = Describe(status, *complete, limitSeconds);
   ending.console = std::move(console);
   return ending;

@@ -50,10 +50,13 @@ class Worker {
   /// @param limitSeconds  SIGALRM ends the process then; at least 1
   /// @param signals       read while waiting; must have SIGCHLD
   /// @param woken         called in this process for each WakeParent(), or for several; may be empty
+  /// @param isGivenUp     asked in this process for each signal and each WakeParent(), or for several;
+  ///                      once it is true, SIGKILL ends the process; may be empty
   static WorkerEnding Run(const Task& task,
                           unsigned limitSeconds,
                           SignalWatch& signals,
-                          const std::function<void()>& woken);
+                          const std::function<void()>& woken,
+                          const std::function<bool()>& isGivenUp = {});
 };
 
 }  // namespace companion

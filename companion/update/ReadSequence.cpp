@@ -5,7 +5,7 @@
 namespace companion {
 
 ReadSequence::ReadSequence(ReadRequest request, Services services, OutputServices output)
-    : Sequence(std::move(services), read_),
+    : Sequence(std::move(services), read_, 1),
       request_(std::move(request)),
       output_(std::move(output)) {
   read_.target = request_.target;
@@ -39,9 +39,6 @@ Ending ReadSequence::RunSteps() {
 }
 
 Ending ReadSequence::ReadAndStore() {
-  if (auto end = StoppedBeforeReading()) {
-    return *end;
-  }
   const ModuleReading reading = Read(request_.length, {});
   if (auto end = JudgeReading(reading)) {
     return *end;

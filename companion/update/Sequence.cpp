@@ -91,7 +91,11 @@ void Sequence::Note(const std::string& line) {
 
 std::optional<Ending> Sequence::FindModule() {
   ModuleNames& names = result_.names;
-  if (const Problem problem = services_.module.Find(names)) {
+  const Problem problem = services_.module.Find(names);
+  if (auto end = StoppedBeforeReading()) {
+    return end;
+  }
+  if (problem) {
     return Ending{ExitCode::kUnreachable,
                   "The module cannot be found: " + problem.text +
                       ". The flash was not changed. Check the platform's services."};
@@ -118,8 +122,9 @@ std::optional<Ending> Sequence::FindModule() {
 }
 
 std::optional<Ending> Sequence::TakeLock(const std::string& command, unsigned waitSeconds) {
-  const StateInterface::Locking locking = services_.state.Lock(
-      command + " " + result_.target + " " + std::to_string(result_.slot), waitSeconds);
+  const StateInterface::Locking locking =
+      services_.state.Lock(command + " " + result_.target + " " + std::to_string(result_.slot),
+                           signals_ > 0 ? 0 : waitSeconds);
   if (locking.locked) {
     // The platform can have been started anew while the lock was waited for, with other names.
     return FindModule();
@@ -174,7 +179,7 @@ void Sequence::StopReading(int signal) {
 
 std::optional<Ending> Sequence::StoppedBeforeReading() {
   services_.fetchSignals();
-  if (signals_ == 0) {
+  if (!MustEndNow()) {
     return std::nullopt;
   }
   return Ending{ExitCode::kStopped, "Stopped by a signal. The flash was not changed."};

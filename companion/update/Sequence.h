@@ -42,18 +42,24 @@ class Sequence {
   Sequence& operator=(const Sequence&) = delete;
 
  protected:
-  /// @param result  of the whole command, borrowed
-  Sequence(Services services, ModuleResult& result) : services_(services), result_(result) {}
+  /// @param result         of the whole command, borrowed
+  /// @param signalsThatEnd  how many signals end what runs
+  Sequence(Services services, ModuleResult& result, int signalsThatEnd)
+      : services_(services), result_(result), signalsThatEnd_(signalsThatEnd) {}
   ~Sequence() = default;
 
   /// Adds a line of diagnostics to the result, and shows it.
   void Note(const std::string& line);
 
+  /// @return true when so many signals have come that what runs is ended
+  [[nodiscard]] bool MustEndNow() const { return signals_ >= signalsThatEnd_; }
+
   /// Asks the bus for the names of the module's devices, and looks at them.
-  /// @return how the command ends when there is no module that can be reached; nothing: go on
+  /// @return how the command ends when there is no module that can be reached, or signals have ended
+  ///         the search; nothing: go on
   std::optional<Ending> FindModule();
 
-  /// Takes the lock, and finds the module again.
+  /// Takes the lock, and finds the module again. After a signal the lock is not waited for.
   /// @param command  "update"
   /// @return how the command ends when the lock cannot be taken, or the module is no longer found;
   ///         nothing: go on
@@ -69,8 +75,8 @@ class Sequence {
   /// For `read` and `verify`: the signal ends what runs.
   void StopReading(int signal);
 
-  /// For `read` and `verify`.
-  /// @return how the command ends when a signal has asked for it; nothing: go on
+  /// @return how the command ends when signals have ended it before anything was changed; nothing: go
+  ///         on
   std::optional<Ending> StoppedBeforeReading();
 
   /// For `read` and `verify`.
@@ -85,6 +91,7 @@ class Sequence {
   ModuleResult& result_;
   std::string notGivenBack_;  ///< after the last operation, although it was tried again
   int signals_ = 0;           ///< that have asked the command to stop
+  int signalsThatEnd_;
 };
 
 /// What the image of a command is, for its result.

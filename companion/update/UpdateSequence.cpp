@@ -18,6 +18,8 @@ constexpr const char* kImageName = "image.bin";
 constexpr int kProgrammed = 0;
 /// Exit code of `tarnwick` when it could not erase the flash.
 constexpr int kNotErased = 3;
+/// The first lets what has begun come to its end.
+constexpr int kSignalsThatEnd = 2;
 
 bool EqualHex(std::string_view left, std::string_view right) {
   return std::equal(left.begin(), left.end(), right.begin(), right.end(), [](char l, char r) {
@@ -56,7 +58,7 @@ UpdateSequence::UpdateSequence(UpdateRequest request,
                                Services services,
                                ProgramInterface& program,
                                std::function<std::string()> checkTransferLimit)
-    : Sequence(std::move(services), update_),
+    : Sequence(std::move(services), update_, kSignalsThatEnd),
       request_(std::move(request)),
       program_(program),
       checkTransferLimit_(std::move(checkTransferLimit)) {
@@ -67,10 +69,10 @@ UpdateSequence::UpdateSequence(UpdateRequest request,
 
 void UpdateSequence::Signalled(int signal) {
   ++signals_;
-  if (signals_ > 2) {
+  if (signals_ > kSignalsThatEnd) {
     return;
   }
-  if (signals_ == 2) {
+  if (signals_ == kSignalsThatEnd) {
     Note("stopped by " + NameOfSignal(signal) + ": what runs is ended, and the module given back");
     program_.Kill();
     services_.module.Stop();
@@ -112,15 +114,14 @@ std::optional<Ending> UpdateSequence::Preflight() {
   if (auto end = FindModule()) {
     return end;
   }
-  if (const std::string why = program_.Check(); !why.empty()) {
+  const std::string why = program_.Check();
+  if (auto end = StoppedBeforeReading()) {
+    return end;
+  }
+  if (!why.empty()) {
     return Ending{ExitCode::kRefused, "Refused: " + why + ". Name tarnwick with --program."};
   }
-  // After one signal the flash is still read: it may hold the image.
-  services_.fetchSignals();
-  if (MustEndNow()) {
-    return Stopped();
-  }
-  return std::nullopt;
+  return std::nullopt;  // after one signal, too: the flash may hold the image
 }
 
 std::optional<Ending> UpdateSequence::CheckImage() {

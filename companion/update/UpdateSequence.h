@@ -76,7 +76,6 @@ class UpdateSequence : private Sequence {
   void AddCause(const std::string& cause);
   [[nodiscard]] bool HoldsImage() const;
   [[nodiscard]] bool IsDax() const { return request_.target == "dax"; }
-  [[nodiscard]] bool MustEndNow() const { return signals_ > 1; }
   [[nodiscard]] Ending Stopped();
   [[nodiscard]] Ending NotProven() const;
   [[nodiscard]] Ending PowerCycle(const std::string& why) const;

@@ -7,7 +7,7 @@
 namespace companion {
 
 VerifySequence::VerifySequence(VerifyRequest request, Services services)
-    : Sequence(std::move(services), verify_), request_(std::move(request)) {
+    : Sequence(std::move(services), verify_, 1), request_(std::move(request)) {
   verify_.target = request_.target;
   verify_.slot = request_.slot;
   verify_.image = FactsOf(request_.image, request_.target);
@@ -40,9 +40,6 @@ Ending VerifySequence::RunSteps() {
 }
 
 Ending VerifySequence::Compare() {
-  if (auto end = StoppedBeforeReading()) {
-    return *end;
-  }
   const ModuleReading reading = Read(request_.image.bytes.size(), request_.image.bytes);
   if (auto end = JudgeReading(reading)) {
     return *end;

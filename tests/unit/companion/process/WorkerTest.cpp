@@ -99,6 +99,21 @@ TEST_F(WorkerTest, TaskThatHangsIsEndedAtItsLimit) {
   EXPECT_EQ(ending.signal, SIGALRM);
 }
 
+TEST_F(WorkerTest, TaskThatHangsIsEndedOnceItIsGivenUp) {
+  const WorkerEnding ending = Worker::Run(
+      [](const WorkerSide& side) {
+        side.WakeParent();
+        for (;;) {
+          ::pause();
+        }
+      },
+      kLimitSeconds,
+      signals_,
+      {},
+      [] { return true; });
+  EXPECT_EQ(ending.signal, SIGKILL);
+}
+
 TEST_F(WorkerTest, StopSignalsAndBrokenPipesAreIgnoredInTheWorker) {
   const WorkerEnding ending = Run([](const WorkerSide&) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {

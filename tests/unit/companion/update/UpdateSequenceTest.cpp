@@ -42,6 +42,7 @@ class UpdateSequenceTest : public testing::Test {
     request.attempts = attempts_;
     request.restart = restart_;
     request.force = force_;
+    request.waitSeconds = waitSeconds_;
     UpdateSequence sequence(
         std::move(request), world_.AsServices(), world_, [this] { return world_.transferLimit; });
     world_.signalled = [&] { sequence.Signalled(SIGTERM); };
@@ -77,6 +78,7 @@ class UpdateSequenceTest : public testing::Test {
   unsigned attempts_ = 3;
   bool restart_ = false;
   bool force_ = false;
+  unsigned waitSeconds_ = 0;
 };
 
 // --- 1: preflight -------------------------------------------------------------------------------
@@ -831,7 +833,7 @@ constexpr const char* kFirst =
 constexpr const char* kSecond = "stopped by SIGTERM: what runs is ended, and the module given back";
 
 TEST_F(UpdateSequenceTest, FirstSignalInThePreflightStillHasTheFlashRead) {
-  SignalIn("find", 1);
+  SignalIn("check tarnwick", 1);
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kStopped);
   EXPECT_EQ(result.verdict,
@@ -842,12 +844,42 @@ TEST_F(UpdateSequenceTest, FirstSignalInThePreflightStillHasTheFlashRead) {
   EXPECT_EQ(Update().inUse, InUse::kFoundSo);
 }
 
+TEST_F(UpdateSequenceTest, LockIsNotWaitedForAfterASignal) {
+  waitSeconds_ = 60;
+  world_.locked = true;
+  SignalIn("check tarnwick", 1);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was neither read nor changed.");
+  EXPECT_EQ(world_.calls.back(), "lock, update wend 1, wait 0");
+}
+
+TEST_F(UpdateSequenceTest, SecondSignalWhileTheBusIsAskedIsNoModuleThatCannotBeFound) {
+  world_.findProblem = "stopped";
+  SignalIn("find", 2);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was not changed.");
+  EXPECT_EQ(world_.calls, Calls{"find"});
+  EXPECT_EQ(world_.stops, 1);
+}
+
+TEST_F(UpdateSequenceTest, SecondSignalWhileTarnwickIsCheckedIsNoWrongProgram) {
+  world_.programCheck = "'tarnwick', started for its help, was ended by signal 9";
+  SignalIn("check tarnwick", 2);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was not changed.");
+  EXPECT_EQ(world_.calls, (Calls{"find", "check tarnwick"}));
+  EXPECT_EQ(world_.kills, 1);
+}
+
 TEST_F(UpdateSequenceTest, SecondSignalBeforeTheLockTouchesNoModule) {
   SignalIn("find", 2);
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kStopped);
   EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was not changed.");
-  EXPECT_EQ(world_.calls, (Calls{"find", "check tarnwick"}));
+  EXPECT_EQ(world_.calls, Calls{"find"});
 }
 
 TEST_F(UpdateSequenceTest, SignalsThatHaveArrivedMeanwhileAreFetched) {

@@ -89,11 +89,23 @@ TEST_F(VerifySequenceTest, UnfinishedUpdateIsReported) {
   EXPECT_TRUE(Verify().unfinished);
 }
 
-TEST_F(VerifySequenceTest, SignalBeforeTheReadingTouchesNothing) {
+TEST_F(VerifySequenceTest, SignalWhileTheBusIsAskedEndsItBeforeTheLock) {
   world_.signalsWaiting = 1;
+  world_.findProblem = "stopped";
   const VerifyResult result = Verify();
   EXPECT_EQ(result.exit, ExitCode::kStopped);
-  EXPECT_EQ(world_.calls.back(), "find");
+  EXPECT_EQ(result.verdict, "Stopped by a signal. The flash was not changed.");
+  EXPECT_EQ(world_.calls, Calls{"find"});
+}
+
+TEST_F(VerifySequenceTest, SignalAfterTheLockTouchesNothing) {
+  world_.onCall = [this](const std::string& call) {
+    if (call.starts_with("lock")) {
+      world_.signalled();
+    }
+  };
+  EXPECT_EQ(Verify().exit, ExitCode::kStopped);
+  EXPECT_EQ(world_.calls, (Calls{"find", "lock, verify wend 1, wait 5", "find"}));
 }
 
 }  // namespace
