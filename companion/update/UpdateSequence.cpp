@@ -38,7 +38,7 @@ std::string TextOf(const ProgramRun& run) {
     return "tarnwick could not be started: " + run.problem;
   }
   if (run.timedOut) {
-    return "tarnwick was ended: it had used up its time";
+    return "tarnwick was ended: it had used up its time (give it more with --timeout)";
   }
   if (run.exitCode) {
     return "tarnwick ended with " + std::to_string(*run.exitCode);
@@ -371,6 +371,16 @@ void UpdateSequence::RunProgram() {
 
 /// Why the flash does not hold the image after a write, where that shows.
 std::string UpdateSequence::CauseOf(const ModuleReading& reading) {
+  const std::string difference = TextOfDifference(reading);
+  if (update_.runs.empty() || update_.runs.back().attempt != update_.attempts ||
+      update_.runs.back().run.exitCode == kProgrammed) {
+    return difference;
+  }
+  return TextOf(update_.runs.back().run) + "; " + difference;
+}
+
+/// What the reading after a write shows.
+std::string UpdateSequence::TextOfDifference(const ModuleReading& reading) {
   if (std::string why = WhyUncertain(reading); !why.empty()) {
     pageThatDiffered_.reset();
     return why;

@@ -63,6 +63,7 @@ class UpdateSequence : private Sequence {
   static Ending HeadNotCertain();
   void RunProgram();
   std::string CauseOf(const ModuleReading& reading);
+  std::string TextOfDifference(const ModuleReading& reading);
 
   Ending FinishDax();
   Ending FinishInUse();

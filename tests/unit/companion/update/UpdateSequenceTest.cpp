@@ -629,7 +629,25 @@ TEST_F(UpdateSequenceTest, TarnwickThatUsedUpItsTimeIsNamed) {
     }
   };
   EXPECT_EQ(Update().exit, ExitCode::kDone);
-  EXPECT_EQ(world_.said[0], "tarnwick was ended: it had used up its time");
+  EXPECT_EQ(world_.said[0],
+            "tarnwick was ended: it had used up its time (give it more with --timeout)");
+}
+
+TEST_F(UpdateSequenceTest, EndOfTarnwickIsInTheVerdictWhereTheFlashDoesNotHoldTheImage) {
+  world_.programWrites = false;
+  attempts_ = 1;
+  const std::string differs =
+      "the flash differs from address 0x000000 on (0x6f instead of 0x6e), in 4 pages of 256 bytes";
+  world_.onProgram = [](int, ProgramRun& run) { run = {.signal = 14, .timedOut = true}; };
+  EXPECT_EQ(Update().verdict,
+            "Not proven after 1 attempt: tarnwick was ended: it had used up its time (give it more "
+            "with --timeout); " +
+                differs + ". Update again.");
+  world_.onProgram = [](int, ProgramRun& run) { run = {.exitCode = 4}; };
+  EXPECT_EQ(Update().verdict,
+            "Not proven after 1 attempt: tarnwick ended with 4; " + differs + ". Update again.");
+  world_.onProgram = [](int, ProgramRun& run) { run = {.exitCode = 0}; };
+  EXPECT_EQ(Update().verdict, "Not proven after 1 attempt: " + differs + ". Update again.");
 }
 
 TEST_F(UpdateSequenceTest, TarnwickThatCannotBeStartedIsNamed) {
