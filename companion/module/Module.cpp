@@ -157,7 +157,7 @@ Problem Module::Run(const Conditions& conditions,
 Problem Module::RunOnModule(const Conditions& conditions,
                             const Work& work,
                             const std::function<void()>& afterwards) {
-  return Run(conditions, [&](const Interruption& interruption) {
+  const auto task = [&](const Interruption& interruption) {
     WorkerReport& report = memory_->report;
     ModuleAccess access(*conditions.place, interruption);
     try {
@@ -171,7 +171,8 @@ Problem Module::RunOnModule(const Conditions& conditions,
     report.doneAfter = access.DoneAfter();
     afterwards();
     report.ended = true;
-  });
+  };
+  return Run(conditions, task);
 }
 
 /// What another worker has done in place of the one that did not come to its end.
@@ -181,26 +182,23 @@ void Module::TakeOver(const Problem& restoring) {
 }
 
 Problem Module::Restore(const ModulePlace& place, bool releasesReset) {
+  WorkerReport& report = memory_->restoration;
+  const auto task = [&](const WorkerSide& side) {
+    const Interruption interruption(memory_->stop, side);
+    ModuleAccess access(place, interruption);
+    access.AddressExpander(memory_->resting);
+    if (releasesReset) {
+      access.AssumeReset();
+    }
+    access.GiveBack();
+    report.notGivenBack.Set(access.LookAfter(memory_->resting));
+    report.doneAfter = access.DoneAfter();
+    report.ended = true;
+  };
   Problem problem;
   for (int attempt = 0; attempt < kTries; ++attempt) {
-    WorkerReport& report = memory_->restoration;
     report = {};
-    const WorkerEnding ending = Worker::Run(
-        [&](const WorkerSide& side) {
-          const Interruption interruption(memory_->stop, side);
-          ModuleAccess access(place, interruption);
-          access.AddressExpander(memory_->resting);
-          if (releasesReset) {
-            access.AssumeReset();
-          }
-          access.GiveBack();
-          report.notGivenBack.Set(access.LookAfter(memory_->resting));
-          report.doneAfter = access.DoneAfter();
-          report.ended = true;
-        },
-        kLimitSeconds,
-        signals_,
-        {});
+    const WorkerEnding ending = Worker::Run(task, kLimitSeconds, signals_, {});
     const std::string left = report.notGivenBack.Get();
     if (report.ended && left.empty()) {
       return {};
@@ -213,7 +211,7 @@ Problem Module::Restore(const ModulePlace& place, bool releasesReset) {
 
 Problem Module::Find(ModuleNames& names) {
   names = {};
-  Problem problem = Run({.limitSeconds = kLimitSeconds}, [&](const Interruption& /*interruption*/) {
+  const auto task = [&](const Interruption& /*interruption*/) {
     WorkerReport& report = memory_->report;
     try {
       FindNames(target_, slot_, report);
@@ -222,7 +220,8 @@ Problem Module::Find(ModuleNames& names) {
     } catch (const std::exception& failed) {  // the platform's clients throw, too
       report.problem.Set(failed.what());
     }
-  });
+  };
+  Problem problem = Run({.limitSeconds = kLimitSeconds}, task);
   const WorkerReport& report = memory_->report;
   if (!problem) {
     names = {.populated = report.populated,
@@ -255,14 +254,15 @@ ModuleReading Module::Read(const ModuleNames& names,
     chip.AwaitReady();
     report.chip = chip.Identify();
     std::size_t unreported = 0;
-    FlashReader reader(spi, interruption, [&](std::size_t bytes) {
+    const auto advance = [&](std::size_t bytes) {
       memory_->advanced += bytes;
       unreported += bytes;
       if (unreported >= kBytesBetweenReports) {
         unreported = 0;
         interruption.WakeParent();
       }
-    });
+    };
+    FlashReader reader(spi, interruption, advance);
     const FlashReader::Result result =
         reader.Read(std::span(memory_->contents).first(length), expected);
     report.unsteadyAddress = result.unsteadyAddress;

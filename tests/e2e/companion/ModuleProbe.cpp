@@ -91,7 +91,7 @@ std::string Describe(const Difference& difference) {
   return text;
 }
 
-/// Chances are that somebody wants to try this under a signal: the first stop signal stops it.
+/// One operation on one module. The first stop signal stops it.
 struct Probe {
   SignalWatch signals;
   Module module;

@@ -252,6 +252,16 @@ class ModuleWithOneFaultTest : public ModuleTest {
     std::string state;
   };
 
+  /// On a module of the same type as this one.
+  static Seen RunWith(const std::string& fault,
+                      const std::string& words,
+                      const std::string& before) {
+    ModuleWithOneFaultTest again;
+    again.PlugIn();
+    again.Fault(fault);
+    return again.Run(words, before);
+  }
+
   /// Every `step`th fault leads to the same end as none.
   void ExpectTheSame(const std::string& words, const std::string& before, std::size_t step) {
     PlugIn();
@@ -266,10 +276,7 @@ class ModuleWithOneFaultTest : public ModuleTest {
     ASSERT_FALSE(faults.empty());
     for (const std::string& fault : faults) {
       SCOPED_TRACE(fault);
-      ModuleWithOneFaultTest again;
-      again.PlugIn();
-      again.Fault(fault);
-      const Seen seen = again.Run(words, before);
+      const Seen seen = RunWith(fault, words, before);
       // A message that was lost is read again, and nothing else tells of it.
       EXPECT_EQ(std::regex_replace(seen.out, std::regex("read-again [0-9]+\n"), ""), plain.out);
       EXPECT_EQ(seen.state, plain.state);
@@ -329,6 +336,36 @@ TEST_P(ExpanderWithOneFaultTest, LinesThatTheProgramDoesNotDriveAreLeftAsTheyWer
   const Seen seen = Run("compare image.bin");
   EXPECT_THAT(seen.out, Not(HasSubstr("problem")));
   EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
+}
+
+TEST_P(ExpanderWithOneFaultTest, LinesThatAreNeverDrivenAreAProblem) {
+  PlugIn();
+  Fault("i2c:w 06:lost");
+  const Seen seen = Run("compare image.bin");
+  EXPECT_THAT(seen.out,
+              HasSubstr("problem cannot drive the lines of the GPIO expander on /dev/i2c-"));
+  EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
+}
+
+TEST_P(ExpanderWithOneFaultTest, I2cNodeThatIsNotThereIsAProblem) {
+  PlugIn(",i2cdev=missing");
+  const Seen seen = Run("compare image.bin");
+  EXPECT_THAT(seen.out, HasSubstr("problem cannot open /dev/i2c-"));
+  EXPECT_THAT(seen.out, HasSubstr(" to see whether its lines are released\n"));
+  EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
+}
+
+TEST_P(ExpanderWithOneFaultTest, DoneThatCannotBeReadAfterTheResetIsAProblem) {
+  PlugIn();
+  const Seen plain = Run("use");
+  const auto readings = std::count_if(plain.log.begin(), plain.log.end(), [](const auto& line) {
+    return line.find(" w 00 r ") != std::string::npos;
+  });
+  // All three of the last look.
+  const std::string fault = "i2c:w 00 r#" + std::to_string(readings - 2) + "+:ENXIO";
+  EXPECT_EQ(RunWith(fault, "use", "").out,
+            "problem the FPGA's DONE does not stay high after its reset\ndone unknown seen-low\n" +
+                EndpointLine());
 }
 
 // --- Into use -----------------------------------------------------------------------------------
