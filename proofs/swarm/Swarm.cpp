@@ -166,9 +166,7 @@ class Swarm {
         });
       }
     }
-    if (!IsInterrupted()) {
-      Report();
-    }
+    Report();
     return broken_ == 0;
   }
 
