@@ -252,10 +252,8 @@ std::string WordsFor(const std::string& name, const std::string& value) {
     return value == "0x0000" ? "released" : "drives " + value;
   }
   if (name == "registers") {
-    if (value == "00:00") {
-      return "";  // of a chip without a lock
-    }
-    return value == "24:0f" ? "locked" : "registers " + value;
+    // As they should be: of a chip without a lock, and of a lockable chip that is protected whole.
+    return value == "00:00" || value == "24:0f" ? "" : "registers " + value;
   }
   if (name == "pcie") {
     return "PCIe " + value;
