@@ -1,6 +1,7 @@
 #include "companion/module/Module.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <optional>
@@ -130,11 +131,13 @@ Problem Module::Run(const Conditions& conditions,
   memory_->report = {};
   // A worker that does not touch the module has nothing to give back, and may hang in a service.
   const bool canBeKilled = conditions.place == nullptr;
-  for (int attempt = 0; attempt < conditions.tries && !memory_->stop; ++attempt) {
+  static const std::atomic<bool> kNever = false;
+  const std::atomic<bool>& stop = conditions.heedsStop ? memory_->stop : kNever;
+  for (int attempt = 0; attempt < conditions.tries && !stop; ++attempt) {
     memory_->report = {};
     memory_->advanced = 0;
     const WorkerEnding ending =
-        Worker::Run([&](const WorkerSide& side) { task(Interruption(memory_->stop, side)); },
+        Worker::Run([&](const WorkerSide& side) { task(Interruption(stop, side)); },
                     conditions.limitSeconds,
                     signals_,
                     conditions.woken,
@@ -322,7 +325,9 @@ Problem Module::Lock(const ModuleNames& names) {
     chip.AwaitReady();
     chip.Protect(true);
   };
-  return NotGivenBackOr(RunOnModule({.limitSeconds = kLimitSeconds, .place = &place}, work, [] {}));
+  // A chip that a stopped run has unlocked must not be left so.
+  return NotGivenBackOr(RunOnModule(
+      {.limitSeconds = kLimitSeconds, .place = &place, .heedsStop = false}, work, [] {}));
 }
 
 IntoUse Module::TakeIntoUse(const ModuleNames& names) {

@@ -51,6 +51,7 @@ class Module : public ModuleInterface {
     bool repeatsReportedFailure = true;  ///< else only when the worker did not come to its end
     bool takesWholeRun = false;          ///< succeeds only when the worker has done everything
     bool releasesReset = false;          ///< as Restore() has it
+    bool heedsStop = true;               ///< Stop() ends it
     std::function<void()> woken{};
   };
 

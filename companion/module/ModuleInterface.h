@@ -120,8 +120,8 @@ class ModuleInterface {
   /// Gives back what a killed worker or `tarnwick` has left: lines, selector, `qspi_prg`, a reset.
   virtual Problem GiveBack(const ModuleNames& names) = 0;
 
-  /// From now on a running operation ends as soon as the module is given back, with a problem. May be
-  /// called in a progress callback.
+  /// From now on a running operation ends as soon as the module is given back, with a problem. Only
+  /// Lock() and GiveBack() are still carried out. May be called in a progress callback.
   virtual void Stop() = 0;
 };
 

@@ -501,24 +501,28 @@ void UpdateSequence::RemoveMark() {
 // --- 8: protection ------------------------------------------------------------------------------
 
 /// Protects a lockable chip that the last reading does not show as protected.
-void UpdateSequence::ProtectChip() {
+/// @return why that could not be done; empty when there is nothing left to do
+std::string UpdateSequence::ProtectChip() {
   const bool isRead = !reading_.problem;
   if (isRead && !reading_.chip.IsLockable()) {
-    return;
+    return "";
   }
   const bool isUntouched = !isRead && !update_.written;
-  const bool wasLocked = isRead && reading_.chip.IsLockedWhole();
+  // `tarnwick` unlocks it before it writes, so what was read before that says nothing.
+  const bool isReadSince = isRead && update_.holds != FlashHolds::kNotKnown;
+  const bool wasLocked = isReadSince && reading_.chip.IsLockedWhole();
   if (isUntouched || wasLocked) {
     if (wasLocked) {
       update_.lockedWhole = true;
     }
-    return;
+    return "";
   }
   const Problem problem = services_.module.Lock(result_.names);
   update_.lockedWhole = !problem;
   if (problem) {
     Note("the chip could not be protected: " + problem.text);
   }
+  return problem.text;
 }
 
 // --- 9: how it ends -----------------------------------------------------------------------------
@@ -541,12 +545,16 @@ std::string UpdateSequence::WhatTheFlashHolds() const {
 }
 
 Ending UpdateSequence::Stopped() {
+  std::string verdict = "Stopped by a signal. " + WhatTheFlashHolds();
   if (MustEndNow() && isAlone_) {
     if (const Problem left = services_.module.GiveBack(result_.names)) {
       Note("not given back: " + left.text);
     }
+    if (update_.written && !ProtectChip().empty()) {
+      verdict += " The chip may be left without its protection.";
+    }
   }
-  return {ExitCode::kStopped, "Stopped by a signal. " + WhatTheFlashHolds()};
+  return {ExitCode::kStopped, verdict};
 }
 
 Ending UpdateSequence::NotProven() const {

@@ -70,7 +70,7 @@ class UpdateSequence : private Sequence {
   Ending BringIntoUse();
   bool TakeIntoUseOnce();
   bool IsInUse();
-  void ProtectChip();
+  std::string ProtectChip();
   void RemoveMark();
 
   void ReadImageLength();

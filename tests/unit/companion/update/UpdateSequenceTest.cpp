@@ -984,6 +984,37 @@ TEST_F(UpdateSequenceTest, SecondSignalWhileTarnwickWritesKillsItAndGivesBack) {
             Together({kBegin, kRead, kMarked, kWritten, {"give back", "give back"}, kEnd}));
 }
 
+TEST_F(UpdateSequenceTest, LockableChipIsLockedAgainAfterASecondSignalWhileTarnwickWrites) {
+  world_.chip = {.id = {0xC2, 0x20, 0x18}, .status = 0x3C};
+  world_.programWrites = false;
+  SignalIn("tarnwick wend 1 image.bin", 2);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(result.lockedWhole, true);
+  EXPECT_EQ(world_.calls,
+            Together({kBegin, kRead, kMarked, kWritten, {"give back", "protect"}, kEnd}));
+}
+
+TEST_F(UpdateSequenceTest, LockableChipThatCannotBeLockedAfterASecondSignalIsInTheVerdict) {
+  world_.chip = {.id = {0xC2, 0x20, 0x18}, .status = 0x3C};
+  world_.programWrites = false;
+  world_.lockProblem = "no answer";
+  SignalIn("tarnwick wend 1 image.bin", 2);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.lockedWhole, false);
+  EXPECT_EQ(
+      result.verdict,
+      "Stopped by a signal. The flash was changed, and what it holds now is not known. Update "
+      "again. The chip may be left without its protection.");
+}
+
+TEST_F(UpdateSequenceTest, LockableChipIsLeftAsItIsWhenASecondSignalComesBeforeAnyWrite) {
+  world_.chip = {.id = {0xC2, 0x20, 0x18}, .status = 0};
+  SignalIn("read 1000", 2);
+  EXPECT_EQ(Update().lockedWhole, std::nullopt);
+  EXPECT_EQ(world_.calls, Together({kBegin, kRead, {"give back"}, kEnd}));
+}
+
 TEST_F(UpdateSequenceTest, SecondSignalAfterAReadingThatDiffersSaysSo) {
   world_.programWrites = false;
   int readings = 0;
