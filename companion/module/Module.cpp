@@ -64,11 +64,17 @@ void FindNames(const Target& target, unsigned slot, WorkerReport& report) {
 }
 
 /// Routes the flash to the controller without disturbing an FPGA that runs.
-void Take(ModuleAccess& access, const ModulePlace& place, ModuleMemory& memory) {
+void Take(ModuleAccess& access,
+          const ModulePlace& place,
+          ModuleMemory& memory,
+          const Interruption& interruption) {
   WorkerReport& report = memory.report;
   access.ConnectLines(memory.resting);
   report.done = access.AwaitDone();
   report.psMode = report.done == DoneLine::kLow && place.HasPsMode();
+  if (report.psMode) {
+    interruption.WakeParent();
+  }
   access.TakeFlash(report.psMode);
 }
 
@@ -133,6 +139,12 @@ Problem Module::Run(const Conditions& conditions,
   const bool canBeKilled = conditions.place == nullptr;
   static const std::atomic<bool> kNever = false;
   const std::atomic<bool>& stop = conditions.heedsStop ? memory_->stop : kNever;
+  const auto woken = [&] {
+    AnnouncePsMode();
+    if (conditions.woken) {
+      conditions.woken();
+    }
+  };
   for (int attempt = 0; attempt < conditions.tries && !stop; ++attempt) {
     memory_->report = {};
     memory_->advanced = 0;
@@ -140,8 +152,9 @@ Problem Module::Run(const Conditions& conditions,
         Worker::Run([&](const WorkerSide& side) { task(Interruption(stop, side)); },
                     conditions.limitSeconds,
                     signals_,
-                    conditions.woken,
+                    woken,
                     [&] { return canBeKilled && memory_->stop; });
+    AnnouncePsMode();  // a worker that has ended meanwhile wakes nobody
     if (conditions.place != nullptr && !memory_->report.ended) {
       TakeOver(Restore(*conditions.place, conditions.releasesReset));
     }
@@ -176,6 +189,12 @@ Problem Module::RunOnModule(const Conditions& conditions,
     report.ended = true;
   };
   return Run(conditions, task);
+}
+
+void Module::AnnouncePsMode() {
+  if (memory_->report.psMode && announcePsMode_) {
+    std::exchange(announcePsMode_, {})();
+  }
 }
 
 /// What another worker has done in place of the one that did not come to its end.
@@ -251,7 +270,7 @@ ModuleReading Module::Read(const ModuleNames& names,
     if (target_.hasPcieEndpoint) {
       report.endpoint = EndpointFiles(slot_).State();
     }
-    Take(access, place, *memory_);
+    Take(access, place, *memory_, interruption);
     SPIDev& spi = access.OpenSpi();
     FlashChip chip(spi, interruption);
     chip.AwaitReady();
@@ -299,7 +318,7 @@ ModuleReading Module::Read(const ModuleNames& names,
 Problem Module::WriteHead(const ModuleNames& names, std::span<const std::uint8_t> page) {
   const ModulePlace place = {target_, slot_, names};
   const auto work = [&](ModuleAccess& access, const Interruption& interruption) {
-    Take(access, place, *memory_);
+    Take(access, place, *memory_, interruption);
     SPIDev& spi = access.OpenSpi();
     FlashChip chip(spi, interruption);
     chip.AwaitReady();
@@ -320,7 +339,7 @@ Problem Module::WriteHead(const ModuleNames& names, std::span<const std::uint8_t
 Problem Module::Lock(const ModuleNames& names) {
   const ModulePlace place = {target_, slot_, names};
   const auto work = [&](ModuleAccess& access, const Interruption& interruption) {
-    Take(access, place, *memory_);
+    Take(access, place, *memory_, interruption);
     FlashChip chip(access.OpenSpi(), interruption);
     chip.AwaitReady();
     chip.Protect(true);

@@ -4,6 +4,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "app/Targets.h"
 #include "companion/module/ModuleInterface.h"
@@ -37,6 +38,7 @@ class Module : public ModuleInterface {
   IntoUse TakeIntoUse(const ModuleNames& names) override;
   Problem Lock(const ModuleNames& names) override;
   Problem GiveBack(const ModuleNames& names) override;
+  void OnPsMode(std::function<void()> announce) override { announcePsMode_ = std::move(announce); }
   void Stop() override;
 
  private:
@@ -65,6 +67,7 @@ class Module : public ModuleInterface {
   /// @param releasesReset  also the reset of a wend, whose control file tells nobody who drives it
   Problem Restore(const ModulePlace& place, bool releasesReset);
   void TakeOver(const Problem& restoring);
+  void AnnouncePsMode();
   [[nodiscard]] Problem NotGivenBackOr(Problem problem) const;
   [[nodiscard]] static unsigned LimitSeconds(std::size_t bytes);
 
@@ -72,6 +75,7 @@ class Module : public ModuleInterface {
   unsigned slot_;
   SignalWatch& signals_;
   SharedMemory<ModuleMemory> memory_;
+  std::function<void()> announcePsMode_;  ///< empty once it has been called
 };
 
 }  // namespace companion

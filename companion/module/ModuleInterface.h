@@ -120,6 +120,9 @@ class ModuleInterface {
   /// Gives back what a killed worker or `tarnwick` has left: lines, selector, `qspi_prg`, a reset.
   virtual Problem GiveBack(const ModuleNames& names) = 0;
 
+  /// @param announce  called once, before an FPGA that is not configured is brought into PS mode
+  virtual void OnPsMode(std::function<void()> announce) = 0;
+
   /// From now on a running operation ends as soon as the module is given back, with a problem. Only
   /// Lock() and GiveBack() are still carried out. May be called in a progress callback.
   virtual void Stop() = 0;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <utility>
 
 #include "companion/image/Decision.h"
 
@@ -83,6 +84,14 @@ std::string TextOf(const Difference& difference) {
          "), in " + std::to_string(difference.pages) +
          (difference.pages == 1 ? " page" : " pages") + " of 256 bytes";
 }
+
+Sequence::Sequence(Services services, ModuleResult& result, int signalsThatEnd)
+    : services_(std::move(services)), result_(result), signalsThatEnd_(signalsThatEnd) {
+  services_.module.OnPsMode(
+      [this] { Note("DONE has been low for 10 s: the FPGA goes through PS mode"); });
+}
+
+Sequence::~Sequence() { services_.module.OnPsMode({}); }
 
 void Sequence::Note(const std::string& line) {
   result_.notes.push_back(line);

@@ -44,9 +44,8 @@ class Sequence {
  protected:
   /// @param result         of the whole command, borrowed
   /// @param signalsThatEnd  how many signals end what runs
-  Sequence(Services services, ModuleResult& result, int signalsThatEnd)
-      : services_(services), result_(result), signalsThatEnd_(signalsThatEnd) {}
-  ~Sequence() = default;
+  Sequence(Services services, ModuleResult& result, int signalsThatEnd);
+  ~Sequence();
 
   /// Adds a line of diagnostics to the result, and shows it.
   void Note(const std::string& line);

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "companion/image/ImageFile.h"
@@ -64,6 +65,7 @@ class FakeWorld : public ModuleInterface, public ProgramInterface, public StateI
   int kills = 0;
   int signalsWaiting = 0;           ///< handed over by fetchSignals
   std::function<void()> signalled;  ///< the sequence's
+  std::function<void()> announcePsMode;
 
   // ModuleInterface
   Problem Find(ModuleNames& found) override;
@@ -75,6 +77,7 @@ class FakeWorld : public ModuleInterface, public ProgramInterface, public StateI
   IntoUse TakeIntoUse(const ModuleNames& used) override;
   companion::Problem Lock(const ModuleNames& used) override;
   Problem GiveBack(const ModuleNames& used) override;
+  void OnPsMode(std::function<void()> announce) override { announcePsMode = std::move(announce); }
   void Stop() override { ++stops; }
 
   // ProgramInterface

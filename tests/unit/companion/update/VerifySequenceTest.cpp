@@ -98,6 +98,17 @@ TEST_F(VerifySequenceTest, SignalWhileTheBusIsAskedEndsItBeforeTheLock) {
   EXPECT_EQ(world_.calls, Calls{"find"});
 }
 
+TEST_F(VerifySequenceTest, PsModeIsAnnouncedWhileTheModuleIsRead) {
+  world_.onCall = [this](const std::string& call) {
+    if (call == "read 1000") {
+      world_.announcePsMode();
+    }
+  };
+  const VerifyResult result = Verify();
+  EXPECT_EQ(world_.said, Calls{"DONE has been low for 10 s: the FPGA goes through PS mode"});
+  EXPECT_EQ(result.notes, world_.said);
+}
+
 TEST_F(VerifySequenceTest, SignalAfterTheLockTouchesNothing) {
   world_.onCall = [this](const std::string& call) {
     if (call.starts_with("lock")) {
