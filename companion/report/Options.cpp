@@ -6,6 +6,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "cli/CommandLine.h"
 
@@ -22,6 +23,7 @@ constexpr std::string_view kHelp =
        tarnwickctl update TARGET MODULE IMAGE [--sha256 HEX] [--attempts N]
                           [--timeout SECONDS] [--restart] [--force] [--program PATH]
                           [--json]
+       read, verify, update: [--state DIR] [--wait SECONDS]
 
 image    tells what is in an image file and what would happen to it; touches no device
 read     stores what the flash of a module holds in FILE, whole or not at all
@@ -96,6 +98,16 @@ std::string TakeSha256(const std::string& word) {
   return word;
 }
 
+/// An option that is given once at most: of two values one would be dropped.
+void AddOption(cli::OptionSet& set, const std::string& name, cli::OptionSet::Take take) {
+  set.AddOption(name, [take = std::move(take), isGiven = false](const std::string& word) mutable {
+    if (std::exchange(isGiven, true)) {
+      Refuse("is given twice");
+    }
+    take(word);
+  });
+}
+
 // --- Commands -----------------------------------------------------------------------------------
 
 void AddModuleWords(cli::OptionSet& set, Options& options, const std::string& file) {
@@ -108,8 +120,8 @@ void AddModuleWords(cli::OptionSet& set, Options& options, const std::string& fi
 
 void AddStateOptions(cli::OptionSet& set, Options& options) {
   constexpr unsigned kMostSeconds = 1'000'000;
-  set.AddOption("--state", [&](const std::string& word) { options.state = TakePath(word); });
-  set.AddOption("--wait", [&](const std::string& word) {
+  AddOption(set, "--state", [&](const std::string& word) { options.state = TakePath(word); });
+  AddOption(set, "--wait", [&](const std::string& word) {
     options.waitSeconds = TakeNumber(word, 0U, kMostSeconds);
   });
   set.AddFlag("--json", options.json);
@@ -117,14 +129,14 @@ void AddStateOptions(cli::OptionSet& set, Options& options) {
 
 void AddImage(cli::OptionSet& set, Options& options) {
   set.AddWord("FILE", [&](const std::string& word) { options.file = TakePath(word); });
-  set.AddOption("--target", [&](const std::string& word) { options.target = TakeTarget(word); });
-  set.AddOption("--flash", [&](const std::string& word) { options.dump = TakePath(word); });
+  AddOption(set, "--target", [&](const std::string& word) { options.target = TakeTarget(word); });
+  AddOption(set, "--flash", [&](const std::string& word) { options.dump = TakePath(word); });
   set.AddFlag("--json", options.json);
 }
 
 void AddRead(cli::OptionSet& set, Options& options) {
   AddModuleWords(set, options, "FILE");
-  set.AddOption("--length", [&](const std::string& word) {
+  AddOption(set, "--length", [&](const std::string& word) {
     options.length = TakeNumber(word, std::size_t{1}, kFlashBytes);
   });
   AddStateOptions(set, options);
@@ -139,16 +151,16 @@ void AddUpdate(cli::OptionSet& set, Options& options) {
   constexpr unsigned kMostAttempts = 100;
   constexpr unsigned kMostSeconds = 1'000'000;
   AddModuleWords(set, options, "IMAGE");
-  set.AddOption("--sha256", [&](const std::string& word) { options.sha256 = TakeSha256(word); });
-  set.AddOption("--attempts", [&](const std::string& word) {
+  AddOption(set, "--sha256", [&](const std::string& word) { options.sha256 = TakeSha256(word); });
+  AddOption(set, "--attempts", [&](const std::string& word) {
     options.attempts = TakeNumber(word, 1U, kMostAttempts);
   });
-  set.AddOption("--timeout", [&](const std::string& word) {
+  AddOption(set, "--timeout", [&](const std::string& word) {
     options.timeout = std::chrono::seconds(TakeNumber(word, 1U, kMostSeconds));
   });
   set.AddFlag("--restart", options.restart);
   set.AddFlag("--force", options.force);
-  set.AddOption("--program", [&](const std::string& word) { options.program = TakePath(word); });
+  AddOption(set, "--program", [&](const std::string& word) { options.program = TakePath(word); });
   AddStateOptions(set, options);
 }
 

@@ -51,6 +51,13 @@ TEST(OptionsTest, UpdateHasItsDefaults) {
   EXPECT_EQ(options.answer, std::nullopt);
 }
 
+TEST(OptionsTest, OptionThatIsGivenTwiceIsRefused) {
+  EXPECT_EQ(Refusal({"image", "new.bin", "--target", "wend", "--target", "dax"}),
+            "--target: is given twice");
+  EXPECT_EQ(Refusal({"verify", "dax", "2", "new.bin", "--state=a", "--state", "b"}),
+            "--state: is given twice");
+}
+
 TEST(OptionsTest, UpdateTakesItsOptions) {
   const std::string sum(64, 'A');
   const Options options = Parse({"update",
