@@ -60,7 +60,7 @@ std::string MarkName(unsigned module) {
   return kMarkBegin + std::to_string(module) + ".unfinished";
 }
 
-bool IsOwnName(std::string_view name) { return name == kWorkName || name.starts_with(kMarkBegin); }
+bool IsMarkName(std::string_view name) { return name.starts_with(kMarkBegin); }
 
 bool IsOwnFile(const struct stat& status) {
   return S_ISREG(status.st_mode) && status.st_nlink == 1;
@@ -280,9 +280,9 @@ StateInterface::Locking StateFolder::Lock(const std::string& purpose, unsigned w
   return locking;
 }
 
-/// The work folder is removed with everything in it, so it must not be somebody else's. The lock is made
-/// before it and never removed: it is ours where there is a lock, or nothing that is not ours. The lock
-/// is looked for later, since another process may just be making both.
+/// The work folder is removed with everything in it, so it must not be somebody else's. Ours stands
+/// beside a lock or a mark: the lock is made before it, and never removed. The lock is looked for
+/// later, since another process may just be making both.
 std::string StateFolder::WorkFolderRefusal() const {
   struct stat status {};
   const auto isThere = [&](const char* name) {
@@ -293,14 +293,15 @@ std::string StateFolder::WorkFolderRefusal() const {
   }
   const int error =
       ForEachName(FileDescriptor(::openat(Folder(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-                  [](const char* name) { return IsOwnName(name) ? 0 : EEXIST; });
+                  [](const char* name) { return IsMarkName(name) ? EEXIST : 0; });
   if (error == EEXIST) {
-    return Quoted(path_) + " holds a '" + kWorkName + "' and other files: use a folder of its own";
+    return "";
   }
   if (error != 0) {
     return Failure("list", path_, error);
   }
-  return "";
+  return Quoted(path_) + " holds a '" + kWorkName + "' and no '" + kLockName +
+         "': use a folder of its own";
 }
 
 std::string StateFolder::OpenLock() {

@@ -18,8 +18,8 @@ namespace companion {
 ///   slot-N.unfinished  mark of an update of slot N
 ///   work/              the image, and what `tarnwick` leaves in its working directory
 /// Everything in it belongs to its owner alone, and the folder to the effective user. Refused are a
-/// folder that others can write, a link at its path, and one that holds a `work`, no `lock` and other
-/// files: `work` would be removed. What is found under a mark's name counts as a mark, whatever it is;
+/// folder that others can write, a link at its path, and one that holds a `work` and neither a `lock`
+/// nor a mark: `work` would be removed. What is found under a mark's name counts as a mark, whatever it is;
 /// a link there is replaced, and what else is no regular file with one link is not written.
 class StateFolder : public StateInterface {
  public:

@@ -614,10 +614,17 @@ TEST_F(StateFolderTest, WorkFolderBesideOtherFilesWithoutALockIsSomebodyElsesAnd
   fs::create_directory(InFolder("work"));
   WriteFile(InFolder("work/file"), "kept");
   const std::string refusal =
-      "'" + Path() + "' holds a 'work' and other files: use a folder of its own";
+      "'" + Path() + "' holds a 'work' and no 'lock': use a folder of its own";
   EXPECT_EQ(LockProblem(), refusal);
   EXPECT_EQ(LockProblem(), refusal);  // the first one has made no lock
   EXPECT_EQ(ReadFile(InFolder("work/file")), "kept");
+}
+
+TEST_F(StateFolderTest, WorkFolderAloneWithoutALockIsSomebodyElsesAndKept) {
+  fs::create_directories(InFolder("work/folder"));
+  EXPECT_EQ(LockProblem(),
+            "'" + Path() + "' holds a 'work' and no 'lock': use a folder of its own");
+  EXPECT_TRUE(IsThere(InFolder("work/folder")));
 }
 
 TEST_F(StateFolderTest, WorkFolderBesideMarksIsRemovedWithoutALock) {
