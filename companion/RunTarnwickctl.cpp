@@ -1,6 +1,7 @@
 #include "companion/RunTarnwickctl.h"
 
 #include <chrono>
+#include <csignal>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -192,6 +193,8 @@ int RunTarnwickctl(std::span<const char* const> words,
                    std::ostream& out,
                    std::ostream& err,
                    bool isTerminal) {
+  // A console that closes must not take the place of the exit code, also not at the very end.
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   Options options;
   try {
     options = ParseOptions(words);
@@ -199,11 +202,17 @@ int RunTarnwickctl(std::span<const char* const> words,
     err << cli::UsageText("tarnwickctl", error.what()) << std::flush;
     return static_cast<int>(ExitCode::kRefused);
   }
+  ExitCode exit = ExitCode::kDone;
   if (options.answer) {
     out << *options.answer << std::flush;
-    return static_cast<int>(ExitCode::kDone);
+  } else {
+    exit = RunCommand(options, out, err, isTerminal);
   }
-  return static_cast<int>(RunCommand(options, out, err, isTerminal));
+  // The exit code is the verdict on file or module, and stays.
+  if (!out) {
+    err << "tarnwickctl: cannot write to standard output" << std::endl;
+  }
+  return static_cast<int>(exit);
 }
 
 }  // namespace companion

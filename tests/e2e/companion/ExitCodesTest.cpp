@@ -145,6 +145,12 @@ TEST_F(ExitCodesTest, UpdateOfADaxWithNothingToWriteEndsIn0) {
             "");
 }
 
+TEST_F(ExitCodesTest, ReportThatCannotBeWrittenIsSaidAndLeavesTheExitCode) {
+  const std::string line = "tarnwickctl: cannot write to standard output\n";
+  ExpectEnd(bench_.Run(Bench::Companion("image image.bin --target pyx1 >/dev/full")), 0, "", line);
+  ExpectEnd(bench_.Run(bench_.Verify("--json >/dev/full")), 1, "", line);
+}
+
 // --- 1
 
 TEST_F(ExitCodesTest, UnfitImageEndsIn1) {
