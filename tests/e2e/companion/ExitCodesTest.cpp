@@ -27,6 +27,9 @@ constexpr const char* kBeforeOfOldBuild = "flash before: \"06/05/2023 07:08:09\"
 constexpr const char* kPyxRuns =
     "chip: 20ba18, not protected\nDONE: high\nPCIe endpoint: enabled\n";
 
+constexpr const char* kPsMode =
+    "tarnwickctl: DONE has been low for 10 s: the FPGA goes through PS mode\n";
+
 /// What `tarnwick` prints when it writes a pyx1 in slot 4.
 /// @param done    what it says when it connects
 /// @param stamp   in the flash
@@ -240,14 +243,15 @@ TEST_F(ExitCodesTest, FpgaThatDoesNotComeUpEndsIn3) {
   bench_.Key("done=low");
   const std::string reason =
       "not in use: the FPGA's DONE does not rise within 10 s after its reset";
-  ExpectEnd(bench_.Run(bench_.Update("--attempts 1")),
-            3,
-            WritesPyx1(kNoDone, kOldStamp, "FPGA did not assert configuration completed.\n") +
-                ModuleLine() + ImageLines() + kBeforeOfOldBuild +
-                "attempt 1: tarnwick ended with 7\nchip: 20ba18, not protected\nDONE: low\n"
-                "PCIe endpoint: enabled\nThe flash holds the image, but it is " +
-                reason + ". Switch the module off and on.\n",
-            "tarnwickctl: tarnwick ended with 7\ntarnwickctl: " + reason + "\n");
+  ExpectEnd(
+      bench_.Run(bench_.Update("--attempts 1")),
+      3,
+      WritesPyx1(kNoDone, kOldStamp, "FPGA did not assert configuration completed.\n") +
+          ModuleLine() + ImageLines() + kBeforeOfOldBuild +
+          "attempt 1: tarnwick ended with 7\nchip: 20ba18, not protected\nDONE: low\n"
+          "PCIe endpoint: enabled\nThe flash holds the image, but it is " +
+          reason + ". Switch the module off and on.\n",
+      std::string(kPsMode) + "tarnwickctl: tarnwick ended with 7\ntarnwickctl: " + reason + "\n");
 }
 
 TEST_F(ExitCodesTest, EndpointThatDoesNotComeBackEndsIn3) {
@@ -298,10 +302,9 @@ TEST_F(ExitCodesTest, SecondSignalEndsIn5) {
                 "Stopped by a signal. The flash was changed, and what it holds now is not known. "
                 "Update again.\n");
   EXPECT_EQ(bench_.ReadText("update.err"),
-            "tarnwickctl: a signal asks to stop: what has begun is brought to its end; a second "
+            "tarnwickctl: SIGHUP asks to stop: what has begun is brought to its end; a second "
             "signal ends it at once\n"
-            "tarnwickctl: stopped by a second signal: what runs is ended, and the module given "
-            "back\n"
+            "tarnwickctl: stopped by SIGTERM: what runs is ended, and the module given back\n"
             "tarnwickctl: tarnwick was ended by signal 9\n");
 }
 
@@ -314,7 +317,7 @@ TEST_F(ExitCodesTest, ChipThatDoesNotAnswerEndsIn6) {
             ModuleLine() + ImageLines() +
                 "DONE: low\nPCIe endpoint: enabled\nThe module cannot be read for certain: no "
                 "flash chip answers (identification 00 00 00). The flash was not changed.\n",
-            "");
+            kPsMode);
 }
 
 TEST_F(ExitCodesTest, ExpanderThatDoesNotAnswerEndsIn6) {

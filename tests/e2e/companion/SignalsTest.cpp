@@ -96,8 +96,9 @@ TEST_P(EachSignalTest, OnceInMidWriteTheUpdateIsBroughtToItsEnd) {
   EXPECT_EQ(bench_.ReadText("update.err"),
             GetParam() == std::string("PIPE")
                 ? ""
-                : "tarnwickctl: a signal asks to stop: what has begun is brought to its end; a "
-                  "second signal ends it at once\n");
+                : "tarnwickctl: SIG" + std::string(GetParam()) +
+                      " asks to stop: what has begun is brought to its end; a second signal ends "
+                      "it at once\n");
 }
 
 TEST_F(SignalsTest, SecondSignalEndsTarnwickAndTheModuleIsGivenBack) {
