@@ -500,21 +500,18 @@ void UpdateSequence::RemoveMark() {
 
 // --- 8: protection ------------------------------------------------------------------------------
 
-/// Protects a lockable chip that the last reading does not show as protected.
+/// Protects a lockable chip that the last reading does not show as protected. A chip of a module that
+/// is neither written nor holds the image is not touched.
 /// @return why that could not be done; empty when there is nothing left to do
 std::string UpdateSequence::ProtectChip() {
   const bool isRead = !reading_.problem;
-  if (isRead && !reading_.chip.IsLockable()) {
+  if ((!update_.written && !HoldsImage()) || (isRead && !reading_.chip.IsLockable())) {
     return "";
   }
-  const bool isUntouched = !isRead && !update_.written;
   // `tarnwick` unlocks it before it writes, so what was read before that says nothing.
   const bool isReadSince = isRead && update_.holds != FlashHolds::kNotKnown;
-  const bool wasLocked = isReadSince && reading_.chip.IsLockedWhole();
-  if (isUntouched || wasLocked) {
-    if (wasLocked) {
-      update_.lockedWhole = true;
-    }
+  if (isReadSince && reading_.chip.IsLockedWhole()) {
+    update_.lockedWhole = true;
     return "";
   }
   const Problem problem = services_.module.Lock(result_.names);

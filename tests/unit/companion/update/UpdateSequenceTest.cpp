@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -809,6 +810,20 @@ TEST_F(UpdateSequenceTest, LockableChipThatReadsUnlockedIsLockedAtTheEnd) {
   EXPECT_EQ(result.exit, ExitCode::kDone);
   EXPECT_EQ(world_.calls, Together({kBegin, kRead, {"protect"}, kEnd}));
   EXPECT_EQ(result.lockedWhole, true);
+}
+
+TEST_F(UpdateSequenceTest, LockableChipOfAFlashThatIsRefusedIsLeftAlone) {
+  world_.chip = {.id = {0xC2, 0x20, 0x18}, .status = 0};
+  world_.flash[4] = 'S';
+  EXPECT_EQ(Update().exit, ExitCode::kRefused);
+  EXPECT_EQ(std::count(world_.calls.begin(), world_.calls.end(), "protect"), 0);
+}
+
+TEST_F(UpdateSequenceTest, LockableChipOfAFlashThatASignalHasSparedIsLeftAlone) {
+  world_.chip = {.id = {0xC2, 0x20, 0x18}, .status = 0};
+  SignalIn("read 1000", 1);
+  EXPECT_EQ(Update().exit, ExitCode::kStopped);
+  EXPECT_EQ(std::count(world_.calls.begin(), world_.calls.end(), "protect"), 0);
 }
 
 TEST_F(UpdateSequenceTest, LockableChipThatReadsLockedIsLeftAlone) {
