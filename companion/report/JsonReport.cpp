@@ -69,6 +69,7 @@ Json ReadingJson(const ReadingFacts& facts) {
           {"unsteady_address", OrNull(found.unsteadyAddress)},
           {"difference", DifferenceJson(found.difference)},
           {"blocks_read_again", found.blocksReadAgain},
+          {"looks_silent", found.looksSilent},
           {"ps_mode", found.psMode},
           {"done_before", NameOf(found.done)},
           {"done_after", NameOf(found.doneAfter)},

@@ -53,6 +53,9 @@ class ReportTest : public CompanionTest {
   std::string err_;
 };
 
+/// Where the type of the module makes no difference.
+class AnyTypeReportTest : public ReportTest {};
+
 TEST_P(ReportTest, OfAChangedModule) {
   PlugIn();
   const json report = Report("update", "image.bin");
@@ -105,7 +108,7 @@ TEST_P(ReportTest, OfAFlashThatIsRead) {
   EXPECT_EQ(report["bytes"], 4096);
 }
 
-TEST_P(ReportTest, OfARefusal) {
+TEST_P(AnyTypeReportTest, OfARefusal) {
   PlugIn();
   EXPECT_EQ(Report("update", "no-such-file")["verdict"], "refused");
   EXPECT_EQ(Report("verify", "no-such-file")["verdict"], "refused");
@@ -117,14 +120,14 @@ TEST_P(ReportTest, OfARefusal) {
   ExpectFlashUntouched();
 }
 
-TEST_P(ReportTest, OfASlotThatIsEmpty) {
+TEST_P(AnyTypeReportTest, OfASlotThatIsEmpty) {
   instrument_.Option({"--module", "wend@9"});
   EXPECT_EQ(Report("update", "image.bin")["verdict"], "refused");
   EXPECT_EQ(Report("verify", "image.bin")["verdict"], "refused");
   EXPECT_EQ(Report("read", "contents.bin")["verdict"], "refused");
 }
 
-TEST_P(ReportTest, OfATransferLimitThatDoesNotSuit) {
+TEST_P(AnyTypeReportTest, OfATransferLimitThatDoesNotSuit) {
   PlugIn();
   instrument_.Option({"--bufsiz", "260"});
   const json report = Report("update", "image.bin");
@@ -140,7 +143,7 @@ TEST_P(ReportTest, OfAModuleThatCannotBeReached) {
   EXPECT_EQ(Report("read", "contents.bin")["verdict"], "unreachable");
 }
 
-TEST_P(ReportTest, OfABusThatDoesNotAnswer) {
+TEST_P(AnyTypeReportTest, OfABusThatDoesNotAnswer) {
   PlugIn();
   instrument_.Option({"--without", "bus"});
   EXPECT_EQ(Report("update", "image.bin")["verdict"], "unreachable");
@@ -155,7 +158,7 @@ TEST_P(ReportTest, OfAPageThatCannotBeWritten) {
               testing::HasSubstr("the same page as after the attempt before"));
 }
 
-TEST_P(ReportTest, OfALockThatAnotherHolds) {
+TEST_P(AnyTypeReportTest, OfALockThatAnotherHolds) {
   PlugIn();
   const json report = Checked(instrument_.RunShell(
       "umask 077 && mkdir state && exec flock state/lock \"$TARNWICKCTL\" update " +
@@ -163,7 +166,7 @@ TEST_P(ReportTest, OfALockThatAnotherHolds) {
   EXPECT_EQ(report["verdict"], "locked");
 }
 
-TEST_P(ReportTest, OfImageFiles) {
+TEST_P(AnyTypeReportTest, OfImageFiles) {
   PlugIn();
   EXPECT_EQ(ImageReport("image.bin")["verdict"], "fit");
   instrument_.WriteFile("short.bin", {'x'});
@@ -171,7 +174,7 @@ TEST_P(ReportTest, OfImageFiles) {
   EXPECT_EQ(ImageReport("no-such-file")["verdict"], "refused");
 }
 
-TEST_P(ReportTest, IsThereForANameThatIsNoUtf8) {
+TEST_P(AnyTypeReportTest, IsThereForANameThatIsNoUtf8) {
   PlugIn();
   EXPECT_EQ(Report("update", "no-\\\xFF-file")["verdict"], "refused");
   instrument_.WriteFile("\xFF.bin", image_);
@@ -179,7 +182,7 @@ TEST_P(ReportTest, IsThereForANameThatIsNoUtf8) {
   EXPECT_EQ(ImageReport("\xFF.bin")["verdict"], "fit");
 }
 
-TEST_P(ReportTest, IsNotThereWhenTheWordsAreNotUnderstood) {
+TEST_P(AnyTypeReportTest, IsNotThereWhenTheWordsAreNotUnderstood) {
   PlugIn();
   const Outcome outcome =
       instrument_.RunShell("exec \"$TARNWICKCTL\" update wend 2x image.bin --json");
@@ -260,6 +263,11 @@ INSTANTIATE_TEST_SUITE_P(EachType,
                                          program_test::kDax,
                                          program_test::kPyx1,
                                          program_test::kPyx2),
+                         program_test::WordOf);
+
+INSTANTIATE_TEST_SUITE_P(OneType,
+                         AnyTypeReportTest,
+                         testing::Values(program_test::kPyx1),
                          program_test::WordOf);
 
 }  // namespace

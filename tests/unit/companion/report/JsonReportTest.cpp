@@ -49,6 +49,7 @@ TEST(JsonReportTest, UpdateIsOneObject) {
         "pages": 4
       },
       "blocks_read_again": 1,
+      "looks_silent": false,
       "ps_mode": false,
       "done_before": "high",
       "done_after": "high",
@@ -63,6 +64,7 @@ TEST(JsonReportTest, UpdateIsOneObject) {
       "unsteady_address": null,
       "difference": null,
       "blocks_read_again": 0,
+      "looks_silent": false,
       "ps_mode": false,
       "done_before": "high",
       "done_after": "high",
