@@ -226,9 +226,11 @@ std::string DrawFault(Random& random, const World& world) {
   }
   const Place place = DrawPlace(random, world);
   const std::string action = DrawAction(random, place);
-  // No file below /sys is without an end, so no read has the same answer for ever.
+  // No file below /sys is without an end, so no read has the same answer for ever; and what sleeps
+  // again after EINTR has less to sleep then.
   const bool isText = place.kind == "read" && action.starts_with("data:");
-  const bool lasts = !action.starts_with("kill") && !isText && random.IsOneIn(5);
+  const bool canLast = !action.starts_with("kill") && !isText && action != "EINTR";
+  const bool lasts = canLast && random.IsOneIn(5);
   return place.kind + place.text + "#" + std::to_string(random.Ordinal(place.last)) +
          (lasts ? "+" : "") + ":" + action;
 }
