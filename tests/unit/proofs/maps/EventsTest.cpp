@@ -151,10 +151,7 @@ TEST(EventsTest, PagesAndSectorsBeforeTheStepsAreNotNamed) {
 }
 
 TEST(EventsTest, FiveOfManyEventsWithOneLabelInOneStepAreKept) {
-  std::vector<std::string> log;
-  for (int i = 0; i < 20; ++i) {
-    log.emplace_back("sleep 1 ms");
-  }
+  const std::vector<std::string> log(20, "sleep 1 ms");
   const auto oneStep = [](const std::string&, const std::string&) { return std::string("wait"); };
   std::vector<std::size_t> ordinals;
   for (const Event& event : EventsOf(log, oneStep)) {
