@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
+#include <ostream>
 #include <string>
 
 #include "tests/e2e/companion/Bench.h"
@@ -12,9 +12,8 @@
 namespace companion_test {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 constexpr Board kOtherPyx1 = {"pyx1", 6};  // shares its selector with every pyx outside slot 4
 
@@ -227,16 +226,38 @@ TEST_F(ConcurrencyTest, OrphanThatHangsIsEndedByItsTimeLimit) {
   ExpectWrittenOnce(ended);
 }
 
-TEST_F(ConcurrencyTest, UpdateThatWasKilledWithItsTarnwickBeforeTheResetIsBroughtIntoUse) {
-  bench_.BeforeTarnwick(
-      "[ -e \"$folder/passed\" ] || {\n"
-      "  : >\"$folder/passed\"; \"$tarnwick\" \"$@\"; kill -KILL $PPID; exit 1\n"
-      "}");
-  bench_.Fault("i2c:w 02 20 3e#1:kill");
-  const Ended ended = bench_.Run(Script(bench_.Update(">first.out 2>first.err; echo $?"),
-                                        bench_.Update(">second.out 2>second.err; echo $?")));
-  EXPECT_EQ(ended.out, "137\n0\n") << bench_.ReadText("second.err");
-  ExpectWrittenOnce(ended);
+// --- The companion is killed with its tarnwick
+
+struct Kill {
+  Board board;
+  const char* rule;  ///< kills `tarnwick` between the last page and the reset
+};
+
+void PrintTo(const Kill& kill, std::ostream* out) { *out << kill.board.word; }
+
+class KilledUpdateTest : public testing::TestWithParam<Kill> {};
+
+INSTANTIATE_TEST_SUITE_P(Boards,
+                         KilledUpdateTest,
+                         testing::Values(Kill{kWend, "write:zynq_hw_reset_n#1:kill"},
+                                         Kill{kPyx1, "i2c:w 02 20 3e#1:kill"},
+                                         Kill{kPyx2, "i2c:w 02 e8 f5#1:kill"}),
+                         [](const auto& row) { return std::string(row.param.board.word); });
+
+TEST_P(KilledUpdateTest, BeforeTheResetIsBroughtIntoUseByTheNextWithoutAWrite) {
+  const Kill& kill = GetParam();
+  Bench bench(kill.board);
+  bench.BeforeTarnwick("\"$tarnwick\" \"$@\"; kill -KILL $PPID; exit 1");
+  bench.Fault(kill.rule);
+  const Ended ended = bench.Run(Script(bench.Update(">first.out 2>first.err; echo $?"),
+                                       bench.Update(">second.out 2>second.err; echo $?")));
+  EXPECT_EQ(ended.out, "137\n0\n") << bench.ReadText("second.err");
+  ExpectFlash(ended, bench.New());
+  EXPECT_EQ(CountStarts(ended.log,
+                        "spi /dev/spidev" + std::to_string(kill.board.slot) + ".0 SE 0x000000"),
+            1);
+  EXPECT_EQ(ended.state, bench.InUse());
+  EXPECT_THAT(Bench::NamesIn(bench.StateFolder()), ElementsAre("lock"));
 }
 
 }  // namespace

@@ -293,7 +293,7 @@ TEST_F(ExitCodesTest, SecondSignalEndsIn5) {
   const Ended ended = bench_.Run(Script(MakeGate(),
                                         InBackground("update", bench_.Update()),
                                         AwaitArrival(),
-                                        "kill -TERM $update; kill -HUP $update",
+                                        "kill -HUP $update; kill -TERM $update",
                                         ExitCodeOf("update")));
   EXPECT_EQ(ended.out, "5\n");
   EXPECT_EQ(bench_.ReadText("update.out"),

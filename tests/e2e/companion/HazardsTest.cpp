@@ -21,7 +21,6 @@ namespace {
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 /// What the flash holds after a run.
 enum class Holds { kOld, kImage, kNeither };
@@ -260,7 +259,7 @@ const Hazard kHazards[] = {
      CutInResetOfPyx1,
      11,
      kImage,
-     "",
+     kCurrent,
      0,
      kImage,
      "--restart",

@@ -26,6 +26,9 @@ class PlantedLinksTest : public testing::Test {
     fs::permissions(bench_.StateFolder(), fs::perms::owner_all);
   }
 
+  /// The folder was used before: a work folder without a lock would be somebody else's.
+  void LeaveLock() const { bench_.WriteText("../state/lock", ""); }
+
   fs::path Victim() const { return bench_.StateFolder().parent_path() / "victim"; }
 
   void ExpectVictimUntouched() const {
@@ -78,6 +81,32 @@ TEST_F(PlantedLinksTest, LinkAtTheLockThatLeadsNowhereIsRefused) {
   ExpectRefused(bench_.Run(bench_.Update()), "lock");
 }
 
+TEST_F(PlantedLinksTest, HardLinkAtTheLockIsRefused) {
+  fs::create_hard_link(Victim() / "file", bench_.StateFolder() / "lock");
+  ExpectRefused(bench_.Run(bench_.Update()), "lock");
+}
+
+TEST_F(PlantedLinksTest, PipeAtTheLockIsRefused) {
+  const std::string lock = Quoted(bench_.StateFolder() / "lock");
+  ExpectRefused(bench_.Run("mkfifo " + lock + "; " + bench_.Update()), "lock");
+}
+
+TEST_F(PlantedLinksTest, LinkInPlaceOfTheFolderIsRefused) {
+  fs::remove(bench_.StateFolder());
+  fs::create_directory_symlink(Victim(), bench_.StateFolder());
+  ExpectRefused(bench_.Run(bench_.Update()), bench_.StateFolder());
+}
+
+TEST_F(PlantedLinksTest, FolderThatOthersCanWriteIsRefused) {
+  fs::permissions(bench_.StateFolder(), fs::perms::all);
+  ExpectRefused(bench_.Run(bench_.Update()), bench_.StateFolder());
+}
+
+TEST_F(PlantedLinksTest, HardLinkAtTheMarkIsNotWritten) {
+  fs::create_hard_link(Victim() / "file", bench_.StateFolder() / "slot-2.unfinished");
+  ExpectUpdated(bench_.Run(bench_.Update()));
+}
+
 TEST_F(PlantedLinksTest, LinkAtTheMarkIsNotFollowed) {
   fs::create_symlink(Victim() / "file", bench_.StateFolder() / "slot-2.unfinished");
   ExpectUpdated(bench_.Run(bench_.Update()));
@@ -91,18 +120,28 @@ TEST_F(PlantedLinksTest, LinkAtTheMarkThatLeadsNowhereIsNotFollowed) {
 }
 
 TEST_F(PlantedLinksTest, LinkAtTheWorkFolderIsRemovedAndNotFollowed) {
+  LeaveLock();
   fs::create_directory_symlink(Victim(), bench_.StateFolder() / "work");
   ExpectUpdated(bench_.Run(bench_.Update()));
   EXPECT_THAT(Bench::NamesIn(bench_.StateFolder()), ElementsAre("lock"));
 }
 
 TEST_F(PlantedLinksTest, FileInPlaceOfTheWorkFolderIsRemoved) {
+  LeaveLock();
   bench_.WriteText("../state/work", "left");
   ExpectUpdated(bench_.Run(bench_.Update()));
   EXPECT_THAT(Bench::NamesIn(bench_.StateFolder()), ElementsAre("lock"));
 }
 
+TEST_F(PlantedLinksTest, WorkFolderWithoutALockIsSomebodyElsesAndStays) {
+  fs::create_directory(bench_.StateFolder() / "work");
+  bench_.WriteText("../state/work/file", kText);
+  ExpectRefused(bench_.Run(bench_.Update()), "work");
+  EXPECT_EQ(bench_.ReadText("../state/work/file"), kText);
+}
+
 TEST_F(PlantedLinksTest, LinksInAWorkFolderThatWasLeftAreRemovedAndNotFollowed) {
+  LeaveLock();
   const fs::path work = bench_.StateFolder() / "work";
   fs::create_directories(work / "deeper");
   fs::create_directory_symlink(Victim(), work / "link");
@@ -116,6 +155,7 @@ TEST_F(PlantedLinksTest, LinksInAWorkFolderThatWasLeftAreRemovedAndNotFollowed) 
 }
 
 TEST_F(PlantedLinksTest, HardLinksInAWorkFolderThatWasLeftAreNotWritten) {
+  LeaveLock();
   const fs::path work = bench_.StateFolder() / "work";
   fs::create_directory(work);
   for (const char* const name : {"image.bin", "dumpflash.bin"}) {
@@ -135,6 +175,14 @@ TEST_F(PlantedLinksTest, LinkAtTheFileOfReadIsRefused) {
 TEST_F(PlantedLinksTest, LinkAtTheFileOfReadThatLeadsNowhereIsRefused) {
   fs::create_symlink(Victim() / "new", bench_.File("read.bin"));
   ExpectRefused(bench_.Run(bench_.Read("--length 512")), "read.bin");
+}
+
+TEST_F(PlantedLinksTest, LinkAtTheTemporaryFileOfReadIsNotFollowed) {
+  const std::string link = "ln -s " + Quoted(Victim() / "file") + " .tarnwickctl-$$-0; ";
+  const Ended ended = bench_.Run(link + "exec " + bench_.Read("--length 512"));
+  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
+  ExpectVictimUntouched();
+  EXPECT_EQ(fs::file_size(bench_.File("read.bin")), 512U);
 }
 
 TEST_F(PlantedLinksTest, ImageThatIsALinkToAFileIsTaken) {

@@ -110,7 +110,7 @@ class ReadOnlyTest : public testing::TestWithParam<Module> {
 
   /// A dax that was reset may still be loading the flash when the run ends.
   std::string State() const {
-    const std::string state = bench_.InUse();
+    std::string state = bench_.InUse();
     if (!IsLow()) {
       return state;
     }
@@ -170,6 +170,19 @@ TEST_P(NotInUseTest, VerifyOfTheImageLeavesTheFpgaWithWhatItHasLoaded) {
   EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
   ExpectFlash(ended, bench.New());
   EXPECT_EQ(ended.state, bench.Resting("other"));
+}
+
+/// An update whose tarnwick was killed while it waited for DONE after the reset.
+TEST(BootingTest, FpgaIsAwaitedAndNotReset) {
+  Bench bench(kPyx1);
+  bench.Fault("sleep:1 ms#1:kill");
+  const Ended ended = bench.Run(bench.Tarnwick() + " >/dev/null 2>&1; " + bench.Verify());
+  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
+  EXPECT_EQ(ended.state, bench.InUse());
+  const auto killed = std::ranges::find(ended.log, "sleep 1 ms = kill");
+  const Lines afterwards(killed, ended.log.end());
+  ASSERT_GT(CountLines(afterwards, "i2c /dev/i2c-4 0x20 w 00 r c0 2d"), 0);  // DONE, at last
+  EXPECT_EQ(ResetWatch(kPyx1).Count(afterwards), 0);
 }
 
 // --- One fault

@@ -11,11 +11,14 @@
 namespace companion_test {
 namespace {
 
-using testing::AnyOf;
-using testing::Eq;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
+
+/// What the first signal is answered with.
+std::string AnswerTo(const std::string& signal) {
+  return "tarnwickctl: SIG" + signal +
+         " asks to stop: what has begun is brought to its end; a second signal ends it at once\n";
+}
 
 constexpr const char* kAllSignals[] = {"INT", "TERM", "HUP", "PIPE"};
 
@@ -94,11 +97,7 @@ TEST_P(EachSignalTest, OnceInMidWriteTheUpdateIsBroughtToItsEnd) {
   ExpectFlash(ended, bench_.New());
   EXPECT_EQ(ended.state, bench_.InUse());
   EXPECT_EQ(bench_.ReadText("update.err"),
-            GetParam() == std::string("PIPE")
-                ? ""
-                : "tarnwickctl: SIG" + std::string(GetParam()) +
-                      " asks to stop: what has begun is brought to its end; a second signal ends "
-                      "it at once\n");
+            GetParam() == std::string("PIPE") ? "" : AnswerTo(GetParam()));
 }
 
 TEST_F(SignalsTest, SecondSignalEndsTarnwickAndTheModuleIsGivenBack) {
@@ -154,6 +153,19 @@ TEST_F(SignalsTest, SignalStopsReadWithoutAFile) {
   EXPECT_EQ(ended.exitCode, 5) << ended.out << ended.err;
   EXPECT_EQ(ended.state, bench_.InUse());
   EXPECT_THAT(Bench::NamesIn(bench_.File("")), testing::ElementsAre("image.bin"));
+}
+
+TEST(SlowSignalTest, InterruptInTheResetPulseIsBroughtToItsEnd) {
+  Bench bench(kWend);
+  bench.WithoutFast();  // the pulse takes 5 s
+  bench.BeforeTarnwick(
+      "{ while [ \"$(cat /sys/platform_m1/zynq_done/value)\" = 1 ]; do :; done\n"
+      "  kill -INT $$ $PPID; } &");
+  const Ended ended = bench.Run("env --default-signal=INT " + bench.Update());
+  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
+  EXPECT_EQ(ended.err, AnswerTo("INT"));
+  ExpectFlash(ended, bench.New());
+  EXPECT_EQ(ended.state, bench.InUse());
 }
 
 // --- The console is closed
