@@ -118,7 +118,10 @@ class Control {
       Fail("control");
     }
     std::string answer = Receive();
-    return question == "go" && answer == "held" ? Receive() : answer;
+    if (question == "go" && answer == "held") {
+      answer = Receive();
+    }
+    return answer;
   }
 
   std::string Receive() const {
