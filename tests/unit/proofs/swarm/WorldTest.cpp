@@ -3,6 +3,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "proofs/swarm/Images.h"
 #include "proofs/swarm/World.h"
@@ -37,11 +38,10 @@ TEST(WorldTest, EverySettingIsPrintedAndRead) {
   EXPECT_EQ(world.starts, (std::vector<std::string>{"reset", "driven"}));
   ASSERT_EQ(world.steps.size(), 4U);
   EXPECT_EQ(world.steps[0], (Step{.what = 'u', .holds = {}}));
-  EXPECT_EQ(world.steps[1].holds,
-            (std::vector<Hold>{{.call = 120,
-                                .action = '[',
-                                .inside = {{.what = 't', .holds = {}}, {.what = 'U', .holds = {}}}},
-                               {.call = 7, .action = 'i', .inside = {}}}));
+  const std::vector<Step> inside = {{.what = 't', .holds = {}}, {.what = 'U', .holds = {}}};
+  const std::vector<Hold> holds = {{.call = 120, .action = '[', .inside = inside},
+                                   {.call = 7, .action = 'i', .inside = {}}};
+  EXPECT_EQ(world.steps[1].holds, holds);
   EXPECT_TRUE(world.endsHere);
   EXPECT_EQ(world.keys, std::vector<std::string>{"worn-page=0"});
   EXPECT_EQ(world.stays, std::vector<std::string>{"done=low"});
