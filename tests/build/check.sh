@@ -1,8 +1,8 @@
 #!/bin/sh
 # check.sh SOURCE BUILD COMPILER COMPILER-ID LIBRARY...
-# Builds the program as it is installed on an instrument, and checks that it is hardened: by the ELF
-# file if that shows it, else by the compile commands. Then links it with each platform LIBRARY, and
-# checks that it contains no path of the build tree.
+# Builds the programs as they are installed on an instrument, and checks that they are hardened: by the
+# ELF file if that shows it, else by the compile commands. Then links them with each platform LIBRARY,
+# and checks that tarnwick contains no path of the build tree.
 set -eu
 source=$1 build=$2 compiler=$3 id=$4
 shift 4
@@ -35,22 +35,28 @@ check_loading() {
   fi
 }
 
-program=$build/bin/tarnwick
-header=$(readelf -Wh "$program")
-segments=$(readelf -Wl "$program")
-dynamic=$(readelf -Wd "$program")
-symbols=$(readelf -W --dyn-syms "$program")
-carries "PIE (type of file)" '^ *Type: +DYN ' "$header"
-carries "PIE (flag)" '\(FLAGS_1\).*[ :]PIE' "$dynamic"
-carries "RELRO (segment)" '^ *GNU_RELRO ' "$segments"
-carries "full RELRO (bind now)" '\(BIND_NOW\)|\(FLAGS\).* BIND_NOW' "$dynamic"
-carries "the stack protector" ' UND __stack_chk_fail(@|$)' "$symbols"
-if [ "$id" = GNU ]; then # another compiler may find nothing here that it could check
-  carries "a checked function of the C library" ' UND __[a-z_0-9]+_chk(@|$)' "$symbols"
-fi
-check_loading "over platform/linux"
+# check_program NAME
+check_program() {
+  program=$build/bin/$1
+  header=$(readelf -Wh "$program")
+  segments=$(readelf -Wl "$program")
+  dynamic=$(readelf -Wd "$program")
+  symbols=$(readelf -W --dyn-syms "$program")
+  carries "$1: PIE (type of file)" '^ *Type: +DYN ' "$header"
+  carries "$1: PIE (flag)" '\(FLAGS_1\).*[ :]PIE' "$dynamic"
+  carries "$1: RELRO (segment)" '^ *GNU_RELRO ' "$segments"
+  carries "$1: full RELRO (bind now)" '\(BIND_NOW\)|\(FLAGS\).* BIND_NOW' "$dynamic"
+  carries "$1: the stack protector" ' UND __stack_chk_fail(@|$)' "$symbols"
+  if [ "$id" = GNU ]; then # another compiler may find nothing here that it could check
+    carries "$1: a checked function of the C library" ' UND __[a-z_0-9]+_chk(@|$)' "$symbols"
+  fi
+  check_loading "$1 over platform/linux"
+}
+check_program tarnwickctl
+check_program tarnwick
 
-# The program is made of the folders that the list names: the gates check no others.
+# The programs are made of the folders that the list names: the gates check no others, but for those of
+# the tools that they share.
 folders=$(awk '$1 == "program" { print $2 }' "$source/cmake/source-folders" | sort)
 used=$(cd "$build" && ninja -t deps | sed -n 's/^    //p' | sort -u | xargs -d '\n' realpath |
   awk -v root="$(realpath "$source")/" -v build="$(pwd -P)/" '
@@ -59,18 +65,20 @@ used=$(cd "$build" && ninja -t deps | sed -n 's/^    //p' | sort -u | xargs -d '
       sub("/.*", "", path)
       print path
     }' | sort -u)
-if [ "$used" != "$folders" ]; then
-  echo "the folders that the program is made of, and those of cmake/source-folders:"
-  printf '%s\n---\n%s\n' "$used" "$folders"
+tools=$(awk '$1 == "tool" { print $2 }' "$source/cmake/source-folders")
+own=$(printf '%s\n' "$used" | grep -vxF -e "$tools")
+if [ "$own" != "$folders" ]; then
+  echo "the folders that the programs are made of, and those of cmake/source-folders:"
+  printf '%s\n---\n%s\n' "$own" "$folders"
   failures=$((failures + 1))
 fi
 
 # One line for each file that is compiled.
 commands=$(sed -n 's/^ *"command": "\(.*\)",$/\1/p' "$build/compile_commands.json")
-files=$(cd "$source" && for folder in $folders; do find "$folder" -name '*.cpp'; done | wc -l)
+files=$(cd "$source" && for folder in $used; do find "$folder" -name '*.cpp'; done | wc -l)
 compiled=$(printf '%s\n' "$commands" | wc -l)
 if [ "$compiled" -ne "$files" ]; then
-  echo "$compiled compile commands for the $files source files of the program"
+  echo "$compiled compile commands for the $files source files of the programs"
   failures=$((failures + 1))
 fi
 for flag in -fstack-protector-strong -fstack-clash-protection -D_FORTIFY_SOURCE=3 '-O[23]' \
