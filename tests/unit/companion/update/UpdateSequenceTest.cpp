@@ -410,6 +410,15 @@ TEST_F(UpdateSequenceTest, MarkThatCannotBeWrittenIsRefusedAndNothingIsChanged) 
   EXPECT_FALSE(result.written);
 }
 
+TEST_F(UpdateSequenceTest, MarkThatCannotBeWrittenKeepsAFlashThatHoldsTheImageFromAReset) {
+  HoldImage();
+  restart_ = true;
+  world_.markProblem = "slot-1.unfinished: No space left on device";
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kRefused);
+  EXPECT_EQ(world_.calls, Together({kBegin, kRead, kMarked, kEnd}));
+}
+
 TEST_F(UpdateSequenceTest, MarkThatCannotBeRemovedDoesNotChangeTheVerdict) {
   world_.unmarkProblem = "slot-1.unfinished: Input/output error";
   const UpdateResult result = Update();
@@ -936,6 +945,20 @@ TEST_F(UpdateSequenceTest, FirstSignalInTheFirstReadingWritesNothing) {
             "Stopped by a signal. The flash was not changed; it does not hold the image.");
   EXPECT_EQ(world_.calls, Together({kBegin, kRead, kEnd}));
   EXPECT_EQ(world_.stops, 0);
+}
+
+TEST_F(UpdateSequenceTest, FirstSignalInTheReadingOfTheHeadWritesNothing) {
+  world_.image = Contents("new1B", 300, 0x22);
+  force_ = true;  // the head is not needed for the format
+  world_.onCall = [this](const std::string& call) {
+    if (call.starts_with("read ") && call != "read 300") {
+      world_.signalled();
+    }
+  };
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_FALSE(result.written);
+  EXPECT_FALSE(world_.marked);
 }
 
 TEST_F(UpdateSequenceTest, FirstSignalInTheFirstReadingLeavesTheVerdictWhereItHoldsTheImage) {
