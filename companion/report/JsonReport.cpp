@@ -22,82 +22,99 @@ Json OrNull(const std::optional<T>& value) {
 
 Json TextOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
 
+// Objects are filled key by key: of a list in braces, each element would be built and taken apart.
+
 Json NamesJson(const ModuleNames& names) {
-  return {{"i2c_bus", TextOrNull(names.i2cBus)}, {"spi_device", TextOrNull(names.spiDev)}};
+  Json object;
+  object["i2c_bus"] = TextOrNull(names.i2cBus);
+  object["spi_device"] = TextOrNull(names.spiDev);
+  return object;
 }
 
 Json ImageFactsJson(const std::optional<ImageFacts>& image) {
   if (!image) {
     return nullptr;
   }
-  return {{"path", image->path},
-          {"file_bytes", image->fileBytes},
-          {"file_sha256", TextOrNull(image->fileSha256)},
-          {"bytes", image->bytes},
-          {"sha256", TextOrNull(image->sha256)},
-          {"stamp", OrNull(image->stamp)}};
+  Json object;
+  object["path"] = image->path;
+  object["file_bytes"] = image->fileBytes;
+  object["file_sha256"] = TextOrNull(image->fileSha256);
+  object["bytes"] = image->bytes;
+  object["sha256"] = TextOrNull(image->sha256);
+  object["stamp"] = OrNull(image->stamp);
+  return object;
 }
 
 Json ChipJson(const std::optional<Chip>& chip) {
   if (!chip) {
     return nullptr;
   }
-  return {{"id", IdOf(*chip)},
-          {"status", chip->status},
-          {"configuration", OrNull(chip->config)},
-          {"lockable", chip->IsLockable()},
-          {"protected", chip->IsProtected()},
-          {"locked_whole", chip->IsLockedWhole()}};
+  Json object;
+  object["id"] = IdOf(*chip);
+  object["status"] = chip->status;
+  object["configuration"] = OrNull(chip->config);
+  object["lockable"] = chip->IsLockable();
+  object["protected"] = chip->IsProtected();
+  object["locked_whole"] = chip->IsLockedWhole();
+  return object;
 }
 
 Json DifferenceJson(const std::optional<Difference>& difference) {
   if (!difference) {
     return nullptr;
   }
-  return {{"address", difference->firstAddress},
-          {"expected", difference->expected},
-          {"found", difference->found},
-          {"pages", difference->pages}};
+  Json object;
+  object["address"] = difference->firstAddress;
+  object["expected"] = difference->expected;
+  object["found"] = difference->found;
+  object["pages"] = difference->pages;
+  return object;
 }
 
 Json ReadingJson(const ReadingFacts& facts) {
   const ModuleReading& found = facts.found;
-  return {{"bytes", facts.bytes},
-          {"milliseconds", facts.took.count()},
-          {"problem", TextOrNull(found.problem.text)},
-          {"console", found.problem.console},
-          {"unsteady_address", OrNull(found.unsteadyAddress)},
-          {"difference", DifferenceJson(found.difference)},
-          {"blocks_read_again", found.blocksReadAgain},
-          {"looks_silent", found.looksSilent},
-          {"ps_mode", found.psMode},
-          {"done_before", NameOf(found.done)},
-          {"done_after", NameOf(found.doneAfter)},
-          {"endpoint", NameOf(found.endpoint)},
-          {"not_given_back", TextOrNull(found.notGivenBack.text)}};
+  Json object;
+  object["bytes"] = facts.bytes;
+  object["milliseconds"] = facts.took.count();
+  object["problem"] = TextOrNull(found.problem.text);
+  object["console"] = found.problem.console;
+  object["unsteady_address"] = OrNull(found.unsteadyAddress);
+  object["difference"] = DifferenceJson(found.difference);
+  object["blocks_read_again"] = found.blocksReadAgain;
+  object["looks_silent"] = found.looksSilent;
+  object["ps_mode"] = found.psMode;
+  object["done_before"] = NameOf(found.done);
+  object["done_after"] = NameOf(found.doneAfter);
+  object["endpoint"] = NameOf(found.endpoint);
+  object["not_given_back"] = TextOrNull(found.notGivenBack.text);
+  return object;
 }
 
 Json RunJson(const RunFacts& facts) {
   const ProgramRun& run = facts.run;
-  return {{"attempt", facts.attempt},
-          {"exit_code", OrNull(run.exitCode)},
-          {"signal", run.signal == 0 ? Json(nullptr) : Json(run.signal)},
-          {"timed_out", run.timedOut},
-          {"killed", run.killed},
-          {"problem", TextOrNull(run.problem)},
-          {"milliseconds", run.took.count()},
-          {"stdout", run.out},
-          {"stderr", run.err}};
+  Json object;
+  object["attempt"] = facts.attempt;
+  object["exit_code"] = OrNull(run.exitCode);
+  object["signal"] = run.signal == 0 ? Json(nullptr) : Json(run.signal);
+  object["timed_out"] = run.timedOut;
+  object["killed"] = run.killed;
+  object["problem"] = TextOrNull(run.problem);
+  object["milliseconds"] = run.took.count();
+  object["stdout"] = run.out;
+  object["stderr"] = run.err;
+  return object;
 }
 
 Json IntoUseJson(const IntoUseFacts& facts) {
-  return {{"milliseconds", facts.took.count()},
-          {"problem", TextOrNull(facts.found.problem.text)},
-          {"console", facts.found.problem.console},
-          {"done_seen_low", facts.found.seenLow},
-          {"done", NameOf(facts.found.done)},
-          {"endpoint", NameOf(facts.found.endpoint)},
-          {"not_given_back", TextOrNull(facts.found.notGivenBack.text)}};
+  Json object;
+  object["milliseconds"] = facts.took.count();
+  object["problem"] = TextOrNull(facts.found.problem.text);
+  object["console"] = facts.found.problem.console;
+  object["done_seen_low"] = facts.found.seenLow;
+  object["done"] = NameOf(facts.found.done);
+  object["endpoint"] = NameOf(facts.found.endpoint);
+  object["not_given_back"] = TextOrNull(facts.found.notGivenBack.text);
+  return object;
 }
 
 template <typename Facts>
@@ -114,21 +131,23 @@ Json ModuleJson(const char* command,
                 const ModuleResult& result,
                 DoneLine doneAfter,
                 Endpoint endpointAfter) {
-  return {{"command", command},
-          {"target", result.target},
-          {"module", result.slot},
-          {"exit_code", static_cast<int>(result.exit)},
-          {"verdict", VerdictWord(command, result.exit)},
-          {"reason", result.verdict},
-          {"notes", result.notes},
-          {"milliseconds", result.took.count()},
-          {"names", NamesJson(result.names)},
-          {"chip", ChipJson(ChipOf(result))},
-          {"done_before", NameOf(DoneBefore(result))},
-          {"done_after", NameOf(doneAfter)},
-          {"endpoint", NameOf(endpointAfter)},
-          {"unfinished", result.unfinished},
-          {"readings", ListOf(result.readings, ReadingJson)}};
+  Json object;
+  object["command"] = command;
+  object["target"] = result.target;
+  object["module"] = result.slot;
+  object["exit_code"] = static_cast<int>(result.exit);
+  object["verdict"] = VerdictWord(command, result.exit);
+  object["reason"] = result.verdict;
+  object["notes"] = result.notes;
+  object["milliseconds"] = result.took.count();
+  object["names"] = NamesJson(result.names);
+  object["chip"] = ChipJson(ChipOf(result));
+  object["done_before"] = NameOf(DoneBefore(result));
+  object["done_after"] = NameOf(doneAfter);
+  object["endpoint"] = NameOf(endpointAfter);
+  object["unfinished"] = result.unfinished;
+  object["readings"] = ListOf(result.readings, ReadingJson);
+  return object;
 }
 
 }  // namespace
