@@ -157,7 +157,7 @@ TEST_P(ModuleTest, DifferenceIsReadAgainAndNamed) {
                                   unsigned{other[5000]},
                                   unsigned{image_[5000]}));
   EXPECT_EQ(Run("compare other.bin").out,
-            "chip 20ba18 status 00\ndone high high\n" + EndpointLine() + line + "read-again 2\n");
+            "chip 20ba18 status 00\ndone high high\n" + EndpointLine() + line + "read-again 1\n");
 }
 
 TEST_P(ModuleTest, WholeFlashIsReadTwice) {

@@ -78,12 +78,6 @@ TEST_F(TargetsTest, RouteIsTheProgrammerItself) {
   EXPECT_NE(dynamic_cast<Pyx2GpioProgramming*>(pyx2.lines.get()), nullptr);
 }
 
-TEST_F(TargetsTest, DevicesAreOpenedInMode0With8BitsAndExpanderFlags1) {
-  EXPECT_EQ(kSpiMode, 0);
-  EXPECT_EQ(kSpiBitsPerWord, 8);
-  EXPECT_EQ(kExpanderFlags, 1);
-}
-
 TEST_F(TargetsTest, BusOfAModuleWithoutAMuxIsItsOwn) {
   EXPECT_EQ(FindI2CBusName(*FindTarget("wend"), 3), "no-such-bus");
   EXPECT_EQ(FindI2CBusName(*FindTarget("pyx1"), 3), "no-such-bus");

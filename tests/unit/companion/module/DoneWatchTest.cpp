@@ -13,7 +13,6 @@
 namespace companion {
 namespace {
 
-using namespace std::chrono_literals;
 
 /// Looks follow a text: 'H' high, 'L' low, '?' no look. Its last letter is repeated.
 class DoneWatchTest : public testing::Test {
@@ -41,7 +40,7 @@ class DoneWatchTest : public testing::Test {
 TEST_F(DoneWatchTest, HighTakesThreeLooksAndNoTime) {
   EXPECT_EQ(Watch("HHH").AwaitHigh(), DoneLine::kHigh);
   EXPECT_EQ(looks_, 3U);
-  EXPECT_EQ(FakeClock::Passed(), 0s);
+  EXPECT_EQ(FakeClock::Passed(), std::chrono::seconds(0));
 }
 
 TEST_F(DoneWatchTest, OneWrongLookBetweenHighOnesDoesNotCount) {
@@ -52,7 +51,7 @@ TEST_F(DoneWatchTest, OneWrongLookBetweenHighOnesDoesNotCount) {
 TEST_F(DoneWatchTest, LowCountsOnlyAfterTenSeconds) {
   EXPECT_EQ(Watch("L").AwaitHigh(), DoneLine::kLow);
   EXPECT_EQ(looks_, 1000U);
-  EXPECT_GE(FakeClock::Passed(), 9990ms);
+  EXPECT_GE(FakeClock::Passed(), std::chrono::milliseconds(9990));
 }
 
 TEST_F(DoneWatchTest, FpgaThatHasBootedAfterAlmostTenSecondsIsHigh) {
@@ -90,7 +89,7 @@ TEST_F(DoneWatchTest, FallTakesThreeLowLooksInARow) {
 
 TEST_F(DoneWatchTest, LineThatDoesNotFallIn100MillisecondsIsHigh) {
   EXPECT_FALSE(Watch("H").FallsLow());
-  EXPECT_EQ(FakeClock::Passed(), 100ms);
+  EXPECT_EQ(FakeClock::Passed(), std::chrono::milliseconds(100));
 }
 
 TEST_F(DoneWatchTest, LooksThatFailAreNoFall) { EXPECT_FALSE(Watch("?").FallsLow()); }

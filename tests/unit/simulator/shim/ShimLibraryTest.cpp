@@ -29,7 +29,8 @@ TEST(ShimLibraryTest, OffersTheCallsThatAreEventsAndTheClockAndNothingElse) {
             "execvp\nexecvpe\nfaccessat\nfclose\nfcntl\nfcntl64\nfdatasync\nfexecve\n"
             "flock\nfopen\nfopen64\nfreopen\nfreopen64\nfsync\nftruncate\nftruncate64\n"
             "ioctl\nlinkat\nmkdir\nmkdirat\nnanosleep\nopen\nopen64\nopenat\nopenat64\n"
-            "popen\nposix_spawn\nposix_spawnp\npwrite\npwrite64\nread\nrename\nrenameat\nrenameat2\nrmdir\n"
+            "popen\nposix_spawn\nposix_"
+            "spawnp\npwrite\npwrite64\nread\nrename\nrenameat\nrenameat2\nrmdir\n"
             "sleep\nsystem\nunlink\nunlinkat\nusleep\nwordexp\nwrite\nwritev\n");
 }
 
