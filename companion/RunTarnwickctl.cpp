@@ -94,15 +94,16 @@ Result Refused(const Options& options, const std::string& why) {
 ReadResult Read(const Options& options, Console& console) {
   Workplace workplace(options, console);
   OutputFile file(options.file);
-  ReadSequence sequence(
-      {.target = options.target,
-       .slot = options.slot,
-       .file = options.file,
-       .length = options.length,
-       .waitSeconds = options.waitSeconds},
-      workplace.AsServices(),
-      {.prepare = [&] { return file.Prepare(); },
-       .store = [&](std::span<const std::uint8_t> contents) { return file.Store(contents); }});
+  const OutputServices output = {
+      .prepare = [&] { return file.Prepare(); },
+      .store = [&](std::span<const std::uint8_t> contents) { return file.Store(contents); }};
+  ReadSequence sequence({.target = options.target,
+                         .slot = options.slot,
+                         .file = options.file,
+                         .length = options.length,
+                         .waitSeconds = options.waitSeconds},
+                        workplace.AsServices(),
+                        output);
   return workplace.Run(sequence);
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <filesystem>
 #include <sstream>
 #include <string>
 
@@ -116,7 +117,9 @@ TEST_P(AnyTypeReportTest, OfARefusal) {
   EXPECT_EQ(Report("update", "image.bin", "--program /bin/true")["verdict"], "refused");
   EXPECT_EQ(Report("update", "image.bin", "--sha256 " + std::string(64, '0'))["verdict"],
             "refused");
-  EXPECT_EQ(Report("update", "image.bin", "--state /proc/nothing")["verdict"], "refused");
+  std::filesystem::remove_all(instrument_.File("state"));
+  instrument_.WriteFile("state", {});  // no folder
+  EXPECT_EQ(Report("update", "image.bin")["verdict"], "refused");
   ExpectFlashUntouched();
 }
 

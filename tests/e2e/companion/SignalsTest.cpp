@@ -155,6 +155,20 @@ TEST_F(SignalsTest, SignalStopsReadWithoutAFile) {
   EXPECT_THAT(Bench::NamesIn(bench_.File("")), testing::ElementsAre("image.bin"));
 }
 
+TEST_F(SignalsTest, SignalEndsTheWaitForTheLock) {
+  const Ended ended = bench_.Run(Script(
+      MakeGate(),
+      InBackground("update", bench_.Update()),
+      AwaitArrival(),
+      InBackground("verify", bench_.Verify("--wait 600")),
+      "while kill -0 $verify && ! ls -l /proc/$verify/fd 2>/dev/null | grep -q /lock; do :; done",
+      "kill -TERM $verify",
+      ExitCodeOf("verify"),
+      OpenGate(),
+      ExitCodeOf("update")));
+  EXPECT_EQ(ended.out, "5\n0\n") << bench_.ReadText("verify.err");
+}
+
 TEST(SlowSignalTest, InterruptInTheResetPulseIsBroughtToItsEnd) {
   Bench bench(kWend);
   bench.WithoutFast();  // the pulse takes 5 s
