@@ -371,7 +371,7 @@ void UpdateSequence::RunProgram() {
 
 /// Why the flash does not hold the image after a write, where that shows.
 std::string UpdateSequence::CauseOf(const ModuleReading& reading) {
-  const std::string difference = TextOfDifference(reading);
+  std::string difference = TextOfDifference(reading);
   if (update_.runs.empty() || update_.runs.back().attempt != update_.attempts ||
       update_.runs.back().run.exitCode == kProgrammed) {
     return difference;
