@@ -121,11 +121,13 @@ struct Child {
 
 bool Prepare(const Child& child) {
   ::setpgid(0, 0);
+  // GCOVR_EXCL_BR_START: in a child that ends without its counts
   if (::dup2(child.in, STDIN_FILENO) < 0 || ::dup2(child.out, STDOUT_FILENO) < 0 ||
       ::dup2(child.err, STDERR_FILENO) < 0) {
+    // GCOVR_EXCL_BR_STOP
     return false;  // GCOVR_EXCL_LINE: in a child that ends without its counts
   }
-  if (child.folder && ::fchdir(*child.folder) != 0) {
+  if (child.folder && ::fchdir(*child.folder) != 0) {  // GCOVR_EXCL_BR_LINE: in that child
     return false;  // GCOVR_EXCL_LINE: in a child that ends without its counts
   }
   SignalWatch::ResetInChild();
@@ -139,11 +141,13 @@ bool Prepare(const Child& child) {
 
 /// Makes only calls that are allowed between fork and exec.
 [[noreturn]] void RunChild(const Child& child) {
-  if (Prepare(child)) {
+  if (Prepare(child)) {  // GCOVR_EXCL_BR_LINE: in that child
     ::execv(child.path, child.words);
   }
   const int error = errno;
+  // GCOVR_EXCL_BR_START: in that child
   static_cast<void>(!::write(child.failure, &error, sizeof error));
+  // GCOVR_EXCL_BR_STOP
   ::_exit(kExecFailed);  // GCOVR_EXCL_LINE: a child that ends without its counts
 }
 
@@ -235,7 +239,7 @@ std::string TarnwickProgram::Check() {
     }
   }
   return problem;
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 std::string TarnwickProgram::HelpProblem(const ProgramRun& run) const {
   if (path_.empty()) {
@@ -278,7 +282,7 @@ ProgramRun TarnwickProgram::Update(const std::string& target,
     run = Run(start);
   }
   return run;
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 std::chrono::milliseconds TarnwickProgram::UpdateLimit(const std::string& image) const {
   if (settings_.timeout) {
