@@ -13,7 +13,6 @@
 namespace companion {
 namespace {
 
-
 /// Looks follow a text: 'H' high, 'L' low, '?' no look. Its last letter is repeated.
 class DoneWatchTest : public testing::Test {
  protected:
