@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <ostream>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "companion/image/ImageReport.h"
 #include "companion/image/ModuleTypes.h"
+#include "companion/image/Quoted.h"
 #include "companion/image/RegularFile.h"
 
 namespace companion {
@@ -34,9 +36,23 @@ ExitCode Refuse(const ImageOptions& options,
   return ExitCode::kRefused;
 }
 
+/// What of a flash has to be in a dump, for the type that is asked about; without one, for any.
+std::size_t LeastDumpBytes(const std::optional<std::string>& target) {
+  if (target) {
+    return TypeOf(*target).headBytes;
+  }
+  return std::min_element(
+             kModuleTypes.begin(),
+             kModuleTypes.end(),
+             [](const ModuleType& a, const ModuleType& b) { return a.headBytes < b.headBytes; })
+      ->headBytes;
+}
+
 /// As much of the contents of a flash as a type dumps.
-/// @return nothing when it cannot be read
-std::optional<std::vector<std::uint8_t>> ReadDump(const std::string& path, std::string& refusal) {
+/// @return nothing when it cannot be read, or is too short
+std::optional<std::vector<std::uint8_t>> ReadDump(const std::string& path,
+                                                  const std::optional<std::string>& target,
+                                                  std::string& refusal) {
   const ModuleType& most = *std::max_element(
       kModuleTypes.begin(), kModuleTypes.end(), [](const ModuleType& a, const ModuleType& b) {
         return a.headBytes < b.headBytes;
@@ -47,6 +63,11 @@ std::optional<std::vector<std::uint8_t>> ReadDump(const std::string& path, std::
     file.ReadUpTo(most.headBytes, bytes);
   }
   refusal = file.Refusal();
+  const std::size_t least = LeastDumpBytes(target);
+  if (refusal.empty() && bytes.size() < least) {
+    refusal = Quoted(path) + " is shorter than the " + std::to_string(least) +
+              " bytes of the flash that tarnwick compares";
+  }
   if (!refusal.empty()) {
     return std::nullopt;
   }
@@ -63,7 +84,7 @@ ExitCode RunImage(const ImageOptions& options, std::ostream& out, std::ostream& 
   std::optional<std::vector<std::uint8_t>> dump;
   if (options.dump) {
     std::string refusal;
-    dump = ReadDump(*options.dump, refusal);
+    dump = ReadDump(*options.dump, options.target, refusal);
     if (!dump) {
       return Refuse(options, refusal, out, err);
     }

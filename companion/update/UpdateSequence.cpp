@@ -536,7 +536,7 @@ std::string UpdateSequence::WhatTheFlashHolds() const {
     case FlashHolds::kNotTheImage:
       return "The flash was changed; it holds part of the image at most. Update again.";
     case FlashHolds::kNotKnown:
-      return "The flash was changed, and what it holds now is not known. Update again.";
+      return "The flash may have been changed; what it holds now is not known. Update again.";
   }
   return "";  // GCOVR_EXCL_LINE: every value has a case
 }

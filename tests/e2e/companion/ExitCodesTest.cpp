@@ -296,11 +296,12 @@ TEST_F(ExitCodesTest, SecondSignalEndsIn5) {
                                         "kill -HUP $update; kill -TERM $update",
                                         ExitCodeOf("update")));
   EXPECT_EQ(ended.out, "5\n");
-  EXPECT_EQ(bench_.ReadText("update.out"),
-            ModuleLine() + ImageLines() + kBeforeOfOldBuild +
-                "attempt 1: tarnwick was ended by signal 9\n" + kPyxRuns +
-                "Stopped by a signal. The flash was changed, and what it holds now is not known. "
-                "Update again.\n");
+  EXPECT_EQ(
+      bench_.ReadText("update.out"),
+      ModuleLine() + ImageLines() + kBeforeOfOldBuild +
+          "attempt 1: tarnwick was ended by signal 9\n" + kPyxRuns +
+          "Stopped by a signal. The flash may have been changed; what it holds now is not known. "
+          "Update again.\n");
   EXPECT_EQ(bench_.ReadText("update.err"),
             "tarnwickctl: SIGHUP asks to stop: what has begun is brought to its end; a second "
             "signal ends it at once\n"

@@ -66,6 +66,27 @@ TEST_F(ImageCommandTest, DumpThatCannotBeReadIsRefused) {
       "tarnwickctl: cannot open \"" + folder_.Path() + "/none\": No such file or directory\n");
 }
 
+TEST_F(ImageCommandTest, DumpWithoutTheHeadOfAFlashIsRefused) {
+  const std::string path = Store("f", images::Bitstream());
+  const std::string dump = Store("d", Bytes(511, 0xFF));
+  EXPECT_EQ(Run({.path = path, .dump = dump}), ExitCode::kRefused);
+  EXPECT_EQ(out_.str(), "");
+  EXPECT_EQ(err_.str(),
+            "tarnwickctl: \"" + dump +
+                "\" is shorter than the 512 bytes of the flash that tarnwick compares\n");
+}
+
+TEST_F(ImageCommandTest, DumpOf512BytesIsRefusedForAWendAlone) {
+  const std::string path = Store("f", images::Bitstream());
+  const std::string dump = Store("d", Bytes(512, 0xFF));
+  EXPECT_EQ(Run({.path = path, .target = "wend", .dump = dump}), ExitCode::kRefused);
+  EXPECT_EQ(err_.str(),
+            "tarnwickctl: \"" + dump +
+                "\" is shorter than the 4096 bytes of the flash that tarnwick compares\n");
+  EXPECT_EQ(Run({.path = path, .target = "dax", .dump = dump}), ExitCode::kDone);
+  EXPECT_EQ(Run({.path = path, .dump = dump}), ExitCode::kDone);
+}
+
 TEST_F(ImageCommandTest, DumpIsReadAsFarAsATypeDumpsAFlash) {
   const std::string path = Store("f", images::Bitstream());
   Bytes dump(5000, 0xFF);

@@ -1012,10 +1012,10 @@ TEST_F(UpdateSequenceTest, SecondSignalWhileTarnwickWritesKillsItAndGivesBack) {
   world_.onProgram = [](int, ProgramRun& run) { run = {.signal = 9, .killed = true}; };
   const UpdateResult result = Update();
   EXPECT_EQ(result.exit, ExitCode::kStopped);
-  EXPECT_EQ(
-      result.verdict,
-      "Stopped by a signal. The flash was changed, and what it holds now is not known. Update "
-      "again.");
+  EXPECT_EQ(result.verdict,
+            "Stopped by a signal. The flash may have been changed; what it holds now is not known. "
+            "Update "
+            "again.");
   EXPECT_EQ(world_.kills, 1);
   EXPECT_TRUE(world_.marked);
   EXPECT_EQ(world_.calls,
@@ -1040,10 +1040,10 @@ TEST_F(UpdateSequenceTest, LockableChipThatCannotBeLockedAfterASecondSignalIsInT
   SignalIn("tarnwick wend 1 image.bin", 2);
   const UpdateResult result = Update();
   EXPECT_EQ(result.lockedWhole, false);
-  EXPECT_EQ(
-      result.verdict,
-      "Stopped by a signal. The flash was changed, and what it holds now is not known. Update "
-      "again. The chip may be left without its protection.");
+  EXPECT_EQ(result.verdict,
+            "Stopped by a signal. The flash may have been changed; what it holds now is not known. "
+            "Update "
+            "again. The chip may be left without its protection.");
 }
 
 TEST_F(UpdateSequenceTest, LockableChipIsLeftAsItIsWhenASecondSignalComesBeforeAnyWrite) {
