@@ -118,6 +118,11 @@ std::string Describe(const WorkerEnding& ending) {
                                                              : std::string(lastLine);
 }
 
+/// What a run of a worker that did not succeed ended with: its own report, else how it ended.
+Problem ProblemOf(const std::string& reported, const WorkerEnding& ending) {
+  return {.text = reported.empty() ? Describe(ending) : reported, .console = ending.console};
+}
+
 }  // namespace
 
 Module::Module(const Target& target, unsigned slot, SignalWatch& signals)
@@ -141,9 +146,7 @@ Problem Module::Run(const Conditions& conditions,
   const std::atomic<bool>& stop = conditions.heedsStop ? memory_->stop : kNever;
   const auto woken = [&] {
     AnnouncePsMode();
-    if (conditions.woken) {
-      conditions.woken();
-    }
+    conditions.woken();
   };
   for (int attempt = 0; attempt < conditions.tries && !stop; ++attempt) {
     memory_->report = {};
@@ -162,7 +165,7 @@ Problem Module::Run(const Conditions& conditions,
       return {};
     }
     const std::string reported = memory_->report.problem.Get();
-    problem = {.text = reported.empty() ? Describe(ending) : reported, .console = ending.console};
+    problem = ProblemOf(reported, ending);
     if (!reported.empty() && !conditions.repeatsReportedFailure) {
       break;
     }

@@ -54,7 +54,7 @@ class Module : public ModuleInterface {
     bool takesWholeRun = false;          ///< succeeds only when the worker has done everything
     bool releasesReset = false;          ///< as Restore() has it
     bool heedsStop = true;               ///< Stop() ends it
-    std::function<void()> woken{};
+    std::function<void()> woken = [] {};  ///< as Worker::Run() has it
   };
 
   /// @return why none of the tries succeeded; empty when one did

@@ -171,8 +171,10 @@ bool Contains(const Step& step, char kind) {  // NOLINT(misc-no-recursion)
 char LastUpdate(const World& world) {
   const bool hasBareRun = std::any_of(
       world.steps.begin(), world.steps.end(), [](const Step& step) { return Contains(step, 't'); });
-  const int letter = hasBareRun ? 'r' : 'u';
-  return static_cast<char>(IsFit(world.a) ? letter : std::toupper(letter));
+  if (IsFit(world.a)) {
+    return hasBareRun ? 'r' : 'u';
+  }
+  return hasBareRun ? 'R' : 'U';
 }
 
 std::string Print(const World& world) {
