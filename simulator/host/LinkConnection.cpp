@@ -43,7 +43,9 @@ bool TransferRest(Call call, int descriptor, std::uint8_t* bytes, std::size_t co
 
 }  // namespace
 
-LinkConnection::LinkConnection(int descriptor) : descriptor_(descriptor) {
+LinkConnection::LinkConnection(int descriptor)
+    : descriptor_(descriptor),
+      packet_(std::make_unique_for_overwrite<std::uint8_t[]>(link::kPacketBytes)) {
   ucred peer{};
   socklen_t bytes = sizeof peer;
   if (::getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &bytes) == 0) {
@@ -51,19 +53,24 @@ LinkConnection::LinkConnection(int descriptor) : descriptor_(descriptor) {
   }
 }
 
-bool LinkConnection::Receive(link::Question& question, std::vector<std::uint8_t>& payload) const {
-  payload.resize(link::kPacketBytes);
-  std::array pieces = {iovec{&question, sizeof question},
-                       iovec{payload.data(), link::kPacketBytes - sizeof question}};
+bool LinkConnection::Receive(link::Question& question, std::span<const std::uint8_t>& payload) {
+  const std::size_t room = link::kPacketBytes - sizeof question;
+  std::array pieces = {iovec{&question, sizeof question}, iovec{packet_.get(), room}};
   const ssize_t first = Transfer(::recvmsg, Descriptor(), pieces);
   if (first < static_cast<ssize_t>(sizeof question) ||
       question.payloadBytes > 2 * link::kMaxPayloadBytes) {
     return false;
   }
+  const auto bytes = static_cast<std::size_t>(question.payloadBytes);
   const std::size_t have = static_cast<std::size_t>(first) - sizeof question;
-  payload.resize(static_cast<std::size_t>(question.payloadBytes));
-  return have >= payload.size() ||
-         TransferRest(::recvmsg, Descriptor(), payload.data() + have, payload.size() - have);
+  if (have >= bytes) {
+    payload = {packet_.get(), bytes};
+    return true;
+  }
+  longPayload_.resize(bytes);
+  std::copy_n(packet_.get(), have, longPayload_.begin());
+  payload = longPayload_;
+  return TransferRest(::recvmsg, Descriptor(), longPayload_.data() + have, bytes - have);
 }
 
 bool LinkConnection::Send(link::Answer answer, std::span<const std::uint8_t> payload) const {

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -22,8 +23,9 @@ class LinkConnection {
   pid_t Process() const { return process_; }
 
   /// Waits for a whole question; its first packet has arrived already.
+  /// @param payload  gets the question's payload; valid until the next call
   /// @return false when the connection has ended or the question is malformed
-  bool Receive(link::Question& question, std::vector<std::uint8_t>& payload) const;
+  bool Receive(link::Question& question, std::span<const std::uint8_t>& payload);
 
   /// @param answer  payloadBytes is filled in here
   /// @return false when the connection has ended
@@ -32,6 +34,8 @@ class LinkConnection {
  private:
   FileDescriptor descriptor_;
   pid_t process_ = -1;
+  std::unique_ptr<std::uint8_t[]> packet_;  // room for one
+  std::vector<std::uint8_t> longPayload_;   // of a question that does not fit into one
 };
 
 }  // namespace orvane

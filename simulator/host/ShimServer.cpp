@@ -9,10 +9,10 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <span>
 #include <string>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include "simulator/guard/ProcessTree.h"
 #include "simulator/host/LinkConnection.h"
@@ -23,14 +23,18 @@ namespace {
 
 constexpr int kBacklog = 64;
 
+/// No function here runs a main loop, so none is called again while it runs. The source is told that
+/// it may be: otherwise it is blocked during each call, which costs four system calls.
 /// @return the source's number
 unsigned WatchForInput(int descriptor, int (*function)(int, int, void*), void* data) {
-  return g_unix_fd_add_full(G_PRIORITY_HIGH,
-                            descriptor,
-                            G_IO_IN,
-                            reinterpret_cast<GUnixFDSourceFunc>(function),
-                            data,
-                            nullptr);
+  GSource* const source = g_unix_fd_source_new(descriptor, G_IO_IN);
+  g_source_set_priority(source, G_PRIORITY_HIGH);
+  g_source_set_can_recurse(source, TRUE);
+  auto* const callback = reinterpret_cast<void (*)()>(function);  // the source knows its true type
+  g_source_set_callback(source, reinterpret_cast<GSourceFunc>(callback), data, nullptr);
+  const unsigned number = g_source_attach(source, nullptr);
+  g_source_unref(source);
+  return number;
 }
 
 }  // namespace
@@ -117,7 +121,7 @@ void ShimServer::Accept() {
 
 void ShimServer::Serve(Client& client) {
   link::Question question{};
-  std::vector<std::uint8_t> payload;
+  std::span<const std::uint8_t> payload;
   if (!client.connection.Receive(question, payload)) {
     Remove(client);
     return;

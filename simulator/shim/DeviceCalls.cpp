@@ -25,25 +25,19 @@ using shim::Decide;
 using shim::DescriptorTable;
 using shim::Fail;
 
-constexpr int kMaxSpiTransfers = 511;  // as many as fit into the size field of a request
+constexpr std::size_t kMaxSpiTransfers = 511;  // as many as fit into the size field of a request
+constexpr std::size_t kUsualSpiTransfers = 8;  // no program is known that has more in one message
 constexpr int kMaxIoctlBytes = 256;
 
 // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel's struct carries pointers as numbers
 void* Pointer(std::uint64_t address) { return reinterpret_cast<void*>(address); }
 
-int SubmitSpi(std::uint32_t handle, unsigned long request, const void* argument) {
-  const std::size_t bytes = _IOC_SIZE(request);
-  const std::size_t count = bytes / sizeof(spi_ioc_transfer);
-  if (bytes % sizeof(spi_ioc_transfer) != 0) {
-    return Fail(EINVAL);
-  }
-  if (argument == nullptr) {
-    return Fail(EFAULT);
-  }
-  const auto* const transfers = static_cast<const spi_ioc_transfer*>(argument);
-  link::SpiTransfer wire[kMaxSpiTransfers];
-  iovec send[2 + kMaxSpiTransfers] = {{}, {wire, count * sizeof wire[0]}};
-  iovec receive[1 + kMaxSpiTransfers] = {};
+/// @tparam kMost  no more transfers than this
+template <std::size_t kMost>
+int SubmitTransfers(std::uint32_t handle, const spi_ioc_transfer* transfers, std::size_t count) {
+  link::SpiTransfer wire[kMost];
+  iovec send[2 + kMost] = {{}, {wire, count * sizeof wire[0]}};
+  iovec receive[1 + kMost] = {};
   int sendCount = 2;
   int receiveCount = 1;
   std::uint64_t sendBytes = 0;
@@ -72,6 +66,21 @@ int SubmitSpi(std::uint32_t handle, unsigned long request, const void* argument)
                                {send, tooMuch ? 2 : sendCount, receive, receiveCount},
                                answer);
   return static_cast<int>(Decide(failed, answer).result);
+}
+
+int SubmitSpi(std::uint32_t handle, unsigned long request, const void* argument) {
+  const std::size_t bytes = _IOC_SIZE(request);
+  if (bytes % sizeof(spi_ioc_transfer) != 0) {
+    return Fail(EINVAL);
+  }
+  if (argument == nullptr) {
+    return Fail(EFAULT);
+  }
+  const std::size_t count = bytes / sizeof(spi_ioc_transfer);
+  const auto* const transfers = static_cast<const spi_ioc_transfer*>(argument);
+  // Room for the most is 24 KiB, to be cleared for each message.
+  return count <= kUsualSpiTransfers ? SubmitTransfers<kUsualSpiTransfers>(handle, transfers, count)
+                                     : SubmitTransfers<kMaxSpiTransfers>(handle, transfers, count);
 }
 
 int SubmitI2c(std::uint32_t handle, const void* argument) {
