@@ -8,8 +8,8 @@ namespace {
 
 constexpr int kLooksInARow = 3;
 
-constexpr useconds_t kBootPollMicroseconds = 10'000;
-constexpr int kBootPolls = 1000;  // 10 s
+constexpr useconds_t kBootPollMicroseconds = 50'000;
+constexpr int kBootPolls = 200;  // 10 s
 constexpr int kMostFailedLooks = 100;
 constexpr int kMostLooks = 3 * kBootPolls;  // of a line that does not settle
 

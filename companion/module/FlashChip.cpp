@@ -13,8 +13,8 @@ namespace companion {
 
 namespace {
 
-constexpr int kReadyPolls = 10'000;
-constexpr useconds_t kPollMicroseconds = 1000;
+constexpr int kReadyPolls = 1000;
+constexpr useconds_t kPollMicroseconds = 10'000;
 /// One alone can be the answer of a line that is silent.
 constexpr int kReadyInARow = 2;
 
