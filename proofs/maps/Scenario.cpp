@@ -1,11 +1,15 @@
 #include "proofs/maps/Scenario.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <map>
+#include <mutex>
 #include <optional>
 #include <sstream>
+#include <tuple>
 
-#include "simulator/chips/NorFlashModel.h"
 #include "simulator/images/Bitstream.h"
 #include "simulator/images/BootImage.h"
 
@@ -32,7 +36,7 @@ bool HasBootHeader(const Scenario& scenario) {
   return scenario.target == "wend" || scenario.target == "pyx2";
 }
 
-Bytes Image(const Scenario& scenario, int year, std::size_t bytes, std::uint32_t seed) {
+Bytes MakeImage(const Scenario& scenario, int year, std::size_t bytes, std::uint32_t seed) {
   if (HasBootHeader(scenario)) {
     const std::string date = std::to_string(year) + "-05-06 07:08:09";
     return orvane::MakeZynqImage(
@@ -45,13 +49,27 @@ Bytes Image(const Scenario& scenario, int year, std::size_t bytes, std::uint32_t
        .seed = seed});
 }
 
+/// Makes each image once: a map has many thousands of runs.
+Bytes Image(const Scenario& scenario, int year, std::size_t bytes, std::uint32_t seed) {
+  static std::mutex mutex;
+  static std::map<std::tuple<bool, bool, std::uint32_t>, Bytes> images;
+  const std::lock_guard lock(mutex);
+  Bytes& image = images[{HasBootHeader(scenario), scenario.hasStamp, seed}];
+  if (image.empty()) {
+    image = MakeImage(scenario, year, bytes, seed);
+  }
+  return image;
+}
+
 /// The first bytes of an image. They contain the stamp or build date that an update compares.
 constexpr std::ptrdiff_t kHeadBytes = 256;
 
 Flash Classify(const Scenario& scenario, const Bytes& flash) {
-  Bytes old = OldImage(scenario);
-  old.resize(orvane::NorFlashModel::kBytes, 0xFF);
-  if (flash == old) {
+  const Bytes old = OldImage(scenario);
+  const auto behindOld = flash.begin() + static_cast<std::ptrdiff_t>(old.size());
+  const auto isErased = [](std::uint8_t byte) { return byte == 0xFF; };
+  if (std::equal(old.begin(), old.end(), flash.begin()) &&
+      std::all_of(behindOld, flash.end(), isErased)) {
     return Flash::kOld;
   }
   const Bytes image = NewImage(scenario);
