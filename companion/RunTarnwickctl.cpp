@@ -43,7 +43,11 @@ struct Workplace {
       : console(to),
         state(options.state,
               {.descriptor = watch.Descriptor(), .hasArrived = [this] { return IsStopped(); }}),
-        module(*FindTarget(options.target), options.slot, watch) {}
+        module(*FindTarget(options.target),
+               options.slot,
+               watch,
+               options.command == Options::Command::kUpdate ? OtherLines::kInputs
+                                                            : OtherLines::kAsFound) {}
 
   bool IsStopped() {
     watch.Read();

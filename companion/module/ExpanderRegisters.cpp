@@ -20,6 +20,12 @@ std::optional<std::uint16_t> ExpanderRegisters::Pair(std::uint8_t command) const
   return static_cast<std::uint16_t>(pair[0] | pair[1] << 8);
 }
 
+bool ExpanderRegisters::SetPair(std::uint8_t command, std::uint16_t word) const {
+  std::array<std::uint8_t, 3> message = {
+      command, static_cast<std::uint8_t>(word & 0xFF), static_cast<std::uint8_t>(word >> 8)};
+  return bus_.write(message.data(), message.size()) == int{message.size()};
+}
+
 std::optional<std::uint16_t> ExpanderRegisters::Input() const { return Pair(kInputPair); }
 
 std::optional<std::uint16_t> ExpanderRegisters::Output() const { return Pair(kOutputPair); }
@@ -30,14 +36,15 @@ std::optional<std::uint16_t> ExpanderRegisters::Configuration() const {
 
 bool ExpanderRegisters::SetOutput(std::uint16_t levels, std::uint16_t mask) const {
   const std::optional<std::uint16_t> old = Output();
-  if (!old) {
+  if (!old || Output() != old) {
     return false;
   }
   const auto wanted = static_cast<std::uint16_t>((*old & ~mask) | (levels & mask));
-  std::array<std::uint8_t, 3> message = {kOutputPair,
-                                         static_cast<std::uint8_t>(wanted & 0xFF),
-                                         static_cast<std::uint8_t>(wanted >> 8)};
-  return bus_.write(message.data(), message.size()) == int{message.size()} && Output() == wanted;
+  return SetPair(kOutputPair, wanted) && Output() == wanted;
+}
+
+void ExpanderRegisters::SetConfiguration(std::uint16_t inputs) const {
+  static_cast<void>(SetPair(kConfigurationPair, inputs));
 }
 
 }  // namespace companion

@@ -21,12 +21,18 @@ class ExpanderRegisters {
   /// @return 1 marks an input; nothing when the transfer fails
   [[nodiscard]] std::optional<std::uint16_t> Configuration() const;
 
-  /// Sets the output levels of the lines in `mask`, and reads them back.
-  /// @return false when they are not as they should be
+  /// Sets the output levels of the lines in `mask`, and reads them back. Those of the other lines are
+  /// kept as two readings show them.
+  /// @return false when they are not as they should be; nothing is written when the readings differ
   [[nodiscard]] bool SetOutput(std::uint16_t levels, std::uint16_t mask) const;
+
+  /// Sets the directions of all lines, without a reading. Whether it worked, Configuration() shows.
+  /// @param inputs  1 marks an input
+  void SetConfiguration(std::uint16_t inputs) const;
 
  private:
   [[nodiscard]] std::optional<std::uint16_t> Pair(std::uint8_t command) const;
+  [[nodiscard]] bool SetPair(std::uint8_t command, std::uint16_t word) const;
 
   SerialDeviceInterface& bus_;
 };

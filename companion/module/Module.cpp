@@ -125,8 +125,12 @@ Problem ProblemOf(const std::string& reported, const WorkerEnding& ending) {
 
 }  // namespace
 
-Module::Module(const Target& target, unsigned slot, SignalWatch& signals)
-    : target_(target), slot_(slot), signals_(signals) {}
+Module::Module(const Target& target, unsigned slot, SignalWatch& signals, OtherLines others)
+    : target_(target), slot_(slot), signals_(signals), others_(others) {}
+
+std::optional<std::uint16_t> Module::Resting() const {
+  return others_ == OtherLines::kAsFound ? memory_->resting : std::nullopt;
+}
 
 void Module::Stop() { memory_->stop = true; }
 
@@ -186,7 +190,7 @@ Problem Module::RunOnModule(const Conditions& conditions,
       report.problem.Set(failed.what());
     }
     access.GiveBack();
-    report.notGivenBack.Set(access.LookAfter(memory_->resting));
+    report.notGivenBack.Set(access.LookAfter(Resting()));
     report.doneAfter = access.DoneAfter();
     afterwards();
     report.ended = true;
@@ -216,7 +220,7 @@ Problem Module::Restore(const ModulePlace& place, bool releasesReset) {
       access.AssumeReset();
     }
     access.GiveBack();
-    report.notGivenBack.Set(access.LookAfter(memory_->resting));
+    report.notGivenBack.Set(access.LookAfter(Resting()));
     report.doneAfter = access.DoneAfter();
     report.ended = true;
   };

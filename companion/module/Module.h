@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -19,6 +20,13 @@ namespace companion {
 class ModuleAccess;
 class SignalWatch;
 
+/// What is given back of the expander's lines that the program does not drive. They become outputs
+/// when the reading is lost from which it changes the others.
+enum class OtherLines {
+  kAsFound,
+  kInputs,  ///< as after power-on: nothing on the board is driven by them
+};
+
 /// The module in one slot. Each operation runs in a worker and is tried up to three times; bringing
 /// the flash into use once more only when its worker did not come to its end. When a worker did not,
 /// another one gives the module back first.
@@ -27,7 +35,8 @@ class Module : public ModuleInterface {
   /// @param target   borrowed
   /// @param slot     its number
   /// @param signals  borrowed; read while a worker runs
-  Module(const Target& target, unsigned slot, SignalWatch& signals);
+  /// @param others   after each operation
+  Module(const Target& target, unsigned slot, SignalWatch& signals, OtherLines others);
 
   Problem Find(ModuleNames& names) override;
   ModuleReading Read(const ModuleNames& names,
@@ -50,10 +59,10 @@ class Module : public ModuleInterface {
     unsigned limitSeconds = 0;
     const ModulePlace* place = nullptr;  ///< null: the module is not touched
     int tries = kTries;
-    bool repeatsReportedFailure = true;  ///< else only when the worker did not come to its end
-    bool takesWholeRun = false;          ///< succeeds only when the worker has done everything
-    bool releasesReset = false;          ///< as Restore() has it
-    bool heedsStop = true;               ///< Stop() ends it
+    bool repeatsReportedFailure = true;   ///< else only when the worker did not come to its end
+    bool takesWholeRun = false;           ///< succeeds only when the worker has done everything
+    bool releasesReset = false;           ///< as Restore() has it
+    bool heedsStop = true;                ///< Stop() ends it
     std::function<void()> woken = [] {};  ///< as Worker::Run() has it
   };
 
@@ -67,6 +76,8 @@ class Module : public ModuleInterface {
   /// @param releasesReset  also the reset of a wend, whose control file tells nobody who drives it
   Problem Restore(const ModulePlace& place, bool releasesReset);
   void TakeOver(const Problem& restoring);
+  /// @return as ModuleAccess::LookAfter() takes it
+  [[nodiscard]] std::optional<std::uint16_t> Resting() const;
   void AnnouncePsMode();
   [[nodiscard]] Problem NotGivenBackOr(Problem problem) const;
   [[nodiscard]] static unsigned LimitSeconds(std::size_t bytes);
@@ -74,6 +85,7 @@ class Module : public ModuleInterface {
   const Target& target_;
   unsigned slot_;
   SignalWatch& signals_;
+  OtherLines others_;
   SharedMemory<ModuleMemory> memory_;
   std::function<void()> announcePsMode_;  ///< empty once it has been called
 };

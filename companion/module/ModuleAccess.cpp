@@ -15,6 +15,9 @@ namespace {
 
 constexpr unsigned kNoLines = 0;
 
+/// A PCA9535 after power-on (data sheet, configuration registers).
+constexpr std::uint16_t kAllInputs = 0xFFFF;
+
 }  // namespace
 
 ModuleAccess::ModuleAccess(const ModulePlace& place, const Interruption& interruption)
@@ -44,13 +47,18 @@ void ModuleAccess::OpenExpander() {
   throw StepFailed("cannot open /dev/" + place_.names.i2cBus);
 }
 
-// Two readings that agree: one alone can be wrong.
+StepFailed ModuleAccess::DoesNotAnswer() const {
+  return StepFailed("the GPIO expander on /dev/" + place_.names.i2cBus + " does not answer");
+}
+
+// Two readings that agree: one alone can be wrong. Zeros are what a lost message reads as, however
+// often; a register cannot hold them, since DONE is an input on every type.
 void ModuleAccess::FindResting(std::optional<std::uint16_t>& resting) {
   const ExpanderRegisters registers(i2c_);
   std::optional<std::uint16_t> before;
   for (int attempt = 0; attempt < 2 * kTries && !resting; ++attempt) {
     const std::optional<std::uint16_t> now = registers.Configuration();
-    if (now && now == before) {
+    if (now && *now != 0 && now == before) {
       resting = now;
     }
     before = now;
@@ -60,6 +68,11 @@ void ModuleAccess::FindResting(std::optional<std::uint16_t>& resting) {
 void ModuleAccess::ConnectLines(std::optional<std::uint16_t>& resting) {
   AddressExpander(resting);
   if (HasExpander()) {
+    // The program's driver changes some lines of a register from one reading, and the others with
+    // them when that is lost. So it is not used while readings are.
+    if (!resting) {
+      throw DoesNotAnswer();
+    }
     // The levels that an earlier run has left may hold the FPGA in reset, and a lost write would
     // leave them when the lines become outputs. So the levels are set, and looked at, before.
     const ExpanderRegisters registers(i2c_);
@@ -68,7 +81,7 @@ void ModuleAccess::ConnectLines(std::optional<std::uint16_t>& resting) {
       set = registers.SetOutput(module_.lines->spi_flash_to_fpga_run(), module_.lines->mask());
     }
     if (!set) {
-      throw StepFailed("the GPIO expander on /dev/" + place_.names.i2cBus + " does not answer");
+      throw DoesNotAnswer();
     }
   }
   for (int attempt = 0; attempt < kTries; ++attempt) {
@@ -193,18 +206,20 @@ std::string ModuleAccess::LookAfter(std::optional<std::uint16_t> resting) {
 }
 
 std::string ModuleAccess::LookAtExpander(std::optional<std::uint16_t> resting) {
-  const unsigned mask = module_.lines->mask();
-  const auto inputs = static_cast<std::uint16_t>(resting.value_or(0) | mask);
+  const auto inputs =
+      static_cast<std::uint16_t>(resting.value_or(kAllInputs) | module_.lines->mask());
   bool answers = false;
   try {
     for (int attempt = 0; attempt < kTries; ++attempt) {
       OpenExpander();
-      const std::optional<std::uint16_t> directions = ExpanderRegisters(i2c_).Configuration();
+      const ExpanderRegisters registers(i2c_);
+      const std::optional<std::uint16_t> directions = registers.Configuration();
       if (directions && (*directions & inputs) == inputs) {
         return "";
       }
       answers = answers || directions.has_value();
-      expander_.disconnect(inputs);
+      registers.SetConfiguration(inputs);  // also what a lost reading has had made outputs
+      i2c_.close();
     }
   } catch (const StepFailed& failed) {
     return std::string(failed.what()) + " to see whether its lines are released";

@@ -30,6 +30,7 @@ class ModuleAccess {
   /// Addresses the expander and drives its lines so that the FPGA runs from the flash. An FPGA that
   /// runs is not disturbed.
   /// @param resting  directions of the lines before, for LookAfter(); found out where it is empty
+  /// @throw StepFailed when they cannot be found out, before anything is changed
   void ConnectLines(std::optional<std::uint16_t>& resting);
 
   /// Waits until DONE is high, or has been low for 10 s. After ConnectLines().
@@ -62,8 +63,8 @@ class ModuleAccess {
   void GiveBack();
 
   /// Looks whether everything is given back, and repeats what is not. After GiveBack().
-  /// @param resting  as ConnectLines() found it; where it is empty, lines that the program does not
-  ///                 drive are not looked at
+  /// @param resting  as ConnectLines() found it: the lines that the program does not drive are to be
+  ///                 so again. Empty: they are to be inputs, as after power-on.
   /// @return what could not be given back or looked at, for a reader; else empty
   std::string LookAfter(std::optional<std::uint16_t> resting);
 
@@ -74,6 +75,7 @@ class ModuleAccess {
   [[nodiscard]] bool HasExpander() const { return module_.lines != nullptr; }
   void OpenExpander();
   void FindResting(std::optional<std::uint16_t>& resting);
+  [[nodiscard]] StepFailed DoesNotAnswer() const;
   /// @param pattern  what the lines are driven to, or held at by the board
   /// @param driven   the lines that are driven
   DoneLine LookAtLines(unsigned pattern, unsigned driven);

@@ -175,7 +175,7 @@ class StepJudge {
     const bool mayNotHaveTakenModule = seen_.code == kStopped || seen_.code == kUnreachable;
     const bool hasTakenModule = seen_.code != kRefused && seen_.code != kLocked &&
                                 (wasGivenBack_ || !mayNotHaveTakenModule);
-    Expect(!areLinesSafe || !hasTakenModule || !isAlone_ || IsGivenBack(),
+    Expect(!areLinesSafe || !hasTakenModule || !isAlone_ || AreLinesReleased(seen_.state),
            "does not give the module back");
   }
 
@@ -193,24 +193,6 @@ class StepJudge {
       const bool isOld = canBeOld && before.count(name) != 0;
       return name == "lock" || (isMark && canBeMarked) || isOld;
     });
-  }
-
-  [[nodiscard]] bool IsGivenBack() const {
-    return AreLinesReleased(seen_.state) ||
-           (AreOthersDriven() && AreLinesReleased("selector=" + ValueIn(seen_.state, "selector")));
-  }
-
-  /// While reads of the expander are lost, a program that changes some bits of a register clears the
-  /// others: lines that are no business of it become outputs, and stay so.
-  [[nodiscard]] bool AreOthersDriven() const {
-    constexpr int kHex = 16;
-    const unsigned long mask = world_.type == "pyx2" ? 0x0A17 : 0xEDDF;
-    const std::string driven = ValueIn(seen_.state, "driven");
-    const bool hasExpanderFault =
-        std::any_of(world_.faults.begin(), world_.faults.end(), [](const std::string& fault) {
-          return fault.starts_with("i2c");
-        });
-    return !driven.empty() && hasExpanderFault && (std::stoul(driven, nullptr, kHex) & mask) == 0;
   }
 
   /// A lockable chip: level 9 or above, counted from address 0.

@@ -399,6 +399,44 @@ TEST(HugeImageTest, IsRefusedByUpdate) {
   EXPECT_EQ(CountStarts(ended.log, "spi "), 0);
 }
 
+// --- Lines of the expander that nobody drives
+
+class OtherLinesTest : public testing::TestWithParam<Board> {
+ protected:
+  OtherLinesTest() { bench_.Fault("i2c:w 06 r#1:lost"); }
+
+  /// All but those of the program.
+  [[nodiscard]] std::string Driven() const {
+    const bool isPyx2 = GetParam().word == std::string_view(kPyx2.word);
+    return isPyx2 ? "driven=0xf5e8" : "driven=0x1220";
+  }
+
+  Bench bench_{GetParam()};
+};
+
+INSTANTIATE_TEST_SUITE_P(Boards,
+                         OtherLinesTest,
+                         testing::Values(kDax, kPyx1, kPyx2),
+                         program_test::WordOf);
+
+TEST_P(OtherLinesTest, LostReadingOfTheDirectionsLeavesThemDriven) {
+  const Ended ended = bench_.Run(bench_.Tarnwick());
+  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
+  EXPECT_THAT(ended.state, HasSubstr(Driven()));
+}
+
+TEST_P(OtherLinesTest, UpdateReleasesThem) {
+  const Ended ended = bench_.Run(bench_.Tarnwick() + " >/dev/null 2>&1; " + bench_.Update());
+  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
+  EXPECT_THAT(ended.state, HasSubstr("driven=0x0000"));
+}
+
+TEST_P(OtherLinesTest, VerifyLeavesThemAsItFindsThem) {
+  const Ended ended = bench_.Run(bench_.Tarnwick() + " >/dev/null 2>&1; " + bench_.Verify());
+  EXPECT_EQ(ended.exitCode, 0) << ended.out << ended.err;
+  EXPECT_THAT(ended.state, HasSubstr(Driven()));
+}
+
 // --- The power fails
 
 TEST_P(BoardHazardTest, PowerCutInThePagesLeavesHalfAnImageThatCountsAsUpToDate) {

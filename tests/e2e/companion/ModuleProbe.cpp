@@ -99,7 +99,7 @@ struct Probe {
   std::string argument;
 
   Probe(const Target& target, unsigned slot, std::string word)
-      : module(target, slot, signals), argument(std::move(word)) {
+      : module(target, slot, signals, OtherLines::kAsFound), argument(std::move(word)) {
     signals.OnStop([this](int, int) { module.Stop(); });
   }
 

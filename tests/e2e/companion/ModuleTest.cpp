@@ -338,9 +338,19 @@ TEST_P(ExpanderWithOneFaultTest, LinesThatTheProgramDoesNotDriveAreLeftAsTheyWer
   EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
 }
 
+TEST_P(ExpanderWithOneFaultTest, NoLineIsDrivenWhileAllReadingsAreLost) {
+  PlugIn();
+  Fault("i2c: r :lost");
+  const Seen seen = Run("compare image.bin");
+  EXPECT_THAT(seen.out, HasSubstr("problem the GPIO expander on /dev/i2c-"));
+  EXPECT_THAT(seen.out, HasSubstr(" does not answer\n"));
+  EXPECT_THAT(seen.out, HasSubstr(" does not release its lines\n"));
+  EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
+}
+
 TEST_P(ExpanderWithOneFaultTest, LinesThatAreNeverDrivenAreAProblem) {
   PlugIn();
-  Fault("i2c:w 06:lost");
+  Fault(board_.word == std::string(kPyx2.word) ? "i2c:w 06 fb fd:lost" : "i2c:w 06 60 13:lost");
   const Seen seen = Run("compare image.bin");
   EXPECT_THAT(seen.out,
               HasSubstr("problem cannot drive the lines of the GPIO expander on /dev/i2c-"));

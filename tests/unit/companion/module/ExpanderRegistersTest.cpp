@@ -27,12 +27,18 @@ TEST_F(ExpanderRegistersTest, ReadingThatFailsHasNoValue) {
 }
 
 TEST_F(ExpanderRegistersTest, LevelsOfTheOtherLinesAreKept) {
-  bus_.Expect({Ask({0x02}, {0x34, 0x12}), Send({0x02, 0x3f, 0xa2}), Ask({0x02}, {0x3f, 0xa2})});
+  bus_.Expect({Ask({0x02}, {0x34, 0x12}),
+               Ask({0x02}, {0x34, 0x12}),
+               Send({0x02, 0x3f, 0xa2}),
+               Ask({0x02}, {0x3f, 0xa2})});
   EXPECT_TRUE(registers_.SetOutput(0xaaff, 0xf00f));
 }
 
 TEST_F(ExpanderRegistersTest, LevelsThatDoNotReadBackAreNotSet) {
-  bus_.Expect({Ask({0x02}, {0x34, 0x12}), Send({0x02, 0xff, 0xff}), Ask({0x02}, {0x34, 0x12})});
+  bus_.Expect({Ask({0x02}, {0x34, 0x12}),
+               Ask({0x02}, {0x34, 0x12}),
+               Send({0x02, 0xff, 0xff}),
+               Ask({0x02}, {0x34, 0x12})});
   EXPECT_FALSE(registers_.SetOutput(0xffff, 0xffff));
 }
 
@@ -42,8 +48,19 @@ TEST_F(ExpanderRegistersTest, LevelsAreNotWrittenWhenTheFormerOnesAreNotKnown) {
 }
 
 TEST_F(ExpanderRegistersTest, LevelsThatCannotBeWrittenAreNotSet) {
-  bus_.Expect({Ask({0x02}, {0x34, 0x12}), SendReturns({0x02, 0xff, 0xff}, 0)});
+  bus_.Expect(
+      {Ask({0x02}, {0x34, 0x12}), Ask({0x02}, {0x34, 0x12}), SendReturns({0x02, 0xff, 0xff}, 0)});
   EXPECT_FALSE(registers_.SetOutput(0xffff, 0xffff));
+}
+
+TEST_F(ExpanderRegistersTest, LevelsAreNotWrittenWhenTwoReadingsOfTheFormerOnesDiffer) {
+  bus_.Expect({Ask({0x02}, {0x00, 0x00}), Ask({0x02}, {0x34, 0x12})});
+  EXPECT_FALSE(registers_.SetOutput(0xaaff, 0xf00f));
+}
+
+TEST_F(ExpanderRegistersTest, DirectionsAreWrittenWithoutAReading) {
+  bus_.Expect({Send({0x06, 0xdf, 0xed})});
+  registers_.SetConfiguration(0xeddf);
 }
 
 }  // namespace
