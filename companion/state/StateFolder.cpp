@@ -474,7 +474,12 @@ bool StateFolder::IsMarked(unsigned module) {
 
 std::string StateFolder::Mark(unsigned module, const std::string& text) {
   const std::string name = MarkName(module);
-  return Persistently([&] { return WriteMark(name, text); });
+  const bool wasMarked = IsMarked(module);
+  std::string problem = Persistently([&] { return WriteMark(name, text); });
+  if (!problem.empty() && !wasMarked) {
+    static_cast<void>(Unmark(module));  // what stays counts as an unfinished update
+  }
+  return problem;
 }
 
 std::string StateFolder::WriteMark(const std::string& name, const std::string& text) const {

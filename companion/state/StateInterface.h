@@ -38,7 +38,7 @@ class StateInterface {
   /// @return true when an update of the slot has begun and has not been finished. What cannot be
   ///         looked at counts as marked.
   virtual bool IsMarked(unsigned module) = 0;
-  /// Writes the mark, synchronised with its folder.
+  /// Writes the mark, synchronised with its folder. Where that fails, none is left that was not there.
   virtual std::string Mark(unsigned module, const std::string& text) = 0;
   /// Removes the mark, synchronised with its folder.
   virtual std::string Unmark(unsigned module) = 0;

@@ -751,6 +751,21 @@ TEST_F(MarkTest, SecondMarkReplacesTheText) {
   EXPECT_EQ(ReadFile(MarkPath()), "text\n");
 }
 
+TEST_F(MarkTest, MarkThatCannotBeWrittenIsNotLeft) {
+  for (const char* const function : {"pwrite", "fsync", "ftruncate"}) {
+    const FailingCalls failing(function, ENOSPC, 3);
+    EXPECT_EQ(state_.Mark(2, "text"), "cannot write '" + MarkPath() + "': No space left on device");
+    EXPECT_FALSE(IsThere(MarkPath())) << function;
+  }
+}
+
+TEST_F(MarkTest, MarkThatWasThereStaysWhereItCannotBeWrittenAnew) {
+  ASSERT_EQ(state_.Mark(2, "text"), "");
+  const FailingCalls failing("pwrite", ENOSPC);
+  EXPECT_EQ(state_.Mark(2, "other"), "cannot write '" + MarkPath() + "': No space left on device");
+  EXPECT_TRUE(state_.IsMarked(2));
+}
+
 TEST_F(MarkTest, MarkIsRemovedAndThenItsFolderSynchronised) {
   ASSERT_EQ(state_.Mark(2, "text"), "");
   seam.synchronised.clear();
