@@ -343,30 +343,49 @@ std::optional<Ending> UpdateSequence::WriteOnce() {
     return end;
   }
   if (WouldWrite(reading_.contents) || MakeHeadDiffer()) {
-    RunProgram();
+    return RunProgram();
   }
   return std::nullopt;
 }
 
 // --- 6: tarnwick writes -------------------------------------------------------------------------
 
-void UpdateSequence::RunProgram() {
-  update_.written = true;
-  update_.holds = FlashHolds::kNotKnown;
+/// @return how the command ends when nothing was changed; nothing: the flash is to be read
+std::optional<Ending> UpdateSequence::RunProgram() {
   ProgramRun run = program_.Update(request_.target, request_.slot, kImageName);
   services_.fetchSignals();
+  const bool isStarted = run.problem.empty();
   const bool isWhole = run.exitCode == kProgrammed;
+  const std::string text = TextOf(run);
   if (!isWhole) {
-    Note(TextOf(run));
+    Note(text);
   }
   update_.runs.push_back({.attempt = update_.attempts, .run = std::move(run)});
+  if (!isStarted) {
+    return update_.written ? std::nullopt : std::optional(NotBegun(text));
+  }
+  update_.written = true;
+  update_.holds = FlashHolds::kNotKnown;
   if (isWhole) {
-    return;
+    return std::nullopt;
   }
   // It leaves lines, selector and `qspi_prg` as they are when it is ended half-way.
   if (const Problem left = services_.module.GiveBack(result_.names)) {
     Note("not given back: " + left.text);
   }
+  return std::nullopt;
+}
+
+/// The mark is there already. Only an earlier update needs it.
+Ending UpdateSequence::NotBegun(const std::string& why) {
+  if (!update_.unfinished) {
+    RemoveMark();
+  }
+  if (signals_ > 0) {
+    return Stopped();
+  }
+  return {ExitCode::kRefused,
+          "Refused: " + why + ". The flash was not changed. Name tarnwick with --program."};
 }
 
 /// Why the flash does not hold the image after a write, where that shows.

@@ -61,7 +61,8 @@ class UpdateSequence : private Sequence {
   bool WouldWrite(std::span<const std::uint8_t> head);
   bool ReadHead();
   static Ending HeadNotCertain();
-  void RunProgram();
+  std::optional<Ending> RunProgram();
+  Ending NotBegun(const std::string& why);
   std::string CauseOf(const ModuleReading& reading);
   std::string TextOfDifference(const ModuleReading& reading);
 

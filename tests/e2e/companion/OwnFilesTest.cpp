@@ -131,6 +131,18 @@ TEST_F(OwnFilesTest, ProgramThatIsAnotherIsRefused) {
   ExpectRefused(bench_.Run(UpdateWith(bench_.StateFolder(), "/bin/cat")), "/bin/cat");
 }
 
+TEST_F(OwnFilesTest, ProgramThatIsRemovedAfterItsCheckChangesNothing) {
+  bench_.WriteText("program",
+                   "#!/bin/sh\nrm \"$0\"\nexec " + Quoted(Bench::TarnwickPath()) + " \"$@\"\n");
+  fs::permissions(bench_.File("program"), fs::perms::owner_all);
+  const Ended ended = bench_.Run(UpdateWith(bench_.StateFolder(), bench_.File("program").string()));
+  EXPECT_EQ(ended.exitCode, 2) << ended.out << ended.err;
+  EXPECT_THAT(ended.out, HasSubstr("tarnwick could not be started: cannot start '"));
+  ExpectFlash(ended, bench_.Old());
+  EXPECT_EQ(ended.state, bench_.InUse());
+  EXPECT_THAT(Bench::NamesIn(bench_.StateFolder()), ElementsAre("lock"));
+}
+
 // --- The image changes meanwhile
 
 struct Change {

@@ -660,16 +660,60 @@ TEST_F(UpdateSequenceTest, EndOfTarnwickIsInTheVerdictWhereTheFlashDoesNotHoldTh
   EXPECT_EQ(Update().verdict, "Not proven after 1 attempt: " + differs + ". Update again.");
 }
 
-TEST_F(UpdateSequenceTest, TarnwickThatCannotBeStartedIsNamed) {
+TEST_F(UpdateSequenceTest, TarnwickThatEndsHalfWayAndCannotBeGivenBackAfterIsNamed) {
   world_.programWrites = false;
   world_.giveBackProblem = "no answer";
-  world_.onProgram = [](int, ProgramRun& run) {
-    run = {.problem = "tarnwick: No such file or directory"};
-  };
+  world_.onProgram = [](int, ProgramRun& run) { run = {.signal = 9}; };
   attempts_ = 1;
   EXPECT_EQ(Update().exit, ExitCode::kNot);
-  EXPECT_EQ(world_.said[0], "tarnwick could not be started: tarnwick: No such file or directory");
+  EXPECT_EQ(world_.said[0], "tarnwick was ended by signal 9");
   EXPECT_EQ(world_.said[1], "not given back: no answer");
+}
+
+/// `tarnwick` passed the check before, and cannot be started any more.
+class NotStartedTest : public UpdateSequenceTest {
+ protected:
+  NotStartedTest() {
+    world_.programWrites = false;
+    world_.onProgram = [](int, ProgramRun& run) {
+      run = {.problem = "cannot start 'tarnwick': No such file or directory"};
+    };
+  }
+};
+
+TEST_F(NotStartedTest, NothingIsWrittenAndNoMarkIsLeft) {
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kRefused);
+  EXPECT_EQ(result.verdict,
+            "Refused: tarnwick could not be started: cannot start 'tarnwick': No such file or "
+            "directory. The flash was not changed. Name tarnwick with --program.");
+  EXPECT_FALSE(result.written);
+  EXPECT_EQ(result.holds, FlashHolds::kOther);
+  EXPECT_EQ(result.runs.size(), 1U);
+  EXPECT_FALSE(world_.marked);
+}
+
+TEST_F(NotStartedTest, MarkOfAnEarlierUpdateStays) {
+  world_.marked = true;
+  EXPECT_EQ(Update().exit, ExitCode::kRefused);
+  EXPECT_TRUE(world_.marked);
+}
+
+TEST_F(NotStartedTest, SignalMeanwhileEndsIn5AndNothingIsChanged) {
+  SignalIn(kWritten[0], 1);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(result.verdict,
+            "Stopped by a signal. The flash was not changed; it does not hold the image.");
+}
+
+TEST_F(NotStartedTest, HeadThatWasMadeToDifferIsAChange) {
+  world_.flash = Contents("new1B", world_.flash.size(), 0x11);  // the image's stamp
+  attempts_ = 1;
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kNot);
+  EXPECT_TRUE(result.written);
+  EXPECT_TRUE(world_.marked);
 }
 
 // --- 7: into use --------------------------------------------------------------------------------
