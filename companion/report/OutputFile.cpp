@@ -16,6 +16,8 @@ namespace companion {
 namespace {
 
 constexpr mode_t kFileMode = 0666;  // less the umask
+constexpr mode_t kPrivateMode = 0600;
+constexpr mode_t kAccess = 0777;
 /// How often something is tried before it counts as failed.
 constexpr int kAttempts = 3;
 /// How many names for the file beside its place are tried.
@@ -89,21 +91,37 @@ std::string OutputFile::OpenFolder() {
 }
 
 /// A device or a pipe would be replaced by a file, and so would a link.
-std::string OutputFile::RefuseOther() const {
+std::string OutputFile::RefuseOther() {
   struct stat found {};
   if (::fstatat(folder_, name_.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0) {
     return errno == ENOENT ? "" : Failure("look at", errno);
   }
-  return S_ISREG(found.st_mode) ? "" : Quoted(path_) + " is not a regular file.";
+  if (!S_ISREG(found.st_mode)) {
+    return Quoted(path_) + " is not a regular file.";
+  }
+  former_ = {.owner = found.st_uid, .group = found.st_gid, .mode = found.st_mode & kAccess};
+  return "";
+}
+
+/// Who could not read the former file cannot read the new one. What cannot be kept stays with its
+/// owner alone.
+void OutputFile::KeepAccess() const {
+  const bool isKept = ::fchown(file_, former_->owner, former_->group) == 0;
+  static_cast<void>(::fchmod(file_, isKept ? former_->mode : former_->mode & ~mode_t{S_IRWXG}));
 }
 
 std::string OutputFile::Create() {
   for (int i = 0; i < kNames; ++i) {
     std::string name = ".tarnwickctl-" + std::to_string(::getpid()) + "-" + std::to_string(i);
-    file_ = ::openat(
-        folder_, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode);
+    file_ = ::openat(folder_,
+                     name.c_str(),
+                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                     former_ ? kPrivateMode : kFileMode);
     if (file_ >= 0) {
       temporary_ = std::move(name);
+      if (former_) {
+        KeepAccess();
+      }
       return "";
     }
     if (errno != EEXIST) {

@@ -13,6 +13,7 @@
 #include "tests/doubles/ScratchDirectory.h"
 #include "tests/unit/companion/FailingCalls.h"
 
+FAILING_CALL(int, fchown, (int file, uid_t owner, gid_t group), (file, owner, group))
 FAILING_CALL(int,
              fstatat,
              (int folder, const char* name, struct stat* status, int flags),
@@ -68,6 +69,36 @@ TEST_F(OutputFileTest, FormerFileIsReplaced) {
   WriteFile("f", "a longer former text");
   EXPECT_EQ(Make("./f"), "");
   EXPECT_EQ(ReadFile("f"), kText);
+}
+
+unsigned Mode(const char* path) {
+  struct stat status {};
+  EXPECT_EQ(::stat(path, &status), 0);
+  return status.st_mode & 07777U;
+}
+
+TEST_F(OutputFileTest, NewFileHasTheModeThatTheUmaskLeaves) {
+  const mode_t before = ::umask(026);
+  EXPECT_EQ(Make("f"), "");
+  ::umask(before);
+  EXPECT_EQ(Mode("f"), 0640U);
+}
+
+TEST_F(OutputFileTest, ModeOfTheFormerFileIsKept) {
+  WriteFile("f", "former");
+  for (const mode_t mode : {0600U, 0640U, 0664U}) {
+    ASSERT_EQ(::chmod("f", mode), 0);
+    EXPECT_EQ(Make("f"), "");
+    EXPECT_EQ(Mode("f"), mode);
+  }
+}
+
+TEST_F(OutputFileTest, AnotherGroupMayNotReadWhatTheFormerCould) {
+  WriteFile("f", "former");
+  ASSERT_EQ(::chmod("f", 0640), 0);
+  const FailingCalls failing("fchown", EPERM);
+  EXPECT_EQ(Make("f"), "");
+  EXPECT_EQ(Mode("f"), 0600U);
 }
 
 TEST_F(OutputFileTest, FormerFileStaysWhenNothingIsStored) {
