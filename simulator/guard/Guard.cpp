@@ -254,7 +254,7 @@ void Guard::Reap() {
   }
   hostIsFinishing_ = true;
   try {
-    control_.value().Send(std::to_string(*commandStatus_));
+    control_.value().Send(std::to_string(*commandStatus_) + ' ' + std::to_string(endSignal_));
   } catch (const std::exception&) {  // the host is ending
   }
 }

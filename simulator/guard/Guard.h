@@ -20,8 +20,8 @@ namespace orvane {
 
 /// The host's end of what connects it with its guard.
 struct HostEnds {
-  /// To the guard: once, MakeReadyMessage(). From the guard: once, the wait status of the command,
-  /// as a number, when all of its processes have ended.
+  /// To the guard: once, MakeReadyMessage(). From the guard: once, when all processes of the
+  /// command have ended, its wait status and the signal that was to end the run or 0, as numbers.
   ControlChannel control;
   /// Reads the end of the file when the guard has ended, however.
   FileDescriptor lifeline;

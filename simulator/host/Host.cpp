@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
@@ -198,7 +199,8 @@ class Host {
     BeforeEvent();
     LogEnd();
     SaveFiles();
-    if (!server_.HasHadConnections()) {
+    // A signal from outside can end it before it has begun.
+    if (!server_.HasHadConnections() && endSignal_ == 0) {
       problems_.emplace_back("COMMAND never connected to the instrument");
     }
     for (const std::string& problem : problems_) {
@@ -219,7 +221,7 @@ class Host {
     auto* const host = static_cast<Host*>(self);
     const std::optional<std::string> message = host->guard_.Receive();
     if (message) {
-      host->waitStatus_ = std::stoi(*message);
+      std::istringstream(*message) >> host->waitStatus_ >> host->endSignal_;
       g_main_loop_quit(host->loop_.get());
     }
     return G_SOURCE_REMOVE;  // it says no more
@@ -343,6 +345,7 @@ class Host {
   std::optional<Console> console_;
   std::optional<RunControl> control_;
   int waitStatus_ = 0;  // of the command
+  int endSignal_ = 0;   // that the guard was sent; 0: none
   bool hasFailed_ = false;
   std::vector<std::string> problems_;  // why the status is not that of the command
 };

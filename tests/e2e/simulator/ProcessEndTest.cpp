@@ -158,7 +158,9 @@ TEST_P(ProcessEndSignalTest, EndsItAtEachStepOfItsStart) {
     run_.StartShell("while :; do :; done");
     ASSERT_TRUE(Eventually([&] { return Holds(run_.Temporary(), moment); }));
     Send();
-    EXPECT_EQ(ExitCode(End()), 128 + GetParam());
+    const SimulatorOutcome outcome = End();
+    EXPECT_EQ(ExitCode(outcome), 128 + GetParam());
+    EXPECT_EQ(outcome.err, "");
     ExpectNothingLeft();
   }
 }
