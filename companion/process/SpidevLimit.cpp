@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <iostream>
+#include <optional>
 #include <sstream>
 
 #include "devices/SPIDev.h"
@@ -17,7 +18,7 @@ namespace {
 constexpr std::size_t kPageBytes = 256;
 constexpr std::size_t kLeastBytes = 512;
 
-constexpr int kReadings = 3;
+constexpr int kReadings = 4;
 
 /// Takes what is printed on std::cerr, while it lives.
 class Silence {
@@ -34,14 +35,17 @@ class Silence {
   std::streambuf* former_;
 };
 
-/// A limit that cannot be read counts as the kernel's usual one, as it does for `tarnwick`.
+/// What two readings in a row say: one alone can be wrong. A limit that cannot be read counts as the
+/// kernel's usual one, as it does for `tarnwick`.
 std::size_t Limit() {
+  std::optional<std::size_t> before;
   for (int reading = 1;; ++reading) {
     const Silence silence;
     const std::size_t limit = SPIDev::GetBufsiz();
-    if (!silence.IsBroken() || reading == kReadings) {
+    if (limit == before || reading == kReadings) {
       return limit;
     }
+    before = silence.IsBroken() ? std::nullopt : std::optional(limit);
   }
 }
 

@@ -53,12 +53,25 @@ TEST(SpidevLimitTest, LimitThatCannotBeReadIsTheUsualOneAndPrintsNothing) {
     return static_cast<std::FILE*>(nullptr);
   });
   EXPECT_EQ(SpidevLimitProblem(), "");
-  EXPECT_EQ(openings, 3);
+  EXPECT_EQ(openings, 4);
   EXPECT_EQ(console.Err(), "");
   EXPECT_EQ(console.Out(), "");
 }
 
-TEST(SpidevLimitTest, LimitThatCannotBeReadTwiceIsReadTheThirdTime) {
+TEST(SpidevLimitTest, OneWrongReadingIsNotBelieved) {
+  for (const int wrong : {1, 2, 3}) {
+    const TemporaryDirectory scratch;
+    const std::string right = scratch.File("right", "4096\n");
+    const std::string other = scratch.File("other", "1096\n");
+    int openings = 0;
+    const RedirectedFile bufsiz(kBufsizPath, [&](const char* mode) {
+      return std::fopen((++openings == wrong ? other : right).c_str(), mode);
+    });
+    EXPECT_EQ(SpidevLimitProblem(), "") << wrong;
+  }
+}
+
+TEST(SpidevLimitTest, LimitThatCannotBeReadTwiceIsReadAgain) {
   const Console console;
   const TemporaryDirectory scratch;
   const std::string contents = scratch.File("bufsiz", "1000\n");
