@@ -184,8 +184,8 @@ std::string Command(const GuardedScenario& scenario, unsigned updates) {
   }
   if (updates > 0) {
     // Every process of an update inherits its lock.
-    command +=
-        std::string("flock -n ") + kStateFolder + "/" + kLock + " true || say '" + kBusy + "'; ";
+    const std::string lock = std::string(kStateFolder) + "/" + kLock;
+    command += "[ ! -e " + lock + " ] || flock -n " + lock + " true || say '" + kBusy + "'; ";
   }
   return command + "exit 0";
 }
