@@ -188,8 +188,7 @@ ExitCode RunCommand(const Options& options, std::ostream& out, std::ostream& err
                    .target = options.target.empty() ? std::nullopt : std::optional(options.target),
                    .dump = options.dump,
                    .json = options.json},
-                  out,
-                  err);
+                  out);
 }  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 }  // namespace

@@ -19,20 +19,18 @@ void Write(std::ostream& out, const nlohmann::json& object) {
   out << object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
 }
 
-ExitCode Refuse(const ImageOptions& options,
-                const std::string& why,
-                std::ostream& out,
-                std::ostream& err) {
-  err << "tarnwickctl: " << why << std::endl;
-  if (options.json) {
-    nlohmann::json object;
-    object["command"] = "image";
-    object["file"]["path"] = options.path;
-    object["verdict"] = "refused";
-    object["reason"] = why;
-    object["exit_code"] = static_cast<int>(ExitCode::kRefused);
-    Write(out, object);
+ExitCode Refuse(const ImageOptions& options, const std::string& why, std::ostream& out) {
+  if (!options.json) {
+    out << "refused: " << why << std::endl;
+    return ExitCode::kRefused;
   }
+  nlohmann::json object;
+  object["command"] = "image";
+  object["file"]["path"] = options.path;
+  object["verdict"] = "refused";
+  object["reason"] = why;
+  object["exit_code"] = static_cast<int>(ExitCode::kRefused);
+  Write(out, object);
   return ExitCode::kRefused;
 }
 
@@ -76,17 +74,17 @@ std::optional<std::vector<std::uint8_t>> ReadDump(const std::string& path,
 
 }  // namespace
 
-ExitCode RunImage(const ImageOptions& options, std::ostream& out, std::ostream& err) {
+ExitCode RunImage(const ImageOptions& options, std::ostream& out) {
   ImageReading reading = ReadImageFile(options.path);
   if (!reading.image) {
-    return Refuse(options, reading.refusal, out, err);
+    return Refuse(options, reading.refusal, out);
   }
   std::optional<std::vector<std::uint8_t>> dump;
   if (options.dump) {
     std::string refusal;
     dump = ReadDump(*options.dump, options.target, refusal);
     if (!dump) {
-      return Refuse(options, refusal, out, err);
+      return Refuse(options, refusal, out);
     }
   }
   const ImageReport report = Examine(*std::move(reading.image), options.target, dump);

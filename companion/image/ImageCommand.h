@@ -17,8 +17,7 @@ struct ImageOptions {
 
 /// The command `image`: tells what is in a file. No device is touched.
 /// @param out  takes the report, the verdict last; with `json` exactly one object
-/// @param err  takes a line when a file cannot be read
 /// @return kDone: fit; kNot: unfit; kRefused: a file cannot be read
-ExitCode RunImage(const ImageOptions& options, std::ostream& out, std::ostream& err);
+ExitCode RunImage(const ImageOptions& options, std::ostream& out);
 
 }  // namespace companion

@@ -208,6 +208,13 @@ TEST_F(ExitCodesTest, MissingImageEndsIn2) {
             "");
 }
 
+TEST_F(ExitCodesTest, MissingFileOfImageEndsIn2) {
+  ExpectEnd(bench_.Run(Bench::Companion("image none")),
+            2,
+            "refused: cannot open \"none\": No such file or directory\n",
+            "");
+}
+
 TEST_F(ExitCodesTest, SlotThatIsNotInTheInventoryEndsIn2) {
   bench_.Fault("dbus:GetModuleLocations:data:1 2");
   ExpectEnd(bench_.Run(bench_.Verify()),
