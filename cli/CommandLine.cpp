@@ -189,6 +189,16 @@ std::vector<std::string> CommandLine::CutWords(std::vector<std::string>& loose) 
   return words;
 }
 
+/// @param name  of an option that stands before the command, or without one
+/// @return whether it belongs behind the command
+bool CommandLine::IsOfCommand(std::string_view name) const {
+  const Command* const given = GivenCommand();
+  return std::any_of(commands_.begin(), commands_.end(), [&](const Command& command) {
+    return (given == nullptr || given == &command) &&
+           command.app->get_option_no_throw(std::string(name)) != nullptr;
+  });
+}
+
 void CommandLine::RefuseLooseWords(const std::vector<std::string>& loose) const {
   const bool isCommandMissing = !commands_.empty() && GivenCommand() == nullptr;
   if (loose.empty()) {
@@ -199,7 +209,12 @@ void CommandLine::RefuseLooseWords(const std::vector<std::string>& loose) const 
   }
   const std::string& word = loose.front();
   if (IsOption(word)) {
-    throw UsageError("unknown option " + Quoted(NameIn(word)));
+    const std::string name = Quoted(NameIn(word));
+    const bool isBeforeCommand = !app_->remaining(false).empty();
+    if (isBeforeCommand && IsOfCommand(NameIn(word))) {
+      throw UsageError("option " + name + " comes after the command");
+    }
+    throw UsageError("unknown option " + name);
   }
   if (isCommandMissing) {
     throw UsageError("unknown word " + Quoted(word) + " (expected " + CommandWords() + ")");

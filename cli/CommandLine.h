@@ -120,6 +120,7 @@ class CommandLine {
   [[noreturn]] void Refuse(const CLI::ParseError& error) const;
   const Command* GivenCommand() const;
   std::vector<std::string> CutWords(std::vector<std::string>& loose) const;
+  bool IsOfCommand(std::string_view name) const;
   void RefuseLooseWords(const std::vector<std::string>& loose) const;
   std::string CommandWords() const;
 

@@ -198,7 +198,13 @@ TEST(CommandLineTest, CommandsCanShareWhatTheirFlagsSet) {
 TEST(CommandLineTest, OptionOfAnotherCommandIsUnknown) {
   EXPECT_EQ(ReadCommand({"draw", "--twice"}).problem, "unknown option '--twice'");
   EXPECT_EQ(ReadCommand({"print", "--pen", "x"}).problem, "unknown option '--pen'");
-  EXPECT_EQ(ReadCommand({"--twice", "print"}).problem, "unknown option '--twice'");
+  EXPECT_EQ(ReadCommand({"--twice", "draw"}).problem, "unknown option '--twice'");
+}
+
+TEST(CommandLineTest, OptionBeforeItsCommandIsToldWhereItBelongs) {
+  EXPECT_EQ(ReadCommand({"--twice", "print"}).problem, "option '--twice' comes after the command");
+  EXPECT_EQ(ReadCommand({"--pen=x", "draw"}).problem, "option '--pen' comes after the command");
+  EXPECT_EQ(ReadCommand({"--twice"}).problem, "option '--twice' comes after the command");
 }
 
 TEST(CommandLineTest, OptionErrorsOfACommandNameTheOption) {

@@ -178,6 +178,7 @@ TEST(OptionsTest, MissingWordsAreNamed) {
 TEST(OptionsTest, OptionsOfOtherCommandsAreUnknown) {
   EXPECT_EQ(Refusal({"verify", "dax", "2", "f", "--force"}), "unknown option '--force'");
   EXPECT_EQ(Refusal({"image", "f", "--state", "s"}), "unknown option '--state'");
+  EXPECT_EQ(Refusal({"--json", "image", "f"}), "option '--json' comes after the command");
 }
 
 TEST(OptionsTest, HelpAndVersionAreTheAnswer) {
