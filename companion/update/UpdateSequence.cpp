@@ -73,13 +73,14 @@ void UpdateSequence::Signalled(int signal) {
     return;
   }
   if (signals_ == kSignalsThatEnd) {
-    Note("stopped by " + NameOfSignal(signal) + ": what runs is ended, and the module given back");
+    Note("stopped by " + NameOfSignal(signal) +
+         ": what runs is ended as soon as the module can be given back");
     program_.Kill();
     services_.module.Stop();
     return;
   }
   Note(NameOfSignal(signal) +
-       " asks to stop: what has begun is brought to its end; a second signal ends it at once");
+       " asks to stop: what has begun is brought to its end; a second signal ends it early");
 }
 
 UpdateResult UpdateSequence::Run() {

@@ -311,8 +311,9 @@ TEST_F(ExitCodesTest, SecondSignalEndsIn5) {
           "Update again.\n");
   EXPECT_EQ(bench_.ReadText("update.err"),
             "tarnwickctl: SIGHUP asks to stop: what has begun is brought to its end; a second "
-            "signal ends it at once\n"
-            "tarnwickctl: stopped by SIGTERM: what runs is ended, and the module given back\n"
+            "signal ends it early\n"
+            "tarnwickctl: stopped by SIGTERM: what runs is ended as soon as the module can be "
+            "given back\n"
             "tarnwickctl: tarnwick was ended by signal 9\n");
 }
 

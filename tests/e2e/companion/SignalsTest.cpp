@@ -17,7 +17,7 @@ using testing::IsEmpty;
 /// What the first signal is answered with.
 std::string AnswerTo(const std::string& signal) {
   return "tarnwickctl: SIG" + signal +
-         " asks to stop: what has begun is brought to its end; a second signal ends it at once\n";
+         " asks to stop: what has begun is brought to its end; a second signal ends it early\n";
 }
 
 constexpr const char* kAllSignals[] = {"INT", "TERM", "HUP", "PIPE"};

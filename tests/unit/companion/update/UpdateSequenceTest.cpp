@@ -915,8 +915,9 @@ TEST_F(UpdateSequenceTest, ChipThatCannotBeLockedIsSaid) {
 // --- 9: signals ---------------------------------------------------------------------------------
 
 constexpr const char* kFirst =
-    "SIGTERM asks to stop: what has begun is brought to its end; a second signal ends it at once";
-constexpr const char* kSecond = "stopped by SIGTERM: what runs is ended, and the module given back";
+    "SIGTERM asks to stop: what has begun is brought to its end; a second signal ends it early";
+constexpr const char* kSecond =
+    "stopped by SIGTERM: what runs is ended as soon as the module can be given back";
 
 TEST_F(UpdateSequenceTest, FirstSignalInThePreflightStillHasTheFlashRead) {
   SignalIn("check tarnwick", 1);
