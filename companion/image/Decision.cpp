@@ -12,9 +12,6 @@ namespace companion {
 
 namespace {
 
-constexpr std::size_t kPageBytes = 256;
-constexpr std::uint8_t kErased = 0xFF;
-
 bool HasBootHeader(std::string_view target) {
   return TypeOf(target).format == ImageFormat::kBootImage;
 }

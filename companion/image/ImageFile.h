@@ -12,6 +12,10 @@ namespace companion {
 
 /// Size of the flash of every module type, in bytes.
 inline constexpr std::size_t kFlashBytes = std::size_t{16} * 1024 * 1024;
+/// Size of one of its pages, in bytes.
+inline constexpr std::size_t kPageBytes = 256;
+/// What its bytes are after an erase.
+inline constexpr std::uint8_t kErased = 0xFF;
 
 /// What kind of configuration an image holds.
 enum class ImageFormat {

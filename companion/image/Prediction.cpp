@@ -10,8 +10,6 @@ namespace companion {
 
 namespace {
 
-constexpr std::uint8_t kErased = 0xFF;
-
 // Exit codes of the program.
 constexpr int kSuccess = 0;
 constexpr int kProgramFailed = 6;

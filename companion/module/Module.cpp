@@ -15,7 +15,6 @@
 #include "companion/module/FlashChip.h"
 #include "companion/module/FlashReader.h"
 #include "companion/module/ModuleAccess.h"
-#include "flash/NorCommands.h"
 
 namespace companion {
 
@@ -81,8 +80,8 @@ void Take(ModuleAccess& access,
 std::optional<Difference> Compare(std::span<const std::uint8_t> contents,
                                   std::span<const std::uint8_t> expected) {
   std::optional<Difference> difference;
-  for (std::size_t at = 0; at < expected.size(); at += nor::kPageBytes) {
-    const std::size_t bytes = std::min(std::size_t{nor::kPageBytes}, expected.size() - at);
+  for (std::size_t at = 0; at < expected.size(); at += kPageBytes) {
+    const std::size_t bytes = std::min(kPageBytes, expected.size() - at);
     const auto wanted = expected.subspan(at, bytes);
     const auto found = contents.subspan(at, bytes);
     const auto where = std::mismatch(wanted.begin(), wanted.end(), found.begin());
@@ -102,7 +101,7 @@ std::optional<Difference> Compare(std::span<const std::uint8_t> contents,
 
 /// Erased, but for a page at its begin.
 std::vector<std::uint8_t> HeadWith(std::span<const std::uint8_t> page) {
-  std::vector<std::uint8_t> head(kHeadBytes, 0xFF);
+  std::vector<std::uint8_t> head(kHeadBytes, kErased);
   std::copy(page.begin(), page.end(), head.begin());
   return head;
 }

@@ -10,8 +10,6 @@ namespace companion {
 
 namespace {
 
-constexpr std::uint32_t kPageBytes = 256;
-constexpr std::uint8_t kErased = 0xFF;
 /// Name of the image in the work folder.
 constexpr const char* kImageName = "image.bin";
 /// Exit code of `tarnwick` after all its steps.
@@ -405,7 +403,7 @@ std::string UpdateSequence::TextOfDifference(const ModuleReading& reading) {
     pageThatDiffered_.reset();
     return why;
   }
-  const std::uint32_t page = reading.difference->firstAddress / kPageBytes;
+  const auto page = static_cast<std::uint32_t>(reading.difference->firstAddress / kPageBytes);
   const bool isSamePage = pageThatDiffered_ == page;
   pageThatDiffered_ = page;
   std::string cause = "the flash " + TextOf(*reading.difference);
