@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "companion/image/Hex.h"
 #include "companion/image/ImageFile.h"
 #include "devices/SPIDev.h"
 #include "flash/NorCommands.h"
@@ -53,12 +53,6 @@ bool IsUniform(std::span<const std::uint8_t> bytes) {
 std::ptrdiff_t Offset(std::size_t bytes) { return static_cast<std::ptrdiff_t>(bytes); }
 
 std::size_t BlocksOf(std::size_t bytes) { return (bytes + kBlockBytes - 1) / kBlockBytes; }
-
-std::string Hex(std::size_t address) {
-  std::array<char, 16> text;
-  static_cast<void>(std::snprintf(text.data(), text.size(), "0x%06zx", address));
-  return text.data();
-}
 
 /// Marks the blocks in which two contents differ.
 void MarkDifferences(std::span<const std::uint8_t> contents,
@@ -116,7 +110,7 @@ void FlashReader::Message(std::size_t address, std::span<std::uint8_t> bytes) {
       return;
     }
   }
-  throw StepFailed("cannot read the flash at address " + Hex(address));
+  throw StepFailed("cannot read the flash at address " + HexAddress(address));
 }
 
 std::vector<FlashReader::Range> FlashReader::ReadRange(std::size_t address,
@@ -239,7 +233,8 @@ bool FlashReader::Witness(std::span<const std::uint8_t> contents) {
       return true;
     }
   }
-  throw StepFailed("the flash no longer reads at address " + Hex(begin) + " as it did before");
+  throw StepFailed("the flash no longer reads at address " + HexAddress(begin) +
+                   " as it did before");
 }
 
 bool FlashReader::ReadsDifferentBytesElsewhere(std::uint8_t value) {

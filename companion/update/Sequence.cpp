@@ -3,11 +3,10 @@
 #include <string.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <utility>
 
 #include "companion/image/Decision.h"
+#include "companion/image/Hex.h"
 
 namespace companion {
 
@@ -21,13 +20,6 @@ constexpr unsigned char kDelete = 0x7F;
 
 bool IsControl(unsigned char character) {
   return character < kFirstPrintable || character == kDelete;
-}
-
-/// @return "0x" and the number, at least `digits` long
-std::string Hex(std::uint32_t number, int digits) {
-  std::array<char, 16> text{};
-  static_cast<void>(std::snprintf(text.data(), text.size(), "0x%0*x", digits, number));
-  return text.data();
 }
 
 }  // namespace
@@ -70,11 +62,6 @@ std::string WhyNotAName(std::string_view name) {
 std::string NameOfSignal(int signal) {
   const char* const name = ::sigabbrev_np(signal);
   return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
-}
-
-std::string HexAddress(std::uint32_t address) {
-  constexpr int kDigits = 6;
-  return Hex(address, kDigits);
 }
 
 std::string TextOf(const Difference& difference) {

@@ -107,9 +107,6 @@ std::string WhyNotAName(std::string_view name);
 /// @return "SIGINT"
 std::string NameOfSignal(int signal);
 
-/// @return "0x01a300"
-std::string HexAddress(std::uint32_t address);
-
 /// @return one line: the first address that differs, both bytes, how many pages
 std::string TextOf(const Difference& difference);
 
