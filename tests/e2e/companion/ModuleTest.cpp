@@ -348,6 +348,16 @@ TEST_P(ExpanderWithOneFaultTest, NoLineIsDrivenWhileAllReadingsAreLost) {
   EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
 }
 
+TEST_P(ExpanderWithOneFaultTest, LevelsThatAreNeverTakenAreAProblem) {
+  PlugIn();
+  Fault(board_.word == std::string(kPyx2.word) ? "i2c:w 02 e8 f7:lost" : "i2c:w 02 a0 3e:lost");
+  const Seen seen = Run("compare image.bin");
+  EXPECT_THAT(seen.out, HasSubstr("problem the GPIO expander on /dev/i2c-"));
+  EXPECT_THAT(seen.out, HasSubstr(" does not answer\n"));
+  EXPECT_THAT(seen.out, Not(HasSubstr("not-given-back")));
+  EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
+}
+
 TEST_P(ExpanderWithOneFaultTest, LinesThatAreNeverDrivenAreAProblem) {
   PlugIn();
   Fault(board_.word == std::string(kPyx2.word) ? "i2c:w 06 fb fd:lost" : "i2c:w 06 60 13:lost");
