@@ -490,6 +490,18 @@ TEST_P(EndpointTest, SelectorThatIsNeverSwitchedBackIsNamed) {
   EXPECT_THAT(seen.out, HasSubstr(" does not take SPILVDS\n"));
 }
 
+TEST_P(EndpointTest, LinesAndSelectorThatAreBothLeftAreBothNamed) {
+  PlugIn(",expander=absent");
+  Fault("write:SPILVDS:lost");
+  const std::string selector =
+      std::string("/sys/platform/module_selector/slot") + (Slot() == "4" ? "A" : "B");
+  const Seen seen = Run("compare image.bin", "echo SPIFIFO >" + selector + "; ");
+  EXPECT_THAT(seen.out,
+              HasSubstr("not-given-back the GPIO expander on /dev/i2c-" + Slot() +
+                        " does not show whether its lines are released; " + selector +
+                        " does not take SPILVDS\n"));
+}
+
 // --- Writing ------------------------------------------------------------------------------------
 
 TEST_P(ModuleTest, HeadIsErasedAndHoldsThePage) {
@@ -520,6 +532,15 @@ TEST_P(ModuleTest, LockableChipIsLockedWhole) {
   const Seen seen = Run("lock; " + Command("compare image.bin"));
   EXPECT_EQ(seen.out, "chip c22018 status 24 protected whole\ndone high high\n" + EndpointLine());
   EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
+}
+
+TEST_P(ModuleTest, LockableChipIsLockedWhileDoneStaysLow) {
+  PlugIn(",chip=macronix,done=low");
+  const Seen seen = Run("lock; " + Command("compare image.bin"));
+  EXPECT_EQ(seen.out,
+            std::string("chip c22018 status 24 protected whole\ndone low low\n") +
+                (HasPsMode() ? "ps-mode yes\n" : "") + EndpointLine());
+  EXPECT_THAT(seen.state, HasSubstr(GivenBack("done=0")));
 }
 
 TEST_P(ModuleTest, OtherChipsAreNotLocked) {
