@@ -232,8 +232,8 @@ TEST_F(TarnwickProgramTest, AnotherProgramIsReported) {
 }
 
 TEST_F(TarnwickProgramTest, ProgramThatFailsIsReportedWithItsFirstLine) {
-  const std::string path = Script(R"(printf 'no \033library\nmore\n' >&2; exit 127)");
-  EXPECT_EQ(Check(path), "'" + path + "', started for its help, ended with 127: no ?library");
+  const std::string path = Script(R"(printf 'no \033library\177\nmore\n' >&2; exit 127)");
+  EXPECT_EQ(Check(path), "'" + path + "', started for its help, ended with 127: no ?library?");
 }
 
 TEST_F(TarnwickProgramTest, ProgramThatFailsWithoutALineIsReported) {

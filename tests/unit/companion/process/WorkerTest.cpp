@@ -1,15 +1,20 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -17,6 +22,34 @@
 #include "companion/process/SharedMemory.h"
 #include "companion/process/SignalWatch.h"
 #include "companion/process/Worker.h"
+#include "tests/unit/companion/FailingCalls.h"
+
+FAILING_CALL(pid_t, fork, (), ())
+FAILING_CALL(int, pipe2, (int* ends, int flags), (ends, flags))
+FAILING_CALL(int,
+             poll,
+             (pollfd * descriptors, nfds_t count, int milliseconds),
+             (descriptors, count, milliseconds))
+
+extern "C" {
+
+int __real_fcntl(int file, int command, ...);
+int __wrap_fcntl(int file, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  const int argument = va_arg(arguments, int);
+  va_end(arguments);
+  return FailingCalls::Fails("fcntl") ? -1 : __real_fcntl(file, command, argument);
+}
+
+void* __real_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset);
+void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset) {
+  return FailingCalls::Fails("mmap")
+             ? MAP_FAILED
+             : __real_mmap(address, length, protection, flags, file, offset);
+}
+
+}  // extern "C"
 
 namespace companion {
 namespace {
@@ -78,6 +111,13 @@ TEST_F(WorkerTest, ExitOfTheTaskIsAProblem) {
   const WorkerEnding ending = Run([](const WorkerSide&) { std::exit(1); });
   EXPECT_EQ(ending.problem, "its process ended with 1");
   EXPECT_EQ(ending.exitCode, 1);
+}
+
+TEST_F(WorkerTest, FailureAfterTheTaskIsAProblem) {
+  const WorkerEnding ending =
+      Run([](const WorkerSide&) { static_cast<void>(std::atexit([] { ::_exit(3); })); });
+  EXPECT_EQ(ending.problem, "its process ended with 3");
+  EXPECT_EQ(ending.exitCode, 3);
 }
 
 TEST_F(WorkerTest, DeathBySignalIsAProblem) {
@@ -245,6 +285,50 @@ TEST_F(WorkerTest, WorkerThatCannotBeStartedIsAProblem) {
   EXPECT_EQ(ending.problem, "cannot start a process for it: Too many open files");
   EXPECT_EQ(ending.exitCode, std::nullopt);
   EXPECT_EQ(*value_, 0);
+}
+
+TEST_F(WorkerTest, WorkerWhoseProcessCannotBeMadeIsAProblem) {
+  const FailingCalls failing("fork", EAGAIN);
+  const WorkerEnding ending = Run([&](const WorkerSide&) { *value_ = 1; });
+  EXPECT_EQ(ending.problem, "cannot start a process for it: Resource temporarily unavailable");
+  EXPECT_EQ(ending.exitCode, std::nullopt);
+  EXPECT_EQ(*value_, 0);
+}
+
+TEST_F(WorkerTest, WorkerWhoseConsoleCouldBlockItsParentIsNotStarted) {
+  const FailingCalls failing("fcntl", EINVAL);
+  const WorkerEnding ending = Run([&](const WorkerSide&) { *value_ = 1; });
+  EXPECT_EQ(ending.problem, "cannot start a process for it: Invalid argument");
+  EXPECT_EQ(*value_, 0);
+}
+
+TEST_F(WorkerTest, WorkerWithoutSharedMemoryIsNotStarted) {
+  const FailingCalls failing("mmap", ENOMEM);
+  EXPECT_THROW(Run([&](const WorkerSide&) { *value_ = 1; }), std::bad_alloc);
+  EXPECT_EQ(*value_, 0);
+}
+
+TEST_F(WorkerTest, WorkerWhoseInputCannotBeEmptiedWorksAllTheSame) {
+  const FailingCalls failing("pipe2", EMFILE, FailingCalls::kAll, 1);  // the console has one
+  const WorkerEnding ending = Run([&](const WorkerSide&) { *value_ = 7; });
+  EXPECT_EQ(ending.problem, "");
+  EXPECT_EQ(*value_, 7);
+}
+
+TEST_F(WorkerTest, WaitThatIsInterruptedGoesOn) {
+  const FailingCalls failing("poll", EINTR, 1);
+  SharedMemory<std::atomic<bool>> goOn;
+  const WorkerEnding ending = Run(
+      [&](const WorkerSide& side) {
+        side.WakeParent();
+        while (!*goOn) {
+          ::sched_yield();
+        }
+      },
+      kLimitSeconds,
+      [&] { *goOn = true; });
+  EXPECT_EQ(ending.problem, "");
+  EXPECT_EQ(failing.Failed(), 1);
 }
 
 TEST_F(WorkerTest, WorkerThatCannotWakeItsParentIsNotStarted) {
