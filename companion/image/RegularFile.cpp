@@ -51,8 +51,8 @@ int RegularFile::Open(const std::string& path) {
     return FileDescriptor::kClosed;
   }
   if (::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    refusal_ = name_ + " was replaced meanwhile";  // GCOVR_EXCL_LINE: between two system calls
-    return FileDescriptor::kClosed;                // GCOVR_EXCL_LINE: likewise
+    refusal_ = name_ + " was replaced meanwhile";
+    return FileDescriptor::kClosed;
   }
   size_ = static_cast<std::uint64_t>(status.st_size);
   return file.Release();

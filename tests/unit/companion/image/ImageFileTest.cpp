@@ -2,11 +2,15 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <cerrno>
 #include <string>
 
 #include "companion/image/ImageFile.h"
 #include "tests/doubles/TemporaryDirectory.h"
+#include "tests/unit/companion/FailingCalls.h"
 #include "tests/unit/companion/image/Images.h"
+
+FAILING_CALL(ssize_t, read, (int file, void* bytes, std::size_t count), (file, bytes, count))
 
 namespace {
 
@@ -70,6 +74,15 @@ TEST_F(ImageFileTest, PlainFileIsTheImage) {
   EXPECT_FALSE(image.tooLarge);
   EXPECT_FALSE(image.gzipInGzip);
   EXPECT_EQ(image.format, ImageFormat::kNeither);
+}
+
+TEST_F(ImageFileTest, GzipFileThatCannotBeReadToItsEndIsRefused) {
+  const std::string path = PathOf(images::Gzip(Bytes(60'000, 'x'), std::string(60'000, 'n')));
+  const FailingCalls failing("read", EIO, 1, 1);
+  const ImageReading reading = ReadImageFile(path);
+  EXPECT_FALSE(reading.image);
+  EXPECT_EQ(reading.refusal, "cannot read \"" + path + "\": Input/output error");
+  EXPECT_EQ(failing.Failed(), 1);
 }
 
 TEST_F(ImageFileTest, GzipFileHoldsTheImage) {

@@ -1,17 +1,44 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "base/FileDescriptor.h"
 #include "companion/image/RegularFile.h"
 #include "tests/doubles/TemporaryDirectory.h"
+#include "tests/unit/companion/FailingCalls.h"
 #include "tests/unit/companion/image/Images.h"
+
+namespace {
+
+/// Happens before the next file is opened.
+std::function<void()> beforeOpening;
+
+}  // namespace
+
+FAILING_CALL(int, fstat, (int file, struct stat* status), (file, status))
+
+extern "C" int __real_open(const char* path, int flags, ...);
+extern "C" int __wrap_open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  if (beforeOpening) {
+    std::exchange(beforeOpening, {})();
+  }
+  return __real_open(path, flags, mode);
+}
 
 namespace {
 
@@ -93,6 +120,21 @@ TEST_F(RegularFileTest, FileThatCannotBeOpenedIsRefused) {
   const RegularFile file(path);
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
   EXPECT_EQ(file.Refusal(), "cannot open \"" + path + "\": Too many open files");
+}
+
+TEST_F(RegularFileTest, PipeThatTakesItsPlaceMeanwhileIsRefused) {
+  const std::string path = folder_.File("f", "x");
+  ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
+  beforeOpening = [&] { std::filesystem::rename(Path("pipe"), path); };
+  const RegularFile file(path);
+  EXPECT_EQ(file.Refusal(), "\"" + path + "\" was replaced meanwhile");
+}
+
+TEST_F(RegularFileTest, FileThatCannotBeLookedAtOnceItIsOpenIsRefused) {
+  const std::string path = folder_.File("f", "x");
+  const FailingCalls failing("fstat", EIO);
+  const RegularFile file(path);
+  EXPECT_EQ(file.Refusal(), "\"" + path + "\" was replaced meanwhile");
 }
 
 TEST_F(RegularFileTest, ReadThatFailsIsToldOf) {
