@@ -501,6 +501,67 @@ TEST_F(UpdateSequenceTest, HeadThatCannotBeReadBeforeAnythingIsWrittenIsUnreacha
   EXPECT_EQ(Update().exit, ExitCode::kUnreachable);
 }
 
+TEST_F(UpdateSequenceTest, UnsteadyHeadBeforeAnythingIsWrittenIsUnreachable) {
+  world_.image = Contents("new1B", 300, 0x22);
+  world_.onRead = [](int n, ModuleReading& reading) {
+    if (n == 1) {
+      reading.unsteadyAddress = 0;
+    }
+  };
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kUnreachable);
+  EXPECT_EQ(result.verdict,
+            "The start of the flash cannot be read for certain. It was not changed.");
+  EXPECT_FALSE(world_.marked);
+}
+
+TEST_F(UpdateSequenceTest, HeadThatIsReadTooShortIsUnreachable) {
+  world_.image = Contents("new1B", 300, 0x22);
+  world_.onRead = [](int n, ModuleReading& reading) {
+    if (n == 1) {
+      reading.contents.resize(300);
+    }
+  };
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kUnreachable);
+  EXPECT_FALSE(world_.marked);
+}
+
+TEST_F(UpdateSequenceTest, HeadThatCannotBeReadAfterItWasMadeToDifferCostsAnAttempt) {
+  world_.flash = Contents("new1B", world_.flash.size(), 0x11);
+  world_.onRead = [](int n, ModuleReading& reading) {
+    reading.problem.text = n == 1 ? "no answer" : "";
+  };
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kDone);
+  EXPECT_EQ(world_.calls,
+            Together({kBegin,
+                      kRead,
+                      kMarked,
+                      {"write head", "read 512"},
+                      kRead,
+                      kWritten,
+                      kRead,
+                      kTaken,
+                      kUnmarked,
+                      kEnd}));
+  EXPECT_EQ(result.attempts, 2U);
+  EXPECT_EQ(result.headWrites, 1U);
+}
+
+TEST_F(UpdateSequenceTest, HeadThatReadsAsNothingAfterItWasMadeToDifferCostsAnAttempt) {
+  world_.flash = Contents("new1B", world_.flash.size(), 0x11);
+  world_.onRead = [](int n, ModuleReading& reading) {
+    if (n == 1) {
+      reading.contents.clear();
+    }
+  };
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kDone);
+  EXPECT_EQ(result.attempts, 2U);
+  EXPECT_EQ(result.runs.size(), 1U);
+}
+
 TEST_F(UpdateSequenceTest, HeadThatCannotBeReadLaterCostsAnAttempt) {
   world_.image = Contents("new1B", 300, 0x22);
   world_.programWrites = false;
@@ -854,6 +915,19 @@ TEST_F(UpdateSequenceTest, ModuleThatIsGivenBackLaterEndsWell) {
   EXPECT_EQ(world_.said, Calls{"not given back: lines are driven; it is tried again"});
 }
 
+TEST_F(UpdateSequenceTest, ModuleThatHoldsTheImageButCannotBeGivenBackIsTakenIntoUse) {
+  HoldImage();
+  world_.onRead = [](int, ModuleReading& reading) {
+    reading.notGivenBack.text = "lines are driven";
+  };
+  world_.giveBackProblem = "lines are still driven";
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kDone);
+  EXPECT_EQ(result.inUse, InUse::kTaken);
+  EXPECT_EQ(world_.calls,
+            Together({kBegin, kRead, {"give back"}, kMarked, kTaken, kUnmarked, kEnd}));
+}
+
 // --- 8: protection ------------------------------------------------------------------------------
 
 TEST_F(UpdateSequenceTest, LockableChipThatReadsUnlockedIsLockedAtTheEnd) {
@@ -1006,6 +1080,34 @@ TEST_F(UpdateSequenceTest, FirstSignalInTheReadingOfTheHeadWritesNothing) {
   EXPECT_FALSE(world_.marked);
 }
 
+TEST_F(UpdateSequenceTest, SecondSignalInTheReadingOfTheHeadGivesBackAndEnds) {
+  world_.image = Contents("new1B", 300, 0x22);
+  force_ = true;  // the head is not needed for the format
+  SignalIn("read 512", 2);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kStopped);
+  EXPECT_EQ(result.verdict,
+            "Stopped by a signal. The flash was not changed; it does not hold the image.");
+  EXPECT_EQ(Calls(world_.calls.end() - 4, world_.calls.end()),
+            Together({{"read 300", "read 512", "give back"}, kEnd}));
+  EXPECT_FALSE(world_.marked);
+}
+
+TEST_F(UpdateSequenceTest, FirstSignalInTheReadingOfALaterHeadBringsTheAttemptToItsEnd) {
+  world_.image = Contents("new1B", 300, 0x22);
+  world_.onProgram = [this](int n, ProgramRun&) { world_.programWrites = n > 0; };
+  int heads = 0;
+  world_.onCall = [&](const std::string& call) {
+    if (call == "read 512" && ++heads == 2) {
+      world_.signalled();
+    }
+  };
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kDone);
+  EXPECT_EQ(result.attempts, 2U);
+  EXPECT_EQ(result.signals, 1);
+}
+
 TEST_F(UpdateSequenceTest, FirstSignalInTheFirstReadingLeavesTheVerdictWhereItHoldsTheImage) {
   HoldImage();
   SignalIn("read 1000", 1);
@@ -1136,6 +1238,14 @@ TEST_F(UpdateSequenceTest, SecondSignalInAResetEndsItWithTheFlashProven) {
             "Stopped by a signal. The flash holds the image; whether it is in use is not known.");
   EXPECT_EQ(result.provenSha256, "sum of the image");
   EXPECT_EQ(world_.said.back(), "not given back: no answer");
+}
+
+TEST_F(UpdateSequenceTest, SecondSignalInAResetThatSucceedsLeavesTheVerdict) {
+  SignalIn("take into use", 2);
+  const UpdateResult result = Update();
+  EXPECT_EQ(result.exit, ExitCode::kDone);
+  EXPECT_EQ(result.inUse, InUse::kTaken);
+  EXPECT_FALSE(world_.marked);
 }
 
 TEST_F(UpdateSequenceTest, SecondSignalInAResetOfAFlashThatHeldTheImageSaysSo) {
