@@ -47,7 +47,7 @@ class EndpointFilesTest : public testing::Test {
       if (step == "RemoveDevice 4") {
         kernel_.files.erase(kEnable);
       } else if (step == "RescanPciBus 4") {
-        kernel_.files[kEnable] = "0\n";
+        kernel_.files[kEnable] = found_;
       } else if (kernel_.files.contains(kEnable)) {
         kernel_.files[kEnable] = "1\n";
       }
@@ -66,6 +66,7 @@ class EndpointFilesTest : public testing::Test {
   FileKernel::Decide fate_;
   std::vector<std::string> calls_;
   std::vector<std::string> lost_;  ///< steps that have no effect, once each
+  std::string found_ = "0\n";      ///< the enable count after a rescan
   EndpointFiles endpoint_{4};
 };
 
@@ -100,6 +101,8 @@ TEST_F(EndpointFilesTest, CountThatIsNoNumberIsUnknown) {
   EXPECT_EQ(endpoint_.State(), Endpoint::kUnknown);
   kernel_.files[kEnable] = "";
   EXPECT_EQ(endpoint_.State(), Endpoint::kUnknown);
+  kernel_.files[kEnable] = "-1\n";
+  EXPECT_EQ(endpoint_.State(), Endpoint::kUnknown);
 }
 
 TEST_F(EndpointFilesTest, OneWrongLookDoesNotCount) {
@@ -132,6 +135,12 @@ TEST_F(EndpointFilesTest, EndpointThatIsNotThereIsNotRemovedFirst) {
   kernel_.files.erase(kEnable);
   EXPECT_EQ(endpoint_.EnumerateAgain(), "");
   EXPECT_THAT(Calls(), ElementsAre("RescanPciBus 4", "EnableDevice 4"));
+}
+
+TEST_F(EndpointFilesTest, EndpointThatIsEnabledWhenItIsFoundIsEnabledAllTheSame) {
+  found_ = "1\n";
+  EXPECT_EQ(endpoint_.EnumerateAgain(), "");
+  EXPECT_THAT(Calls(), ElementsAre("RemoveDevice 4", "RescanPciBus 4", "EnableDevice 4"));
 }
 
 TEST_F(EndpointFilesTest, StepWithoutEffectIsRepeatedAlsoWhenItReportsSuccess) {

@@ -83,6 +83,12 @@ TEST_F(FlashChipTest, SilentChipIsAFailure) {
             "no flash chip answers (identification 00 00 00)");
 }
 
+TEST_F(FlashChipTest, IdentificationOfOnesIsAFailure) {
+  Spoil(0x9f, Fate::kOnes, 1);
+  EXPECT_EQ(FailureOf([&] { flash_->Identify(); }),
+            "no flash chip answers (identification ff ff ff)");
+}
+
 TEST_F(FlashChipTest, IdentificationThatCannotBeReadIsAFailure) {
   Spoil(0x9f, Fate::kFails, 1);
   EXPECT_EQ(FailureOf([&] { flash_->Identify(); }), "no flash chip answers (no answer)");

@@ -23,9 +23,10 @@ int MessageKernel::Ioctl(int fd, unsigned long request, void* argument) {
     errno = EIO;
     return -1;
   }
-  if (fate == Fate::kLost) {
+  if (fate == Fate::kLost || fate == Fate::kOnes) {
     if (read) {
-      std::fill_n(kernel::Pointer(transfers[1].rx_buf), transfers[1].len, std::uint8_t{0});
+      const std::uint8_t value = fate == Fate::kOnes ? 0xFF : 0;
+      std::fill_n(kernel::Pointer(transfers[1].rx_buf), transfers[1].len, value);
     }
     return 0;
   }

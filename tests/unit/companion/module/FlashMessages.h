@@ -26,6 +26,7 @@ enum class Fate {
   kCarriedOut,
   kFails,
   kLost,      ///< has no effect, reads zeros and succeeds
+  kOnes,      ///< likewise, but reads ones
   kInverted,  ///< the first byte that is read is inverted
 };
 

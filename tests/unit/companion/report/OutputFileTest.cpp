@@ -19,6 +19,7 @@ FAILING_CALL(int,
              (int folder, const char* name, struct stat* status, int flags),
              (folder, name, status, flags))
 FAILING_CALL(int, fsync, (int file), (file))
+FAILING_CALL(off_t, lseek, (int file, off_t offset, int from), (file, offset, from))
 FAILING_CALL(int,
              renameat,
              (int from, const char* old, int to, const char* name),
@@ -136,6 +137,7 @@ TEST_F(OutputFileTest, WhatIsNoFileIsRefused) {
   EXPECT_EQ(Make("d"), "\"d\" is not a regular file.");
   EXPECT_EQ(Make("p"), "\"p\" is not a regular file.");
   EXPECT_EQ(Make("d/"), "cannot write \"d/\": Is a directory.");
+  EXPECT_EQ(Make("."), "cannot write \".\": Is a directory.");
   EXPECT_EQ(Make(".."), "cannot write \"..\": Is a directory.");
   EXPECT_EQ(Make("no/f"), "cannot write \"no/f\": No such file or directory.");
 }
@@ -148,7 +150,7 @@ TEST_F(OutputFileTest, NamesThatAreAllTakenAreRefused) {
 }
 
 TEST_F(OutputFileTest, FailureThatDoesNotLastIsNotSeen) {
-  for (const std::string function : {"fstatat", "fsync", "openat", "renameat", "write"}) {
+  for (const std::string function : {"fstatat", "fsync", "lseek", "openat", "renameat", "write"}) {
     const FailingCalls failing(function, EIO, 2);
     EXPECT_EQ(Make("f"), "") << function;
     EXPECT_EQ(failing.Failed(), 2) << function;
@@ -159,7 +161,7 @@ TEST_F(OutputFileTest, FailureThatDoesNotLastIsNotSeen) {
 
 TEST_F(OutputFileTest, FullDiskLeavesTheFormerFile) {
   WriteFile("f", "former");
-  for (const std::string function : {"fsync", "openat", "renameat", "write"}) {
+  for (const std::string function : {"fsync", "lseek", "openat", "renameat", "write"}) {
     const FailingCalls failing(function, ENOSPC);
     EXPECT_EQ(Make("f"), "cannot write \"f\": No space left on device.") << function;
     EXPECT_EQ(ReadFile("f"), "former");
