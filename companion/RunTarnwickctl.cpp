@@ -162,7 +162,7 @@ ExitCode Report(const Options& options,
   Result result;
   try {
     result = run(options, console);
-  } catch (const std::exception& error) {
+  } catch (const std::exception& error) {  // GCOVR_EXCL_BR_LINE: an exception of another type
     // Memory or descriptors have run out. What the module was told is not known here.
     const ExitCode exit =
         options.command == Options::Command::kUpdate ? ExitCode::kNot : ExitCode::kUnreachable;
@@ -202,7 +202,7 @@ int RunTarnwickctl(std::span<const char* const> words,
   Options options;
   try {
     options = ParseOptions(words);
-  } catch (const cli::UsageError& error) {
+  } catch (const cli::UsageError& error) {  // GCOVR_EXCL_BR_LINE: an exception of another type
     err << cli::UsageText("tarnwickctl", error.what()) << std::flush;
     return static_cast<int>(ExitCode::kRefused);
   }

@@ -129,7 +129,7 @@ ImageReading ReadImageFile(const std::string& path) {
   image.gzipInGzip = isGzip && IsGzip(image.bytes);
   image.format = FormatIn(image.bytes);
   return {.image = std::move(image), .refusal = ""};
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 ImageFormat FormatIn(std::span<const std::uint8_t> bytes) {
   if (IsBootImage(bytes)) {

@@ -16,7 +16,7 @@ BuildPlaces PlacesOf(const ImageFile& image, std::string_view target) {
   return {.inFile = StampText(target, BytesOfFile(image)),
           .inImage = StampText(target, image.bytes),
           .inHead = StampText(target, HeadThatHolds(image, target))};
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 TargetReport ReportFor(const ImageFile& image,
                        std::string_view target,

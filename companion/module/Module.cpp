@@ -120,7 +120,7 @@ std::string Describe(const WorkerEnding& ending) {
 /// What a run of a worker that did not succeed ended with: its own report, else how it ended.
 Problem ProblemOf(const std::string& reported, const WorkerEnding& ending) {
   return {.text = reported.empty() ? Describe(ending) : reported, .console = ending.console};
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 }  // namespace
 
@@ -185,7 +185,7 @@ Problem Module::RunOnModule(const Conditions& conditions,
     try {
       work(access, interruption);
       report.succeeded = true;
-    } catch (const StepFailed& failed) {
+    } catch (const StepFailed& failed) {  // GCOVR_EXCL_BR_LINE: an exception of another type
       report.problem.Set(failed.what());
     }
     access.GiveBack();
@@ -235,7 +235,7 @@ Problem Module::Restore(const ModulePlace& place, bool releasesReset) {
                .console = ending.console};
   }
   return problem;
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 Problem Module::Find(ModuleNames& names) {
   names = {};
@@ -245,7 +245,8 @@ Problem Module::Find(ModuleNames& names) {
       FindNames(target_, slot_, report);
       report.succeeded = true;
       report.ended = true;
-    } catch (const std::exception& failed) {  // the platform's clients throw, too
+    } catch (const std::exception& failed) {  // GCOVR_EXCL_BR_LINE: an exception of another type
+      // The platform's clients throw, too.
       report.problem.Set(failed.what());
     }
   };
@@ -257,7 +258,7 @@ Problem Module::Find(ModuleNames& names) {
              .spiDev = report.spiDev.Get()};
   }
   return problem;
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 ModuleReading Module::Read(const ModuleNames& names,
                            std::size_t length,

@@ -352,7 +352,7 @@ std::optional<TarnwickProgram::Readers> TarnwickProgram::Launch(const Start& sta
     child_ = id;
     isKilled_ = false;
     return Readers{.out = std::move(out.reader), .err = std::move(err.reader)};
-  } catch (const std::system_error& error) {
+  } catch (const std::system_error& error) {  // GCOVR_EXCL_BR_LINE: an exception of another type
     problem = "cannot start '" + path_ + "': " + error.code().message();
     return std::nullopt;
   }

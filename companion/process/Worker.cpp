@@ -87,7 +87,7 @@ void BecomeWorker(Channel& channel, unsigned limitSeconds) {
   // It ends as the program's own classes end a process when a control file fails.
   try {
     task(side);
-  } catch (const std::exception& exception) {
+  } catch (const std::exception& exception) {  // GCOVR_EXCL_BR_LINE: an exception of another type
     std::cerr << exception.what() << std::endl;
     std::exit(EXIT_FAILURE);
   }

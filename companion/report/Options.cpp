@@ -106,7 +106,7 @@ void AddOption(cli::OptionSet& set, const std::string& name, cli::OptionSet::Tak
     }
     take(word);
   });
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 // --- Commands -----------------------------------------------------------------------------------
 

@@ -237,7 +237,7 @@ StateFolder::Opened StateFolder::OpenFile(const std::string& name, int flags) co
     return {.problem = NotOwnFile(PathOf(name))};
   }
   return {.problem = Failure("open", PathOf(name), error)};
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 std::string StateFolder::FileRefusal(const std::string& name, int file) const {
   struct stat status {};
@@ -278,7 +278,7 @@ StateInterface::Locking StateFolder::Lock(const std::string& purpose, unsigned w
     lock_.reset();
   }
   return locking;
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 /// The work folder is removed with everything in it, so it must not be somebody else's. Ours stands
 /// beside a lock or a mark: the lock is made before it, and never removed. The lock is looked for
@@ -332,7 +332,7 @@ StateInterface::Locking StateFolder::AwaitLock(unsigned waitSeconds) {
       return {.holder = Holder()};
     }
   }
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 std::string StateFolder::TryLock() {
   isLocked_ = ::flock(lock_->Get(), LOCK_EX | LOCK_NB) == 0;

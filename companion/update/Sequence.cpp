@@ -31,7 +31,7 @@ ImageFacts FactsOf(const ImageFile& image, std::string_view target) {
           .bytes = image.bytes.size(),
           .sha256 = image.sha256,
           .stamp = StampText(target, image.bytes)};
-}
+}  // GCOVR_EXCL_BR_LINE: clean-up after an exception
 
 std::string WhyUnfit(std::string_view target, const std::string& why) {
   return "the image is unfit for a " + std::string(target) + ": " + why +
