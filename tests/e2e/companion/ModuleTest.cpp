@@ -318,6 +318,22 @@ TEST_P(ExpanderWithOneFaultTest, NoLostTransferResetsAnFpgaThatRuns) {
   ExpectTheSame("compare head.bin", before, plain, faults);
 }
 
+TEST_P(ExpanderWithOneFaultTest, ResetIsDrivenAsWithoutIt) {
+  PlugIn();
+  const Seen plain = Run("use");
+  std::vector<std::string> faults;
+  for (const Event& event : EventsOf(plain)) {
+    if (event.line.find(" w 00 r ") != std::string::npos) {
+      break;  // DONE is looked at: the reset is driven
+    }
+    if (event.kind == "i2c") {
+      const bool reads = event.line.find(" r ") != std::string::npos;
+      faults.push_back(event.rule + (reads ? "EIO" : "lost"));
+    }
+  }
+  ExpectTheSame("use", "", plain, faults);
+}
+
 TEST_P(ExpanderWithOneFaultTest, ReadingsOfDoneThatAreAllLostResetNothing) {
   PlugIn();
   Fault("i2c:w 00 r:lost");
@@ -325,6 +341,17 @@ TEST_P(ExpanderWithOneFaultTest, ReadingsOfDoneThatAreAllLostResetNothing) {
   EXPECT_EQ(seen.out,
             "problem cannot read the DONE line of the FPGA for certain\n"
             "done unknown unknown\n" +
+                EndpointLine());
+  EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
+}
+
+TEST_P(ExpanderWithOneFaultTest, ReadingsOfDoneThatAreAllOnesResetNothing) {
+  PlugIn();
+  Fault("i2c:w 00 r:data:\\xff\\xff");
+  const Seen seen = Run("compare image.bin");
+  EXPECT_EQ(seen.out,
+            "problem cannot read the DONE line of the FPGA for certain\n"
+            "done unknown high\n" +
                 EndpointLine());
   EXPECT_EQ(seen.state, GivenBack() + " loaded=current");
 }
