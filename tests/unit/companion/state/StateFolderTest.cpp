@@ -235,6 +235,11 @@ TEST_F(StateFolderTest, LinkThatLeadsNowhereIsRefused) {
   EXPECT_FALSE(IsThere(Outside("nowhere")));
 }
 
+TEST_F(StateFolderTest, FolderThatIsGoneWhenItIsOpenedIsReported) {
+  const FailingCalls there("mkdir", EEXIST);
+  EXPECT_EQ(LockProblem(), "cannot open '" + Path() + "': No such file or directory");
+}
+
 TEST_F(StateFolderTest, RootFolderIsNotTakenForAnEmptyPath) {
   StateFolder state("/", {});
   EXPECT_EQ(state.WorkFolder(), "//work");
