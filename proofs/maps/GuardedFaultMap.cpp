@@ -1,5 +1,6 @@
 // Updates every kind of module by `tarnwickctl` with every fault that each event can have.
 
+#include <algorithm>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -11,6 +12,17 @@
 namespace maps {
 namespace {
 
+/// Whether a module that is broken all along can be as the scenario starts: a line that is stuck keeps
+/// `tarnwick` from coming so far that it can be killed there.
+bool ReachesStart(const GuardedScenario& scenario,
+                  const MappedFault& fault,
+                  const GuardedRun& seen) {
+  return fault.keys.empty() ||
+         std::none_of(scenario.rules.begin(), scenario.rules.end(), [&](const std::string& rule) {
+           return seen.err.find("fault rule '" + rule + "' never hit") != std::string::npos;
+         });
+}
+
 void Carry(const GuardedScenario& scenario,
            const GuardedBase& base,
            const MappedFault& fault,
@@ -18,6 +30,9 @@ void Carry(const GuardedScenario& scenario,
   run.fault = FaultOf(scenario, fault.step, fault.event, fault.what);
   run.how = fault.rules.empty() ? fault.keys : fault.rules.front();
   const GuardedRun seen = ObserveGuarded(scenario, fault.keys, fault.rules, 1);
+  if (!ReachesStart(scenario, fault, seen)) {
+    return;
+  }
   run.outcome = OutcomeOf(base, seen);
   run.violations = ViolationsOfFault(scenario, base, fault, seen);
 }

@@ -191,6 +191,9 @@ std::string DataOf(const std::string& titles, const std::vector<MapRun>& runs) {
   std::vector<std::string> lines;
   std::map<std::string, std::size_t> counts;
   for (const MapRun& run : runs) {
+    if (run.outcome.empty()) {
+      continue;
+    }
     const std::string line = DataLine(run);
     if (++counts[line] == 1) {
       lines.push_back(line);
