@@ -2,7 +2,8 @@
 # Writes the page of a map: its template, in which these places are replaced by its data.
 #   {{runs}}        how many runs there are
 #   {{tables ###}}  on a line of its own: a table for each target, below headings of this level
-# Both take a selection: "{{runs where exit = 0|11, flash != image or exit = 7}}". "=" asks for one
+#   {{reasons ###}} likewise, with one row for each exit code and last line
+# All take a selection: "{{runs where exit = 0|11, flash != image or exit = 7}}". "=" asks for one
 # of the values, "~" for a part of the cell; "," binds closer than "or".
 
 function fail(problem) {
@@ -101,9 +102,43 @@ function table(target, selection,    row, fault, faults, firstRow, chips, times,
   return text
 }
 
-function tables(level, selection,    t, text) {
+# Adds a word to the list of words of a reason, once. The lists are in the array `words`.
+function collect(words, reason, column, word) {
+  if (!((reason, column, word) in seenWord)) {
+    seenWord[reason, column, word] = 1
+    words[reason, column] = words[reason, column] (words[reason, column] == "" ? "" : "; ") word
+  }
+}
+
+# The runs of a target by how they end: what leads there, and where the flash is then.
+function reasonTable(target, selection,    row, reason, reasons, rowOf, key, words, sum, i, text) {
+  split("", seenWord)
+  for (row = 1; row <= rows; ++row)
+    if (cell[row, 1] == target && selects(selection, row)) {
+      key = cell[row, number["exit"]] " | " cell[row, number["last line"]]
+      if (!(key in rowOf)) {
+        rowOf[key] = ++reasons
+        reason[reasons] = key
+      }
+      i = rowOf[key]
+      collect(words, i, "what", cell[row, number["what goes wrong"]])
+      collect(words, i, "step", cell[row, number["step"]])
+      collect(words, i, "flash", cell[row, number["flash"]])
+      sum[i] += cell[row, columns]
+    }
+  if (reasons == 0)
+    return "None.\n"
+  text = "| exit | last line | what goes wrong | in the steps | flash | runs |\n|---|---|---|---|---|---|\n"
+  for (i = 1; i <= reasons; ++i)
+    text = text "| " reason[i] " | " words[i, "what"] " | " words[i, "step"] " | " words[i, "flash"] " | " \
+           sum[i] " |\n"
+  return text
+}
+
+function tables(level, selection, asReasons,    t, text) {
   for (t = 1; t <= targets; ++t)
-    text = text (t == 1 ? "" : "\n") level " " target[t] "\n\n" table(target[t], selection)
+    text = text (t == 1 ? "" : "\n") level " " target[t] "\n\n" \
+           (asReasons ? reasonTable(target[t], selection) : table(target[t], selection))
   return substr(text, 1, length(text) - 1) # "print" ends the last line
 }
 
@@ -145,7 +180,9 @@ NR == FNR {
     if (what == "runs")
       filling = runs(selection)
     else if (what ~ /^tables #+$/)
-      filling = tables(substr(what, 8), selection)
+      filling = tables(substr(what, 8), selection, 0)
+    else if (what ~ /^reasons #+$/)
+      filling = tables(substr(what, 9), selection, 1)
     else
       fail("no place '" place "'")
     line = substr(line, 1, start - 1) filling substr(line, end + 2)
