@@ -88,7 +88,8 @@ TEST_F(OwnFilesTest, NothingIsLeftInTheFolderButTheLock) {
 /// Files can grow to so many bytes; what does not fit is an error, as on a full disk. The counts of a
 /// coverage build go elsewhere: cut short, they would spoil those of all other processes.
 std::string WithRoomFor(const std::string& blocks, const std::string& command) {
-  return "export GCOV_PREFIX=$PWD/../counts; trap '' XFSZ; ulimit -f " + blocks + "; exec " + command;
+  const std::string limit = "export GCOV_PREFIX=$PWD/../counts; trap '' XFSZ; ulimit -f " + blocks;
+  return limit + "; exec " + command;
 }
 
 TEST_F(OwnFilesTest, DiskWithoutRoomForTheImageIsRefused) {

@@ -125,7 +125,7 @@ TEST_F(RegularFileTest, FileThatCannotBeOpenedIsRefused) {
 TEST_F(RegularFileTest, PipeThatTakesItsPlaceMeanwhileIsRefused) {
   const std::string path = folder_.File("f", "x");
   ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
-  beforeOpening = [&] { std::filesystem::rename(Path("pipe"), path); };
+  beforeOpening = [from = Path("pipe"), path] { std::filesystem::rename(from, path); };
   const RegularFile file(path);
   EXPECT_EQ(file.Refusal(), "\"" + path + "\" was replaced meanwhile");
 }
