@@ -24,7 +24,7 @@ class SignalWatch;
 /// when the reading is lost from which it changes the others.
 enum class OtherLines {
   kAsFound,
-  kInputs,  ///< as after power-on: nothing on the board is driven by them
+  kInputs,  ///< as after power-on
 };
 
 /// The module in one slot. Each operation runs in a worker and is tried up to three times; bringing

@@ -26,7 +26,7 @@ using shim::DescriptorTable;
 using shim::Fail;
 
 constexpr std::size_t kMaxSpiTransfers = 511;  // as many as fit into the size field of a request
-constexpr std::size_t kUsualSpiTransfers = 8;  // no program is known that has more in one message
+constexpr std::size_t kUsualSpiTransfers = 8;  // the room for so many is small
 constexpr int kMaxIoctlBytes = 256;
 
 // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel's struct carries pointers as numbers
