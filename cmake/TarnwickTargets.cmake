@@ -157,6 +157,22 @@ if(TARNWICK_PLATFORM_LIBRARY)
   set(TARNWICK_LIBRARY_PATH "LD_LIBRARY_PATH=path_list_prepend:${library_folder}")
 endif()
 
+# The headers of GoogleTest, compiled once for all tests; by an executable, as the tests are.
+function(tarnwick_use_test_headers target)
+  if(NOT TARGET tarnwick_test_headers)
+    file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/TestHeaders.cpp" CONTENT "int main() {}\n")
+    add_executable(tarnwick_test_headers EXCLUDE_FROM_ALL "${CMAKE_BINARY_DIR}/TestHeaders.cpp")
+    target_link_libraries(tarnwick_test_headers
+      PRIVATE GTest::gmock tarnwick_build_flags tarnwick_sanitizers)
+    tarnwick_wrap(tarnwick_test_headers)
+    target_precompile_headers(tarnwick_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  endif()
+  target_precompile_headers(${target} REUSE_FROM tarnwick_test_headers)
+endfunction()
+
+# What scripts/coverage runs: the tests of the program's folders.
+add_custom_target(program-tests)
+
 # tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [LAUNCHER word...]
 #                   [TIMEOUT seconds])
 #   builds NAME.cpp (and SOURCES) into a GoogleTest program, registered as FOLDER.NAME with ctest.
@@ -172,6 +188,10 @@ function(tarnwick_add_test name)
   set_target_properties(${target} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
   tarnwick_wrap(${target} ${arg_WRAP})
+  tarnwick_use_test_headers(${target})
+  if(NOT folder MATCHES "^(build|proofs)|[.]simulator")
+    add_dependencies(program-tests ${target})
+  endif()
   add_test(NAME ${folder}.${name} COMMAND ${arg_LAUNCHER} $<TARGET_FILE:${target}>)
   set_property(GLOBAL APPEND PROPERTY TARNWICK_TESTS ${target})
   if(NOT arg_TIMEOUT)
