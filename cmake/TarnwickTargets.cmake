@@ -157,7 +157,8 @@ if(TARNWICK_PLATFORM_LIBRARY)
   set(TARNWICK_LIBRARY_PATH "LD_LIBRARY_PATH=path_list_prepend:${library_folder}")
 endif()
 
-# The headers of GoogleTest, compiled once for all tests; by an executable, as the tests are.
+# The headers of GoogleTest, compiled once for all tests: by an executable, as the tests are, with the
+# options that all of them have, and with -pthread, which libraries add to some.
 function(tarnwick_use_test_headers target)
   if(NOT TARGET tarnwick_test_headers)
     file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/TestHeaders.cpp" CONTENT "int main() {}\n")
@@ -165,8 +166,10 @@ function(tarnwick_use_test_headers target)
     target_link_libraries(tarnwick_test_headers
       PRIVATE GTest::gmock tarnwick_build_flags tarnwick_sanitizers)
     tarnwick_wrap(tarnwick_test_headers)
+    target_compile_options(tarnwick_test_headers PRIVATE -pthread)
     target_precompile_headers(tarnwick_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
   endif()
+  target_compile_options(${target} PRIVATE -pthread)
   target_precompile_headers(${target} REUSE_FROM tarnwick_test_headers)
 endfunction()
 
