@@ -330,6 +330,9 @@ class Driver {
     const long longest =
         std::tolower(step.what) == 't' ? kLongestBareRunSeconds : kLongestUpdateSeconds;
     const long deadline = Seconds() + longest;
+    if (!step.holds.empty()) {  // before there is a process that could make the call
+      control_.Ask("hold " + std::to_string(step.holds.front().call));
+    }
     const StepProcess process(WordsOf(step), drive_.console);
     MakeHolds(step, name, process, deadline, seen);
     if (!HasEndedBy(process.Descriptor(), deadline)) {
@@ -369,8 +372,8 @@ class Driver {
                  long deadline,
                  Observation& seen) {
     std::size_t inner = 0;
-    for (const Hold& hold : step.holds) {
-      control_.Ask("hold " + std::to_string(hold.call));
+    for (std::size_t i = 0; i < step.holds.size(); ++i) {
+      const Hold& hold = step.holds[i];
       if (!WaitForHeld(process.Descriptor(), deadline)) {
         control_.Ask("go");
         return;
@@ -381,7 +384,8 @@ class Driver {
       for (const Step& inside : hold.inside) {
         Make({.what = inside.what, .holds = {}}, name + "." + std::to_string(inner++));
       }
-      control_.Ask("go");
+      const bool isLast = i + 1 == step.holds.size();
+      control_.Ask(isLast ? "go" : "go " + std::to_string(step.holds[i + 1].call));
     }
   }
 

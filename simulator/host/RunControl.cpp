@@ -65,15 +65,18 @@ std::string RunControl::AnswerTo(const std::string& question) {
   if (question == "state") {
     return instrument_.DescribeModules();
   }
-  if (question == "go") {
-    server_.Release();
-    return "done";
-  }
   if (question == "faults off" || question == "faults on") {
     instrument_.SetFaultsActive(question == "faults on");
     return "done";
   }
-  if (std::uint64_t call = 0; word == "hold" && words >> call && call > 0) {
+  if (question == "go") {
+    server_.Release();
+    return "done";
+  }
+  if (std::uint64_t call = 0; (word == "hold" || word == "go") && words >> call && call > 0) {
+    if (word == "go") {
+      server_.Release();
+    }
     server_.HoldAt(call);
     return "done";
   }

@@ -19,6 +19,7 @@ namespace orvane {
 ///   hold N                   done; then, when a process makes the Nth call from now on, held: it gets
 ///                            no answer before `go`
 ///   go                       lets the process go on, and forgets a `hold` that was not reached: done
+///   go N                     `go` and `hold N`, with no call between them: done
 ///
 /// Anything else is answered with "error: " and why. Calls are the questions that are events, but for
 /// those on D-Bus.

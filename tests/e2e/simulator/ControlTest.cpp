@@ -89,6 +89,7 @@ TEST_F(ControlTest, WrongQuestionIsAnsweredWithAnError) {
   EXPECT_EQ(Ask("flash 3 0 1"), "error: no module in slot 3");
   EXPECT_EQ(Ask("flash 2"), "error: not a question: 'flash 2'");
   EXPECT_EQ(Ask("hold 0"), "error: not a question: 'hold 0'");
+  EXPECT_EQ(Ask("go 0"), "error: not a question: 'go 0'");
   EXPECT_EQ(Ask("nonsense"), "error: not a question: 'nonsense'");
   OpenGate();
   EXPECT_EQ(run_.Wait().status, 0);
@@ -100,6 +101,17 @@ TEST_F(ControlTest, HeldProcessWaitsUntilItMayGoOn) {
   OpenGate();
   EXPECT_EQ(Receive(), "held");
   EXPECT_EQ(Ask("state"), "2 done=0 driven=0x0000 loaded=none\n");  // it is asked meanwhile
+  EXPECT_EQ(Ask("go"), "done");
+  EXPECT_EQ(run_.Wait().status, 0);
+}
+
+TEST_F(ControlTest, ProcessThatGoesOnIsHeldAtItsNextCall) {
+  Start("true </dev/spidev2.0 </dev/spidev2.0");
+  EXPECT_EQ(Ask("hold 1"), "done");
+  OpenGate();
+  EXPECT_EQ(Receive(), "held");
+  EXPECT_EQ(Ask("go 1"), "done");
+  EXPECT_EQ(Receive(), "held");
   EXPECT_EQ(Ask("go"), "done");
   EXPECT_EQ(run_.Wait().status, 0);
 }
