@@ -37,12 +37,15 @@ ExpanderBoard::ExpanderBoard(const ModuleOptions& options,
   fpga_.HoldLines(options.heldLines, options.heldLevels);
 }
 
-void ExpanderBoard::Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) {
+void ExpanderBoard::Transfer(std::span<const std::uint8_t> mosi,
+                             std::span<std::uint8_t> miso,
+                             ByteClock& clock) {
   const bool selected = !IsPyx() || selector_.OnSpiMaster(Slot());
   if (selected && fpga_.FlashAnswersController()) {
-    FlashChip().Transfer(mosi, miso);
+    FlashChip().Transfer(mosi, miso, clock);
   } else {
     std::fill(miso.begin(), miso.end(), std::uint8_t{0});
+    clock.Pass(mosi.size());
   }
 }
 
@@ -66,6 +69,20 @@ int ExpanderBoard::WriteAttribute(std::string_view path, std::string_view value)
 void ExpanderBoard::AdvanceTime(std::chrono::nanoseconds by) {
   Module::AdvanceTime(by);
   fpga_.AdvanceTime(by);
+}
+
+std::chrono::nanoseconds ExpanderBoard::NextChange() const {
+  return std::min(Module::NextChange(), fpga_.NextChange());
+}
+
+std::vector<LineLevel> ExpanderBoard::Lines() const {
+  std::vector<LineLevel> lines = {{Line::kDone, fpga_.Done()}, {Line::kReset, !fpga_.InReset()}};
+  if (IsPyx()) {
+    lines.push_back({Line::kSelector, selector_.OnSpiMaster(Slot())});
+    lines.push_back({Line::kEndpointPresent, pcie_.Endpoint().Present()});
+    lines.push_back({Line::kEndpointEnabled, pcie_.Endpoint().Enabled()});
+  }
+  return lines;
 }
 
 std::string ExpanderBoard::DescribeState() const {

@@ -28,7 +28,7 @@ std::string LoadedWord(const FpgaConfiguration& configuration) {
 }  // namespace
 
 Module::Module(ModuleOptions options, std::span<const std::uint8_t> flashContents)
-    : options_(std::move(options)), flash_(options_.chip) {
+    : options_(std::move(options)), flash_(options_.chip, options_.timing) {
   flash_.Load(flashContents);
   if (const auto& registers = options_.registers) {
     flash_.LoadRegisters(registers->status, registers->configuration);

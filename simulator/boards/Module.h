@@ -12,6 +12,9 @@
 #include "simulator/boards/ModuleOptions.h"
 #include "simulator/chips/FpgaConfiguration.h"
 #include "simulator/chips/NorFlashModel.h"
+#include "simulator/timing/ByteClock.h"
+#include "simulator/timing/ClockedPart.h"
+#include "simulator/trace/RunObserver.h"
 
 namespace orvane {
 
@@ -31,7 +34,7 @@ class I2cDevice {
 
 /// A plug-in module: a board with a configuration flash, and what decides who can access it. The
 /// derived classes add what a kind of board has beyond that.
-class Module : public AttributeFiles {
+class Module : public AttributeFiles, public ClockedPart {
  public:
   /// @param flashContents  what the flash holds at power-on, at most NorFlashModel::kBytes
   Module(ModuleOptions options, std::span<const std::uint8_t> flashContents);
@@ -40,8 +43,11 @@ class Module : public AttributeFiles {
   const NorFlashModel& Flash() const { return flash_; }
 
   /// Everything between chip select falling and rising on the module's SPI bus.
-  /// @param miso  as long as `mosi`; every byte is written
-  virtual void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) = 0;
+  /// @param miso   as long as `mosi`; every byte is written
+  /// @param clock  told of each byte as it passes; it may call AdvanceTime
+  virtual void Transfer(std::span<const std::uint8_t> mosi,
+                        std::span<std::uint8_t> miso,
+                        ByteClock& clock) = 0;
 
   /// Whether the module's I2C bus has a multiplexer, whose channels are adapters of their own.
   virtual bool HasMux() const { return false; }
@@ -50,8 +56,13 @@ class Module : public AttributeFiles {
   /// @return the chip that acknowledges this address, owned by the module; or null
   virtual I2cDevice* FindI2c(std::optional<unsigned> channel, std::uint16_t address);
 
-  /// Advances the instrument time.
-  virtual void AdvanceTime(std::chrono::nanoseconds by);
+  void AdvanceTime(std::chrono::nanoseconds by) override;
+  std::chrono::nanoseconds NextChange() const override { return flash_.NextChange(); }
+  bool ChipBusy() const override { return flash_.Busy(); }
+  bool AwaitsPoll() const override { return flash_.AwaitsPoll(); }
+
+  /// The lines of the board that an observer is told of, in the order of Line.
+  virtual std::vector<LineLevel> Lines() const = 0;
 
   /// How the module is, as words NAME=VALUE: "done=1", more by board, all of which can be seen from
   /// outside, and then LastWords().

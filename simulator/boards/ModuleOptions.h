@@ -3,14 +3,24 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "simulator/chips/DonePolicy.h"
 #include "simulator/chips/NorFlashModel.h"
+#include "simulator/timing/Timing.h"
 
 namespace orvane {
 
 enum class ModuleType { kWend, kDax, kPyx1, kPyx2 };
+
+inline constexpr std::pair<ModuleType, std::string_view> kModuleTypes[] = {
+    {ModuleType::kWend, "wend"},
+    {ModuleType::kDax, "dax"},
+    {ModuleType::kPyx1, "pyx1"},
+    {ModuleType::kPyx2, "pyx2"},
+};
 
 /// Defects of a flash chip, see NorFlashModel. 0: without this defect.
 struct FlashDefects {
@@ -36,6 +46,7 @@ struct ModuleOptions {
   std::string flashFile;   // empty: a blank chip, which is not saved
   std::string loadedFile;  // where what the FPGA has loaded is saved; empty: nowhere
   Chip chip = Chip::kMicron;
+  Timing timing = Timing::kPolls;          // the same for all modules of an instrument
   std::optional<ChipRegisters> registers;  // at power-on; none: as delivered
   DonePolicy done;
   std::optional<std::string> i2cName;  // what the resource service answers; none: the real name

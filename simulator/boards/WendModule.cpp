@@ -19,11 +19,14 @@ WendModule::WendModule(const ModuleOptions& options, std::span<const std::uint8_
       donePath_(Path(options.slot, "zynq_done")),
       zynq_(FlashChip(), options.done) {}
 
-void WendModule::Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) {
+void WendModule::Transfer(std::span<const std::uint8_t> mosi,
+                          std::span<std::uint8_t> miso,
+                          ByteClock& clock) {
   if (zynq_.ControllerOwnsFlash()) {
-    FlashChip().Transfer(mosi, miso);
+    FlashChip().Transfer(mosi, miso, clock);
   } else {
     std::fill(miso.begin(), miso.end(), std::uint8_t{0});
+    clock.Pass(mosi.size());
   }
 }
 
@@ -58,6 +61,16 @@ int WendModule::WriteAttribute(std::string_view path, std::string_view value) {
 void WendModule::AdvanceTime(std::chrono::nanoseconds by) {
   Module::AdvanceTime(by);
   zynq_.AdvanceTime(by);
+}
+
+std::chrono::nanoseconds WendModule::NextChange() const {
+  return std::min(Module::NextChange(), zynq_.NextChange());
+}
+
+std::vector<LineLevel> WendModule::Lines() const {
+  return {{Line::kDone, zynq_.Done()},
+          {Line::kReset, !zynq_.InReset()},
+          {Line::kQspiPrg, zynq_.ControllerOwnsFlash()}};
 }
 
 std::string WendModule::DescribeState() const {

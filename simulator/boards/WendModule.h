@@ -14,11 +14,15 @@ class WendModule : public Module {
  public:
   WendModule(const ModuleOptions& options, std::span<const std::uint8_t> flashContents);
 
-  void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) override;
+  void Transfer(std::span<const std::uint8_t> mosi,
+                std::span<std::uint8_t> miso,
+                ByteClock& clock) override;
   std::vector<std::string> AttributePaths() const override;
   std::optional<std::string> ReadAttribute(std::string_view path) override;
   int WriteAttribute(std::string_view path, std::string_view value) override;
   void AdvanceTime(std::chrono::nanoseconds by) override;
+  std::chrono::nanoseconds NextChange() const override;
+  std::vector<LineLevel> Lines() const override;
   std::string DescribeState() const override;
 
  private:

@@ -4,6 +4,7 @@
 
 #include "simulator/images/Bitstream.h"
 #include "simulator/images/BootImage.h"
+#include "simulator/timing/ClockedPart.h"
 
 namespace orvane {
 
@@ -108,6 +109,10 @@ bool ExpanderFpgaModel::FlashBootable() const {
 }
 
 void ExpanderFpgaModel::AdvanceTime(std::chrono::nanoseconds by) {
+  if (boot_.NextChange() == kNever) {  // looking at the flash may take long
+    boot_.AdvanceTime(by);
+    return;
+  }
   boot_.AdvanceTime(by);
   Settle();
 }

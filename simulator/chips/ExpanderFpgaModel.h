@@ -46,11 +46,14 @@ class ExpanderFpgaModel {
 
   /// False: the controller's spidev reads zeros, and no chip receives what it sends.
   bool FlashAnswersController() const;
+  bool InReset() const { return boot_.InReset(); }
   bool Done() const { return boot_.Done(); }
   const FpgaConfiguration& Configuration() const { return configuration_; }
   /// The lines that the expander drives: none once the program has released them.
   std::uint16_t DrivenLines() const { return expander_.Driven(); }
   void AdvanceTime(std::chrono::nanoseconds by);
+  /// As FpgaBoot::NextChange().
+  std::chrono::nanoseconds NextChange() const { return boot_.NextChange(); }
 
   /// A fault: the lines in `mask` stay at `levels`, whoever drives them; mask 0 ends the fault.
   void HoldLines(std::uint16_t mask, std::uint16_t levels);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "simulator/timing/ClockedPart.h"
+
 namespace orvane {
 
 FpgaBoot::FpgaBoot(DonePolicy policy, std::chrono::nanoseconds clearTime, bool configured)
@@ -30,6 +32,20 @@ void FpgaBoot::AdvanceTime(std::chrono::nanoseconds by) {
     sinceRelease_ += by;
     LookForFlash();
   }
+}
+
+std::chrono::nanoseconds FpgaBoot::NextChange() const {
+  std::chrono::nanoseconds next = kNever;
+  if (phase_ == Phase::kReset) {
+    return next;
+  }
+  // The end of clearing shows in every phase, that of booting as well when its DONE line is forced.
+  for (const std::chrono::nanoseconds at : {clearTime_, bootTime_, policy_.delay}) {
+    if (at > sinceRelease_) {
+      next = std::min(next, at - sinceRelease_);
+    }
+  }
+  return next;
 }
 
 void FpgaBoot::LookForFlash() {

@@ -28,6 +28,8 @@ class FpgaBoot {
   void Update(bool inReset, bool flashBootable);
 
   void AdvanceTime(std::chrono::nanoseconds by);
+  /// How long it takes until time alone may change something; kNever: it cannot.
+  std::chrono::nanoseconds NextChange() const;
 
   bool InReset() const { return phase_ == Phase::kReset; }
   /// Whether the configuration memory is cleared, which an FPGA shows on its INIT_B line.

@@ -4,6 +4,8 @@
 #include <array>
 #include <stdexcept>
 
+#include "simulator/timing/ClockedPart.h"
+
 namespace orvane {
 namespace {
 
@@ -57,8 +59,10 @@ bool CountDown(std::uint64_t& countdown) { return countdown > 0 && --countdown =
 
 }  // namespace
 
-NorFlashModel::NorFlashModel(Chip chip)
+NorFlashModel::NorFlashModel(Chip chip, Timing timing)
     : chip_(chip),
+      timing_(timing),
+      times_(chip == Chip::kMacronix ? MacronixTimes(timing) : MicronTimes(timing)),
       array_(kBytes, kErased),
       configuration_(chip == Chip::kMacronix ? kMacronixConfigDefault : 0) {}
 
@@ -102,30 +106,51 @@ std::optional<std::vector<std::uint8_t>> NorFlashModel::Remembered() const {
   return contents;
 }
 
-void NorFlashModel::Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) {
+void NorFlashModel::Transfer(std::span<const std::uint8_t> mosi,
+                             std::span<std::uint8_t> miso,
+                             ByteClock& clock) {
   if (mosi.size() != miso.size()) {
     throw std::invalid_argument("every byte out has a byte in");
   }
   std::fill(miso.begin(), miso.end(), std::uint8_t{0});
   if (!present_ || mosi.empty()) {
+    clock.Pass(mosi.size());
     return;
   }
   // The registers can be read at any time; no other command is decoded while busy.
   if (mosi[0] == kReadStatus) {
-    ReadStatus(miso.subspan(1));
-  } else if (mosi[0] == kReadConfiguration) {
-    std::fill(miso.begin() + 1, miso.end(), configuration_);  // 0 on a chip that has none
-  } else if (!Busy()) {
-    if (mosi[0] == kRead) {
-      ReadArray(mosi, miso);
-    } else if (mosi[0] == kReadIdentification) {
-      // What follows the three bytes differs between parts.
-      const auto& id = chip_ == Chip::kMacronix ? kMacronixIdentification : kMicronIdentification;
-      std::copy_n(id.begin(), std::min(id.size(), miso.size() - 1), miso.begin() + 1);
-    } else {
-      Execute(mosi);
-    }
+    clock.Pass(1);
+    ReadStatus(miso.subspan(1), clock);
+    return;
   }
+  awaitsPoll_ = false;
+  if (mosi[0] == kReadConfiguration) {
+    clock.Pass(1);
+    ReadConfiguration(miso.subspan(1), clock);
+    return;
+  }
+  const bool decodes = !Busy();
+  const bool answers = decodes && Answer(mosi, miso);
+  clock.Pass(mosi.size());
+  if (decodes && !answers) {
+    Execute(mosi);
+  }
+}
+
+/// Commands with an answer, but for register reads.
+/// @return false for any other
+bool NorFlashModel::Answer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) const {
+  if (mosi[0] == kRead) {
+    ReadArray(mosi, miso);
+    return true;
+  }
+  if (mosi[0] == kReadIdentification) {
+    // What follows the three bytes differs between parts.
+    const auto& id = chip_ == Chip::kMacronix ? kMacronixIdentification : kMicronIdentification;
+    std::copy_n(id.begin(), std::min(id.size(), miso.size() - 1), miso.begin() + 1);
+    return true;
+  }
+  return false;
 }
 
 void NorFlashModel::ReadArray(std::span<const std::uint8_t> mosi,
@@ -141,12 +166,21 @@ void NorFlashModel::ReadArray(std::span<const std::uint8_t> mosi,
   }
 }
 
-void NorFlashModel::ReadStatus(std::span<std::uint8_t> miso) {
+void NorFlashModel::ReadStatus(std::span<std::uint8_t> miso, ByteClock& clock) {
   for (std::uint8_t& byte : miso) {
     byte = StatusRegister();
+    awaitsPoll_ = awaitsPoll_ && Busy();
     if (busyReads_ > 0 && --busyReads_ == 0) {
       BecomeReady();
     }
+    clock.Pass(1);
+  }
+}
+
+void NorFlashModel::ReadConfiguration(std::span<std::uint8_t> miso, ByteClock& clock) const {
+  for (std::uint8_t& byte : miso) {
+    byte = configuration_;  // 0 on a chip that has none
+    clock.Pass(1);
   }
 }
 
@@ -207,6 +241,7 @@ void NorFlashModel::Program(std::size_t address, std::span<const std::uint8_t> d
       array_[page + (address + i) % kPageBytes] &= data[i];
     }
   }
+  Begin(ChipWork::kPageProgram, page);
   BecomeBusy(kBusyReadsAfterProgram, kLongestProgram);
 }
 
@@ -225,7 +260,12 @@ void NorFlashModel::Erase(Range range) {
       at = end;
     }
   }
-  const std::size_t sectors = std::max<std::size_t>(1, (range.end - range.begin) / kSectorBytes);
+  const std::size_t bytes = range.end - range.begin;
+  Begin(bytes == kBytes         ? ChipWork::kChipErase
+        : bytes == kSectorBytes ? ChipWork::kSectorErase
+                                : ChipWork::kSubsectorErase,
+        range.begin);
+  const std::size_t sectors = std::max<std::size_t>(1, bytes / kSectorBytes);
   BecomeBusy(kBusyReadsAfterErase, static_cast<int>(sectors) * kLongestSectorErase);
 }
 
@@ -244,11 +284,12 @@ void NorFlashModel::WriteRegisters(std::span<const std::uint8_t> values) {
                                                      (configuration_ & kMacronixBottom));
     }
   }
-  registerWriteLeft_ = kRegisterWriteTime;
+  Begin(ChipWork::kRegisterWrite, 0);
+  registerWriteLeft_ = timing_ == Timing::kPolls ? kRegisterWriteTime : times_.registerWrite;
 }
 
 void NorFlashModel::AdvanceTime(std::chrono::nanoseconds by) {
-  if (busyReads_ > 0) {
+  if (busyLeft_.count() > 0) {
     busyLeft_ -= std::min(by, busyLeft_);
     if (busyLeft_.count() == 0) {
       BecomeReady();
@@ -262,12 +303,31 @@ void NorFlashModel::AdvanceTime(std::chrono::nanoseconds by) {
     status_ = nextStatus_;
     configuration_ = nextConfiguration_;
     writeEnabled_ = false;
+    EndWork();
   }
 }
 
+std::chrono::nanoseconds NorFlashModel::NextChange() const {
+  if (busyLeft_.count() > 0) {
+    return busyLeft_;
+  }
+  return registerWriteLeft_.count() > 0 ? registerWriteLeft_ : kNever;
+}
+
+void NorFlashModel::Begin(ChipWork work, std::size_t address) {
+  work_ = work;
+  workAddress_ = static_cast<std::uint32_t>(address);
+  timeOfWork_ += times_.Of(work);
+}
+
+/// @param statusReads  with Timing::kPolls, as the next one
 void NorFlashModel::BecomeBusy(int statusReads, std::chrono::nanoseconds longest) {
-  busyReads_ = statusReads;
-  busyLeft_ = longest;
+  if (timing_ == Timing::kPolls) {
+    busyReads_ = statusReads;
+    busyLeft_ = longest;
+  } else {
+    busyLeft_ = times_.Of(work_);
+  }
   if (CountDown(stayBusyAfter_)) {
     stuckBusy_ = true;
   }
@@ -275,7 +335,16 @@ void NorFlashModel::BecomeBusy(int statusReads, std::chrono::nanoseconds longest
 
 void NorFlashModel::BecomeReady() {
   busyReads_ = 0;
+  busyLeft_ = std::chrono::nanoseconds(0);
   writeEnabled_ = writeEnabled_ && stuckBusy_;
+  EndWork();
+}
+
+void NorFlashModel::EndWork() {
+  if (!stuckBusy_) {
+    work_ = ChipWork::kNone;
+    awaitsPoll_ = timing_ != Timing::kPolls;
+  }
 }
 
 std::uint8_t NorFlashModel::StatusRegister() const {

@@ -8,6 +8,10 @@
 #include <span>
 #include <vector>
 
+#include "simulator/timing/ByteClock.h"
+#include "simulator/timing/ChipTimes.h"
+#include "simulator/timing/Timing.h"
+
 namespace orvane {
 
 enum class Chip {
@@ -29,11 +33,15 @@ enum class Chip {
 ///   60 or c7              erase the chip              exactly this byte, needs write enable
 ///   01 sr [cr]            write status (and, kMacronix only, configuration), needs write enable
 ///
-/// Status: bit 0 busy, bit 1 write enable latch. A program or an erase keeps the chip busy for a
-/// fixed number of status bytes read, or for the longest instrument time that it can take if nobody
-/// reads the status. A register write keeps it busy for a fixed instrument time; the new register
-/// values are in force from its end on. While busy the chip carries out register reads only. The
-/// latch falls when the work is done.
+/// Status: bit 0 busy, bit 1 write enable latch. With Timing::kPolls a program or an erase keeps the
+/// chip busy for a fixed number of status bytes read, or for the longest instrument time that it can
+/// take if nobody reads the status, and a register write for a fixed instrument time. Otherwise each
+/// takes the time of the chip's data sheet, from the rise of chip select on. New register values are in
+/// force from the end of their write on. While busy the chip carries out register reads only. The latch
+/// falls when the work is done.
+///
+/// A register is sampled as each byte of its answer begins, and whether the chip is busy as the opcode
+/// does.
 ///
 /// Block protection, level L from the status register: 65536 * 2^(L-1) bytes, the whole array from
 /// level 9 on, counted from the end of the array, or from address 0 when the chip's bottom bit is
@@ -50,7 +58,7 @@ class NorFlashModel {
   static constexpr std::chrono::nanoseconds kRegisterWriteTime = std::chrono::milliseconds(40);
 
   /// A blank chip (all 0xFF), unprotected, as delivered.
-  explicit NorFlashModel(Chip chip);
+  explicit NorFlashModel(Chip chip, Timing timing = Timing::kPolls);
 
   /// Puts `contents` at address 0 and 0xFF after it. Takes no instrument time.
   /// @throw std::length_error when longer than kBytes; the chip keeps what it holds
@@ -75,16 +83,32 @@ class NorFlashModel {
   /// @param mosi  what the controller drives
   /// @param miso  every byte is written, 0x00 where the chip does not drive the line; must not
   ///              overlap `mosi`
+  /// @param clock  told of each byte as it passes; it may call AdvanceTime
   /// @throw std::invalid_argument when the lengths differ
-  void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso);
+  void Transfer(std::span<const std::uint8_t> mosi,
+                std::span<std::uint8_t> miso,
+                ByteClock& clock = ByteClock::Still());
 
   /// Advances the instrument time.
   void AdvanceTime(std::chrono::nanoseconds by);
+  /// How long it takes until the work in progress is done; kNever: nothing is in progress.
+  std::chrono::nanoseconds NextChange() const;
 
   /// Whether an FPGA could boot from it: present and not stuck busy.
   bool Bootable() const { return present_ && !stuckBusy_; }
 
-  bool Busy() const { return busyReads_ > 0 || registerWriteLeft_.count() > 0 || stuckBusy_; }
+  bool Busy() const {
+    return busyLeft_.count() > 0 || registerWriteLeft_.count() > 0 || stuckBusy_;
+  }
+  /// Whether the chip has become ready, and neither a status byte nor another command has come since.
+  /// Never with Timing::kPolls.
+  bool AwaitsPoll() const { return awaitsPoll_; }
+  /// What it is busy with. One that is stuck stays busy with its last work.
+  ChipWork Work() const { return work_; }
+  /// The first address of what the work is about: of the page or the sector; else 0.
+  std::uint32_t WorkAddress() const { return workAddress_; }
+  /// How long all work that has begun takes by the data sheet: typically with Timing::kPolls.
+  std::chrono::nanoseconds TimeOfWork() const { return timeOfWork_; }
   std::uint8_t StatusRegister() const;
   std::uint8_t ConfigurationRegister() const { return configuration_; }
 
@@ -120,17 +144,23 @@ class NorFlashModel {
 
   void Execute(std::span<const std::uint8_t> command);
   void ReadArray(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) const;
-  void ReadStatus(std::span<std::uint8_t> miso);
+  void ReadStatus(std::span<std::uint8_t> miso, ByteClock& clock);
+  void ReadConfiguration(std::span<std::uint8_t> miso, ByteClock& clock) const;
+  bool Answer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) const;
   void Program(std::size_t address, std::span<const std::uint8_t> data);
   void PrepareChange(Range range);
   void Erase(Range range);
   void WriteRegisters(std::span<const std::uint8_t> values);
+  void Begin(ChipWork work, std::size_t address);
   void BecomeBusy(int statusReads, std::chrono::nanoseconds longest);
   void BecomeReady();
+  void EndWork();
   bool RefuseProtected(Range range);
   Range ProtectedRange() const;
 
   Chip chip_;
+  Timing timing_;
+  ChipTimes times_;
   std::vector<std::uint8_t> array_;
   // Sectors that have changed since the moment that is remembered: their first addresses, and what
   // they held then. None: nothing is remembered.
@@ -140,9 +170,13 @@ class NorFlashModel {
   std::uint8_t nextStatus_ = 0;     // the values after the register write that is in progress
   std::uint8_t nextConfiguration_ = 0;
   bool writeEnabled_ = false;
-  int busyReads_ = 0;                     // of a program or an erase that is in progress
-  std::chrono::nanoseconds busyLeft_{0};  // likewise
+  ChipWork work_ = ChipWork::kNone;
+  std::uint32_t workAddress_ = 0;
+  std::chrono::nanoseconds timeOfWork_{0};
+  std::chrono::nanoseconds busyLeft_{0};  // of a program or an erase that is in progress
+  int busyReads_ = 0;                     // likewise, with Timing::kPolls
   std::chrono::nanoseconds registerWriteLeft_{0};
+  bool awaitsPoll_ = false;
 
   bool present_ = true;
   bool stuckBusy_ = false;

@@ -33,6 +33,8 @@ class ZynqModel {
   bool Done() const { return boot_.Done(); }
   const FpgaConfiguration& Configuration() const { return configuration_; }
   void AdvanceTime(std::chrono::nanoseconds by);
+  /// As FpgaBoot::NextChange().
+  std::chrono::nanoseconds NextChange() const { return boot_.NextChange(); }
 
  private:
   void Update();

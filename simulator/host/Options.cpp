@@ -31,9 +31,16 @@ once, unless it can be repeated):
                  plugs in a module; can be repeated; without any: wend@1, dax@2,
                  pyx1@4 and pyx2@5
   --fast         lets instrument time pass at once: sleeps do not wait
+  --timing WHAT  how long the flash chips are busy: polls, as often as their status is read;
+                 typical or longest, by the times of their data sheets: then every SPI
+                 and I2C message takes its time, and the monotonic clock of programs is
+                 instrument time (polls)
+  --message-cost US
+                 microseconds that each SPI message takes before its first bit, up to
+                 1000000; not with --timing polls (20)
   --clock-step MS
                  each time a program reads its monotonic clock, the clock has advanced by
-                 that many milliseconds (0)
+                 that many milliseconds (0); with --timing polls only
   --log FILE     writes every event to FILE, one line each, in order of time
   --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1, what
                  else can be seen of it from outside, and what its FPGA has loaded:
@@ -372,11 +379,7 @@ constexpr Key kKeys[] = {
 };
 
 ModuleType ParseType(std::string_view word) {
-  constexpr std::pair<std::string_view, ModuleType> kTypes[] = {{"wend", ModuleType::kWend},
-                                                                {"dax", ModuleType::kDax},
-                                                                {"pyx1", ModuleType::kPyx1},
-                                                                {"pyx2", ModuleType::kPyx2}};
-  for (const auto& [name, type] : kTypes) {
+  for (const auto& [type, name] : kModuleTypes) {
     if (word == name) {
       return type;
     }
@@ -473,6 +476,27 @@ std::chrono::milliseconds ParseClockStep(std::string_view text) {
   return std::chrono::milliseconds(*milliseconds);
 }
 
+Timing ParseTiming(std::string_view word) {
+  constexpr std::pair<std::string_view, Timing> kTimings[] = {
+      {"polls", Timing::kPolls}, {"typical", Timing::kTypical}, {"longest", Timing::kLongest}};
+  for (const auto& [name, timing] : kTimings) {
+    if (word == name) {
+      return timing;
+    }
+  }
+  Refuse(Quoted(word) + " is not polls, typical or longest");
+}
+
+std::chrono::microseconds ParseMessageCost(std::string_view text) {
+  constexpr std::uint32_t kMaxMicroseconds = 1'000'000;
+  const auto microseconds = ParseNumber<std::uint32_t>(text);
+  if (!microseconds || *microseconds > kMaxMicroseconds) {
+    Refuse(Quoted(text) + " is not a number of microseconds up to " +
+           std::to_string(kMaxMicroseconds));
+  }
+  return std::chrono::microseconds(*microseconds);
+}
+
 int ParseControl(std::string_view text) {
   const auto descriptor = ParseNumber<int>(text);
   int type = 0;
@@ -496,6 +520,16 @@ void ParseWithout(std::string_view name, Options& options) {
     }
   }
   Refuse(Quoted(name) + " is not inventory, resources, bus or selector");
+}
+
+/// Two things that would move the same clock, and a cost of messages that take no time.
+void RefuseClocks(Timing timing, bool hasClockStep, bool hasMessageCost) {
+  if (hasClockStep && timing != Timing::kPolls) {
+    throw UsageError("--clock-step: works with --timing polls only");
+  }
+  if (hasMessageCost && timing == Timing::kPolls) {
+    throw UsageError("--message-cost: has no effect with --timing polls");
+  }
 }
 
 /// `take` for an option that can be given once only.
@@ -524,8 +558,17 @@ Options ParseOptions(std::span<const char* const> words) {
     options.modules.push_back(ParseModule(value, options.keysWithoutEffect));
   });
   known.AddFlag("--fast", options.fast);
+  bool hasClockStep = false;
+  bool hasMessageCost = false;
   known.AddOption("--clock-step", Once([&](const std::string& value) {
                     options.clockStep = ParseClockStep(value);
+                    hasClockStep = true;
+                  }));
+  known.AddOption("--timing",
+                  Once([&](const std::string& value) { options.timing = ParseTiming(value); }));
+  known.AddOption("--message-cost", Once([&](const std::string& value) {
+                    options.messageCost = ParseMessageCost(value);
+                    hasMessageCost = true;
                   }));
   known.AddOption("--log",
                   Once([&](const std::string& value) { options.logFile = ParseFileName(value); }));
@@ -554,7 +597,11 @@ Options ParseOptions(std::span<const char* const> words) {
                        {.type = ModuleType::kPyx1, .slot = 4},
                        {.type = ModuleType::kPyx2, .slot = 5}};
   }
+  for (ModuleOptions& module : options.modules) {
+    module.timing = options.timing;
+  }
   RefuseSharing(options.modules);
+  RefuseClocks(options.timing, hasClockStep, hasMessageCost);
   return options;
 }
 

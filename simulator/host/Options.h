@@ -10,6 +10,7 @@
 #include "cli/CommandLine.h"
 #include "simulator/boards/ModuleOptions.h"
 #include "simulator/instrument/FaultRules.h"
+#include "simulator/timing/Timing.h"
 
 namespace orvane {
 
@@ -23,11 +24,15 @@ struct KeyWithoutEffect {
 
 /// The command line of orvane-sim.
 struct Options {
+  static constexpr std::chrono::microseconds kUsualMessageCost{20};
+
   std::optional<std::string> answer;  // to --help or --version: print it and run nothing
   bool fast = false;
-  std::chrono::milliseconds clockStep{0};
-  std::string logFile;         // empty: no log
-  std::string stateFile;       // empty: none
+  Timing timing = Timing::kPolls;                             // that of every module
+  std::chrono::microseconds messageCost = kUsualMessageCost;  // not with Timing::kPolls
+  std::chrono::milliseconds clockStep{0};                     // 0 without Timing::kPolls
+  std::string logFile;                                        // empty: no log
+  std::string stateFile;                                      // empty: none
   std::optional<int> control;  // a descriptor of the socket for whoever drives the run
   std::vector<ModuleOptions> modules;
   std::vector<KeyWithoutEffect> keysWithoutEffect;

@@ -8,6 +8,7 @@
 #include "simulator/instrument/ErrnoName.h"
 #include "simulator/instrument/Escape.h"
 #include "simulator/instrument/FaultAnswer.h"
+#include "simulator/timing/WireTime.h"
 
 namespace orvane {
 
@@ -57,22 +58,39 @@ void Overwrite(std::vector<std::uint8_t>& received, const std::string& text) {
 
 std::string TextOf(int error) { return error == 0 ? "" : ErrnoName(error); }
 
-/// @return the received bytes that the program asked for
-std::vector<std::uint8_t> ExchangeSpi(Module& module,
-                                      std::span<const ChipSelect> selects,
-                                      std::size_t receivedBytes) {
-  std::vector<std::uint8_t> all(receivedBytes);
-  std::vector<std::uint8_t> miso;
-  auto received = all.begin();
-  for (const ChipSelect& select : selects) {
-    miso.resize(select.mosi.size());
-    module.Transfer(select.mosi, miso);
-    for (const ChipSelect::Window& window : select.received) {
-      const auto bytes = std::span(miso).subspan(window.at, window.length);
-      received = std::copy(bytes.begin(), bytes.end(), received);
-    }
+/// Whether nothing becomes of the event, and nobody is told that it happened.
+bool Kills(const Fault& fault) { return InsteadOf(fault).killed != Killed::kNo; }
+
+Outcome OutcomeOf(const Fault& fault) {
+  if (TakesItsCourse(fault)) {
+    return Outcome::kDone;
   }
-  return all;
+  return fault.kind == Fault::Kind::kLose ? Outcome::kLost : Outcome::kFailed;
+}
+
+std::vector<ClockedPart*> PartsOf(const std::vector<std::unique_ptr<Module>>& modules) {
+  std::vector<ClockedPart*> parts;
+  parts.reserve(modules.size());
+  for (const auto& module : modules) {
+    parts.push_back(module.get());
+  }
+  return parts;
+}
+
+std::string TypeName(ModuleType type) {
+  const auto* const found = std::find_if(std::begin(kModuleTypes),
+                                         std::end(kModuleTypes),
+                                         [type](const auto& known) { return known.first == type; });
+  return std::string(found->second);
+}
+
+/// The bits of the whole transfer: a start before each message, and a stop at the end.
+std::uint64_t I2cBits(std::span<const I2cMessage> messages) {
+  std::uint64_t bits = kI2cStopBits;
+  for (const I2cMessage& message : messages) {
+    bits += kI2cStartBits + kBitsPerI2cByte * (std::uint64_t{1} + message.length);
+  }
+  return bits;
 }
 
 std::size_t ReceivedBytes(std::span<const I2cMessage> messages) {
@@ -83,39 +101,20 @@ std::size_t ReceivedBytes(std::span<const I2cMessage> messages) {
   return bytes;
 }
 
-/// Carries the messages out up to the first one that no chip acknowledges.
-/// @param module  null: nothing is connected
-/// @return 0 or an errno
-int ExchangeI2c(Module* module,
-                std::optional<unsigned> channel,
-                std::span<const I2cMessage> messages,
-                std::span<const std::uint8_t> sent,
-                std::span<std::uint8_t> received) {
-  for (const I2cMessage& message : messages) {
-    I2cDevice* const device =
-        module == nullptr ? nullptr : module->FindI2c(channel, message.address);
-    if (device == nullptr) {
-      return ENXIO;
-    }
-    if (message.reads) {
-      device->Read(received.first(message.length));
-      received = received.subspan(message.length);
-    } else {
-      device->Write(sent.first(message.length));
-      sent = sent.subspan(message.length);
-    }
-  }
-  return 0;
-}
-
 }  // namespace
 
 Instrument::Instrument(std::vector<std::unique_ptr<Module>> modules,
                        ModuleSelectorFiles& selector,
                        FaultRules faults,
                        std::uint64_t bufsiz,
-                       EventLog& log)
-    : modules_(std::move(modules)), faults_(std::move(faults)), bufsiz_(bufsiz), log_(log) {
+                       EventLog& log,
+                       TimingOptions timing)
+    : modules_(std::move(modules)),
+      faults_(std::move(faults)),
+      bufsiz_(bufsiz),
+      log_(log),
+      timing_(timing),
+      clock_(PartsOf(modules_)) {
   std::vector<I2cUser> users;
   for (const auto& module : modules_) {
     users.push_back({module->Slot(), module->HasMux()});
@@ -130,6 +129,59 @@ Instrument::Instrument(std::vector<std::unique_ptr<Module>> modules,
     for (std::string& path : owner->AttributePaths()) {
       attributes_.emplace(std::move(path), owner);
     }
+  }
+  if (timing_.observer != nullptr) {
+    StartWatch();
+  }
+}
+
+void Instrument::StartWatch() {
+  std::vector<ObservedModule> modules;
+  for (const auto& module : modules_) {
+    modules.push_back({.slot = module->Slot(),
+                       .type = TypeName(module->Options().type),
+                       .spiPath = {},
+                       .i2cPaths = {},
+                       .lines = module->Lines()});
+  }
+  std::vector<std::string> chassisI2c;
+  for (const auto& [path, node] : nodes_) {
+    const auto module = std::find_if(
+        modules_.begin(), modules_.end(), [owner = node.module](const auto& candidate) {
+          return candidate.get() == owner;
+        });
+    if (module == modules_.end()) {
+      chassisI2c.push_back(path);
+      continue;
+    }
+    ObservedModule& observed = modules.at(static_cast<std::size_t>(module - modules_.begin()));
+    if (node.isSpi) {
+      observed.spiPath = path;
+    } else {
+      observed.i2cPaths.push_back(path);
+    }
+  }
+  timing_.observer->OnStart(modules, chassisI2c);
+  watch_.emplace(modules_, *timing_.observer);
+  clock_.OnStep([this] { watch_->Look(clock_.Now()); });
+}
+
+std::chrono::nanoseconds Instrument::Now() const {
+  if (IsTimed()) {
+    return clock_.Now();
+  }
+  std::chrono::nanoseconds time = estimate_;
+  for (const auto& module : modules_) {
+    time += module->Flash().TimeOfWork();
+  }
+  return time;
+}
+
+void Instrument::PassTime(Cause cause, std::chrono::nanoseconds by) {
+  const std::chrono::nanoseconds begin = clock_.Now();
+  clock_.Advance(cause, by);
+  if (timing_.observer != nullptr && by.count() > 0) {
+    timing_.observer->OnUnseen({begin, clock_.Now()});
   }
 }
 
@@ -190,22 +242,42 @@ std::string Instrument::DescribeModules() const {
 }
 
 Fault Instrument::Arrive(const Event& event) {
+  Fault fault = Judge(event);
+  if (!TakesItsCourse(fault)) {
+    ObserveOther(event);
+  }
+  return fault;
+}
+
+void Instrument::Complete(const Event& event, std::string_view result) {
+  log_.Record(event, result);
+  ObserveOther(event);
+}
+
+void Instrument::ObserveOther(const Event& event) {
+  if (timing_.observer != nullptr) {
+    timing_.observer->OnOther(std::string(Word(event.kind)) + " " + event.text, clock_.Now());
+  }
+}
+
+/// Counts the event and asks the fault rules, which may end it.
+Fault Instrument::Judge(const Event& event) {
   Fault fault = faults_.Judge(event.kind, event.text);
   switch (fault.kind) {
     case Fault::Kind::kFail:
-      Complete(event, fault.text.empty() ? ErrnoName(fault.error) : fault.text);
+      log_.Record(event, fault.text.empty() ? ErrnoName(fault.error) : fault.text);
       break;
     case Fault::Kind::kLose:
-      Complete(event, kLost);
+      log_.Record(event, kLost);
       break;
     case Fault::Kind::kKill:
-      Complete(event, kKilled);
+      log_.Record(event, kKilled);
       break;
     case Fault::Kind::kKillSession:
-      Complete(event, kSessionKilled);
+      log_.Record(event, kSessionKilled);
       break;
     case Fault::Kind::kKillAll:
-      Complete(event, kAllKilled);
+      log_.Record(event, kAllKilled);
       break;
     case Fault::Kind::kNone:
     case Fault::Kind::kAnswer:
@@ -269,23 +341,114 @@ EventResult Instrument::SubmitSpi(std::string_view path, const SpiMessage& messa
     description = fits ? Describe(selects) : DescribeLength(totals);
   }
   const Event event = SpiEvent(path, description.command);
-  const Fault fault = Arrive(event);
-  const auto value = static_cast<std::int64_t>(totals.all);
-  const std::size_t receivedBytes = fits ? static_cast<std::size_t>(totals.received) : 0;
-  if (!TakesItsCourse(fault)) {
-    return InsteadOf(fault, {.value = value, .bytes = std::vector<std::uint8_t>(receivedBytes)});
+  const Fault fault = Judge(event);
+  const bool isLost = fault.kind == Fault::Kind::kLose;
+  EventResult result{.value = static_cast<std::int64_t>(totals.all)};
+  auto end =
+      isLost ? std::nullopt : EndBeforeBus(path, event, fault, ProblemOf(node, totals, fits));
+  if (end) {
+    return *std::move(end);
   }
-  if (const int problem = ProblemOf(node, totals, fits); problem != 0) {
-    return Refuse(event, problem);
-  }
-  EventResult result{.value = value, .bytes = ExchangeSpi(*node.module, selects, receivedBytes)};
+  result.bytes = RunSpi(node,
+                        {.path = path,
+                         .transfers = message.transfers,
+                         .selects = selects,
+                         .receivedBytes = fits ? static_cast<std::size_t>(totals.received) : 0,
+                         .isLost = isLost});
   if (!result.bytes.empty() && TakesAnswer(fault)) {
     Overwrite(result.bytes, fault.text);
   }
-  if (log_.IsOn()) {
-    Complete(event, description.answersShown ? LimitedHexBytes(result.bytes) : "");
+  if (log_.IsOn() && !isLost) {
+    log_.Record(event, description.answersShown ? LimitedHexBytes(result.bytes) : "");
   }
   return result;
+}
+
+/// @param problem  an errno, or 0
+/// @return the end of a message that does not reach the bus; none: it does
+std::optional<EventResult> Instrument::EndBeforeBus(std::string_view path,
+                                                    const Event& event,
+                                                    const Fault& fault,
+                                                    int problem) {
+  const bool takesItsCourse = TakesItsCourse(fault);
+  if (takesItsCourse && problem == 0) {
+    return std::nullopt;
+  }
+  if (IsTimed() && !Kills(fault)) {  // one that kills does not happen at all
+    const std::chrono::nanoseconds begin = clock_.Now();
+    clock_.Advance(Cause::kMessageCost, timing_.messageCost);
+    if (timing_.observer != nullptr) {
+      timing_.observer->OnSpi({.path = path,
+                               .period = {begin, clock_.Now()},
+                               .cost = timing_.messageCost,
+                               .selects = {},
+                               .outcome = Outcome::kFailed});
+    }
+  }
+  if (!takesItsCourse) {
+    return InsteadOf(fault);
+  }
+  log_.Record(event, ErrnoName(problem));
+  return EventResult{.error = problem};
+}
+
+/// @return the received bytes that the program asked for
+std::vector<std::uint8_t> Instrument::RunSpi(const Node& node, const SpiRun& run) {
+  Module* const module = run.isLost ? nullptr : node.module;
+  const std::uint32_t usualHertz = node.settings.Get(SpiSetting::kMaxSpeedHz);
+  std::vector<ObservedSelect> observed;
+  if (!IsTimed()) {
+    if (node.module == nullptr || !node.module->ChipBusy()) {
+      estimate_ += WireTimeOf(run.transfers, usualHertz);
+    }
+    return ExchangeSpi(module, run, ByteClock::Still(), observed);
+  }
+  const std::chrono::nanoseconds begin = clock_.Now();
+  clock_.Advance(Cause::kMessageCost, timing_.messageCost);
+  SpiWire wire(clock_, run.transfers, usualHertz);
+  std::vector<std::uint8_t> received = ExchangeSpi(module, run, wire, observed);
+  if (timing_.observer != nullptr) {
+    timing_.observer->OnSpi({.path = run.path,
+                             .period = {begin, clock_.Now()},
+                             .cost = timing_.messageCost,
+                             .selects = observed,
+                             .outcome = run.isLost ? Outcome::kLost : Outcome::kDone});
+  }
+  return received;
+}
+
+/// @param module    null: the bytes pass, but reach nothing
+/// @param wire      of this message
+/// @param observed  gets each chip select if anybody watches
+std::vector<std::uint8_t> Instrument::ExchangeSpi(Module* module,
+                                                  const SpiRun& run,
+                                                  ByteClock& wire,
+                                                  std::vector<ObservedSelect>& observed) {
+  std::vector<std::uint8_t> all(run.receivedBytes);
+  std::vector<std::uint8_t> miso;
+  auto received = all.begin();
+  for (const ChipSelect& select : run.selects) {
+    const std::chrono::nanoseconds begin = clock_.Now();
+    miso.resize(select.mosi.size());
+    if (module == nullptr) {
+      wire.Pass(miso.size());
+    } else {
+      module->Transfer(select.mosi, miso, wire);
+    }
+    for (const ChipSelect::Window& window : select.received) {
+      const auto bytes = std::span(miso).subspan(window.at, window.length);
+      received = std::copy(bytes.begin(), bytes.end(), received);
+    }
+    if (watch_) {
+      watch_->Look(clock_.Now());
+      observed.push_back({.period = {begin, clock_.Now()},
+                          .command = Describe(std::span(&select, 1)).command,
+                          .mosi = select.mosi,
+                          .miso = miso,
+                          .clocked = static_cast<SpiWire&>(wire).TakeClocked()});
+    }
+  }
+  return all;
 }
 
 EventResult Instrument::SubmitI2c(std::string_view path,
@@ -293,24 +456,103 @@ EventResult Instrument::SubmitI2c(std::string_view path,
                                   std::span<const std::uint8_t> sent) {
   const Node& node = FindNode(path);
   const Event request = I2cEvent(path, messages, sent);
-  const Fault fault = Arrive(request);
+  const Fault fault = Judge(request);
+  const std::chrono::nanoseconds begin = clock_.Now();
   EventResult result{.value = static_cast<std::int64_t>(messages.size()),
                      .bytes = std::vector<std::uint8_t>(ReceivedBytes(messages))};
+  std::vector<ObservedI2cMessage> observed;
+  Outcome outcome = OutcomeOf(fault);
+  if (outcome == Outcome::kLost) {
+    PassI2cBits(I2cBits(messages));
+  } else if (outcome == Outcome::kDone) {
+    result.error = node.isSpi ? ENOTTY : ExchangeI2c(node, messages, sent, result.bytes, observed);
+    outcome = result.error == 0 ? outcome : Outcome::kFailed;
+  }
+  if (timing_.observer != nullptr && !Kills(fault)) {
+    timing_.observer->OnI2c(
+        {.path = path, .period = {begin, clock_.Now()}, .messages = observed, .outcome = outcome});
+  }
   if (!TakesItsCourse(fault)) {
     return InsteadOf(fault, std::move(result));
   }
-  const int problem =
-      node.isSpi ? ENOTTY : ExchangeI2c(node.module, node.channel, messages, sent, result.bytes);
-  if (problem != 0) {
-    return Refuse(request, problem);
+  if (result.error != 0) {
+    log_.Record(request, ErrnoName(result.error));
+    return {.error = result.error};
   }
   if (!result.bytes.empty() && TakesAnswer(fault)) {
     Overwrite(result.bytes, fault.text);
   }
   if (log_.IsOn()) {
-    Complete(I2cEvent(path, messages, sent, result.bytes));
+    log_.Record(I2cEvent(path, messages, sent, result.bytes));
   }
   return result;
+}
+
+void Instrument::PassI2cBits(std::uint64_t bits) {
+  const std::chrono::nanoseconds time = WireTime(bits, kI2cHz);
+  if (IsTimed()) {
+    clock_.Advance(Cause::kWire, time);
+  } else {
+    estimate_ += time;
+  }
+}
+
+/// Carries the messages out up to the first one that no chip acknowledges.
+/// @param observed  gets each message if anybody watches
+/// @return 0 or an errno
+int Instrument::ExchangeI2c(const Node& node,
+                            std::span<const I2cMessage> messages,
+                            std::span<const std::uint8_t> sent,
+                            std::span<std::uint8_t> received,
+                            std::vector<ObservedI2cMessage>& observed) {
+  int problem = 0;
+  for (const I2cMessage& message : messages) {
+    I2cDevice* const device =
+        node.module == nullptr ? nullptr : node.module->FindI2c(node.channel, message.address);
+    problem = device == nullptr ? ENXIO : 0;
+    const std::size_t length = problem == 0 ? message.length : 0;
+    PassI2cBits(kI2cStartBits + kBitsPerI2cByte * (std::uint64_t{1} + length));
+    std::span<const std::uint8_t> bytes;
+    if (problem == 0 && message.reads) {
+      device->Read(received.first(length));
+      bytes = received.first(length);
+      received = received.subspan(length);
+    } else if (problem == 0) {
+      device->Write(sent.first(length));
+      bytes = sent.first(length);
+      sent = sent.subspan(length);
+    }
+    if (watch_) {
+      watch_->Look(clock_.Now());
+      observed.push_back({.address = message.address,
+                          .reads = message.reads,
+                          .acknowledged = problem == 0,
+                          .bytes = {bytes.begin(), bytes.end()}});
+    }
+    if (problem != 0) {
+      break;
+    }
+  }
+  PassI2cBits(kI2cStopBits);
+  return problem;
+}
+
+void Instrument::ObserveAccess(std::string_view path,
+                               bool writes,
+                               std::string_view bytes,
+                               Outcome outcome) {
+  if (timing_.observer == nullptr) {
+    return;
+  }
+  timing_.observer->OnAccess(
+      {.path = path, .writes = writes, .bytes = bytes, .at = clock_.Now(), .outcome = outcome});
+  watch_->Look(clock_.Now());
+}
+
+void Instrument::ObserveDBus(const Event& event, const Fault& fault) {
+  if (timing_.observer != nullptr && !Kills(fault)) {
+    timing_.observer->OnDBus(event.text, clock_.Now(), OutcomeOf(fault));
+  }
 }
 
 EventResult Instrument::ReadSetting(std::string_view path, SpiSetting setting) {
@@ -357,22 +599,28 @@ EventResult Instrument::RefuseRequest(std::string_view path, std::uint32_t reque
 
 EventResult Instrument::WriteAttribute(std::string_view path, std::string_view value) {
   const Event event = WriteEvent(path, value);
-  const Fault fault = Arrive(event);
+  const Fault fault = Judge(event);
   EventResult result{.value = static_cast<std::int64_t>(value.size())};
   if (!TakesItsCourse(fault)) {
+    if (!Kills(fault)) {
+      ObserveAccess(path, true, value, OutcomeOf(fault));
+    }
     return InsteadOf(fault, std::move(result));
   }
   result.error = attributes_.find(path)->second->WriteAttribute(path, value);
-  Complete(event, TextOf(result.error));
+  ObserveAccess(path, true, value, result.error == 0 ? Outcome::kDone : Outcome::kFailed);
+  log_.Record(event, TextOf(result.error));
   return result;
 }
 
 bool Instrument::AcceptWrite(std::string_view path, std::string_view value) {
   const Event event = WriteEvent(path, value);
-  if (Arrive(event).kind != Fault::Kind::kNone) {
+  if (Judge(event).kind != Fault::Kind::kNone) {
     return false;
   }
-  Complete(event, TextOf(attributes_.find(path)->second->WriteAttribute(path, value)));
+  const int error = attributes_.find(path)->second->WriteAttribute(path, value);
+  ObserveAccess(path, true, value, error == 0 ? Outcome::kDone : Outcome::kFailed);
+  log_.Record(event, TextOf(error));
   return true;
 }
 
@@ -380,8 +628,11 @@ EventResult Instrument::ReadFile(std::string_view path,
                                  std::string_view contents,
                                  std::size_t offset,
                                  std::size_t count) {
-  const Fault fault = Arrive(ReadEvent(path));
+  const Fault fault = Judge(ReadEvent(path));
   if (!TakesItsCourse(fault)) {
+    if (!Kills(fault)) {
+      ObserveAccess(path, false, {}, OutcomeOf(fault));
+    }
     return InsteadOf(fault);
   }
   std::string_view read = contents.substr(std::min(offset, contents.size()));
@@ -389,26 +640,37 @@ EventResult Instrument::ReadFile(std::string_view path,
     read = fault.text;
   }
   read = read.substr(0, count);
-  Complete(ReadEvent(path, read));
+  ObserveAccess(path, false, read, Outcome::kDone);
+  log_.Record(ReadEvent(path, read));
   return {.value = static_cast<std::int64_t>(read.size()), .bytes = {read.begin(), read.end()}};
 }
 
 EventResult Instrument::Sleep(std::chrono::nanoseconds duration) {
   const Event event = SleepEvent(duration);
-  const Fault fault = Arrive(event);
+  const Fault fault = Judge(event);
   if (!TakesItsCourse(fault)) {
     return InsteadOf(fault);
   }
-  for (const auto& module : modules_) {
-    module->AdvanceTime(duration);
+  if (IsTimed()) {
+    const std::chrono::nanoseconds begin = clock_.Now();
+    clock_.Advance(Cause::kSleep, duration);
+    if (timing_.observer != nullptr) {
+      timing_.observer->OnSleep({begin, clock_.Now()});
+    }
+  } else {
+    for (const auto& module : modules_) {
+      module->AdvanceTime(duration);
+    }
+    estimate_ += duration;
   }
-  Complete(event);
+  log_.Record(event);
   return {};
 }
 
 DBusResult Instrument::GetModuleLocations() {
   const Event event = DBusEvent("GetModuleLocations");
-  const Fault fault = Arrive(event);
+  const Fault fault = Judge(event);
+  ObserveDBus(event, fault);
   if (!TakesItsCourse(fault)) {
     return InsteadOfCall(fault);
   }
@@ -424,18 +686,19 @@ DBusResult Instrument::GetModuleLocations() {
   for (const int number : result.numbers) {
     text.append(text.empty() ? "" : " ").append(std::to_string(number));
   }
-  Complete(event, text.empty() ? "none" : text);
+  log_.Record(event, text.empty() ? "none" : text);
   return result;
 }
 
 DBusResult Instrument::AnswerName(const char* method, unsigned slot, const std::string& name) {
   const Event event = DBusEvent(method, slot);
-  const Fault fault = Arrive(event);
+  const Fault fault = Judge(event);
+  ObserveDBus(event, fault);
   if (!TakesItsCourse(fault)) {
     return InsteadOfCall(fault);
   }
   DBusResult result{.text = TakesAnswer(fault) ? fault.text : name};
-  Complete(event, Quote(result.text));
+  log_.Record(event, Quote(result.text));
   return result;
 }
 

@@ -19,10 +19,23 @@
 #include "simulator/instrument/EventResult.h"
 #include "simulator/instrument/FaultRules.h"
 #include "simulator/instrument/I2cMessage.h"
+#include "simulator/instrument/RunWatch.h"
 #include "simulator/instrument/SpiMessage.h"
 #include "simulator/instrument/SpiSettings.h"
+#include "simulator/instrument/SpiWire.h"
+#include "simulator/timing/InstrumentClock.h"
+#include "simulator/timing/TimeTotals.h"
+#include "simulator/timing/Timing.h"
+#include "simulator/trace/RunObserver.h"
 
 namespace orvane {
+
+/// How instrument time passes.
+struct TimingOptions {
+  Timing timing = Timing::kPolls;           // that of the modules
+  std::chrono::nanoseconds messageCost{0};  // before chip select falls; not with kPolls
+  RunObserver* observer = nullptr;          // borrowed; null: nobody watches, as with kPolls
+};
 
 /// The instrument: its modules, its time, and what programs can see of both. It makes no system
 /// call. Every event goes through Arrive, which counts it and asks the fault rules, and ends in one
@@ -36,7 +49,11 @@ class Instrument {
              ModuleSelectorFiles& selector,
              FaultRules faults,
              std::uint64_t bufsiz,
-             EventLog& log);
+             EventLog& log,
+             TimingOptions timing = {});
+  Instrument(const Instrument&) = delete;
+  Instrument& operator=(const Instrument&) = delete;
+  ~Instrument() = default;
 
   // --- Contents
 
@@ -56,6 +73,16 @@ class Instrument {
   /// The slot and the state of each module, a line each.
   std::string DescribeModules() const;
 
+  // --- Time. With Timing::kPolls chips know of sleeps only, and the rest is an estimate.
+
+  /// Since the start; with Timing::kPolls what the events so far would have taken: sleeps, bits on the
+  /// wire, and the work of chips, typically. What is sent to a busy chip is part of its work.
+  std::chrono::nanoseconds Now() const;
+  /// Not with Timing::kPolls.
+  const TimeTotals& Totals() const { return clock_.Totals(); }
+  /// Time that passes without an event. Not with Timing::kPolls.
+  void PassTime(Cause cause, std::chrono::nanoseconds by);
+
   /// While fault rules are not active they neither count nor hit events. They are at the start.
   void SetFaultsActive(bool active) { faults_.SetActive(active); }
 
@@ -66,7 +93,7 @@ class Instrument {
   Fault Arrive(const Event& event);
 
   /// @param result  empty: nothing to show
-  void Complete(const Event& event, std::string_view result = {}) { log_.Record(event, result); }
+  void Complete(const Event& event, std::string_view result = {});
 
   // --- Whole events
 
@@ -110,6 +137,36 @@ class Instrument {
     std::uint8_t lastBits = 0;
   };
 
+  /// The bytes of a message, as they are on the wire.
+  struct SpiRun {
+    std::string_view path;
+    std::span<const SpiTransfer> transfers;
+    std::span<const ChipSelect> selects;
+    std::size_t receivedBytes = 0;
+    bool isLost = false;
+  };
+
+  void StartWatch();
+  bool IsTimed() const { return timing_.timing != Timing::kPolls; }
+  Fault Judge(const Event& event);
+  std::vector<std::uint8_t> RunSpi(const Node& node, const SpiRun& run);
+  std::vector<std::uint8_t> ExchangeSpi(Module* module,
+                                        const SpiRun& run,
+                                        ByteClock& wire,
+                                        std::vector<ObservedSelect>& observed);
+  std::optional<EventResult> EndBeforeBus(std::string_view path,
+                                          const Event& event,
+                                          const Fault& fault,
+                                          int problem);
+  int ExchangeI2c(const Node& node,
+                  std::span<const I2cMessage> messages,
+                  std::span<const std::uint8_t> sent,
+                  std::span<std::uint8_t> received,
+                  std::vector<ObservedI2cMessage>& observed);
+  void PassI2cBits(std::uint64_t bits);
+  void ObserveAccess(std::string_view path, bool writes, std::string_view bytes, Outcome outcome);
+  void ObserveDBus(const Event& event, const Fault& fault);
+  void ObserveOther(const Event& event);
   void AddNodes();
   Node& FindNode(std::string_view path);
   Module* FindModule(unsigned slot);
@@ -123,6 +180,10 @@ class Instrument {
   FaultRules faults_;
   std::uint64_t bufsiz_;
   EventLog& log_;
+  TimingOptions timing_;
+  InstrumentClock clock_;
+  std::chrono::nanoseconds estimate_{0};  // without the work of chips
+  std::optional<RunWatch> watch_;
   std::vector<I2cAdapter> adapters_;
   std::map<std::string, Node, std::less<>> nodes_;
   std::map<std::string, AttributeFiles*, std::less<>> attributes_;

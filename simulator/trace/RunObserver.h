@@ -134,7 +134,7 @@ class RunObserver {
   virtual void OnOther(std::string_view /*text*/, std::chrono::nanoseconds /*at*/) {}
 
   /// A chip begins to work, at the end of a chip select, of which OnSpi tells later.
-  /// @param address  the first that is changed; 0 for kChipErase and kRegisterWrite
+  /// @param address  of the page or the sector; 0 for kChipErase and kRegisterWrite
   virtual void OnChipBusy(unsigned /*slot*/,
                           ChipWork /*work*/,
                           std::uint32_t /*address*/,

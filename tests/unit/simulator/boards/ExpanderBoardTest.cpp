@@ -14,14 +14,14 @@ using Bytes = std::vector<std::uint8_t>;
 Bytes Identification(ExpanderBoard& board) {
   const std::array<std::uint8_t, 4> mosi = {0x9F, 0, 0, 0};
   std::array<std::uint8_t, 4> miso{};
-  board.Transfer(mosi, miso);
+  board.Transfer(mosi, miso, ByteClock::Still());
   return {miso.begin() + 1, miso.end()};
 }
 
 /// One message on the SPI bus, whose answer does not matter.
 void Send(ExpanderBoard& board, const Bytes& mosi) {
   Bytes miso(mosi.size());
-  board.Transfer(mosi, miso);
+  board.Transfer(mosi, miso, ByteClock::Still());
 }
 
 /// Drives the dax and pyx1 lines to a pattern.
@@ -113,6 +113,45 @@ TEST_F(ExpanderBoardTest, LoadedIsOtherOnceAPageIsProgrammed) {
   Send(board, {0x02, 0xFF, 0x00, 0x00, 0x5A});
   EXPECT_EQ(board.DescribeState(), "done=1 driven=0xec9f loaded=other");
   EXPECT_EQ(board.LoadedContents(), loaded);
+}
+
+/// As words NAME=LEVEL.
+std::string LinesOf(const Module& module) {
+  std::string text;
+  for (const LineLevel& level : module.Lines()) {
+    text +=
+        (text.empty() ? "" : " ") + std::string(LineName(level.line)) + (level.high ? "=1" : "=0");
+  }
+  return text;
+}
+
+TEST_F(ExpanderBoardTest, DaxHasTheLinesOfItsFpga) {
+  ExpanderBoard board = Board(ModuleType::kDax, 2);
+  EXPECT_EQ(LinesOf(board), "DONE=1 RESET=1");
+  Drive(*board.FindI2c(0U, 0x21), 0x3D, 0x3E);
+  EXPECT_EQ(LinesOf(board), "DONE=0 RESET=0");
+}
+
+TEST_F(ExpanderBoardTest, PyxHasItsSelectorAndItsEndpointToo) {
+  ExpanderBoard board = Board(ModuleType::kPyx1, 4);
+  EXPECT_EQ(LinesOf(board), "DONE=1 RESET=1 SELECTOR=0 ENDPOINT_PRESENT=1 ENDPOINT_ENABLED=1");
+  selector_.Write(ModuleSelectorModel::Attribute::kSlotA, "SPIFIFO");
+  EXPECT_EQ(board.WriteAttribute("/sys/bus/pci/devices/0000:04:00.0/enable", "0"), 0);
+  EXPECT_EQ(LinesOf(board), "DONE=1 RESET=1 SELECTOR=1 ENDPOINT_PRESENT=1 ENDPOINT_ENABLED=0");
+}
+
+TEST_F(ExpanderBoardTest, NextChangeIsThatOfTheFpgaOrOfTheFlash) {
+  ExpanderBoard board(
+      {.type = ModuleType::kDax, .slot = 2, .timing = Timing::kTypical}, flash_, selector_);
+  EXPECT_EQ(board.NextChange(), kNever);
+  Drive(*board.FindI2c(0U, 0x21), 0xBD, 0x3E);  // the controller has the flash
+  Send(board, {0x06});
+  Send(board, {0x02, 0x00, 0x00, 0x00, 0x00});
+  EXPECT_TRUE(board.ChipBusy());
+  EXPECT_EQ(board.NextChange(), std::chrono::microseconds(120));
+  board.AdvanceTime(std::chrono::microseconds(120));
+  EXPECT_FALSE(board.ChipBusy());
+  EXPECT_TRUE(board.AwaitsPoll());
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ class WendModuleTest : public testing::Test {
  protected:
   void Send(const Bytes& mosi) {
     Bytes miso(mosi.size());
-    wend_.Transfer(mosi, miso);
+    wend_.Transfer(mosi, miso, ByteClock::Still());
   }
 
   WendModule wend_{{.type = ModuleType::kWend, .slot = 3}, MakeZynqImage({.bytes = 4096})};
@@ -61,11 +61,35 @@ TEST(ModuleRegistersTest, RegistersAreThoseOfTheOptionsAndAreShown) {
   EXPECT_EQ(wend.WriteAttribute(kQspiPrg, "1"), 0);
   for (const Bytes& mosi : {Bytes{0x06}, {0x01, 0x98, 0x07}, {0x06}}) {
     Bytes miso(mosi.size());
-    wend.Transfer(mosi, miso);
+    wend.Transfer(mosi, miso, ByteClock::Still());
     wend.AdvanceTime(40ms);
   }
   EXPECT_EQ(wend.Flash().StatusRegister(), 0x9A);  // with the latch, which needs power
   EXPECT_EQ(wend.DescribeState(), "done=1 qspi_prg=1 registers=98:0f loaded=current");
+}
+
+TEST_F(WendModuleTest, LinesAreDoneResetAndTheOwnerOfTheFlash) {
+  const auto levels = [this] {
+    std::vector<bool> high;
+    for (const LineLevel& level : wend_.Lines()) {
+      high.push_back(level.high);
+    }
+    return high;
+  };
+  EXPECT_EQ(levels(), (std::vector{true, true, false}));
+  EXPECT_EQ(wend_.WriteAttribute(kQspiPrg, "1"), 0);
+  EXPECT_EQ(wend_.WriteAttribute(kHwReset, "0"), 0);
+  EXPECT_EQ(levels(), (std::vector{false, false, true}));
+  EXPECT_EQ(wend_.Lines()[0].line, Line::kDone);
+  EXPECT_EQ(wend_.Lines()[1].line, Line::kReset);
+  EXPECT_EQ(wend_.Lines()[2].line, Line::kQspiPrg);
+}
+
+TEST_F(WendModuleTest, NextChangeIsTheEndOfBooting) {
+  EXPECT_EQ(wend_.NextChange(), kNever);
+  EXPECT_EQ(wend_.WriteAttribute(kHwReset, "0"), 0);
+  EXPECT_EQ(wend_.WriteAttribute(kHwReset, "1"), 0);
+  EXPECT_EQ(wend_.NextChange(), 20ms);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "simulator/chips/FpgaBoot.h"
+#include "simulator/timing/ClockedPart.h"
 
 namespace {
 
@@ -253,6 +254,40 @@ TEST(FpgaBootTest, AfterPolicyDoesNotConfigureWhenTheFlashIsLostBeforeItsDone) {
   boot.AdvanceTime(1000ms);
   EXPECT_TRUE(boot.Done());
   EXPECT_FALSE(boot.Configured());
+}
+
+TEST(FpgaBootTest, NothingChangesByItselfBeforeAReset) {
+  EXPECT_EQ(FpgaBoot(kAuto, 5ms, true).NextChange(), orvane::kNever);
+  EXPECT_EQ(FpgaBoot(kAuto, 5ms, false).NextChange(), orvane::kNever);
+}
+
+TEST(FpgaBootTest, NothingChangesByItselfInReset) {
+  FpgaBoot boot(After(10ms), 5ms, true);
+  boot.Update(true, true);
+  EXPECT_EQ(boot.NextChange(), orvane::kNever);
+}
+
+TEST(FpgaBootTest, NextChangeIsTheEndOfClearingThenTheEndOfBooting) {
+  FpgaBoot boot(kAuto, 5ms, true);
+  boot.Update(true, true);
+  boot.Update(false, true);
+  EXPECT_EQ(boot.NextChange(), 5ms);
+  boot.AdvanceTime(1ms);
+  EXPECT_EQ(boot.NextChange(), 4ms);
+  boot.AdvanceTime(4ms);
+  EXPECT_EQ(boot.NextChange(), 15ms);
+  boot.AdvanceTime(15ms);
+  EXPECT_EQ(boot.NextChange(), orvane::kNever);
+}
+
+TEST(FpgaBootTest, DoneThatIsDelayedIsAChangeOfItsOwn) {
+  FpgaBoot boot(After(2ms), 5ms, true);
+  boot.Update(true, true);
+  boot.Update(false, true);
+  EXPECT_EQ(boot.NextChange(), 2ms);
+  boot.AdvanceTime(2ms);
+  EXPECT_TRUE(boot.Done());
+  EXPECT_EQ(boot.NextChange(), 3ms);
 }
 
 }  // namespace

@@ -7,11 +7,14 @@
 #include <memory>
 #include <numeric>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "simulator/chips/NorFlashModel.h"
+#include "simulator/timing/ByteClock.h"
+#include "simulator/timing/ClockedPart.h"
 
 namespace {
 
@@ -983,6 +986,179 @@ TEST_F(NorFlashModelTest, LaterMomentReplacesTheOneThatWasRemembered) {
   EXPECT_TRUE(flash_->IsAsRemembered());
   Do({0xD8, 0, 0, 0});
   EXPECT_EQ(flash_->Remembered()->at(0), 0x5A);
+}
+
+// --- Data sheet times -----------------------------------------------------------------------------
+
+/// A bus on which each byte takes 1 us.
+class SteadyBus : public orvane::ByteClock {
+ public:
+  explicit SteadyBus(NorFlashModel& flash) : flash_(flash) {}
+
+  void Pass(std::size_t bytes) override {
+    passed_ += bytes;
+    flash_.AdvanceTime(std::chrono::microseconds(bytes));
+  }
+  std::size_t Passed() const { return passed_; }
+
+ private:
+  NorFlashModel& flash_;
+  std::size_t passed_ = 0;
+};
+
+class TimedFlashTest : public testing::Test {
+ protected:
+  Bytes Ask(Bytes mosi, std::size_t reply) {
+    const std::size_t sent = mosi.size();
+    mosi.resize(sent + reply);
+    Bytes miso(mosi.size());
+    flash_.Transfer(mosi, miso, bus_);
+    return {miso.begin() + static_cast<std::ptrdiff_t>(sent), miso.end()};
+  }
+  void Send(const Bytes& mosi) { Ask(mosi, 0); }
+  /// Programs one byte.
+  void Program() {
+    Send({0x06});
+    Send({0x02, 0x00, 0x01, 0x02, 0x5A});
+  }
+
+  NorFlashModel flash_{Chip::kMicron, orvane::Timing::kTypical};
+  SteadyBus bus_{flash_};
+};
+
+TEST_F(TimedFlashTest, ProgramKeepsTheChipBusyFor120MicrosecondsFromTheEndOfTheCommand) {
+  Program();
+  EXPECT_TRUE(flash_.Busy());
+  EXPECT_EQ(flash_.NextChange(), 120us);
+  flash_.AdvanceTime(119'999ns);
+  EXPECT_TRUE(flash_.Busy());
+  flash_.AdvanceTime(1ns);
+  EXPECT_FALSE(flash_.Busy());
+  EXPECT_EQ(flash_.NextChange(), orvane::kNever);
+}
+
+TEST_F(TimedFlashTest, StatusReadsDoNotEndTheWork) {
+  Program();
+  EXPECT_EQ(Ask({0x05}, 100), Bytes(100, 0x03));
+  EXPECT_TRUE(flash_.Busy());
+}
+
+TEST_F(TimedFlashTest, StatusIsSampledAsEachOfItsBytesBegins) {
+  Program();
+  flash_.AdvanceTime(117us);  // 3 us are left, of which the opcode takes one
+  EXPECT_EQ(Ask({0x05}, 4), (Bytes{0x03, 0x03, 0x00, 0x00}));
+}
+
+TEST_F(TimedFlashTest, CommandThatBeginsWhileBusyIsIgnoredEvenIfItEndsLater) {
+  Program();
+  flash_.AdvanceTime(119us);
+  Send({0x03, 0x00, 0x01, 0x02});
+  EXPECT_FALSE(flash_.Busy());
+  EXPECT_EQ(Ask({0x03, 0x00, 0x01, 0x02}, 1), (Bytes{0x5A}));
+  Program();
+  flash_.AdvanceTime(119us);
+  Send({0x9F, 0x00, 0x00});
+  EXPECT_EQ(Ask({0x9F}, 3), (Bytes{0x20, 0xBA, 0x18}));
+}
+
+TEST_F(TimedFlashTest, BusReceivesEveryByte) {
+  Send({0x06});
+  EXPECT_EQ(bus_.Passed(), 1U);
+  Ask({0x05}, 3);
+  EXPECT_EQ(bus_.Passed(), 5U);
+  Ask({0x15}, 2);
+  EXPECT_EQ(bus_.Passed(), 8U);
+  Ask({0x03, 0x00, 0x00, 0x00}, 10);
+  EXPECT_EQ(bus_.Passed(), 22U);
+  flash_.SetPresent(false);
+  Ask({0x05}, 1);
+  EXPECT_EQ(bus_.Passed(), 24U);
+}
+
+TEST_F(TimedFlashTest, WaitsToBeAskedFromItsReadinessUntilTheStatusByteThatShowsIt) {
+  EXPECT_FALSE(flash_.AwaitsPoll());
+  Program();
+  EXPECT_FALSE(flash_.AwaitsPoll());
+  flash_.AdvanceTime(120us);
+  EXPECT_TRUE(flash_.AwaitsPoll());
+  Ask({0x05}, 1);
+  EXPECT_FALSE(flash_.AwaitsPoll());
+}
+
+TEST_F(TimedFlashTest, WaitsToBeAskedUntilTheNextCommandIfNobodyAsks) {
+  Program();
+  flash_.AdvanceTime(1s);
+  EXPECT_TRUE(flash_.AwaitsPoll());
+  Send({0x06});
+  EXPECT_FALSE(flash_.AwaitsPoll());
+}
+
+TEST_F(TimedFlashTest, EachWorkIsKnownWithItsPlaceAndTakesItsTime) {
+  Program();
+  EXPECT_EQ(flash_.Work(), orvane::ChipWork::kPageProgram);
+  EXPECT_EQ(flash_.WorkAddress(), 0x000100U);
+  flash_.AdvanceTime(120us);
+  EXPECT_EQ(flash_.Work(), orvane::ChipWork::kNone);
+  Send({0x06});
+  Send({0x20, 0x01, 0x23, 0x45});
+  EXPECT_EQ(flash_.Work(), orvane::ChipWork::kSubsectorErase);
+  EXPECT_EQ(flash_.WorkAddress(), 0x012000U);
+  EXPECT_EQ(flash_.NextChange(), 50ms);
+  flash_.AdvanceTime(50ms);
+  Send({0x06});
+  Send({0xD8, 0x01, 0x23, 0x45});
+  EXPECT_EQ(flash_.Work(), orvane::ChipWork::kSectorErase);
+  EXPECT_EQ(flash_.WorkAddress(), 0x010000U);
+  EXPECT_EQ(flash_.NextChange(), 150ms);
+  flash_.AdvanceTime(150ms);
+  Send({0x06});
+  Send({0x60});
+  EXPECT_EQ(flash_.Work(), orvane::ChipWork::kChipErase);
+  EXPECT_EQ(flash_.NextChange(), 38s);
+  flash_.AdvanceTime(38s);
+  EXPECT_EQ(flash_.TimeOfWork(), 120us + 50ms + 150ms + 38s);
+}
+
+TEST_F(TimedFlashTest, NewRegisterValuesAreInForceAtTheEndOfTheirWrite) {
+  Send({0x06});
+  Send({0x01, 0x24});
+  EXPECT_EQ(flash_.Work(), orvane::ChipWork::kRegisterWrite);
+  EXPECT_EQ(flash_.NextChange(), 1'300us);
+  flash_.AdvanceTime(1'299us);
+  EXPECT_EQ(Ask({0x05}, 2), (Bytes{0x24, 0x24}));  // the opcode takes the last microsecond
+  EXPECT_FALSE(flash_.Busy());
+}
+
+TEST_F(TimedFlashTest, ChipThatIsStuckStaysBusyAndAwaitsNobody) {
+  flash_.StayBusyAfter(1);
+  Program();
+  flash_.AdvanceTime(1h);
+  EXPECT_TRUE(flash_.Busy());
+  EXPECT_FALSE(flash_.AwaitsPoll());
+  EXPECT_EQ(flash_.NextChange(), orvane::kNever);
+  EXPECT_EQ(flash_.Work(), orvane::ChipWork::kPageProgram);
+}
+
+TEST(TimedMacronixTest, TimesAreThoseOfItsOwnDataSheet) {
+  NorFlashModel flash(Chip::kMacronix, orvane::Timing::kLongest);
+  Bytes miso(4);
+  flash.Transfer(Bytes{0x06}, std::span(miso).first(1));
+  flash.Transfer(Bytes{0xD8, 0x00, 0x00, 0x00}, miso);
+  EXPECT_EQ(flash.NextChange(), 2s);
+}
+
+TEST_F(NorFlashModelTest, WithPollsTimeOfWorkIsTheTypicalOne) {
+  Do({0x02, 0x00, 0x00, 0x00, 0x00});
+  Do({0xD8, 0x00, 0x00, 0x00});
+  EXPECT_EQ(flash_->TimeOfWork(), 120us + 150ms);
+}
+
+TEST_F(NorFlashModelTest, WithPollsReadyChipAwaitsNobody) {
+  Send({0x06});
+  Send({0x02, 0x00, 0x00, 0x00, 0x00});
+  flash_->AdvanceTime(5ms);
+  EXPECT_FALSE(flash_->Busy());
+  EXPECT_FALSE(flash_->AwaitsPoll());
 }
 
 }  // namespace

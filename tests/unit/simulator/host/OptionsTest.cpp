@@ -113,10 +113,13 @@ TEST(OptionsTest, ValuesCanFollowAnEqualsSign) {
 }
 
 TEST(OptionsTest, OptionThatCannotBeRepeatedIsRefusedTheSecondTime) {
-  for (const char* const option : {"--log", "--state", "--bufsiz", "--clock-step"}) {
+  for (const char* const option :
+       {"--log", "--state", "--bufsiz", "--clock-step", "--message-cost"}) {
     EXPECT_EQ(ProblemWith({option, "1", option, "1", "--", "x"}),
               std::string(option) + ": is given twice");
   }
+  EXPECT_EQ(ProblemWith({"--timing", "polls", "--timing", "polls", "--", "x"}),
+            "--timing: is given twice");
 }
 
 TEST(OptionsTest, ModuleKeysAreTaken) {
@@ -258,8 +261,15 @@ TEST(OptionsTest, CommandWithoutTheDashesIsRefused) {
 }
 
 TEST(OptionsTest, OptionWithoutItsValueIsRefused) {
-  for (const char* const option :
-       {"--module", "--log", "--state", "--bufsiz", "--fault", "--without", "--clock-step"}) {
+  for (const char* const option : {"--module",
+                                   "--log",
+                                   "--state",
+                                   "--bufsiz",
+                                   "--fault",
+                                   "--without",
+                                   "--clock-step",
+                                   "--timing",
+                                   "--message-cost"}) {
     EXPECT_EQ(ProblemWith({option}), "option '" + std::string(option) + "' needs a value");
   }
 }
@@ -443,6 +453,57 @@ TEST(OptionsTest, ClockStepIsANumberOfMillisecondsUpToAnHour) {
         ProblemWith({"--clock-step", text, "--", "x"}),
         "--clock-step: '" + std::string(text) + "' is not a number of milliseconds up to 3600000");
   }
+}
+
+TEST(OptionsTest, TimingIsThatOfEveryModule) {
+  const Options none = Parse({"--", "x"});
+  EXPECT_EQ(none.timing, Timing::kPolls);
+  EXPECT_EQ(none.modules[0].timing, Timing::kPolls);
+  const Options typical = Parse({"--timing", "typical", "--", "x"});
+  EXPECT_EQ(typical.timing, Timing::kTypical);
+  ASSERT_EQ(typical.modules.size(), 4U);
+  for (const ModuleOptions& module : typical.modules) {
+    EXPECT_EQ(module.timing, Timing::kTypical);
+  }
+  const Options longest =
+      Parse({"--timing=longest", "--module", "dax@2", "--module", "wend@1", "--", "x"});
+  ASSERT_EQ(longest.modules.size(), 2U);
+  EXPECT_EQ(longest.modules[0].timing, Timing::kLongest);
+  EXPECT_EQ(longest.modules[1].timing, Timing::kLongest);
+  EXPECT_EQ(Parse({"--timing", "polls", "--", "x"}).timing, Timing::kPolls);
+}
+
+TEST(OptionsTest, UnknownTimingIsRefused) {
+  EXPECT_EQ(ProblemWith({"--timing", "real", "--", "x"}),
+            "--timing: 'real' is not polls, typical or longest");
+}
+
+TEST(OptionsTest, MessageCostIsANumberOfMicrosecondsUpToASecond) {
+  EXPECT_EQ(Parse({"--timing", "typical", "--", "x"}).messageCost, std::chrono::microseconds(20));
+  EXPECT_EQ(Parse({"--timing", "typical", "--message-cost", "0", "--", "x"}).messageCost,
+            std::chrono::microseconds(0));
+  EXPECT_EQ(Parse({"--message-cost", "1000000", "--timing", "longest", "--", "x"}).messageCost,
+            std::chrono::seconds(1));
+  for (const char* const text : {"", "-1", "x", "1.5", "1000001"}) {
+    EXPECT_EQ(ProblemWith({"--timing", "typical", "--message-cost", text, "--", "x"}),
+              "--message-cost: '" + std::string(text) +
+                  "' is not a number of microseconds up to 1000000");
+  }
+}
+
+TEST(OptionsTest, MessageCostWithPollsIsRefused) {
+  EXPECT_EQ(ProblemWith({"--message-cost", "20", "--", "x"}),
+            "--message-cost: has no effect with --timing polls");
+  EXPECT_EQ(ProblemWith({"--message-cost", "20", "--timing", "polls", "--", "x"}),
+            "--message-cost: has no effect with --timing polls");
+}
+
+TEST(OptionsTest, ClockStepWithoutPollsIsRefused) {
+  for (const char* const timing : {"typical", "longest"}) {
+    EXPECT_EQ(ProblemWith({"--clock-step", "0", "--timing", timing, "--", "x"}),
+              "--clock-step: works with --timing polls only");
+  }
+  EXPECT_EQ(ProblemWith({"--clock-step", "5", "--timing", "polls", "--", "x"}), "none");
 }
 
 TEST(OptionsTest, UnknownServiceIsRefused) {

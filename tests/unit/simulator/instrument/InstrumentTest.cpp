@@ -50,7 +50,10 @@ class EchoModule : public Module {
  public:
   explicit EchoModule(unsigned slot) : Module({.slot = slot}, {}) {}
 
-  void Transfer(std::span<const std::uint8_t> mosi, std::span<std::uint8_t> miso) override {
+  void Transfer(std::span<const std::uint8_t> mosi,
+                std::span<std::uint8_t> miso,
+                ByteClock& clock) override {
+    clock.Pass(mosi.size());
     messages_.emplace_back(mosi.begin(), mosi.end());
     std::copy(mosi.begin(), mosi.end(), miso.begin());
   }
@@ -60,6 +63,7 @@ class EchoModule : public Module {
   }
   int WriteAttribute(std::string_view /*path*/, std::string_view /*value*/) override { return 0; }
   std::string DescribeState() const override { return ""; }
+  std::vector<LineLevel> Lines() const override { return {}; }
 
   const std::vector<Bytes>& Messages() const { return messages_; }
   const Expander& TheExpander() const { return expander_; }
