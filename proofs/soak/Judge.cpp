@@ -184,7 +184,7 @@ class Judge {
   void ExpectState() {
     if (HasSaved()) {
       Expect(seen_.state && seen_.state->ends_with('\n') &&
-                 std::count(seen_.state->begin(), seen_.state->end(), '\n') == 1,
+                 std::count(seen_.state->begin(), seen_.state->end(), '\n') == 2,
              "the state is not saved: '" + seen_.state.value_or("no file") + "'");
     }
   }

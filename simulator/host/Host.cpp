@@ -311,7 +311,8 @@ class Host {
         });
       }
     }
-    NoteProblem([&] { files_.SaveState(instrument_.DescribeModules()); });
+    NoteProblem(
+        [&] { files_.SaveState(instrument_.DescribeModules() + instrument_.DescribeTime()); });
     if (files_.Log() != nullptr && !*files_.Log()) {
       problems_.push_back("cannot write log file '" + options_.logFile + "'");
     }

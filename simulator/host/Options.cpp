@@ -44,8 +44,9 @@ once, unless it can be repeated):
   --log FILE     writes every event to FILE, one line each, in order of time
   --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1, what
                  else can be seen of it from outside, and what its FPGA has loaded:
-                 loaded=current, what the flash holds now, other or none; FILE is replaced
-                 whole or not at all, as a flash file is
+                 loaded=current, what the flash holds now, other or none; and how long the
+                 run took on the instrument, with --timing polls as an estimate; FILE is
+                 replaced whole or not at all, as a flash file is
   --control N    descriptor N is a socket (SOCK_SEQPACKET) over which a program drives the
                  run: it asks what modules hold, holds processes, ends faults
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such

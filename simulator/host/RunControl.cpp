@@ -63,7 +63,7 @@ std::string RunControl::AnswerTo(const std::string& question) {
   std::string word;
   words >> word;
   if (question == "state") {
-    return instrument_.DescribeModules();
+    return instrument_.DescribeModules() + instrument_.DescribeTime();
   }
   if (question == "faults off" || question == "faults on") {
     instrument_.SetFaultsActive(question == "faults on");

@@ -241,6 +241,16 @@ std::string Instrument::DescribeModules() const {
   return text;
 }
 
+std::string Instrument::DescribeTime() const {
+  constexpr std::size_t kDigits = 9;
+  const std::chrono::nanoseconds now = Now();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now);
+  const std::string fraction = std::to_string((now - seconds).count());
+  return std::string("instrument ") + (IsTimed() ? "time=" : "estimate=") +
+         std::to_string(seconds.count()) + "." + std::string(kDigits - fraction.size(), '0') +
+         fraction + "\n";
+}
+
 Fault Instrument::Arrive(const Event& event) {
   Fault fault = Judge(event);
   if (!TakesItsCourse(fault)) {

@@ -72,6 +72,8 @@ class Instrument {
 
   /// The slot and the state of each module, a line each.
   std::string DescribeModules() const;
+  /// "instrument time=1.000000200": Now() in seconds; with Timing::kPolls "instrument estimate=". A line.
+  std::string DescribeTime() const;
 
   // --- Time. With Timing::kPolls chips know of sleeps only, and the rest is an estimate.
 

@@ -63,7 +63,7 @@ class ModuleTest : public BoardTest {
     seen.out = outcome.out.substr(outcome.out.find('\n') + 1);
     const Bytes state = instrument_.ReadFile("state");
     const std::string text(state.begin(), state.end());
-    seen.state = text.substr(text.find(' ') + 1, text.size() - text.find(' ') - 2);
+    seen.state = text.substr(text.find(' ') + 1, text.find('\n') - text.find(' ') - 1);
     const Lines log = LinesOf(outcome.log);
     const auto mark = std::find(log.begin(), log.end(), "stdout \"" + std::string(kMark) + "\\n\"");
     seen.prepared.assign(log.begin(), mark);

@@ -63,7 +63,7 @@ class ControlTest : public testing::Test {
 
 TEST_F(ControlTest, StateIsThatOfTheModulesNow) {
   Start("true");
-  EXPECT_EQ(Ask("state"), "2 done=0 driven=0x0000 loaded=none\n");
+  EXPECT_EQ(Ask("state"), "2 done=0 driven=0x0000 loaded=none\ninstrument estimate=0.000000000\n");
   OpenGate();
   EXPECT_EQ(run_.Wait().status, 0);
 }
@@ -100,7 +100,9 @@ TEST_F(ControlTest, HeldProcessWaitsUntilItMayGoOn) {
   EXPECT_EQ(Ask("hold 1"), "done");
   OpenGate();
   EXPECT_EQ(Receive(), "held");
-  EXPECT_EQ(Ask("state"), "2 done=0 driven=0x0000 loaded=none\n");  // it is asked meanwhile
+  EXPECT_EQ(
+      Ask("state"),
+      "2 done=0 driven=0x0000 loaded=none\ninstrument estimate=0.000000000\n");  // it is asked meanwhile
   EXPECT_EQ(Ask("go"), "done");
   EXPECT_EQ(run_.Wait().status, 0);
 }

@@ -163,7 +163,7 @@ TEST(FlashFileTest, LimitOnTheSizeOfFilesKeepsTheOldContents) {
   EXPECT_EQ(outcome.status, 125);
   EXPECT_EQ(outcome.err, "orvane-sim: cannot write flash file 'flash': File too large\n");
   EXPECT_EQ(Kind(run.ReadFile("flash"), "abc"), "old");
-  EXPECT_EQ(run.ReadFile("state"), "1 done=0 qspi_prg=0 loaded=none\n");
+  EXPECT_EQ(run.ModuleStates(), "1 done=0 qspi_prg=0 loaded=none\n");
 }
 
 TEST(FlashFileTest, FlashThatCannotBeSavedKeepsNeitherOthersNorStateFromIt) {
@@ -184,7 +184,7 @@ TEST(FlashFileTest, FlashThatCannotBeSavedKeepsNeitherOthersNorStateFromIt) {
   EXPECT_EQ(run.ReadFile("first"), "another's");
   EXPECT_EQ(Kind(run.ReadFile("second"), "abc"), "new");
   EXPECT_EQ(run.ReadFile("third"), "abcmore\n");
-  EXPECT_EQ(run.ReadFile("state"),
+  EXPECT_EQ(run.ModuleStates(),
             "1 done=0 qspi_prg=0 loaded=none\n2 done=0 qspi_prg=0 loaded=none\n3 done=0 qspi_prg=0 "
             "loaded=none\n");
 }
@@ -400,7 +400,7 @@ TEST(FlashFileTest, LogAndStateCanBePipes) {
             "exit 5\n");
   EXPECT_EQ(std::string(text.data(),
                         static_cast<std::size_t>(::read(state.Get(), text.data(), text.size()))),
-            "1 done=0 qspi_prg=0 loaded=none\n");
+            "1 done=0 qspi_prg=0 loaded=none\ninstrument estimate=0.000000000\n");
 }
 
 TEST(FlashFileTest, LogAndStateOnStandardErrorKeepWhatWasPrinted) {
@@ -411,8 +411,9 @@ TEST(FlashFileTest, LogAndStateOnStandardErrorKeepWhatWasPrinted) {
     const SimulatorOutcome outcome = run.Shell("echo first >&2");
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err,
-              option == "--log" ? "first\nstderr \"first\\n\"\nexit 0\n"
-                                : "first\n1 done=0 qspi_prg=0 loaded=none\n");
+              option == "--log"
+                  ? "first\nstderr \"first\\n\"\nexit 0\n"
+                  : "first\n1 done=0 qspi_prg=0 loaded=none\ninstrument estimate=0.000000000\n");
   }
 }
 
@@ -421,7 +422,7 @@ TEST(FlashFileTest, StateReplacesTheOldOneAtTheEnd) {
   run.WriteFile("state", "old\n");
   run.Option("--state state --module wend@1");
   EXPECT_EQ(run.Shell("cat state").out, "old\n");
-  EXPECT_EQ(run.ReadFile("state"), "1 done=0 qspi_prg=0 loaded=none\n");
+  EXPECT_EQ(run.ModuleStates(), "1 done=0 qspi_prg=0 loaded=none\n");
 }
 
 }  // namespace

@@ -71,7 +71,7 @@ class LoadedTest : public testing::Test {
   }
   /// The last word of the module's state.
   std::string LoadedWord() const {
-    const std::string state = run_.ReadFile("state");
+    const std::string state = run_.ModuleStates();
     return state.substr(state.rfind(' ') + 1);
   }
   /// Compared by value: a difference of 16 MiB is not to be printed.
@@ -150,10 +150,10 @@ TEST_F(LoadedTest, UpdateOfADaxEndsWithTheOldImageLoadedUntilTheNextPowerOn) {
   Supply({"dax", "2"});
   PlugIn();
   EXPECT_EQ(Update(), 0);
-  EXPECT_EQ(run_.ReadFile("state"), "2 done=1 driven=0x0000 loaded=other\n");
+  EXPECT_EQ(run_.ModuleStates(), "2 done=1 driven=0x0000 loaded=other\n");
   ExpectOldLoadedAndNewInTheFlash();
   EXPECT_EQ(run_.Shell("$PROBE").status, 0);
-  EXPECT_EQ(run_.ReadFile("state"), "2 done=1 driven=0x0000 loaded=current\n");
+  EXPECT_EQ(run_.ModuleStates(), "2 done=1 driven=0x0000 loaded=current\n");
   EXPECT_TRUE(LoadedFileIs(Flash(type_, 2024)));
 }
 
@@ -195,7 +195,7 @@ TEST_P(LostResetTest, UpdateSucceedsWithTheOldImageLoaded) {
     run_.Option(std::string("--fault '") + fault + "'");
   }
   EXPECT_EQ(Update(), 0);
-  EXPECT_EQ(run_.ReadFile("state").find("done=1"), 2U);
+  EXPECT_EQ(run_.ModuleStates().find("done=1"), 2U);
   ExpectOldLoadedAndNewInTheFlash();
 }
 
@@ -203,7 +203,7 @@ TEST_F(LoadedTest, UpdateThatWaitsInVainForALowDoneLineHasLoadedTheNewImage) {
   Supply({"wend", "1"});
   PlugIn(",done=low");
   EXPECT_EQ(Update(), 7);
-  EXPECT_EQ(run_.ReadFile("state"), "1 done=0 qspi_prg=0 loaded=current\n");
+  EXPECT_EQ(run_.ModuleStates(), "1 done=0 qspi_prg=0 loaded=current\n");
   EXPECT_TRUE(LoadedFileIs(Flash(type_, 2024)));
 }
 
@@ -213,7 +213,7 @@ TEST_F(LoadedTest, EachModuleHasAFileOfItsOwn) {
   run_.Option("--state state --module wend@1,flash=wend.bin,loaded=first");
   run_.Option("--module dax@2,loaded=second --module dax@3,flash=dax.bin,loaded=third");
   EXPECT_EQ(run_.Shell("$PROBE").status, 0);
-  EXPECT_EQ(run_.ReadFile("state"),
+  EXPECT_EQ(run_.ModuleStates(),
             "1 done=1 qspi_prg=0 loaded=current\n"
             "2 done=0 driven=0x0000 loaded=none\n"
             "3 done=1 driven=0x0000 loaded=current\n");

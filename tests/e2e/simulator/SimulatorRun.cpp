@@ -101,6 +101,11 @@ SimulatorOutcome SimulatorRun::Wait() {
 
 std::string SimulatorRun::ReadFile(std::string_view name) const { return Slurp(File(name)); }
 
+std::string SimulatorRun::ModuleStates() const {
+  const std::string state = ReadFile("state");
+  return state.substr(0, state.find("instrument "));
+}
+
 void SimulatorRun::WriteFile(std::string_view name, std::string_view contents) const {
   std::ofstream file(File(name), std::ios::binary);
   file << contents;

@@ -65,6 +65,8 @@ class SimulatorRun {
   std::filesystem::path Temporary() const { return directory_ / "tmp"; }
   std::filesystem::path File(std::string_view name) const { return directory_ / "cwd" / name; }
   std::string ReadFile(std::string_view name) const;
+  /// The lines about modules in the file "state", without the last one, about the instrument.
+  std::string ModuleStates() const;
   void WriteFile(std::string_view name, std::string_view contents) const;
 
  private:

@@ -23,7 +23,6 @@ using Bytes = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
 
 constexpr const char* kSpi = "/dev/spidev1.0";
-constexpr const char* kI2c = "/dev/i2c-2";
 constexpr const char* kQspiPrg = "/sys/platform_m1/qspi_prg/value";
 constexpr const char* kReset = "/sys/platform_m1/zynq_hw_reset_n/value";
 
@@ -358,19 +357,27 @@ TEST_F(InstrumentTimeTest, StartTellsOfTheModulesAndTheirNodes) {
   Build(Timing::kTypical);
   std::vector<std::unique_ptr<Module>> modules;
   modules.push_back(MakeModule({.type = ModuleType::kPyx1, .slot = 4}, {}, selector_.Selector()));
-  Instrument(std::move(modules),
-             selector_,
-             {},
-             4096,
-             log_,
-             {.timing = Timing::kTypical, .observer = &notes_});
+  const Instrument other(std::move(modules),
+                         selector_,
+                         {},
+                         4096,
+                         log_,
+                         {.timing = Timing::kTypical, .observer = &notes_});
   EXPECT_EQ(TakeNotes(),
             (Lines{"start pyx1@4 /dev/spidev4.0 /dev/i2c-4 /dev/i2c-0 /dev/i2c-10 /dev/i2c-11 "
                    "/dev/i2c-12"}));
 }
 
+TEST_F(InstrumentTimeTest, TimeIsDescribedInSecondsWithNineDigits) {
+  Build(Timing::kLongest);
+  EXPECT_EQ(instrument_->DescribeTime(), "instrument time=0.000000000\n");
+  EXPECT_EQ(instrument_->Sleep(61s + 20ns).error, 0);
+  EXPECT_EQ(instrument_->DescribeTime(), "instrument time=61.000000020\n");
+}
+
 TEST_F(InstrumentTimeTest, WithPollsTheTimeIsAnEstimate) {
   Build(Timing::kPolls);
+  EXPECT_EQ(instrument_->DescribeTime(), "instrument estimate=0.000000000\n");
   EXPECT_EQ(instrument_->Sleep(1s).error, 0);
   EXPECT_EQ(instrument_->Now(), 1s);
   EXPECT_EQ(I2c(0x21, {0x06}, 2).error, 0);
