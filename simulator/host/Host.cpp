@@ -26,6 +26,7 @@
 #include "simulator/guard/ProcessTree.h"
 #include "simulator/host/Console.h"
 #include "simulator/host/PlatformServices.h"
+#include "simulator/host/ProgramClock.h"
 #include "simulator/host/RunControl.h"
 #include "simulator/host/RunFiles.h"
 #include "simulator/host/RunHooks.h"
@@ -45,6 +46,8 @@ constexpr useconds_t kRemovePollMicroseconds = 1000;
 constexpr const char* kShimName = "liborvane-shim.so";
 
 std::string LinkAddress(const std::string& directory) { return directory + "/link"; }
+
+std::string TimePagePath(const std::string& directory) { return directory + "/time"; }
 
 /// Where the build puts the shim, seen from this executable.
 std::string FindShim() {
@@ -172,6 +175,9 @@ class Host {
                 testbed_,
                 hooks_) {
     FillTestbed();
+    if (options_.timing != Timing::kPolls) {
+      clock_.emplace(TimePagePath(directory_));
+    }
     if (options_.withBus) {
       bus_.emplace(directory_);
       services_.emplace(bus_->Address(),
@@ -231,9 +237,20 @@ class Host {
   /// A program that has written to an attribute goes on printing after it, and a new write asks a
   /// question first.
   void BeforeEvent() {
+    if (clock_) {
+      const ProgramClock::Passed passed = clock_->Take();
+      instrument_.PassTime(Cause::kLook, passed.looks);
+      instrument_.PassTime(Cause::kWait, passed.waits);
+    }
     server_.TakeUnseenWrites();
     if (console_) {
       console_->Drain();
+    }
+  }
+
+  void AfterEvent() {
+    if (clock_) {
+      clock_->Show(instrument_.Now());
     }
   }
 
@@ -288,6 +305,9 @@ class Host {
       settings.push_back(std::string(link::kClockStepVariable) + "=" +
                          std::to_string(std::chrono::nanoseconds(options_.clockStep).count()));
     }
+    if (clock_) {
+      settings.push_back(std::string(link::kTimePageVariable) + "=" + TimePagePath(directory_));
+    }
     return settings;
   }
 
@@ -330,6 +350,7 @@ class Host {
   std::unique_ptr<GMainLoop, UnrefLoop> loop_{g_main_loop_new(nullptr, FALSE)};
   const pid_t guardProcess_;
   const RunHooks hooks_{.beforeEvent = [this] { BeforeEvent(); },
+                        .afterEvent = [this] { AfterEvent(); },
                         .fail = [this](const std::string& why) { Fail(why); },
                         .killAll = [this] { KillCommand(); },
                         .killSession = [this](pid_t process) { KillSession(process); }};
@@ -340,6 +361,7 @@ class Host {
   EventLog log_;
   ModuleSelectorFiles selector_;
   Instrument instrument_;
+  std::optional<ProgramClock> clock_;  // none: that of the machine
   Testbed testbed_;
   ShimServer server_;
   std::optional<PrivateBus> bus_;

@@ -162,6 +162,7 @@ LinkReply QuestionHandler::Handle(const Question& question, Payload payload, Pen
   if (question.op == Op::kWrite || question.op == Op::kSleep) {
     UpdateControlFiles();
   }
+  hooks_.afterEvent();
   return reply;
 }
 

@@ -42,7 +42,7 @@ class QuestionHandler {
   QuestionHandler(
       bool fast, bool fileEvents, Instrument& instrument, Testbed& testbed, const RunHooks& hooks);
 
-  /// Calls hooks.beforeEvent, which has to call TakeUnseenWrites.
+  /// Calls hooks.beforeEvent, which has to call TakeUnseenWrites, and hooks.afterEvent.
   /// @param pending  of the process that asks, one at a time
   LinkReply Handle(const link::Question& question,
                    std::span<const std::uint8_t> payload,

@@ -13,6 +13,9 @@ struct RunHooks {
   /// To be called before each event. Lets the writes that came without a call become events, then
   /// logs what the command has printed so far.
   std::function<void()> beforeEvent;
+  /// To be called after each event, before the program is answered. Lets the program's clock show what
+  /// time it is.
+  std::function<void()> afterEvent;
   /// Ends the run: every process of the command is killed, `why` is shown in a line on standard
   /// error, and the exit status is 125. Only the first call counts.
   std::function<void(const std::string& why)> fail;

@@ -26,11 +26,12 @@ struct Variable {
   char text[kMaxTextBytes];  // NAME=VALUE; empty: it was not there
 };
 
-enum { kPreload, kLink, kClockStep, kTree, kBus, kVariables };
+enum { kPreload, kLink, kClockStep, kTimePage, kTree, kBus, kVariables };
 
 Variable variables[kVariables] = {{"LD_PRELOAD", false, {}},
                                   {link::kAddressVariable, false, {}},
                                   {link::kClockStepVariable, false, {}},
+                                  {link::kTimePageVariable, false, {}},
                                   {"UMOCKDEV_DIR", false, {}},
                                   {"DBUS_SYSTEM_BUS_ADDRESS", true, {}}};
 bool isRemembered = false;
@@ -186,6 +187,8 @@ void RememberEnvironment() {
 const char* LinkAddress() { return ValueOf(variables[kLink]); }
 
 const char* ClockStepText() { return ValueOf(variables[kClockStep]); }
+
+const char* TimePagePath() { return ValueOf(variables[kTimePage]); }
 
 bool LibrariesCanBeLoaded() {
   const char* ours = ValueOf(variables[kPreload]);

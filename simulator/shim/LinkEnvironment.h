@@ -16,6 +16,8 @@ void RememberEnvironment();
 const char* LinkAddress();
 /// The text of the variable for the clock's step; null when there is none.
 const char* ClockStepText();
+/// The path of the program's clock; null when it is that of the machine.
+const char* TimePagePath();
 
 /// Whether programs that this process starts can load the instrument's libraries. They cannot after a
 /// change of the user or the root directory.

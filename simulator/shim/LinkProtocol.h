@@ -13,6 +13,8 @@ inline constexpr const char* kAddressVariable =
     "ORVANE_LINK";  // holds the path of the host's socket
 inline constexpr const char* kClockStepVariable =
     "ORVANE_CLOCK_STEP";  // holds nanoseconds; not there: the clock is the machine's
+inline constexpr const char* kTimePageVariable =
+    "ORVANE_TIME";  // holds the path of a TimePage; not there: the clock is the machine's
 inline constexpr std::size_t kPacketBytes = 64U << 10;
 /// An SPI message with more bytes than this to send is sent without them.
 inline constexpr std::uint64_t kMaxPayloadBytes = 64U << 20;

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "simulator/shim/LinkEnvironment.h"
+#include "simulator/shim/ProgramTime.h"
 
 namespace orvane::shim {
 
@@ -34,15 +35,6 @@ Connection own = {-1, -1};  // of the process whose memory this is; the descript
 __thread Connection borrowed __attribute__((tls_model("initial-exec"))) = {-1, -1};
 __thread pid_t asking __attribute__((tls_model("initial-exec"))) = 0;  // the process in Ask()
 pthread_mutex_t askLock = PTHREAD_MUTEX_INITIALIZER;
-
-[[noreturn]] void Die(const char* why) {
-  constexpr char kName[] = "orvane-shim: ";
-  iovec line[] = {{const_cast<char*>(kName), sizeof kName - 1},
-                  {const_cast<char*>(why), std::strlen(why)},
-                  {const_cast<char*>("\n"), 1}};
-  static_cast<void>(::syscall(SYS_writev, STDERR_FILENO, line, 3));
-  ::_exit(kHostGone);
-}
 
 [[noreturn]] void DieWithoutHost() { Die("the virtual instrument is gone"); }
 
@@ -251,6 +243,7 @@ bool Prepare() {
 __attribute__((constructor)) void Start() {
   const int savedErrno = errno;
   if (IsLinked()) {
+    static_cast<void>(ProgramTime());  // now there is a descriptor for it
     ::pthread_atfork(nullptr, nullptr, ForgetInChild);
     EnsureConnection(own.owner);  // the host knows of every process, whether it has events or not
   }
@@ -258,6 +251,15 @@ __attribute__((constructor)) void Start() {
 }
 
 }  // namespace
+
+void Die(const char* why) {
+  constexpr char kName[] = "orvane-shim: ";
+  iovec line[] = {{const_cast<char*>(kName), sizeof kName - 1},
+                  {const_cast<char*>(why), std::strlen(why)},
+                  {const_cast<char*>("\n"), 1}};
+  static_cast<void>(::syscall(SYS_writev, STDERR_FILENO, line, 3));
+  ::_exit(kHostGone);
+}
 
 bool IsOnInstrument() {
   static int found = -1;  // not looked up yet

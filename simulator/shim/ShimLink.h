@@ -12,6 +12,9 @@ namespace orvane::shim {
 ///
 /// No function here changes errno, calls a function that may be interposed, or allocates memory.
 
+/// Ends this process, with status 125 and a line on standard error.
+[[noreturn]] void Die(const char* why);
+
 /// Whether this process has a host.
 bool IsOnInstrument();
 

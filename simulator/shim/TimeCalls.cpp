@@ -11,6 +11,7 @@
 #include "simulator/shim/Interpose.h"
 #include "simulator/shim/LinkEnvironment.h"
 #include "simulator/shim/LinkProtocol.h"
+#include "simulator/shim/ProgramTime.h"
 #include "simulator/shim/ShimLink.h"
 
 namespace {
@@ -21,15 +22,12 @@ using link::Answer;
 using link::Op;
 using shim::AskBare;
 using shim::Fail;
+using shim::kNanosecondsPerSecond;
+using shim::Nanoseconds;
 
-constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 constexpr std::int64_t kNanosecondsPerMicrosecond = 1'000;
 
 // --- Sleeping -----------------------------------------------------------------------------------
-
-std::int64_t Nanoseconds(const timespec& time) {
-  return time.tv_sec * kNanosecondsPerSecond + time.tv_nsec;
-}
 
 /// Reports a sleep of this length, unless it is 0 or less.
 /// @param error  set to 0, or to the errno of the call when the real call is not to be made
@@ -65,12 +63,26 @@ timespec TimeSpec(std::int64_t nanoseconds) {
           .tv_nsec = static_cast<long>(nanoseconds % kNanosecondsPerSecond)};
 }
 
+bool IsInstrumentTime(clockid_t clock) {
+  return clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_COARSE ||
+         clock == CLOCK_MONOTONIC_RAW;
+}
+
+/// @param now  by the machine's clock
+/// @return how many nanoseconds the program's clock is ahead of it
+std::int64_t LeadOf(clockid_t clock, const timespec& now) {
+  const TimePage* const time = IsInstrumentTime(clock) ? shim::ProgramTime() : nullptr;
+  if (time != nullptr) {
+    return time->Now() - Nanoseconds(now);
+  }
+  return clock == CLOCK_MONOTONIC ? clockLead.load() : 0;
+}
+
 /// Converts a time of the program's clock to the machine's clock, which the real sleep uses.
 /// @param now  by the machine's clock
 /// @return nanoseconds from `now` until then
 std::int64_t ToMachineTime(clockid_t clock, const timespec& now, timespec& time) {
-  const std::int64_t lead = clock == CLOCK_MONOTONIC ? clockLead.load() : 0;
-  const std::int64_t nanoseconds = Nanoseconds(time) - lead;
+  const std::int64_t nanoseconds = Nanoseconds(time) - LeadOf(clock, now);
   time = TimeSpec(nanoseconds < 0 ? 0 : nanoseconds);
   return nanoseconds - Nanoseconds(now);
 }
@@ -115,6 +127,11 @@ int nanosleep(const timespec* wanted, timespec* left) {
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  if (TimePage* const page = IsInstrumentTime(clock) ? shim::ProgramTime() : nullptr;
+      page != nullptr) {
+    *time = TimeSpec(shim::MovesTime(__builtin_return_address(0)) ? page->Look() : page->Now());
+    return 0;
+  }
   const int result = NEXT(clock_gettime)(clock, time);
   if (result == 0 && clock == CLOCK_MONOTONIC && ClockStep() > 0) {
     *time = TimeSpec(Nanoseconds(*time) + (clockLead += ClockStep()));
