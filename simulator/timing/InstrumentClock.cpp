@@ -19,6 +19,7 @@ InstrumentClock::Step InstrumentClock::NextStep(Cause cause, std::chrono::nanose
 }
 
 void InstrumentClock::Advance(Cause cause, std::chrono::nanoseconds by) {
+  by = std::min(by, kNever - now_);
   while (by.count() > 0) {
     const Step step = NextStep(cause, by);
     for (ClockedPart* const part : parts_) {

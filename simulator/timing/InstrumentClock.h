@@ -20,7 +20,7 @@ class InstrumentClock {
   std::chrono::nanoseconds Now() const { return now_; }
   const TimeTotals& Totals() const { return totals_; }
 
-  /// Advances in steps that end where a part changes, so that each change is at its own time.
+  /// Advances, up to kNever, in steps that end where a part changes, so that each change is at its own time.
   /// @param cause  where no chip is the cause
   void Advance(Cause cause, std::chrono::nanoseconds by);
 

@@ -101,6 +101,13 @@ TEST_F(InstrumentClockTest, CausesAddUpToTheTime) {
   EXPECT_EQ(clock_.Now(), nanoseconds(247));
 }
 
+TEST_F(InstrumentClockTest, EndOfItsRangeIsTheEnd) {
+  clock_.Advance(Cause::kSleep, kNever - nanoseconds(5));
+  clock_.Advance(Cause::kLook, nanoseconds(200));
+  EXPECT_EQ(clock_.Now(), kNever);
+  EXPECT_EQ(clock_.Totals().Of(Cause::kLook), nanoseconds(5));
+}
+
 TEST_F(InstrumentClockTest, EachStepIsTold) {
   first_.busy = nanoseconds(30);
   std::vector<nanoseconds> told;
