@@ -27,6 +27,7 @@
 #include "simulator/host/Console.h"
 #include "simulator/host/PlatformServices.h"
 #include "simulator/host/ProgramClock.h"
+#include "simulator/host/RealPace.h"
 #include "simulator/host/RunControl.h"
 #include "simulator/host/RunFiles.h"
 #include "simulator/host/RunHooks.h"
@@ -201,9 +202,15 @@ class Host {
       g_unix_fd_add(console_->Descriptor(), G_IO_IN, OnConsole, this);
     }
     g_unix_fd_add(guard_.Descriptor(), G_IO_IN, OnGuard, this);
+    if (options_.timing != Timing::kPolls && !options_.fast) {
+      pace_.emplace();
+    }
     guard_.Send(MakeReadyMessage(Settings()));
     g_main_loop_run(loop_.get());
     BeforeEvent();
+    if (pace_ && endSignal_ == 0 && !hasFailed_) {
+      pace_->WaitFor(instrument_.Now(), std::chrono::nanoseconds(0));
+    }
     LogEnd();
     SaveFiles();
     // A signal from outside can end it before it has begun.
@@ -248,9 +255,12 @@ class Host {
     }
   }
 
-  void AfterEvent() {
+  void AfterEvent(bool programSleeps) {
     if (clock_) {
       clock_->Show(instrument_.Now());
+    }
+    if (pace_ && !programSleeps) {
+      pace_->WaitFor(instrument_.Now(), RealPace::kLead);
     }
   }
 
@@ -350,7 +360,7 @@ class Host {
   std::unique_ptr<GMainLoop, UnrefLoop> loop_{g_main_loop_new(nullptr, FALSE)};
   const pid_t guardProcess_;
   const RunHooks hooks_{.beforeEvent = [this] { BeforeEvent(); },
-                        .afterEvent = [this] { AfterEvent(); },
+                        .afterEvent = [this](bool programSleeps) { AfterEvent(programSleeps); },
                         .fail = [this](const std::string& why) { Fail(why); },
                         .killAll = [this] { KillCommand(); },
                         .killSession = [this](pid_t process) { KillSession(process); }};
@@ -362,6 +372,7 @@ class Host {
   ModuleSelectorFiles selector_;
   Instrument instrument_;
   std::optional<ProgramClock> clock_;  // none: that of the machine
+  std::optional<RealPace> pace_;       // none: a run may be as fast as it is
   Testbed testbed_;
   ShimServer server_;
   std::optional<PrivateBus> bus_;

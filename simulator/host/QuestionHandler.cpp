@@ -162,7 +162,7 @@ LinkReply QuestionHandler::Handle(const Question& question, Payload payload, Pen
   if (question.op == Op::kWrite || question.op == Op::kSleep) {
     UpdateControlFiles();
   }
-  hooks_.afterEvent();
+  hooks_.afterEvent(question.op == Op::kSleep && reply.answer.action == Action::kProceed);
   return reply;
 }
 

@@ -14,8 +14,9 @@ struct RunHooks {
   /// logs what the command has printed so far.
   std::function<void()> beforeEvent;
   /// To be called after each event, before the program is answered. Lets the program's clock show what
-  /// time it is.
-  std::function<void()> afterEvent;
+  /// time it is, and waits for real time when it is far behind.
+  /// @param programSleeps  the program itself will wait, as long as the event takes
+  std::function<void(bool programSleeps)> afterEvent;
   /// Ends the run: every process of the command is killed, `why` is shown in a line on standard
   /// error, and the exit status is 125. Only the first call counts.
   std::function<void(const std::string& why)> fail;

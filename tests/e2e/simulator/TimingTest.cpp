@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -142,6 +143,17 @@ TEST_F(TimingTest, ChipThatNeverGetsReadyFailsAfterFiveSeconds) {
   EXPECT_THAT(outcome.out, testing::EndsWith("Could not erase the device.\n"));
   EXPECT_GE(Seconds(), 5.0);
   EXPECT_LT(Seconds(), 5.1);
+}
+
+TEST_F(TimingTest, RunTakesAtLeastAsLongAsOnTheInstrument) {
+  run_.WithoutFast();
+  run_.Option("--timing typical --message-cost 20000 --module wend@1");
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(
+      run_.Probe({"open /dev/spidev1.0 rw", "usleep 500000", "repeat 100", "spi 0 06 0"}).status,
+      0);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::microseconds(2'500'042));
+  EXPECT_EQ(Time(), "time=2.500042200");
 }
 
 TEST_F(TimingTest, ClockStepIsRefused) {
