@@ -18,8 +18,11 @@ constexpr std::size_t kLargestWrite = std::size_t{4} << 20;
 
 }  // namespace
 
-Console::Console(ConsoleSockets& sockets, EventLog& log)
-    : sockets_(sockets), log_(log), buffer_(std::make_unique_for_overwrite<char[]>(kLargestWrite)) {
+Console::Console(ConsoleSockets& sockets, EventLog& log, Instrument& instrument)
+    : sockets_(sockets),
+      log_(log),
+      instrument_(instrument),
+      buffer_(std::make_unique_for_overwrite<char[]>(kLargestWrite)) {
   sockets.CloseWriters();
 }
 
@@ -41,6 +44,7 @@ void Console::Drain() {
     if (!descriptor) {
       continue;
     }
+    instrument_.NoteConsole(*descriptor, bytes);
     const auto index = static_cast<std::size_t>(*descriptor - 1);
     if (*descriptor == STDOUT_FILENO) {
       log_.StandardOutput(bytes);

@@ -5,6 +5,7 @@
 
 #include "simulator/host/ConsoleSockets.h"
 #include "simulator/instrument/EventLog.h"
+#include "simulator/instrument/Instrument.h"
 
 namespace orvane {
 
@@ -12,9 +13,10 @@ namespace orvane {
 /// logged and passed on to our own standard output and error.
 class Console {
  public:
-  /// @param sockets  borrowed; this process closes its writers
-  /// @param log      borrowed
-  Console(ConsoleSockets& sockets, EventLog& log);
+  /// @param sockets     borrowed; this process closes its writers
+  /// @param log         borrowed
+  /// @param instrument  borrowed; told what is printed
+  Console(ConsoleSockets& sockets, EventLog& log, Instrument& instrument);
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
 
@@ -28,6 +30,7 @@ class Console {
   const ConsoleSockets& sockets_;
   std::array<bool, 2> broken_{};  // our own cannot be written any more
   EventLog& log_;
+  Instrument& instrument_;
   std::unique_ptr<char[]> buffer_;
 };
 

@@ -190,7 +190,7 @@ class Host {
       control_.emplace(*options_.control, instrument_, server_, hooks_);
     }
     if (console != nullptr) {
-      console_.emplace(*console, log_);
+      console_.emplace(*console, log_, instrument_);
     }
   }
   Host(const Host&) = delete;
@@ -212,6 +212,7 @@ class Host {
       pace_->WaitFor(instrument_.Now(), std::chrono::nanoseconds(0));
     }
     LogEnd();
+    instrument_.NoteEnd();
     SaveFiles();
     // A signal from outside can end it before it has begun.
     if (!server_.HasHadConnections() && endSignal_ == 0) {

@@ -177,6 +177,18 @@ std::chrono::nanoseconds Instrument::Now() const {
   return time;
 }
 
+void Instrument::NoteConsole(int descriptor, std::string_view bytes) {
+  if (timing_.observer != nullptr) {
+    timing_.observer->OnConsole(descriptor, bytes, clock_.Now());
+  }
+}
+
+void Instrument::NoteEnd() {
+  if (timing_.observer != nullptr) {
+    timing_.observer->OnEnd(clock_.Now());
+  }
+}
+
 void Instrument::PassTime(Cause cause, std::chrono::nanoseconds by) {
   const std::chrono::nanoseconds begin = clock_.Now();
   clock_.Advance(cause, by);

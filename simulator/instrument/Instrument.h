@@ -75,6 +75,14 @@ class Instrument {
   /// "instrument time=1.000000200": Now() in seconds; with Timing::kPolls "instrument estimate=". A line.
   std::string DescribeTime() const;
 
+  // --- For whoever watches
+
+  /// The command has printed something.
+  /// @param descriptor  1 or 2
+  void NoteConsole(int descriptor, std::string_view bytes);
+  /// The run has ended.
+  void NoteEnd();
+
   // --- Time. With Timing::kPolls chips know of sleeps only, and the rest is an estimate.
 
   /// Since the start; with Timing::kPolls what the events so far would have taken: sleeps, bits on the

@@ -91,6 +91,11 @@ class Notes : public RunObserver {
   void OnDBus(std::string_view call, std::chrono::nanoseconds at, Outcome outcome) override {
     lines.push_back("dbus " + std::string(call) + " " + Text(at) + Word(outcome));
   }
+  void OnConsole(int descriptor, std::string_view bytes, std::chrono::nanoseconds at) override {
+    lines.push_back("console " + std::to_string(descriptor) + " " + std::string(bytes) + " " +
+                    Text(at));
+  }
+  void OnEnd(std::chrono::nanoseconds at) override { lines.push_back("end " + Text(at)); }
   void OnSleep(Period period) override { lines.push_back("sleep " + Text(period)); }
   void OnUnseen(Period period) override { lines.push_back("unseen " + Text(period)); }
   void OnOther(std::string_view text, std::chrono::nanoseconds at) override {
@@ -351,6 +356,21 @@ TEST_F(InstrumentTimeTest, EverythingElseTakesNoTime) {
                    "other open b O_RDWR 0",
                    "other ioctl /dev/spidev1.0 SPI_IOC_RD_MODE 0",
                    "write 0 0 lost"}));
+}
+
+TEST_F(InstrumentTimeTest, ConsoleAndEndAreToldWithTheirTime) {
+  Build(Timing::kTypical);
+  EXPECT_EQ(instrument_->Sleep(7ns).error, 0);
+  instrument_->NoteConsole(2, "text");
+  instrument_->NoteEnd();
+  EXPECT_EQ(TakeNotes(), (Lines{"sleep 0-7", "console 2 text 7", "end 7"}));
+}
+
+TEST_F(InstrumentTimeTest, WithoutAnObserverNobodyIsTold) {
+  Build(Timing::kPolls);
+  instrument_->NoteConsole(2, "text");
+  instrument_->NoteEnd();
+  EXPECT_EQ(TakeNotes(), Lines{});
 }
 
 TEST_F(InstrumentTimeTest, StartTellsOfTheModulesAndTheirNodes) {
