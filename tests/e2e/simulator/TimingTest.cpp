@@ -48,31 +48,31 @@ class TimingTest : public testing::Test {
 
 TEST_F(TimingTest, MessageTakesItsCostAndItsBits) {
   run_.Option("--timing typical --module wend@1");
-  EXPECT_EQ(run_.Probe({"open /dev/spidev1.0 rw", "spi 0 9f 3"}).status, 0);
+  EXPECT_EQ(Clocks("rdid 3").status, 0);
   EXPECT_EQ(Time(), "time=0.000021686");  // 20 us, 8 bits and 24 bits at 19 MHz
 }
 
 TEST_F(TimingTest, MessageCostIsThatOfTheOption) {
   run_.Option("--timing typical --message-cost 150 --module wend@1");
-  EXPECT_EQ(run_.Probe({"open /dev/spidev1.0 rw", "spi 0 9f 3", "spi 0 06 0"}).status, 0);
-  EXPECT_EQ(Time(), "time=0.000302108");
+  EXPECT_EQ(Clocks("rdid 3 rdid 1").status, 0);
+  EXPECT_EQ(Time(), "time=0.000302530");  // 150 us and 32 bits, 150 us and 16 bits
 }
 
 TEST_F(TimingTest, I2cTransferTakes10MicrosecondsForEachBit) {
   run_.Option("--timing typical --module pyx1@4");
-  EXPECT_EQ(run_.Probe({"open /dev/i2c-4 rw", "i2c 0 0x20 06 2"}).status, 0);
+  EXPECT_EQ(Clocks("i2c 2").status, 0);
   EXPECT_EQ(Time(), "time=0.000480000");
 }
 
 TEST_F(TimingTest, SleepTakesItsLength) {
   run_.Option("--timing longest --module wend@1");
-  EXPECT_EQ(run_.Probe({"sleep 100", "nanosleep 1"}).status, 0);
+  EXPECT_EQ(Clocks("sleep 100 nanosleep 1").status, 0);
   EXPECT_EQ(Time(), "time=100.000000001");
 }
 
 TEST_F(TimingTest, WithPollsTheTimeIsAnEstimate) {
   run_.Option("--module wend@1");
-  EXPECT_EQ(run_.Probe({"open /dev/spidev1.0 rw", "spi 0 9f 3", "sleep 100"}).status, 0);
+  EXPECT_EQ(Clocks("rdid 3 sleep 100").status, 0);
   EXPECT_EQ(Time(), "estimate=100.000001686");
 }
 
@@ -91,7 +91,7 @@ TEST_F(TimingTest, ProgramsClockFollowsInstrumentTime) {
 TEST_F(TimingTest, AllProcessesHaveOneClock) {
   run_.Option("--timing typical --module wend@1");
   const SimulatorOutcome outcome = run_.Shell(
-      TIME_PROBE " look raw; \"$PROBE\" sleep 5 >/dev/null; exec " TIME_PROBE " look monotonic");
+      TIME_PROBE " look raw; " TIME_PROBE " sleep 5; exec " TIME_PROBE " look monotonic");
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(Time(), "time=5.000000400");
 }
@@ -119,6 +119,9 @@ TEST_F(TimingTest, CallOfAServiceThatNeverAnswersTimesOut) {
 }
 
 TEST_F(TimingTest, TwoRunsTakeTheSameTimeToTheNanosecond) {
+  if (HAS_SANITIZERS) {
+    GTEST_SKIP() << "the sanitizers stand between a D-Bus library and its clock";
+  }
   run_.Option("--timing typical --module wend@1,flash=flash.bin");
   EXPECT_EQ(Update().status, 0);
   const std::string first = Time();
@@ -149,11 +152,13 @@ TEST_F(TimingTest, RunTakesAtLeastAsLongAsOnTheInstrument) {
   run_.WithoutFast();
   run_.Option("--timing typical --message-cost 20000 --module wend@1");
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(
-      run_.Probe({"open /dev/spidev1.0 rw", "usleep 500000", "repeat 100", "spi 0 06 0"}).status,
-      0);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::microseconds(2'500'042));
-  EXPECT_EQ(Time(), "time=2.500042200");
+  std::string words = "nanosleep 500000000";
+  for (int i = 0; i < 50; ++i) {
+    words += " rdid 3";
+  }
+  EXPECT_EQ(Clocks(words).status, 0);
+  EXPECT_EQ(Time(), "time=1.500084300");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::nanoseconds(1'500'084'300));
 }
 
 TEST_F(TimingTest, ClockStepIsRefused) {
