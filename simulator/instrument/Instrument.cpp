@@ -546,10 +546,11 @@ int Instrument::ExchangeI2c(const Node& node,
     }
     if (watch_) {
       watch_->Look(clock_.Now());
-      observed.push_back({.address = message.address,
-                          .reads = message.reads,
-                          .acknowledged = problem == 0,
-                          .bytes = {bytes.begin(), bytes.end()}});
+      ObservedI2cMessage& seen = observed.emplace_back();
+      seen.address = message.address;
+      seen.reads = message.reads;
+      seen.acknowledged = problem == 0;
+      seen.bytes.assign(bytes.begin(), bytes.end());
     }
     if (problem != 0) {
       break;

@@ -89,7 +89,7 @@ TEST_F(WendModuleTest, NextChangeIsTheEndOfBooting) {
   EXPECT_EQ(wend_.NextChange(), kNever);
   EXPECT_EQ(wend_.WriteAttribute(kHwReset, "0"), 0);
   EXPECT_EQ(wend_.WriteAttribute(kHwReset, "1"), 0);
-  EXPECT_EQ(wend_.NextChange(), 20ms);
+  EXPECT_EQ(wend_.NextChange(), std::chrono::milliseconds(20));
 }
 
 }  // namespace

@@ -257,8 +257,8 @@ TEST(FpgaBootTest, AfterPolicyDoesNotConfigureWhenTheFlashIsLostBeforeItsDone) {
 }
 
 TEST(FpgaBootTest, NothingChangesByItselfBeforeAReset) {
-  EXPECT_EQ(FpgaBoot(kAuto, 5ms, true).NextChange(), orvane::kNever);
-  EXPECT_EQ(FpgaBoot(kAuto, 5ms, false).NextChange(), orvane::kNever);
+  EXPECT_EQ(FpgaBoot(kAuto, std::chrono::milliseconds(5), true).NextChange(), orvane::kNever);
+  EXPECT_EQ(FpgaBoot(kAuto, std::chrono::milliseconds(5), false).NextChange(), orvane::kNever);
 }
 
 TEST(FpgaBootTest, NothingChangesByItselfInReset) {
@@ -271,11 +271,11 @@ TEST(FpgaBootTest, NextChangeIsTheEndOfClearingThenTheEndOfBooting) {
   FpgaBoot boot(kAuto, 5ms, true);
   boot.Update(true, true);
   boot.Update(false, true);
-  EXPECT_EQ(boot.NextChange(), 5ms);
+  EXPECT_EQ(boot.NextChange(), std::chrono::milliseconds(5));
   boot.AdvanceTime(1ms);
-  EXPECT_EQ(boot.NextChange(), 4ms);
+  EXPECT_EQ(boot.NextChange(), std::chrono::milliseconds(4));
   boot.AdvanceTime(4ms);
-  EXPECT_EQ(boot.NextChange(), 15ms);
+  EXPECT_EQ(boot.NextChange(), std::chrono::milliseconds(15));
   boot.AdvanceTime(15ms);
   EXPECT_EQ(boot.NextChange(), orvane::kNever);
 }
@@ -284,10 +284,10 @@ TEST(FpgaBootTest, DoneThatIsDelayedIsAChangeOfItsOwn) {
   FpgaBoot boot(After(2ms), 5ms, true);
   boot.Update(true, true);
   boot.Update(false, true);
-  EXPECT_EQ(boot.NextChange(), 2ms);
+  EXPECT_EQ(boot.NextChange(), std::chrono::milliseconds(2));
   boot.AdvanceTime(2ms);
   EXPECT_TRUE(boot.Done());
-  EXPECT_EQ(boot.NextChange(), 3ms);
+  EXPECT_EQ(boot.NextChange(), std::chrono::milliseconds(3));
 }
 
 }  // namespace

@@ -1029,7 +1029,7 @@ class TimedFlashTest : public testing::Test {
 TEST_F(TimedFlashTest, ProgramKeepsTheChipBusyFor120MicrosecondsFromTheEndOfTheCommand) {
   Program();
   EXPECT_TRUE(flash_.Busy());
-  EXPECT_EQ(flash_.NextChange(), 120us);
+  EXPECT_EQ(flash_.NextChange(), std::chrono::microseconds(120));
   flash_.AdvanceTime(119'999ns);
   EXPECT_TRUE(flash_.Busy());
   flash_.AdvanceTime(1ns);
@@ -1103,27 +1103,29 @@ TEST_F(TimedFlashTest, EachWorkIsKnownWithItsPlaceAndTakesItsTime) {
   Send({0x20, 0x01, 0x23, 0x45});
   EXPECT_EQ(flash_.Work(), orvane::ChipWork::kSubsectorErase);
   EXPECT_EQ(flash_.WorkAddress(), 0x012000U);
-  EXPECT_EQ(flash_.NextChange(), 50ms);
+  EXPECT_EQ(flash_.NextChange(), std::chrono::milliseconds(50));
   flash_.AdvanceTime(50ms);
   Send({0x06});
   Send({0xD8, 0x01, 0x23, 0x45});
   EXPECT_EQ(flash_.Work(), orvane::ChipWork::kSectorErase);
   EXPECT_EQ(flash_.WorkAddress(), 0x010000U);
-  EXPECT_EQ(flash_.NextChange(), 150ms);
+  EXPECT_EQ(flash_.NextChange(), std::chrono::milliseconds(150));
   flash_.AdvanceTime(150ms);
   Send({0x06});
   Send({0x60});
   EXPECT_EQ(flash_.Work(), orvane::ChipWork::kChipErase);
-  EXPECT_EQ(flash_.NextChange(), 38s);
+  EXPECT_EQ(flash_.NextChange(), std::chrono::seconds(38));
   flash_.AdvanceTime(38s);
-  EXPECT_EQ(flash_.TimeOfWork(), 120us + 50ms + 150ms + 38s);
+  EXPECT_EQ(flash_.TimeOfWork(),
+            std::chrono::microseconds(120) + std::chrono::milliseconds(50) +
+                std::chrono::milliseconds(150) + std::chrono::seconds(38));
 }
 
 TEST_F(TimedFlashTest, NewRegisterValuesAreInForceAtTheEndOfTheirWrite) {
   Send({0x06});
   Send({0x01, 0x24});
   EXPECT_EQ(flash_.Work(), orvane::ChipWork::kRegisterWrite);
-  EXPECT_EQ(flash_.NextChange(), 1'300us);
+  EXPECT_EQ(flash_.NextChange(), std::chrono::microseconds(1'300));
   flash_.AdvanceTime(1'299us);
   EXPECT_EQ(Ask({0x05}, 2), (Bytes{0x24, 0x24}));  // the opcode takes the last microsecond
   EXPECT_FALSE(flash_.Busy());
@@ -1144,13 +1146,13 @@ TEST(TimedMacronixTest, TimesAreThoseOfItsOwnDataSheet) {
   Bytes miso(4);
   flash.Transfer(Bytes{0x06}, std::span(miso).first(1));
   flash.Transfer(Bytes{0xD8, 0x00, 0x00, 0x00}, miso);
-  EXPECT_EQ(flash.NextChange(), 2s);
+  EXPECT_EQ(flash.NextChange(), std::chrono::seconds(2));
 }
 
 TEST_F(NorFlashModelTest, WithPollsTimeOfWorkIsTheTypicalOne) {
   Do({0x02, 0x00, 0x00, 0x00, 0x00});
   Do({0xD8, 0x00, 0x00, 0x00});
-  EXPECT_EQ(flash_->TimeOfWork(), 120us + 150ms);
+  EXPECT_EQ(flash_->TimeOfWork(), std::chrono::microseconds(120) + std::chrono::milliseconds(150));
 }
 
 TEST_F(NorFlashModelTest, WithPollsReadyChipAwaitsNobody) {

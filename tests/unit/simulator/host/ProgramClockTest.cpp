@@ -70,7 +70,7 @@ TEST_F(ProgramClockTest, ShowsInstrumentTimeAndWhatHasPassedSinceItWasTaken) {
 }
 
 TEST_F(ProgramClockTest, FileThatIsThereAlreadyIsRefused) {
-  EXPECT_THROW(ProgramClock("time"), std::system_error);
+  EXPECT_THROW(const ProgramClock second("time"), std::system_error);
 }
 
 }  // namespace

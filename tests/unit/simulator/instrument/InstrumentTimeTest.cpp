@@ -180,9 +180,9 @@ class InstrumentTimeTest : public testing::Test {
 TEST_F(InstrumentTimeTest, MessageTakesItsCostAndThenItsBits) {
   Build(Timing::kTypical);
   EXPECT_EQ(Spi({0x9F}, 3).bytes, (Bytes{0x20, 0xBA, 0x18}));
-  EXPECT_EQ(instrument_->Now(), 52'000ns);  // 20 us, and 32 bits of 1 us
-  EXPECT_EQ(Of(Cause::kMessageCost), 20us);
-  EXPECT_EQ(Of(Cause::kWire), 32us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::nanoseconds(52'000));  // 20 us, and 32 bits of 1 us
+  EXPECT_EQ(Of(Cause::kMessageCost), std::chrono::microseconds(20));
+  EXPECT_EQ(Of(Cause::kWire), std::chrono::microseconds(32));
   EXPECT_EQ(TakeNotes(),
             (Lines{"spi 0-52000 cost 20000",
                    "select 20000-52000 RDID 9f000000 0020ba18 1@1000000 3@1000000"}));
@@ -193,14 +193,14 @@ TEST_F(InstrumentTimeTest, PageProgramAt19MHzTakes109474NanosecondsOnTheWire) {
   Bytes command(260, 0xFF);
   command[0] = 0x02;
   EXPECT_EQ(Spi(command, 0, 19'000'000).error, 0);
-  EXPECT_EQ(instrument_->Now(), 129'474ns);
+  EXPECT_EQ(instrument_->Now(), std::chrono::nanoseconds(129'474));
 }
 
 TEST_F(InstrumentTimeTest, MessageWithoutARateHasTheRateOfItsNode) {
   Build(Timing::kTypical);
   EXPECT_EQ(instrument_->WriteSetting(kSpi, SpiSetting::kMaxSpeedHz, 4'000'000).error, 0);
   EXPECT_EQ(Spi({0x06}, 0, 0).error, 0);
-  EXPECT_EQ(instrument_->Now(), 22us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(22));
 }
 
 TEST_F(InstrumentTimeTest, SeveralChipSelectsInOneMessageHaveOneCost) {
@@ -219,7 +219,7 @@ TEST_F(InstrumentTimeTest, SeveralChipSelectsInOneMessageHaveOneCost) {
 TEST_F(InstrumentTimeTest, LostMessageTakesItsTime) {
   Build(Timing::kTypical, {"spi:lost"});
   EXPECT_EQ(Spi({0x9F}, 3).bytes, (Bytes{0, 0, 0}));
-  EXPECT_EQ(instrument_->Now(), 52us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(52));
   EXPECT_EQ(TakeNotes(),
             (Lines{"spi 0-52000 cost 20000 lost",
                    "select 20000-52000 RDID 9f000000 00000000 1@1000000 3@1000000"}));
@@ -228,9 +228,9 @@ TEST_F(InstrumentTimeTest, LostMessageTakesItsTime) {
 TEST_F(InstrumentTimeTest, FailedMessageTakesItsCostAlone) {
   Build(Timing::kTypical, {"spi#1:EIO"});
   EXPECT_EQ(Spi({0x9F}, 3).error, EIO);
-  EXPECT_EQ(instrument_->Now(), 20us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(20));
   EXPECT_EQ(Spi(Bytes(4097)).error, EMSGSIZE);
-  EXPECT_EQ(instrument_->Now(), 40us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(40));
   EXPECT_EQ(TakeNotes(),
             (Lines{"spi 0-20000 cost 20000 failed", "spi 20000-40000 cost 20000 failed"}));
 }
@@ -238,7 +238,7 @@ TEST_F(InstrumentTimeTest, FailedMessageTakesItsCostAlone) {
 TEST_F(InstrumentTimeTest, MessageThatKillsTakesNoTime) {
   Build(Timing::kTypical, {"spi:kill"});
   EXPECT_EQ(Spi({0x9F}, 3).killed, Killed::kCaller);
-  EXPECT_EQ(instrument_->Now(), 0ns);
+  EXPECT_EQ(instrument_->Now(), std::chrono::nanoseconds(0));
   EXPECT_EQ(TakeNotes(), Lines{});
 }
 
@@ -246,8 +246,8 @@ TEST_F(InstrumentTimeTest, ChipIsBusyFromTheEndOfTheCommandUntilItsTimeIsOver) {
   Build(Timing::kTypical);
   EXPECT_EQ(Spi({0x06}).error, 0);  // until 28 us
   EXPECT_EQ(Spi({0x02, 0x00, 0x01, 0x00, 0x00}).error, 0);
-  EXPECT_EQ(instrument_->Now(), 88us);
-  EXPECT_EQ(instrument_->Sleep(1ms).error, 0);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(88));
+  EXPECT_EQ(instrument_->Sleep(std::chrono::milliseconds(1)).error, 0);
   EXPECT_EQ(Spi({0x05}, 1).bytes, Bytes{0x00});
   EXPECT_EQ(TakeNotes(),
             (Lines{"spi 0-28000 cost 20000",
@@ -260,19 +260,19 @@ TEST_F(InstrumentTimeTest, ChipIsBusyFromTheEndOfTheCommandUntilItsTimeIsOver) {
                    "spi 1088000-1124000 cost 20000",
                    "select 1108000-1124000 RDSR 0500 0000 1@1000000 1@1000000"}));
   // 120 us of work; then nobody asks until the status byte at 1116 us.
-  EXPECT_EQ(Of(Cause::kChipBusy), 120us);
-  EXPECT_EQ(Of(Cause::kLatePoll), 908us);
-  EXPECT_EQ(Of(Cause::kMessageCost), 40us);
-  EXPECT_EQ(Of(Cause::kWire), 56us);
-  EXPECT_EQ(Of(Cause::kSleep), 0us);
+  EXPECT_EQ(Of(Cause::kChipBusy), std::chrono::microseconds(120));
+  EXPECT_EQ(Of(Cause::kLatePoll), std::chrono::microseconds(908));
+  EXPECT_EQ(Of(Cause::kMessageCost), std::chrono::microseconds(40));
+  EXPECT_EQ(Of(Cause::kWire), std::chrono::microseconds(56));
+  EXPECT_EQ(Of(Cause::kSleep), std::chrono::microseconds(0));
   EXPECT_EQ(instrument_->Totals().Sum(), instrument_->Now());
 }
 
 TEST_F(InstrumentTimeTest, StatusByteIsSampledAsItBegins) {
   Build(Timing::kTypical);
   EXPECT_EQ(Spi({0x06}).error, 0);
-  EXPECT_EQ(Spi({0x02, 0x00, 0x01, 0x00, 0x00}).error, 0);  // busy until 208 us
-  EXPECT_EQ(instrument_->Sleep(84us).error, 0);             // until 172 us
+  EXPECT_EQ(Spi({0x02, 0x00, 0x01, 0x00, 0x00}).error, 0);                // busy until 208 us
+  EXPECT_EQ(instrument_->Sleep(std::chrono::microseconds(84)).error, 0);  // until 172 us
   // Its opcode from 192 us on, its bytes at 200 us and 208 us.
   EXPECT_EQ(Spi({0x05}, 2).bytes, (Bytes{0x03, 0x00}));
 }
@@ -281,24 +281,24 @@ TEST_F(InstrumentTimeTest, I2cTransferTakes10MicrosecondsForEachBit) {
   Build(Timing::kTypical);
   // Start, address, register; start, address, two bytes; stop: 1 + 18 + 1 + 27 + 1 bits.
   EXPECT_EQ(I2c(0x21, {0x06}, 2).bytes, (Bytes{0xFF, 0xFF}));
-  EXPECT_EQ(instrument_->Now(), 480us);
-  EXPECT_EQ(Of(Cause::kWire), 480us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(480));
+  EXPECT_EQ(Of(Cause::kWire), std::chrono::microseconds(480));
   EXPECT_EQ(TakeNotes(), (Lines{"i2c 0-480000 w 33 06 r 33 ffff"}));
 }
 
 TEST_F(InstrumentTimeTest, I2cTransferEndsAfterAnAddressThatNobodyAcknowledges) {
   Build(Timing::kTypical);
   EXPECT_EQ(I2c(0x30, {0x06}, 2).error, ENXIO);
-  EXPECT_EQ(instrument_->Now(), 110us);  // start, address, stop
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(110));  // start, address, stop
   EXPECT_EQ(TakeNotes(), (Lines{"i2c 0-110000 w 48 nobody failed"}));
 }
 
 TEST_F(InstrumentTimeTest, LostI2cTransferTakesItsTimeAndAFailedOneNone) {
   Build(Timing::kTypical, {"i2c#1:lost", "i2c#2:EIO"});
   EXPECT_EQ(I2c(0x21, {0x06}, 2).error, 0);
-  EXPECT_EQ(instrument_->Now(), 480us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(480));
   EXPECT_EQ(I2c(0x21, {0x06}, 2).error, EIO);
-  EXPECT_EQ(instrument_->Now(), 480us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(480));
   EXPECT_EQ(TakeNotes(), (Lines{"i2c 0-480000 lost", "i2c 480000-480000 failed"}));
 }
 
@@ -306,9 +306,9 @@ TEST_F(InstrumentTimeTest, DoneRisesAtItsOwnTimeWithinASleep) {
   Build(Timing::kTypical);
   EXPECT_EQ(instrument_->WriteAttribute(kQspiPrg, "0").error, 0);
   EXPECT_EQ(instrument_->WriteAttribute(kReset, "0").error, 0);
-  EXPECT_EQ(instrument_->Sleep(1ms).error, 0);
+  EXPECT_EQ(instrument_->Sleep(std::chrono::milliseconds(1)).error, 0);
   EXPECT_EQ(instrument_->WriteAttribute(kReset, "1").error, 0);
-  EXPECT_EQ(instrument_->Sleep(1s).error, 0);
+  EXPECT_EQ(instrument_->Sleep(std::chrono::seconds(1)).error, 0);
   EXPECT_EQ(TakeNotes(),
             (Lines{"write 0 0",
                    "line 1 QSPI_PRG 0 0",
@@ -320,7 +320,7 @@ TEST_F(InstrumentTimeTest, DoneRisesAtItsOwnTimeWithinASleep) {
                    "line 1 RESET 1 1000000",
                    "line 1 DONE 1 21000000",
                    "sleep 1000000-1001000000"}));
-  EXPECT_EQ(Of(Cause::kSleep), 1'001ms);
+  EXPECT_EQ(Of(Cause::kSleep), std::chrono::milliseconds(1'001));
 }
 
 TEST_F(InstrumentTimeTest, TimeThatPassesWithoutAnEventHasItsCause) {
@@ -328,8 +328,8 @@ TEST_F(InstrumentTimeTest, TimeThatPassesWithoutAnEventHasItsCause) {
   instrument_->PassTime(Cause::kLook, 200ns);
   instrument_->PassTime(Cause::kWait, 5s);
   instrument_->PassTime(Cause::kLook, 0ns);
-  EXPECT_EQ(Of(Cause::kLook), 200ns);
-  EXPECT_EQ(Of(Cause::kWait), 5s);
+  EXPECT_EQ(Of(Cause::kLook), std::chrono::nanoseconds(200));
+  EXPECT_EQ(Of(Cause::kWait), std::chrono::seconds(5));
   EXPECT_EQ(TakeNotes(), (Lines{"unseen 0-200", "unseen 200-5000000200"}));
 }
 
@@ -345,7 +345,7 @@ TEST_F(InstrumentTimeTest, EverythingElseTakesNoTime) {
   instrument_->Arrive(OpenEvent("b", "O_RDWR"));
   EXPECT_EQ(instrument_->ReadSetting(kSpi, SpiSetting::kMode).error, 0);
   EXPECT_EQ(instrument_->WriteAttribute(kReset, "0").error, 0);
-  EXPECT_EQ(instrument_->Now(), 0ns);
+  EXPECT_EQ(instrument_->Now(), std::chrono::nanoseconds(0));
   EXPECT_EQ(TakeNotes(),
             (Lines{"dbus GetModuleLocations 0",
                    "dbus GetI2CBus 1 0",
@@ -360,7 +360,7 @@ TEST_F(InstrumentTimeTest, EverythingElseTakesNoTime) {
 
 TEST_F(InstrumentTimeTest, ConsoleAndEndAreToldWithTheirTime) {
   Build(Timing::kTypical);
-  EXPECT_EQ(instrument_->Sleep(7ns).error, 0);
+  EXPECT_EQ(instrument_->Sleep(std::chrono::nanoseconds(7)).error, 0);
   instrument_->NoteConsole(2, "text");
   instrument_->NoteEnd();
   EXPECT_EQ(TakeNotes(), (Lines{"sleep 0-7", "console 2 text 7", "end 7"}));
@@ -391,19 +391,19 @@ TEST_F(InstrumentTimeTest, StartTellsOfTheModulesAndTheirNodes) {
 TEST_F(InstrumentTimeTest, TimeIsDescribedInSecondsWithNineDigits) {
   Build(Timing::kLongest);
   EXPECT_EQ(instrument_->DescribeTime(), "instrument time=0.000000000\n");
-  EXPECT_EQ(instrument_->Sleep(61s + 20ns).error, 0);
+  EXPECT_EQ(instrument_->Sleep(std::chrono::seconds(61) + std::chrono::nanoseconds(20)).error, 0);
   EXPECT_EQ(instrument_->DescribeTime(), "instrument time=61.000000020\n");
 }
 
 TEST_F(InstrumentTimeTest, WithPollsTheTimeIsAnEstimate) {
   Build(Timing::kPolls);
   EXPECT_EQ(instrument_->DescribeTime(), "instrument estimate=0.000000000\n");
-  EXPECT_EQ(instrument_->Sleep(1s).error, 0);
-  EXPECT_EQ(instrument_->Now(), 1s);
+  EXPECT_EQ(instrument_->Sleep(std::chrono::seconds(1)).error, 0);
+  EXPECT_EQ(instrument_->Now(), std::chrono::seconds(1));
   EXPECT_EQ(I2c(0x21, {0x06}, 2).error, 0);
-  EXPECT_EQ(instrument_->Now(), 1s + 480us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::seconds(1) + std::chrono::microseconds(480));
   EXPECT_EQ(Spi({0x06}).error, 0);
-  EXPECT_EQ(instrument_->Now(), 1s + 488us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::seconds(1) + std::chrono::microseconds(488));
 }
 
 TEST_F(InstrumentTimeTest, EstimateHasTheTypicalTimeOfWorkInPlaceOfItsPolls) {
@@ -411,9 +411,9 @@ TEST_F(InstrumentTimeTest, EstimateHasTheTypicalTimeOfWorkInPlaceOfItsPolls) {
   EXPECT_EQ(Spi({0x06}).error, 0);                          // 8 us
   EXPECT_EQ(Spi({0x02, 0x00, 0x01, 0x00, 0x00}).error, 0);  // 40 us, and 120 us of work
   EXPECT_EQ(Spi({0x05}, 2).bytes, (Bytes{0x03, 0x03}));
-  EXPECT_EQ(instrument_->Now(), 168us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(168));
   EXPECT_EQ(Spi({0x05}, 1).bytes, Bytes{0x00});  // the chip is ready: 16 us
-  EXPECT_EQ(instrument_->Now(), 184us);
+  EXPECT_EQ(instrument_->Now(), std::chrono::microseconds(184));
 }
 
 }  // namespace
