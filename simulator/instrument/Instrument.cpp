@@ -265,21 +265,26 @@ std::string Instrument::DescribeTime() const {
 
 Fault Instrument::Arrive(const Event& event) {
   Fault fault = Judge(event);
-  if (!TakesItsCourse(fault)) {
-    ObserveOther(event);
+  if (!TakesItsCourse(fault) && !Kills(fault)) {
+    ObserveOther(event, fault.kind == Fault::Kind::kLose ? kLost : ErrnoName(fault.error));
   }
   return fault;
 }
 
 void Instrument::Complete(const Event& event, std::string_view result) {
   log_.Record(event, result);
-  ObserveOther(event);
+  ObserveOther(event, result);
 }
 
-void Instrument::ObserveOther(const Event& event) {
-  if (timing_.observer != nullptr) {
-    timing_.observer->OnOther(std::string(Word(event.kind)) + " " + event.text, clock_.Now());
+void Instrument::ObserveOther(const Event& event, std::string_view result) {
+  if (timing_.observer == nullptr) {
+    return;
   }
+  std::string text = std::string(Word(event.kind)) + " " + event.text;
+  if (!result.empty()) {
+    text.append(" = ").append(result);
+  }
+  timing_.observer->OnOther(text, clock_.Now());
 }
 
 /// Counts the event and asks the fault rules, which may end it.

@@ -176,7 +176,7 @@ class Instrument {
   void PassI2cBits(std::uint64_t bits);
   void ObserveAccess(std::string_view path, bool writes, std::string_view bytes, Outcome outcome);
   void ObserveDBus(const Event& event, const Fault& fault);
-  void ObserveOther(const Event& event);
+  void ObserveOther(const Event& event, std::string_view result);
   void AddNodes();
   Node& FindNode(std::string_view path);
   Module* FindModule(unsigned slot);

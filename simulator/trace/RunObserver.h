@@ -130,7 +130,7 @@ class RunObserver {
                          std::string_view /*bytes*/,
                          std::chrono::nanoseconds /*at*/) {}
   /// Any other event, such as an open.
-  /// @param text  as the log shows it, with its kind: "open ./FlashDevice.bin O_RDWR"
+  /// @param text  as the log shows it, with its kind and its result: "open ./no O_RDWR = ENOENT"
   virtual void OnOther(std::string_view /*text*/, std::chrono::nanoseconds /*at*/) {}
 
   /// A chip begins to work, at the end of a chip select, of which OnSpi tells later.

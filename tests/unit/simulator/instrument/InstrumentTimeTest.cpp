@@ -334,7 +334,8 @@ TEST_F(InstrumentTimeTest, TimeThatPassesWithoutAnEventHasItsCause) {
 }
 
 TEST_F(InstrumentTimeTest, EverythingElseTakesNoTime) {
-  Build(Timing::kTypical, {"dbus#3:error", "read#2:EIO", "open#2:ENOENT", "write#2:lost"});
+  Build(Timing::kTypical,
+        {"dbus#3:error", "read#2:EIO", "open#2:ENOENT", "open#3:kill", "write#2:lost"});
   instrument_->GetModuleLocations();
   instrument_->GetI2CBus(1);
   instrument_->GetSPIDev(1);
@@ -343,6 +344,7 @@ TEST_F(InstrumentTimeTest, EverythingElseTakesNoTime) {
   instrument_->Arrive(OpenEvent("a", "O_RDWR"));
   instrument_->Complete(OpenEvent("a", "O_RDWR"));
   instrument_->Arrive(OpenEvent("b", "O_RDWR"));
+  instrument_->Arrive(OpenEvent("c", "O_RDWR"));  // kills: it does not happen
   EXPECT_EQ(instrument_->ReadSetting(kSpi, SpiSetting::kMode).error, 0);
   EXPECT_EQ(instrument_->WriteAttribute(kReset, "0").error, 0);
   EXPECT_EQ(instrument_->Now(), std::chrono::nanoseconds(0));
@@ -353,8 +355,8 @@ TEST_F(InstrumentTimeTest, EverythingElseTakesNoTime) {
                    "read 1\n 0",
                    "read  0 failed",
                    "other open a O_RDWR 0",
-                   "other open b O_RDWR 0",
-                   "other ioctl /dev/spidev1.0 SPI_IOC_RD_MODE 0",
+                   "other open b O_RDWR = ENOENT 0",
+                   "other ioctl /dev/spidev1.0 SPI_IOC_RD_MODE = 0 0",
                    "write 0 0 lost"}));
 }
 
