@@ -47,7 +47,9 @@ struct Timing {
 };
 std::ostream& operator<<(std::ostream& out, const Timing& timing) { return out << timing.label; }
 // For each delay flashrom reads the clock until the time has passed. A stepped clock makes it short.
-constexpr Timing kTimings[] = {{"Polls", "--clock-step 5"}};
+constexpr Timing kPolls = {"Polls", "--clock-step 5"};
+constexpr Timing kTypical = {"Typical", "--fast --timing typical"};
+constexpr Timing kTimings[] = {kPolls, kTypical};
 
 /// A chip, and a definition of flashrom that matches it.
 struct Definition {
@@ -151,14 +153,33 @@ class FlashromByDefinitionTest
   }
 };
 
+std::string LabelOf(const testing::TestParamInfo<std::tuple<Definition, Timing>>& row) {
+  return std::string(std::get<0>(row.param).label) + std::get<1>(row.param).label;
+}
+
 INSTANTIATE_TEST_SUITE_P(Chips,
                          FlashromByDefinitionTest,
                          testing::Combine(testing::ValuesIn(kDefinitions),
                                           testing::ValuesIn(kTimings)),
-                         [](const auto& row) {
-                           return std::string(std::get<0>(row.param).label) +
-                                  std::get<1>(row.param).label;
-                         });
+                         LabelOf);
+
+/// What takes minutes of instrument time, in which flashrom reads the clock without a pause.
+using FlashromForMinutesTest = FlashromByDefinitionTest;
+INSTANTIATE_TEST_SUITE_P(Chips,
+                         FlashromForMinutesTest,
+                         testing::Combine(testing::ValuesIn(kDefinitions), testing::Values(kPolls)),
+                         LabelOf);
+
+/// A chip whose whole flash is protected. Its registers are written in the times of the data sheet.
+class FlashromUnlockTest : public FlashromByDefinitionTest {
+ protected:
+  static constexpr const char* kProtected = ",registers=24:00";  // level 9
+};
+INSTANTIATE_TEST_SUITE_P(Chips,
+                         FlashromUnlockTest,
+                         testing::Combine(testing::Values(kDefinitions[1], kDefinitions[2]),
+                                          testing::Values(kTypical)),
+                         LabelOf);
 
 TEST_P(FlashromByDefinitionTest, ChipIsFound) {
   PlugIn();
@@ -201,7 +222,7 @@ TEST_P(FlashromByDefinitionTest, RegionIsErasedAndAllElseIsKept) {
   EXPECT_TRUE(Holds("flash", WithRegion(erased_)));
 }
 
-TEST_P(FlashromByDefinitionTest, WholeFlashIsErased) {
+TEST_P(FlashromForMinutesTest, WholeFlashIsErased) {
   PlugIn();
   const SimulatorOutcome outcome = Flashrom("-E");
   EXPECT_EQ(outcome.status, kSuccess);
@@ -275,6 +296,23 @@ TEST_P(FlashromByDefinitionTest, LostEraseOfABlockIsFollowedByThatOfItsSector) {
   EXPECT_TRUE(Holds("flash", WithRegion(new_)));
 }
 
+TEST_P(FlashromUnlockTest, ProtectedRegionIsWrittenAndProtectedAgain) {
+  run_.Option("--log events --state state");
+  PlugIn(kProtected);
+  const SimulatorOutcome outcome = Flashrom("-w new" + std::string(kInRegion));
+  EXPECT_EQ(outcome.status, kSuccess);
+  EXPECT_EQ(Told(outcome.out),
+            Found() +
+                "Reading old flash chip contents... done.\n"
+                "Erasing and writing flash chip... Erase/write done.\n"
+                "Verifying flash... VERIFIED.\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_TRUE(Holds("flash", WithRegion(new_)));
+  EXPECT_THAT(run_.ReadFile("events"),
+              HasSubstr("\nspi /dev/spidev1.0 WREN\nspi /dev/spidev1.0 WRSR 00\n"));
+  EXPECT_THAT(run_.ReadFile("state"), StartsWith("1 done=0 qspi_prg=1 registers=24:00 "));
+}
+
 // --- Without a definition, or with the wrong one ------------------------------------------------
 
 class FlashromByTimingTest : public FlashromTest, public testing::WithParamInterface<Timing> {};
@@ -342,6 +380,12 @@ INSTANTIATE_TEST_SUITE_P(Timings,
                          testing::ValuesIn(kTimings),
                          [](const auto& row) { return std::string(row.param.label); });
 
+using FourByteForMinutesTest = FourByteDefinitionTest;
+INSTANTIATE_TEST_SUITE_P(Timings,
+                         FourByteForMinutesTest,
+                         testing::Values(kPolls),
+                         [](const auto& row) { return std::string(row.param.label); });
+
 TEST_P(FourByteDefinitionTest, ReadsZerosBecauseTheChipIgnoresItsCommands) {
   run_.Option("--log events");
   const SimulatorOutcome outcome = FourByte("-r read" + std::string(kInRegion));
@@ -367,7 +411,7 @@ TEST_P(FourByteDefinitionTest, VerifiesNothing) {
 }
 
 // It tries one way to erase after the other. The last ones erase the whole chip, and have no address.
-TEST_P(FourByteDefinitionTest, WriteOfARegionFailsAndErasesTheWholeFlash) {
+TEST_P(FourByteForMinutesTest, WriteOfARegionFailsAndErasesTheWholeFlash) {
   const SimulatorOutcome outcome = FourByte("-w new" + std::string(kInRegion));
   EXPECT_EQ(outcome.status, kWriteFailed);
   EXPECT_THAT(outcome.out, HasSubstr("\nNo usable erase functions left.\n"));
