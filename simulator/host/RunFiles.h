@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "simulator/host/FlashFile.h"
-#include "simulator/host/LogFile.h"
 #include "simulator/host/Options.h"
 #include "simulator/host/StateFile.h"
+#include "simulator/host/StreamedFile.h"
 
 namespace orvane {
 
@@ -60,7 +60,7 @@ class RunFiles {
   std::map<std::string, StateFile> loaded_;  // likewise
   std::optional<StateFile> state_;
   std::vector<FileDescriptor> locks_;  // on the files that are not flash files
-  std::optional<LogFile> log_;
+  std::optional<StreamedFile> log_;
 };
 
 }  // namespace orvane

@@ -11,9 +11,9 @@
 #include <string>
 
 #include "base/FileDescriptor.h"
-#include "simulator/host/LogFile.h"
 #include "simulator/host/OutputFile.h"
 #include "simulator/host/StateFile.h"
+#include "simulator/host/StreamedFile.h"
 #include "tests/doubles/ScratchDirectory.h"
 #include "tests/doubles/TemporaryDirectory.h"
 #include "tests/unit/simulator/host/ProblemWith.h"
@@ -27,7 +27,7 @@ namespace fs = std::filesystem;
 /// @return whether it could be written
 bool Log(const std::string& path, const std::string& text) {
   OutputFile file("log file", path);
-  LogFile log(file);
+  StreamedFile log(file);
   log << text << std::flush;
   return static_cast<bool>(log);
 }
@@ -85,7 +85,7 @@ TEST_F(OutputFileTest, LogOfManyBuffersIsWhole) {
   }
   OutputFile file("log file", In("log"));
   {
-    LogFile log(file);
+    StreamedFile log(file);
     for (const char letter : text) {
       log << letter;
     }

@@ -1,4 +1,4 @@
-#include "simulator/host/LogFile.h"
+#include "simulator/host/StreamedFile.h"
 
 #include <unistd.h>
 
@@ -23,14 +23,14 @@ FileDescriptor OpenEmpty(OutputFile& file) {
 
 }  // namespace
 
-LogFile::Buffer::Buffer(FileDescriptor file) : file_(std::move(file)) {
+StreamedFile::Buffer::Buffer(FileDescriptor file) : file_(std::move(file)) {
   setp(waiting_.data(), waiting_.data() + waiting_.size());
 }
 
-LogFile::Buffer::~Buffer() { static_cast<void>(LogFile::Buffer::sync()); }
+StreamedFile::Buffer::~Buffer() { static_cast<void>(StreamedFile::Buffer::sync()); }
 
-LogFile::Buffer::int_type LogFile::Buffer::overflow(int_type letter) {
-  if (LogFile::Buffer::sync() != 0) {
+StreamedFile::Buffer::int_type StreamedFile::Buffer::overflow(int_type letter) {
+  if (StreamedFile::Buffer::sync() != 0) {
     return traits_type::eof();
   }
   if (!traits_type::eq_int_type(letter, traits_type::eof())) {
@@ -39,14 +39,14 @@ LogFile::Buffer::int_type LogFile::Buffer::overflow(int_type letter) {
   return traits_type::not_eof(letter);
 }
 
-int LogFile::Buffer::sync() {
+int StreamedFile::Buffer::sync() {
   const std::string_view waiting(pbase(), static_cast<std::size_t>(pptr() - pbase()));
   const bool isWritten = WriteAll(file_.Get(), waiting);
   setp(waiting_.data(), waiting_.data() + waiting_.size());
   return isWritten ? 0 : -1;
 }
 
-LogFile::LogFile(OutputFile& file) : std::ostream(nullptr), buffer_(OpenEmpty(file)) {
+StreamedFile::StreamedFile(OutputFile& file) : std::ostream(nullptr), buffer_(OpenEmpty(file)) {
   rdbuf(&buffer_);
 }
 

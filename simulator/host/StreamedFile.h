@@ -9,12 +9,12 @@
 
 namespace orvane {
 
-/// The file of --log, as a stream. What could not be written sets the stream's badbit.
-class LogFile : public std::ostream {
+/// A file that is written while the command runs, as a stream. What could not be written sets the stream's badbit.
+class StreamedFile : public std::ostream {
  public:
   /// Opens the file, see OutputFile, and empties it when it is an ordinary one.
   /// @throw std::system_error, with a text for the user
-  explicit LogFile(OutputFile& file);
+  explicit StreamedFile(OutputFile& file);
 
  private:
   class Buffer : public std::streambuf {
