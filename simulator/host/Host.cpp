@@ -4,11 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <latch>
 #include <memory>
 #include <optional>
@@ -31,6 +33,7 @@
 #include "simulator/host/RunControl.h"
 #include "simulator/host/RunFiles.h"
 #include "simulator/host/RunHooks.h"
+#include "simulator/host/RunObservers.h"
 #include "simulator/host/ShimServer.h"
 #include "simulator/host/Testbed.h"
 #include "simulator/host/UnhitReport.h"
@@ -160,14 +163,17 @@ class Host {
         directory_(directory),
         guard_(std::move(guard)),
         files_(options),
-        log_(files_.Log()),
+        log_(files_.Stream(StreamKind::kLog)),
+        observers_(options, files_),
         selector_(options.withSelector),
         instrument_(PlugIn(options.modules, files_, selector_.Selector()),
                     selector_,
                     Rules(options.faults),
                     options.SpiLimit(),
                     log_,
-                    {.timing = options.timing, .messageCost = options.messageCost}),
+                    {.timing = options.timing,
+                     .messageCost = options.messageCost,
+                     .observer = observers_.Observer()}),
         testbed_(directory),
         server_(LinkAddress(directory),
                 options.fast,
@@ -344,9 +350,7 @@ class Host {
     }
     NoteProblem(
         [&] { files_.SaveState(instrument_.DescribeModules() + instrument_.DescribeTime()); });
-    if (files_.Log() != nullptr && !*files_.Log()) {
-      problems_.push_back("cannot write log file '" + options_.logFile + "'");
-    }
+    std::ranges::move(files_.FinishStreams(), std::back_inserter(problems_));
   }
 
   template <typename Save>
@@ -370,6 +374,7 @@ class Host {
   ControlChannel guard_;
   RunFiles files_;
   EventLog log_;
+  RunObservers observers_;
   ModuleSelectorFiles selector_;
   Instrument instrument_;
   std::optional<ProgramClock> clock_;  // none: that of the machine

@@ -42,6 +42,9 @@ once, unless it can be repeated):
                  each time a program reads its monotonic clock, the clock has advanced by
                  that many milliseconds (0); with --timing polls only
   --log FILE     writes every event to FILE, one line each, in order of time
+  --vcd FILE     writes the levels of every SPI and I2C bus, bit by bit, to FILE, in the form
+                 of logic analysers (VCD), some 170 bytes for each byte on a bus; not with
+                 --timing polls
   --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1, what
                  else can be seen of it from outside, and what its FPGA has loaded:
                  loaded=current, what the flash holds now, other or none; and how long the
@@ -523,13 +526,23 @@ void ParseWithout(std::string_view name, Options& options) {
   Refuse(Quoted(name) + " is not inventory, resources, bus or selector");
 }
 
-/// Two things that would move the same clock, and a cost of messages that take no time.
-void RefuseClocks(Timing timing, bool hasClockStep, bool hasMessageCost) {
-  if (hasClockStep && timing != Timing::kPolls) {
-    throw UsageError("--clock-step: works with --timing polls only");
+/// Two things that would move the same clock, a cost of messages that take no time, and times where
+/// there are none.
+void RefuseByTiming(const Options& options, bool hasClockStep, bool hasMessageCost) {
+  if (options.timing != Timing::kPolls) {
+    if (hasClockStep) {
+      throw UsageError("--clock-step: works with --timing polls only");
+    }
+    return;
   }
-  if (hasMessageCost && timing == Timing::kPolls) {
+  if (hasMessageCost) {
     throw UsageError("--message-cost: has no effect with --timing polls");
+  }
+  const std::pair<const char*, bool> timed[] = {{"--vcd", !options.vcdFile.empty()}};
+  for (const auto& [name, isGiven] : timed) {
+    if (isGiven) {
+      throw UsageError(name + std::string(": works with --timing typical or longest only"));
+    }
   }
 }
 
@@ -573,6 +586,8 @@ Options ParseOptions(std::span<const char* const> words) {
                   }));
   known.AddOption("--log",
                   Once([&](const std::string& value) { options.logFile = ParseFileName(value); }));
+  known.AddOption("--vcd",
+                  Once([&](const std::string& value) { options.vcdFile = ParseFileName(value); }));
   known.AddOption(
       "--state", Once([&](const std::string& value) { options.stateFile = ParseFileName(value); }));
   known.AddOption("--control",
@@ -602,7 +617,7 @@ Options ParseOptions(std::span<const char* const> words) {
     module.timing = options.timing;
   }
   RefuseSharing(options.modules);
-  RefuseClocks(options.timing, hasClockStep, hasMessageCost);
+  RefuseByTiming(options, hasClockStep, hasMessageCost);
   return options;
 }
 

@@ -32,6 +32,7 @@ struct Options {
   std::chrono::microseconds messageCost = kUsualMessageCost;  // not with Timing::kPolls
   std::chrono::milliseconds clockStep{0};                     // 0 without Timing::kPolls
   std::string logFile;                                        // empty: no log
+  std::string vcdFile;                                        // empty: none
   std::string stateFile;                                      // empty: none
   std::optional<int> control;  // a descriptor of the socket for whoever drives the run
   std::vector<ModuleOptions> modules;

@@ -18,6 +18,16 @@ namespace orvane {
 
 namespace {
 
+/// What is written while the command runs.
+struct StreamOption {
+  StreamKind kind;
+  const char* name;  // for texts
+  std::string Options::*path;
+};
+
+constexpr StreamOption kStreams[] = {{StreamKind::kLog, "log file", &Options::logFile},
+                                     {StreamKind::kVcd, "VCD file", &Options::vcdFile}};
+
 struct NamedFile {
   std::string name;  // for texts: "log file 'x'"
   const FilePlace* place;
@@ -51,8 +61,12 @@ std::optional<OutputFile> Output(const std::string& kind, const std::string& pat
 
 /// The files that are written, but for the flash files: not opened yet.
 struct Outputs {
-  explicit Outputs(const Options& options)
-      : log(Output("log file", options.logFile)), state(Output("state file", options.stateFile)) {
+  explicit Outputs(const Options& options) : state(Output("state file", options.stateFile)) {
+    for (const StreamOption& stream : kStreams) {
+      if (const std::string& path = options.*stream.path; !path.empty()) {
+        streams.emplace_back(stream, OutputFile(stream.name, path));
+      }
+    }
     for (const ModuleOptions& module : options.modules) {
       if (!module.loadedFile.empty()) {
         loaded.emplace_back(module.loadedFile, OutputFile("loaded file", module.loadedFile));
@@ -60,7 +74,7 @@ struct Outputs {
     }
   }
 
-  std::optional<OutputFile> log;
+  std::vector<std::pair<StreamOption, OutputFile>> streams;
   std::optional<OutputFile> state;
   std::vector<std::pair<std::string, OutputFile>> loaded;  // with their paths
 };
@@ -80,8 +94,8 @@ void CheckPlaces(const Options& options, const Outputs& outputs) {
   for (const auto& [path, file] : outputs.loaded) {
     files.push_back({"loaded file '" + path + "'", &file.Place()});
   }
-  if (outputs.log) {
-    files.push_back({"log file '" + options.logFile + "'", &outputs.log->Place()});
+  for (const auto& [stream, file] : outputs.streams) {
+    files.push_back({stream.name + (" '" + options.*stream.path + "'"), &file.Place()});
   }
   if (outputs.state) {
     files.push_back({"state file '" + options.stateFile + "'", &outputs.state->Place()});
@@ -114,8 +128,8 @@ RunFiles::RunFiles(const Options& options) {
     for (const auto& [path, file] : outputs.loaded) {
       locks_.push_back(LockOutput("loaded file", path));
     }
-    if (outputs.log) {
-      locks_.push_back(LockOutput("log file", options.logFile));
+    for (const auto& [stream, file] : outputs.streams) {
+      locks_.push_back(LockOutput(stream.name, options.*stream.path));
     }
     if (outputs.state) {
       locks_.push_back(LockOutput("state file", options.stateFile));
@@ -131,8 +145,11 @@ RunFiles::RunFiles(const Options& options) {
     if (outputs.state) {
       state_.emplace(std::move(*outputs.state));
     }
-    if (outputs.log) {
-      log_.emplace(*outputs.log);
+    for (auto& [stream, file] : outputs.streams) {
+      streams_.try_emplace(stream.kind, std::move(file));
+    }
+    for (auto& [kind, file] : streams_) {
+      file.Empty();
     }
   } catch (const std::system_error& error) {
     if (IsShortage(error.code())) {
@@ -142,6 +159,21 @@ RunFiles::RunFiles(const Options& options) {
   } catch (const std::runtime_error& error) {
     throw UsageError(error.what());
   }
+}
+
+std::ostream* RunFiles::Stream(StreamKind kind) {
+  const auto stream = streams_.find(kind);
+  return stream == streams_.end() ? nullptr : &stream->second;
+}
+
+std::vector<std::string> RunFiles::FinishStreams() {
+  std::vector<std::string> problems;
+  for (auto& [kind, file] : streams_) {
+    if (!file.flush()) {
+      problems.push_back(file.Failing());
+    }
+  }
+  return problems;
 }
 
 std::vector<std::uint8_t> RunFiles::TakeFlash(const ModuleOptions& module) {

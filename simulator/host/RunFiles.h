@@ -18,17 +18,23 @@
 
 namespace orvane {
 
-/// The files that a command line names: the modules' flash files and those for what is loaded, --log
-/// and --state. Whatever will be written at the end has been found writable when this object exists.
+/// The files that are written while the command runs, in the order of the texts about them.
+enum class StreamKind { kLog, kVcd };
+
+/// The files that a command line names: the modules' flash files and those for what is loaded, those
+/// that are written while the command runs, and --state. Whatever will be written has been found
+/// writable when this object exists.
 class RunFiles {
  public:
   /// Refuses files of which two are one, before any is opened; then opens the flash files, and
-  /// creates or empties the log, if nothing else is wrong.
+  /// creates or empties those that are written while the command runs, if nothing else is wrong.
   /// @throw UsageError
   explicit RunFiles(const Options& options);
 
-  /// The stream of --log, owned here; null: there is none.
-  std::ostream* Log() { return log_ ? &*log_ : nullptr; }
+  /// A file that is written while the command runs, owned here; null: there is none.
+  std::ostream* Stream(StreamKind kind);
+  /// Writes what these files still lack. Of each that is not whole, a text for the user.
+  std::vector<std::string> FinishStreams();
 
   /// Hands over what the flash of this module holds at power-on; nothing without a flash file.
   std::vector<std::uint8_t> TakeFlash(const ModuleOptions& module);
@@ -60,7 +66,7 @@ class RunFiles {
   std::map<std::string, StateFile> loaded_;  // likewise
   std::optional<StateFile> state_;
   std::vector<FileDescriptor> locks_;  // on the files that are not flash files
-  std::optional<StreamedFile> log_;
+  std::map<StreamKind, StreamedFile> streams_;
 };
 
 }  // namespace orvane

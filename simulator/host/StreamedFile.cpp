@@ -10,19 +10,6 @@
 
 namespace orvane {
 
-namespace {
-
-FileDescriptor OpenEmpty(OutputFile& file) {
-  const bool isOrdinary = file.IsOrdinary();
-  FileDescriptor descriptor = file.Open();
-  if (isOrdinary && ::ftruncate(descriptor.Get(), 0) != 0) {
-    file.Fail();
-  }
-  return descriptor;
-}
-
-}  // namespace
-
 StreamedFile::Buffer::Buffer(FileDescriptor file) : file_(std::move(file)) {
   setp(waiting_.data(), waiting_.data() + waiting_.size());
 }
@@ -46,8 +33,26 @@ int StreamedFile::Buffer::sync() {
   return isWritten ? 0 : -1;
 }
 
-StreamedFile::StreamedFile(OutputFile& file) : std::ostream(nullptr), buffer_(OpenEmpty(file)) {
+StreamedFile::StreamedFile(OutputFile file)
+    : std::ostream(nullptr),
+      file_(std::move(file)),
+      isOrdinary_(file_.IsOrdinary()),
+      isToBeRemoved_(isOrdinary_ && !file_.Place().Status()),
+      buffer_(file_.Open()) {
   rdbuf(&buffer_);
+}
+
+StreamedFile::~StreamedFile() {
+  if (isToBeRemoved_) {
+    ::unlinkat(file_.Place().Folder(), file_.Place().Name().c_str(), 0);
+  }
+}
+
+void StreamedFile::Empty() {
+  if (isOrdinary_ && ::ftruncate(buffer_.Descriptor(), 0) != 0) {
+    file_.Fail();
+  }
+  isToBeRemoved_ = false;
 }
 
 }  // namespace orvane

@@ -257,6 +257,15 @@ INSTANTIATE_TEST_SUITE_P(
                     Shared{"StateOnLogBehindALinkToNoFile",
                            "--state none-link --log none",
                            "log file 'none' and state file 'none-link' are one file"},
+                    Shared{"VcdOnFlash",
+                           "--timing typical --vcd flash --module wend@1,flash=flash",
+                           "flash file 'flash' and VCD file 'flash' are one file"},
+                    Shared{"VcdOnLogByLink",
+                           "--timing typical --vcd none-link --log none",
+                           "log file 'none' and VCD file 'none-link' are one file"},
+                    Shared{"VcdOnState",
+                           "--timing typical --vcd none --state ./none",
+                           "VCD file 'none' and state file './none' are one file"},
                     Shared{"LoadedOnFlash",
                            "--module wend@1,flash=flash,loaded=flash-link",
                            "flash file 'flash' and loaded file 'flash-link' are one file"},
@@ -299,6 +308,7 @@ TEST(FlashFileTest, OutputOnTheFlashFileOfAnotherInstrumentIsRefusedAndTruncates
   ASSERT_EQ(first.ReadFile("pipe"), "ready\n");
   const std::string flash = first.File("flash").string();
   const std::string rows[][2] = {{"log file", "--log " + flash},
+                                 {"VCD file", "--timing typical --vcd " + flash},
                                  {"state file", "--state " + flash},
                                  {"loaded file", "--module wend@1,loaded=" + flash}};
   for (const auto& [name, options] : rows) {
@@ -368,6 +378,12 @@ INSTANTIATE_TEST_SUITE_P(
         Shared{"StateIsAPipeThatNobodyReads",
                "--state pipe",
                "cannot write state file 'pipe': No such device or address"},
+        Shared{"VcdHasNoFolder",
+               "--timing typical --vcd no/such/vcd",
+               "cannot write VCD file 'no/such/vcd': No such file or directory"},
+        Shared{"VcdIsAPipeThatNobodyReads",
+               "--timing typical --vcd pipe",
+               "cannot write VCD file 'pipe': No such device or address"},
         Shared{"LogIsAPipeThatNobodyReads",
                "--log pipe",
                "cannot write log file 'pipe': No such device or address"},
@@ -379,6 +395,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(FlashFileTest, LogIsNotCreatedWhenAnotherFileIsRefused) {
   SimulatorRun run;
   EXPECT_EQ(run.Words("--log log --module wend@1,flash=none -- true").status, kUsageStatus);
+  EXPECT_EQ(run.Words("--log log --timing typical --vcd no/vcd -- true").status, kUsageStatus);
   EXPECT_FALSE(fs::exists(run.File("log")));
 }
 

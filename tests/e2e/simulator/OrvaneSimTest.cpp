@@ -117,6 +117,16 @@ TEST(OrvaneSimTest, FullLogExitsWith125) {
   EXPECT_EQ(outcome.err, "orvane-sim: cannot write log file '/dev/full'\n");
 }
 
+TEST(OrvaneSimTest, FullVcdFileExitsWith125) {
+  SimulatorRun run;
+  const SimulatorOutcome outcome =
+      run.Words("--log /dev/full --timing typical --vcd /dev/full -- true");
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.err,
+            "orvane-sim: cannot write log file '/dev/full'\n"
+            "orvane-sim: cannot write VCD file '/dev/full'\n");
+}
+
 TEST(OrvaneSimTest, StandardStreamsAreTheCommandsWithoutALog) {
   SimulatorRun run;
   run.WithoutLog();

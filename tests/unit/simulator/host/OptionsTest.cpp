@@ -60,6 +60,21 @@ TEST(OptionsTest, StateFileIsTaken) {
   EXPECT_EQ(ProblemWith({"--state", "", "--", "x"}), "--state: '' is not a file name");
 }
 
+TEST(OptionsTest, VcdFileIsTakenWithATimingThatHasTimes) {
+  EXPECT_EQ(Parse({"--", "x"}).vcdFile, "");
+  EXPECT_EQ(Parse({"--vcd", "levels", "--timing", "typical", "--", "x"}).vcdFile, "levels");
+  EXPECT_EQ(Parse({"--timing", "longest", "--vcd=levels", "--", "x"}).vcdFile, "levels");
+  EXPECT_EQ(ProblemWith({"--timing", "typical", "--vcd", "", "--", "x"}),
+            "--vcd: '' is not a file name");
+}
+
+TEST(OptionsTest, VcdFileIsRefusedWithPolls) {
+  EXPECT_EQ(ProblemWith({"--vcd", "levels", "--", "x"}),
+            "--vcd: works with --timing typical or longest only");
+  EXPECT_EQ(ProblemWith({"--timing", "polls", "--vcd", "levels", "--", "x"}),
+            "--vcd: works with --timing typical or longest only");
+}
+
 TEST(OptionsTest, SelectorCanBeLeftOut) {
   EXPECT_FALSE(Parse({"--without", "selector", "--", "true"}).withSelector);
 }
@@ -114,7 +129,7 @@ TEST(OptionsTest, ValuesCanFollowAnEqualsSign) {
 
 TEST(OptionsTest, OptionThatCannotBeRepeatedIsRefusedTheSecondTime) {
   for (const char* const option :
-       {"--log", "--state", "--bufsiz", "--clock-step", "--message-cost"}) {
+       {"--log", "--vcd", "--state", "--bufsiz", "--clock-step", "--message-cost"}) {
     EXPECT_EQ(ProblemWith({option, "1", option, "1", "--", "x"}),
               std::string(option) + ": is given twice");
   }

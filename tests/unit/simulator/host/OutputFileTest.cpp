@@ -26,8 +26,8 @@ namespace fs = std::filesystem;
 /// The whole file of --log with this text in it.
 /// @return whether it could be written
 bool Log(const std::string& path, const std::string& text) {
-  OutputFile file("log file", path);
-  StreamedFile log(file);
+  StreamedFile log(OutputFile("log file", path));
+  log.Empty();
   log << text << std::flush;
   return static_cast<bool>(log);
 }
@@ -83,14 +83,29 @@ TEST_F(OutputFileTest, LogOfManyBuffersIsWhole) {
   for (int i = 0; i < 10000; ++i) {
     text += std::to_string(i) + '\n';
   }
-  OutputFile file("log file", In("log"));
   {
-    StreamedFile log(file);
+    StreamedFile log(OutputFile("log file", In("log")));
+    log.Empty();
     for (const char letter : text) {
       log << letter;
     }
   }
   EXPECT_EQ(ReadFile(In("log")), text);
+}
+
+TEST_F(OutputFileTest, StreamThatIsNeverEmptiedIsLeftAsItWas) {
+  const std::string file = Create("log", "old");
+  fs::create_symlink("none", In("link"));
+  {
+    const StreamedFile held(OutputFile("log file", file));
+    const StreamedFile created(OutputFile("log file", In("new")));
+    const StreamedFile behindALink(OutputFile("log file", In("link")));
+    EXPECT_TRUE(fs::exists(In("none")));
+  }
+  EXPECT_EQ(ReadFile(file), "old");
+  EXPECT_FALSE(fs::exists(In("new")));
+  EXPECT_TRUE(fs::is_symlink(In("link")));
+  EXPECT_FALSE(fs::exists(In("none")));
 }
 
 TEST_F(OutputFileTest, LogCanBeAPipe) {
