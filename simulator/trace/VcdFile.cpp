@@ -55,7 +55,9 @@ void VcdFile::Set(Signal signal, bool high, std::chrono::nanoseconds at) {
   WriteLevel(state);
 }
 
-void VcdFile::End(std::chrono::nanoseconds at) { Stamp(at); }
+void VcdFile::End(std::chrono::nanoseconds at) {
+  Stamp(stamp_ == at ? at + std::chrono::nanoseconds(1) : at);
+}
 
 void VcdFile::Stamp(std::chrono::nanoseconds at) {
   if (stamp_ != at) {

@@ -34,7 +34,8 @@ class VcdFile {
   /// A level that the signal has already is not written again.
   /// @param at  not before that of the call before it
   void Set(Signal signal, bool high, std::chrono::nanoseconds at);
-  /// The last time stamp.
+  /// The last time stamp. It is 1 ns later if something changes at the end itself: decoders do not see
+  /// levels that do not last.
   /// @param at  likewise
   void End(std::chrono::nanoseconds at);
 

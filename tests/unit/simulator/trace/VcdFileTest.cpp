@@ -88,10 +88,22 @@ TEST_F(ChangesTest, LevelThatTheSignalHasIsNotWritten) {
   EXPECT_EQ(out_.str(), "#20\n1\"\n");
 }
 
-TEST_F(ChangesTest, EndAtTheLastChangeHasNoStampOfItsOwn) {
+TEST_F(ChangesTest, EndAfterTheLastChangeIsTheLastTimeStamp) {
+  file_.Set(first_, true, nanoseconds(10));
+  file_.End(nanoseconds(11));
+  EXPECT_EQ(out_.str(), "#10\n1!\n#11\n");
+}
+
+// Decoders do not see a level that does not last.
+TEST_F(ChangesTest, EndAtTheLastChangeIsOneNanosecondLater) {
   file_.Set(first_, true, nanoseconds(10));
   file_.End(nanoseconds(10));
-  EXPECT_EQ(out_.str(), "#10\n1!\n");
+  EXPECT_EQ(out_.str(), "#10\n1!\n#11\n");
+}
+
+TEST_F(ChangesTest, EndAtTheStartIsOneNanosecondLater) {
+  file_.End(nanoseconds(0));
+  EXPECT_EQ(out_.str(), "#1\n");
 }
 
 TEST(VcdFileTest, ManySignalsHaveCodesOfTheirOwn) {
