@@ -245,7 +245,7 @@ TEST_F(VcdTraceTest, TransfersOfOneChipSelectHaveTheirOwnRates) {
 
 TEST_F(VcdTraceTest, ChipSelectWithoutATimeBeforeItIsHighForAQuarterOfABit) {
   PlugInSpi();
-  Spi({Select({0x01}, {0x00}, Between(0, 800)), Select({0x00}, {0x00}, Between(800, 1'600))});
+  Spi({Select({0x01}, {0x00}, Between(0, 800)), Select({0x00}, {0x80}, Between(800, 1'600))});
   EXPECT_EQ(Take(),
             "#25\n0!\n#50\n1\"\n"
             "#100\n0\"\n#150\n1\"\n"
@@ -256,8 +256,8 @@ TEST_F(VcdTraceTest, ChipSelectWithoutATimeBeforeItIsHighForAQuarterOfABit) {
             "#600\n0\"\n#650\n1\"\n"
             "#700\n0\"\n1#\n#750\n1\"\n#775\n0\"\n"
             "#800\n1!\n"
-            "#825\n0!\n0#\n#850\n1\"\n"
-            "#900\n0\"\n#950\n1\"\n"
+            "#825\n0!\n0#\n1$\n#850\n1\"\n"
+            "#900\n0\"\n0$\n#950\n1\"\n"
             "#1000\n0\"\n#1050\n1\"\n"
             "#1100\n0\"\n#1150\n1\"\n"
             "#1200\n0\"\n#1250\n1\"\n"
