@@ -43,7 +43,7 @@ once, unless it can be repeated):
                  that many milliseconds (0); with --timing polls only
   --log FILE     writes every event to FILE, one line each, in order of time
   --vcd FILE     writes the levels of every SPI and I2C bus, bit by bit, to FILE, in the form
-                 of logic analysers (VCD), some 170 bytes for each byte on a bus; not with
+                 of logic analysers (VCD), some 230 bytes for each byte on a bus; not with
                  --timing polls
   --state FILE   writes how the run leaves each module to FILE: its slot, done=0 or 1, what
                  else can be seen of it from outside, and what its FPGA has loaded:
