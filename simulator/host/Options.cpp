@@ -42,6 +42,9 @@ once, unless it can be repeated):
                  each time a program reads its monotonic clock, the clock has advanced by
                  that many milliseconds (0); with --timing polls only
   --log FILE     writes every event to FILE, one line each, in order of time
+  --trace FILE   writes the run to FILE for a viewer of Chrome trace events (JSON): console,
+                 buses, chips, lines, files and D-Bus, each on a track of its own; not with
+                 --timing polls
   --vcd FILE     writes the levels of every SPI and I2C bus, bit by bit, to FILE, in the form
                  of logic analysers (VCD), some 230 bytes for each byte on a bus; not with
                  --timing polls
@@ -538,7 +541,8 @@ void RefuseByTiming(const Options& options, bool hasClockStep, bool hasMessageCo
   if (hasMessageCost) {
     throw UsageError("--message-cost: has no effect with --timing polls");
   }
-  const std::pair<const char*, bool> timed[] = {{"--vcd", !options.vcdFile.empty()}};
+  const std::pair<const char*, bool> timed[] = {{"--trace", !options.traceFile.empty()},
+                                                {"--vcd", !options.vcdFile.empty()}};
   for (const auto& [name, isGiven] : timed) {
     if (isGiven) {
       throw UsageError(name + std::string(": works with --timing typical or longest only"));
@@ -586,6 +590,8 @@ Options ParseOptions(std::span<const char* const> words) {
                   }));
   known.AddOption("--log",
                   Once([&](const std::string& value) { options.logFile = ParseFileName(value); }));
+  known.AddOption(
+      "--trace", Once([&](const std::string& value) { options.traceFile = ParseFileName(value); }));
   known.AddOption("--vcd",
                   Once([&](const std::string& value) { options.vcdFile = ParseFileName(value); }));
   known.AddOption(

@@ -32,6 +32,7 @@ struct Options {
   std::chrono::microseconds messageCost = kUsualMessageCost;  // not with Timing::kPolls
   std::chrono::milliseconds clockStep{0};                     // 0 without Timing::kPolls
   std::string logFile;                                        // empty: no log
+  std::string traceFile;                                      // empty: none
   std::string vcdFile;                                        // empty: none
   std::string stateFile;                                      // empty: none
   std::optional<int> control;  // a descriptor of the socket for whoever drives the run
@@ -47,6 +48,8 @@ struct Options {
   bool withSelector = true;
   std::vector<std::string> command;
 
+  /// Whether the run takes down what the command prints.
+  bool KeepsConsole() const { return !logFile.empty() || !traceFile.empty(); }
   /// The limit of the spidev driver, in bytes: what `bufsiz` says when it is a positive number,
   /// else the driver's default.
   std::uint64_t SpiLimit() const;

@@ -26,6 +26,7 @@ struct StreamOption {
 };
 
 constexpr StreamOption kStreams[] = {{StreamKind::kLog, "log file", &Options::logFile},
+                                     {StreamKind::kTrace, "trace file", &Options::traceFile},
                                      {StreamKind::kVcd, "VCD file", &Options::vcdFile}};
 
 struct NamedFile {

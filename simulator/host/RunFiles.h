@@ -19,7 +19,7 @@
 namespace orvane {
 
 /// The files that are written while the command runs, in the order of the texts about them.
-enum class StreamKind { kLog, kVcd };
+enum class StreamKind { kLog, kTrace, kVcd };
 
 /// The files that a command line names: the modules' flash files and those for what is loaded, those
 /// that are written while the command runs, and --state. Whatever will be written has been found

@@ -103,7 +103,7 @@ int RunOnInstrument(const Options& options, const StartState& start) {
   FileDescriptor signals = Guard::BlockSignals(start.signals);
   const RunDirectory directory;
   std::optional<ConsoleSockets> console;
-  if (!options.logFile.empty()) {
+  if (options.KeepsConsole()) {
     console.emplace();
   }
   ConsoleSockets* const sockets = console ? &*console : nullptr;

@@ -257,6 +257,12 @@ INSTANTIATE_TEST_SUITE_P(
                     Shared{"StateOnLogBehindALinkToNoFile",
                            "--state none-link --log none",
                            "log file 'none' and state file 'none-link' are one file"},
+                    Shared{"TraceOnFlash",
+                           "--timing typical --trace flash --module wend@1,flash=flash",
+                           "flash file 'flash' and trace file 'flash' are one file"},
+                    Shared{"TraceOnVcd",
+                           "--timing typical --trace none --vcd ./none",
+                           "trace file 'none' and VCD file './none' are one file"},
                     Shared{"VcdOnFlash",
                            "--timing typical --vcd flash --module wend@1,flash=flash",
                            "flash file 'flash' and VCD file 'flash' are one file"},
@@ -308,6 +314,7 @@ TEST(FlashFileTest, OutputOnTheFlashFileOfAnotherInstrumentIsRefusedAndTruncates
   ASSERT_EQ(first.ReadFile("pipe"), "ready\n");
   const std::string flash = first.File("flash").string();
   const std::string rows[][2] = {{"log file", "--log " + flash},
+                                 {"trace file", "--timing typical --trace " + flash},
                                  {"VCD file", "--timing typical --vcd " + flash},
                                  {"state file", "--state " + flash},
                                  {"loaded file", "--module wend@1,loaded=" + flash}};
@@ -378,6 +385,9 @@ INSTANTIATE_TEST_SUITE_P(
         Shared{"StateIsAPipeThatNobodyReads",
                "--state pipe",
                "cannot write state file 'pipe': No such device or address"},
+        Shared{"TraceHasNoFolder",
+               "--timing typical --trace no/such/trace",
+               "cannot write trace file 'no/such/trace': No such file or directory"},
         Shared{"VcdHasNoFolder",
                "--timing typical --vcd no/such/vcd",
                "cannot write VCD file 'no/such/vcd': No such file or directory"},

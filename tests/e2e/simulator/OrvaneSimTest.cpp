@@ -117,6 +117,13 @@ TEST(OrvaneSimTest, FullLogExitsWith125) {
   EXPECT_EQ(outcome.err, "orvane-sim: cannot write log file '/dev/full'\n");
 }
 
+TEST(OrvaneSimTest, FullTraceFileExitsWith125) {
+  SimulatorRun run;
+  const SimulatorOutcome outcome = run.Words("--timing typical --trace /dev/full -- true");
+  EXPECT_EQ(outcome.status, 125);
+  EXPECT_EQ(outcome.err, "orvane-sim: cannot write trace file '/dev/full'\n");
+}
+
 TEST(OrvaneSimTest, FullVcdFileExitsWith125) {
   SimulatorRun run;
   const SimulatorOutcome outcome =

@@ -60,6 +60,27 @@ TEST(OptionsTest, StateFileIsTaken) {
   EXPECT_EQ(ProblemWith({"--state", "", "--", "x"}), "--state: '' is not a file name");
 }
 
+TEST(OptionsTest, TraceFileIsTakenWithATimingThatHasTimes) {
+  EXPECT_EQ(Parse({"--", "x"}).traceFile, "");
+  EXPECT_EQ(Parse({"--trace", "run.json", "--timing", "typical", "--", "x"}).traceFile, "run.json");
+  EXPECT_EQ(Parse({"--timing", "longest", "--trace=run.json", "--", "x"}).traceFile, "run.json");
+  EXPECT_EQ(ProblemWith({"--timing", "typical", "--trace", "", "--", "x"}),
+            "--trace: '' is not a file name");
+}
+
+TEST(OptionsTest, TraceFileIsRefusedWithPolls) {
+  EXPECT_EQ(ProblemWith({"--trace", "run.json", "--", "x"}),
+            "--trace: works with --timing typical or longest only");
+  EXPECT_EQ(ProblemWith({"--timing", "polls", "--trace", "run.json", "--", "x"}),
+            "--trace: works with --timing typical or longest only");
+}
+
+TEST(OptionsTest, LogAndTraceKeepTheConsole) {
+  EXPECT_FALSE(Parse({"--timing", "typical", "--vcd", "levels", "--", "x"}).KeepsConsole());
+  EXPECT_TRUE(Parse({"--log", "log", "--", "x"}).KeepsConsole());
+  EXPECT_TRUE(Parse({"--timing", "typical", "--trace", "run.json", "--", "x"}).KeepsConsole());
+}
+
 TEST(OptionsTest, VcdFileIsTakenWithATimingThatHasTimes) {
   EXPECT_EQ(Parse({"--", "x"}).vcdFile, "");
   EXPECT_EQ(Parse({"--vcd", "levels", "--timing", "typical", "--", "x"}).vcdFile, "levels");
@@ -129,7 +150,7 @@ TEST(OptionsTest, ValuesCanFollowAnEqualsSign) {
 
 TEST(OptionsTest, OptionThatCannotBeRepeatedIsRefusedTheSecondTime) {
   for (const char* const option :
-       {"--log", "--vcd", "--state", "--bufsiz", "--clock-step", "--message-cost"}) {
+       {"--log", "--trace", "--vcd", "--state", "--bufsiz", "--clock-step", "--message-cost"}) {
     EXPECT_EQ(ProblemWith({option, "1", option, "1", "--", "x"}),
               std::string(option) + ": is given twice");
   }
