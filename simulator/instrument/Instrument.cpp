@@ -332,13 +332,19 @@ EventResult Instrument::Refuse(const Event& event, int error) {
 void Instrument::LogSpeed(std::string_view path,
                           Node& node,
                           std::span<const SpiTransfer> transfers) {
+  // A node that is no SPI device has nothing that a transfer could fall back on.
+  const std::uint32_t usualHertz = node.isSpi ? node.settings.Get(SpiSetting::kMaxSpeedHz) : 0;
+  const auto usualBits =
+      static_cast<std::uint8_t>(node.isSpi ? node.settings.Get(SpiSetting::kBitsPerWord) : 0U);
   for (const SpiTransfer& transfer : transfers) {
-    if (transfer.speedHz == node.lastSpeedHz && transfer.bitsPerWord == node.lastBits) {
+    const std::uint32_t hertz = RateOf(transfer, usualHertz);
+    const std::uint8_t bits = transfer.bitsPerWord == 0 ? usualBits : transfer.bitsPerWord;
+    if (hertz == node.lastSpeedHz && bits == node.lastBits) {
       continue;
     }
-    node.lastSpeedHz = transfer.speedHz;
-    node.lastBits = transfer.bitsPerWord;
-    log_.Record(SpiSpeedEvent(path, node.lastSpeedHz, node.lastBits));
+    node.lastSpeedHz = hertz;
+    node.lastBits = bits;
+    log_.Record(SpiSpeedEvent(path, hertz, bits));
   }
 }
 

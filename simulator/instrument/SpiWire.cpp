@@ -10,15 +10,15 @@ namespace orvane {
 
 namespace {
 
-std::uint32_t RateOf(const SpiTransfer& transfer, std::uint32_t usualHertz) {
-  return transfer.speedHz == 0 ? usualHertz : transfer.speedHz;
-}
-
 std::chrono::nanoseconds TimeOf(std::uint64_t bytes, std::uint32_t hertz) {
   return WireTime(bytes * kBitsPerSpiByte, hertz);
 }
 
 }  // namespace
+
+std::uint32_t RateOf(const SpiTransfer& transfer, std::uint32_t usualHertz) {
+  return transfer.speedHz == 0 ? usualHertz : transfer.speedHz;
+}
 
 void SpiWire::Pass(std::size_t bytes) {
   while (bytes > 0 && !transfers_.empty()) {

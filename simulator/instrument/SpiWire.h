@@ -13,6 +13,9 @@
 
 namespace orvane {
 
+/// @param usualHertz  the rate of a transfer that has none of its own
+std::uint32_t RateOf(const SpiTransfer& transfer, std::uint32_t usualHertz);
+
 /// Moves the clock on while the bytes of an SPI message pass, each at the rate of its transfer. The bytes
 /// of one transfer take 8 bits each, rounded up to whole nanoseconds in total.
 class SpiWire : public ByteClock {

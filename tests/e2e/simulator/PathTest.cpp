@@ -93,6 +93,7 @@ TEST_F(PathTest, WriteOfManyPiecesIsOneMessage) {
   EXPECT_EQ(
       Events("open " + kNode + " w writev 3 1 100"),
       "open /dev/spidev1.0 O_WRONLY\n"
+      "spi /dev/spidev1.0 speed 50000000 bits 8\n"
       "spi /dev/spidev1.0 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
       "00 00 00 00 00 00 00 00 00 ... +68\n");
 }

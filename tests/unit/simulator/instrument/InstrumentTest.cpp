@@ -259,6 +259,42 @@ TEST_F(InstrumentTest, SpeedIsShownWheneverItChanges) {
             "spi /dev/spidev1.0 WREN\n");
 }
 
+TEST_F(InstrumentTest, TransferWithoutARateOfItsOwnIsShownWithThatOfTheNode) {
+  BuildEcho();
+  const auto send = [&](std::uint32_t speedHz, std::uint8_t bits) {
+    const Bytes sent = {0x06};
+    const std::vector<SpiTransfer> transfers = {
+        {.length = 1, .speedHz = speedHz, .bitsPerWord = bits, .sends = true}};
+    instrument_->SubmitSpi(kSpi, {transfers, sent});
+  };
+  send(0, 0);
+  send(50'000'000, 8);
+  send(1000, 0);
+  instrument_->WriteSetting(kSpi, SpiSetting::kMaxSpeedHz, 1000);
+  instrument_->WriteSetting(kSpi, SpiSetting::kBitsPerWord, 16);
+  send(0, 8);
+  send(0, 0);
+  EXPECT_EQ(Log(),
+            "spi /dev/spidev1.0 speed 50000000 bits 8\n"
+            "spi /dev/spidev1.0 WREN\n"
+            "spi /dev/spidev1.0 WREN\n"
+            "spi /dev/spidev1.0 speed 1000 bits 8\n"
+            "spi /dev/spidev1.0 WREN\n"
+            "ioctl /dev/spidev1.0 SPI_IOC_WR_MAX_SPEED_HZ 1000\n"
+            "ioctl /dev/spidev1.0 SPI_IOC_WR_BITS_PER_WORD 16\n"
+            "spi /dev/spidev1.0 WREN\n"
+            "spi /dev/spidev1.0 speed 1000 bits 16\n"
+            "spi /dev/spidev1.0 WREN\n");
+}
+
+TEST_F(InstrumentTest, TransferWithoutARateToADeviceThatHasNoneIsShownWithoutRate) {
+  BuildEcho();
+  const Bytes sent = {0x06};
+  const std::vector<SpiTransfer> transfers = {{.length = 1, .sends = true}};
+  EXPECT_EQ(instrument_->SubmitSpi(kI2c, {transfers, sent}).error, ENOTTY);
+  EXPECT_EQ(Log(), "spi /dev/i2c-1 WREN = ENOTTY\n");
+}
+
 TEST_F(InstrumentTest, ReceiveTotalOfTheLimitFits) {
   BuildEcho();
   const EventResult result = Spi({0x03, 0x00, 0x00, 0x00}, 4096);

@@ -61,6 +61,11 @@ TEST_F(SpiWireTest, ClockedBytesAreThoseSinceTheyWereTakenLast) {
   EXPECT_EQ(clocked[0].hertz, 9U);
 }
 
+TEST_F(SpiWireTest, RateIsThatOfTheTransferOrTheUsualOne) {
+  EXPECT_EQ(RateOf({.length = 1, .speedHz = 7}, 9), 7U);
+  EXPECT_EQ(RateOf({.length = 1}, 9), 9U);
+}
+
 TEST_F(SpiWireTest, TimeOfAllTransfersIsWhatTheirBytesTake) {
   const std::vector<SpiTransfer> transfers = {{.length = 3, .speedHz = 19'000'000}, {.length = 1}};
   EXPECT_EQ(WireTimeOf(transfers, 1'000'000), nanoseconds(1'264 + 8'000));
