@@ -19,7 +19,8 @@ bool IsOption(std::string_view word) { return word.size() > 1 && word.front() ==
 std::string_view NameIn(std::string_view option) { return option.substr(0, option.find('=')); }
 
 /// Hands a value over to the one that takes it.
-void Hand(const OptionSet::Take& take, const std::string& name, const std::string& value) {
+template <typename Take, typename Value>
+void Hand(const Take& take, const std::string& name, const Value& value) {
   try {
     take(value);
   } catch (const std::invalid_argument& error) {
@@ -48,6 +49,11 @@ void OptionSet::AddOption(const std::string& name, Take take) {
   values_.push_back({option, name, std::move(take)});
 }
 
+void OptionSet::AddOptionalValue(const std::string& name, TakeOptional take) {
+  CLI::Option* const option = app_.add_flag(name)->disable_flag_override();
+  optionalValues_.push_back({option, name, std::move(take), {}});
+}
+
 void OptionSet::AddWord(std::string name, Take take) {
   words_.push_back({std::move(name), std::move(take)});
 }
@@ -57,6 +63,24 @@ bool OptionSet::TakesValue(std::string_view name) const {
       values_.begin(), values_.end(), [&](const Value& value) { return value.name == name; });
 }
 
+/// Keeps the value of an option that can have one.
+/// @param word  "NAME" or "NAME=VALUE"
+/// @return whether there is such an option
+bool OptionSet::NoteOptionalValue(std::string_view word) {
+  const std::string_view name = NameIn(word);
+  const auto known = std::find_if(
+      optionalValues_.begin(), optionalValues_.end(), [&](const OptionalValue& candidate) {
+        return candidate.name == name;
+      });
+  if (known == optionalValues_.end()) {
+    return false;
+  }
+  known->given.push_back(name.size() == word.size()
+                             ? std::nullopt
+                             : std::optional<std::string>(word.substr(name.size() + 1)));
+  return true;
+}
+
 void OptionSet::Deliver() const {
   for (const Flag& flag : flags_) {
     *flag.given = *flag.given || flag.option->count() > 0;
@@ -64,6 +88,14 @@ void OptionSet::Deliver() const {
   for (const Value& value : values_) {
     for (const std::string& result : value.option->results()) {
       Hand(value.take, value.name, result);
+    }
+  }
+  for (const OptionalValue& value : optionalValues_) {
+    if (value.option->count() == 0) {
+      continue;  // it was given to another command
+    }
+    for (const std::optional<std::string>& given : value.given) {
+      Hand(value.take, value.name, given);
     }
   }
 }
@@ -114,9 +146,17 @@ bool CommandLine::TakesValue(std::string_view name) const {
          });
 }
 
-/// Keeps the words after "--" in afterDashes_.
-/// @return the words before it. CLI11 would take the next word as the value of "--log=", so an
-///         empty value becomes a word of its own.
+bool CommandLine::NoteOptionalValue(std::string_view word) {
+  bool isKnown = options_.NoteOptionalValue(word);
+  for (const Command& command : commands_) {
+    isKnown = command.options->NoteOptionalValue(word) || isKnown;
+  }
+  return isKnown;
+}
+
+/// Keeps the words after "--" in afterDashes_, and the values of options that can have one.
+/// @return the words before it, without these values. CLI11 would take the next word as the value of
+///         "--log=", so an empty value becomes a word of its own.
 std::vector<std::string> CommandLine::CutRest(std::span<const char* const> words) {
   std::vector<std::string> front;
   bool isValue = false;
@@ -128,6 +168,10 @@ std::vector<std::string> CommandLine::CutRest(std::span<const char* const> words
       break;
     }
     const std::string_view name = NameIn(word);
+    if (!isValue && NoteOptionalValue(word)) {
+      front.emplace_back(name);
+      continue;
+    }
     if (!isValue && name.size() + 1 == word.size() && TakesValue(name)) {
       front.insert(front.end(), {std::string(name), ""});
       continue;

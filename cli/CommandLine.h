@@ -40,6 +40,8 @@ class OptionSet {
   /// Takes one value. Throws std::invalid_argument, with a text for the user, when it is wrong; the
   /// message then starts with the option's name.
   using Take = std::function<void(const std::string& value)>;
+  /// The same for a value that can be left out.
+  using TakeOptional = std::function<void(const std::optional<std::string>& value)>;
 
   explicit OptionSet(CLI::App& app) : app_(app) {}
 
@@ -48,6 +50,9 @@ class OptionSet {
   /// An option with a value, "NAME VALUE" or "NAME=VALUE". `take` gets every value, in their order,
   /// after all words have been read: an option that is no list keeps the last one.
   void AddOption(const std::string& name, Take take);
+  /// An option that can stand alone, "NAME", or have a value, "NAME=VALUE", which can be empty; the next
+  /// word is never its value. `take` gets every value likewise, none where the option stands alone.
+  void AddOptionalValue(const std::string& name, TakeOptional take);
   /// A word that must be given. Such words are told apart by their order alone; options can stand
   /// between them. After "--" every word is one of them, also one that begins with '-'.
   /// @param name  what the help calls it; a message about a wrong word starts with it
@@ -71,13 +76,22 @@ class OptionSet {
     Take take;
   };
 
+  struct OptionalValue {
+    CLI::Option* option;
+    std::string name;
+    TakeOptional take;
+    std::vector<std::optional<std::string>> given;
+  };
+
   bool TakesValue(std::string_view name) const;
+  bool NoteOptionalValue(std::string_view word);
   void Deliver() const;
   void DeliverWords(const std::vector<std::string>& words) const;
 
   CLI::App& app_;
   std::vector<Flag> flags_;
   std::vector<Value> values_;
+  std::vector<OptionalValue> optionalValues_;
   std::vector<Word> words_;
 };
 
@@ -116,6 +130,7 @@ class CommandLine {
 
   std::string VersionText() const;
   bool TakesValue(std::string_view name) const;
+  bool NoteOptionalValue(std::string_view word);
   std::vector<std::string> CutRest(std::span<const char* const> words);
   [[noreturn]] void Refuse(const CLI::ParseError& error) const;
   const Command* GivenCommand() const;

@@ -17,6 +17,7 @@ struct Reading {
   std::string problem;  // the text of the usage error; empty: none
   bool fast = false;
   Words logs;
+  Words sums;  // "-" where --sum stands alone
   Words command;
 };
 
@@ -36,13 +37,19 @@ void TakeLog(const std::string& value, Words& logs) {
   logs.push_back(value);
 }
 
-/// What a tool with a flag, an option and words after "--" has read.
+/// What a tool with a flag, an option, one whose value can be left out, and words after "--" has read.
 Reading Read(const Words& words) {
   Reading reading;
   cli::CommandLine line("tool", "help text\n");
   line.Options().AddFlag("--fast", reading.fast);
   line.Options().AddOption("--log",
                            [&](const std::string& value) { TakeLog(value, reading.logs); });
+  line.Options().AddOptionalValue("--sum", [&](const std::optional<std::string>& value) {
+    if (value == "bad") {
+      throw std::invalid_argument("'bad' is no sum");
+    }
+    reading.sums.push_back(value.value_or("-"));
+  });
   line.AddRest("COMMAND", reading.command);
   try {
     reading.answer = line.Read(Pointers(words));
@@ -103,6 +110,74 @@ TEST(CommandLineTest, ValueCanBeAnyWord) {
 TEST(CommandLineTest, ValuesOfARepeatedOptionKeepTheirOrder) {
   EXPECT_EQ(Read({"--log", "b", "--fast", "--log=a", "--log", "c", "--", "x"}).logs,
             (Words{"b", "a", "c"}));
+}
+
+TEST(CommandLineTest, OptionalValueStandsAfterAnEqualsSignAlone) {
+  EXPECT_EQ(Read({"--sum", "--", "x"}).sums, (Words{"-"}));
+  EXPECT_EQ(Read({"--sum=a", "--", "x"}).sums, (Words{"a"}));
+  EXPECT_EQ(Read({"--sum=a=b", "--", "x"}).sums, (Words{"a=b"}));
+  EXPECT_EQ(Read({"--sum=", "--sum", "--sum={}", "--", "x"}).sums, (Words{"", "-", "{}"}));
+  EXPECT_EQ(Read({"--", "x"}).sums, Words());
+}
+
+TEST(CommandLineTest, WordAfterAnOptionalValueIsNoValue) {
+  EXPECT_EQ(Read({"--sum", "a", "--", "x"}).problem,
+            "unexpected word 'a' (COMMAND comes after '--')");
+  const Reading reading = Read({"--sum", "--fast", "--", "x"});
+  EXPECT_EQ(reading.sums, (Words{"-"}));
+  EXPECT_TRUE(reading.fast);
+}
+
+TEST(CommandLineTest, OptionWithAnOptionalValueCanBeTheValueOfAnother) {
+  const Reading reading = Read({"--log", "--sum=a", "--", "x", "--sum"});
+  EXPECT_EQ(reading.logs, (Words{"--sum=a"}));
+  EXPECT_EQ(reading.sums, Words());
+  EXPECT_EQ(reading.command, (Words{"x", "--sum"}));
+}
+
+TEST(CommandLineTest, WrongOptionalValueIsRefusedWithTheNameOfTheOption) {
+  EXPECT_EQ(Read({"--sum=bad", "--", "x"}).problem, "--sum: 'bad' is no sum");
+  EXPECT_EQ(Read({"--sums", "--", "x"}).problem, "unknown option '--sums'");
+}
+
+TEST(CommandLineTest, CommandCanHaveAnOptionWithAnOptionalValue) {
+  bool draw = false;
+  Words pens;
+  cli::CommandLine line("tool", "");
+  line.AddCommand("draw", draw)
+      .AddOptionalValue("--pen", [&](const std::optional<std::string>& value) {
+        pens.push_back(value.value_or("-"));
+      });
+  line.Read(Pointers({"draw", "--pen=red", "--pen"}));
+  EXPECT_TRUE(draw);
+  EXPECT_EQ(pens, (Words{"red", "-"}));
+}
+
+TEST(CommandLineTest, OptionalValueIsThatOfTheGivenCommandAlone) {
+  bool draw = false;
+  bool print = false;
+  Words pens;
+  Words papers;
+  cli::CommandLine line("tool", "");
+  line.AddCommand("draw", draw)
+      .AddOptionalValue("--with", [&](const std::optional<std::string>& value) {
+        pens.push_back(value.value_or("-"));
+      });
+  line.AddCommand("print", print)
+      .AddOptionalValue("--with", [&](const std::optional<std::string>& value) {
+        papers.push_back(value.value_or("-"));
+      });
+  line.Read(Pointers({"print", "--with=a4"}));
+  EXPECT_EQ(pens, Words());
+  EXPECT_EQ(papers, (Words{"a4"}));
+}
+
+TEST(CommandLineTest, OptionalValueOfACommandComesAfterIt) {
+  bool draw = false;
+  cli::CommandLine line("tool", "");
+  line.AddCommand("draw", draw)
+      .AddOptionalValue("--pen", [](const std::optional<std::string>& /*value*/) {});
+  EXPECT_THROW(line.Read(Pointers({"--pen=red", "draw"})), cli::UsageError);
 }
 
 TEST(CommandLineTest, FlagIsGivenOrNot) {
