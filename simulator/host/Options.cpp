@@ -484,10 +484,8 @@ std::chrono::milliseconds ParseClockStep(std::string_view text) {
 }
 
 Timing ParseTiming(std::string_view word) {
-  constexpr std::pair<std::string_view, Timing> kTimings[] = {
-      {"polls", Timing::kPolls}, {"typical", Timing::kTypical}, {"longest", Timing::kLongest}};
-  for (const auto& [name, timing] : kTimings) {
-    if (word == name) {
+  for (const Timing timing : {Timing::kPolls, Timing::kTypical, Timing::kLongest}) {
+    if (word == Word(timing)) {
       return timing;
     }
   }

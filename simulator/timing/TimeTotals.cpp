@@ -14,6 +14,12 @@ std::chrono::nanoseconds TimeTotals::Sum() const {
   return std::accumulate(times_.begin(), times_.end(), std::chrono::nanoseconds(0));
 }
 
+void TimeTotals::Add(const TimeTotals& other) {
+  for (std::size_t cause = 0; cause < kCauses; ++cause) {
+    times_.at(cause) += other.times_.at(cause);
+  }
+}
+
 TimeTotals TimeTotals::Since(const TimeTotals& earlier) const {
   TimeTotals difference;
   for (std::size_t cause = 0; cause < kCauses; ++cause) {

@@ -27,6 +27,8 @@ std::string_view CauseName(Cause cause);
 class TimeTotals {
  public:
   void Add(Cause cause, std::chrono::nanoseconds time) { At(cause) += time; }
+  /// Adds the time of each cause.
+  void Add(const TimeTotals& other);
   std::chrono::nanoseconds Of(Cause cause) const {
     return times_.at(static_cast<std::size_t>(cause));
   }

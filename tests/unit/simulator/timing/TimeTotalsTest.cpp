@@ -34,6 +34,18 @@ TEST(TimeTotalsTest, SumIsThatOfAllCauses) {
   EXPECT_EQ(totals.Sum(), nanoseconds(1'111'111));
 }
 
+TEST(TimeTotalsTest, TotalsAreAddedCauseByCause) {
+  TimeTotals totals;
+  totals.Add(Cause::kSleep, nanoseconds(5));
+  TimeTotals others;
+  others.Add(Cause::kSleep, nanoseconds(2));
+  others.Add(Cause::kLook, nanoseconds(200));
+  totals.Add(others);
+  EXPECT_EQ(totals.Of(Cause::kSleep), nanoseconds(7));
+  EXPECT_EQ(totals.Of(Cause::kLook), nanoseconds(200));
+  EXPECT_EQ(totals.Sum(), nanoseconds(207));
+}
+
 TEST(TimeTotalsTest, SinceIsTheDifferenceOfEachCause) {
   TimeTotals totals;
   totals.Add(Cause::kSleep, nanoseconds(5));
