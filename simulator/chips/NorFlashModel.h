@@ -107,6 +107,8 @@ class NorFlashModel {
   ChipWork Work() const { return work_; }
   /// The first address of what the work is about: of the page or the sector; else 0.
   std::uint32_t WorkAddress() const { return workAddress_; }
+  /// By the data sheet: the typical times with Timing::kPolls.
+  const ChipTimes& Times() const { return times_; }
   /// How long all work that has begun takes by the data sheet: typically with Timing::kPolls.
   std::chrono::nanoseconds TimeOfWork() const { return timeOfWork_; }
   std::uint8_t StatusRegister() const;

@@ -142,7 +142,8 @@ void Instrument::StartWatch() {
                        .type = TypeName(module->Options().type),
                        .spiPath = {},
                        .i2cPaths = {},
-                       .lines = module->Lines()});
+                       .lines = module->Lines(),
+                       .chipTimes = module->Flash().Times()});
   }
   std::vector<std::string> chassisI2c;
   for (const auto& [path, node] : nodes_) {

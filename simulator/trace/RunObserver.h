@@ -99,6 +99,7 @@ struct ObservedModule {
   std::string spiPath;                // of its node; empty: there is none
   std::vector<std::string> i2cPaths;  // of the nodes of its buses
   std::vector<LineLevel> lines;       // in the order of Line
+  ChipTimes chipTimes{};              // of its flash
 };
 
 /// Is told what happens on the instrument, in the order in which it happens: no period begins before
