@@ -164,7 +164,7 @@ class Host {
         guard_(std::move(guard)),
         files_(options),
         log_(files_.Stream(StreamKind::kLog)),
-        observers_(options, files_),
+        observers_(options, files_, [this]() -> const TimeTotals& { return instrument_.Totals(); }),
         selector_(options.withSelector),
         instrument_(PlugIn(options.modules, files_, selector_.Selector()),
                     selector_,
@@ -224,6 +224,8 @@ class Host {
     if (!server_.HasHadConnections() && endSignal_ == 0) {
       problems_.emplace_back("COMMAND never connected to the instrument");
     }
+    // What is wrong comes last, where it is seen.
+    std::cerr << observers_.Summary() << std::flush;
     for (const std::string& problem : problems_) {
       std::cerr << "orvane-sim: " << problem << std::endl;
     }

@@ -53,6 +53,11 @@ once, unless it can be repeated):
                  loaded=current, what the flash holds now, other or none; and how long the
                  run took on the instrument, with --timing polls as an estimate; FILE is
                  replaced whole or not at all, as a flash file is
+  --summary[=json]
+                 at the end says on standard error what the run would have taken on the
+                 instrument, by the steps of an update and by causes, and how that compares
+                 with the least that it can take; json: for programs, in one line; not with
+                 --timing polls
   --control N    descriptor N is a socket (SOCK_SEQPACKET) over which a program drives the
                  run: it asks what modules hold, holds processes, ends faults
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such
@@ -502,6 +507,16 @@ std::chrono::microseconds ParseMessageCost(std::string_view text) {
   return std::chrono::microseconds(*microseconds);
 }
 
+void ParseSummary(const std::optional<std::string>& form, SummaryForm& summary) {
+  if (form && *form != "json") {
+    Refuse(Quoted(*form) + " is not json");
+  }
+  if (summary != SummaryForm::kNone) {
+    Refuse("is given twice");
+  }
+  summary = form ? SummaryForm::kJson : SummaryForm::kText;
+}
+
 int ParseControl(std::string_view text) {
   const auto descriptor = ParseNumber<int>(text);
   int type = 0;
@@ -539,8 +554,10 @@ void RefuseByTiming(const Options& options, bool hasClockStep, bool hasMessageCo
   if (hasMessageCost) {
     throw UsageError("--message-cost: has no effect with --timing polls");
   }
-  const std::pair<const char*, bool> timed[] = {{"--trace", !options.traceFile.empty()},
-                                                {"--vcd", !options.vcdFile.empty()}};
+  const std::pair<const char*, bool> timed[] = {
+      {"--summary", options.summary != SummaryForm::kNone},
+      {"--trace", !options.traceFile.empty()},
+      {"--vcd", !options.vcdFile.empty()}};
   for (const auto& [name, isGiven] : timed) {
     if (isGiven) {
       throw UsageError(name + std::string(": works with --timing typical or longest only"));
@@ -594,6 +611,9 @@ Options ParseOptions(std::span<const char* const> words) {
                   Once([&](const std::string& value) { options.vcdFile = ParseFileName(value); }));
   known.AddOption(
       "--state", Once([&](const std::string& value) { options.stateFile = ParseFileName(value); }));
+  known.AddOptionalValue("--summary", [&](const std::optional<std::string>& form) {
+    ParseSummary(form, options.summary);
+  });
   known.AddOption("--control",
                   Once([&](const std::string& value) { options.control = ParseControl(value); }));
   known.AddOption("--bufsiz", Once([&](const std::string& value) {

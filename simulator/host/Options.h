@@ -22,6 +22,9 @@ struct KeyWithoutEffect {
   std::string module;  // "wend@1"
 };
 
+/// What is said at the end about what the run has taken.
+enum class SummaryForm { kNone, kText, kJson };
+
 /// The command line of orvane-sim.
 struct Options {
   static constexpr std::chrono::microseconds kUsualMessageCost{20};
@@ -35,6 +38,7 @@ struct Options {
   std::string traceFile;                                      // empty: none
   std::string vcdFile;                                        // empty: none
   std::string stateFile;                                      // empty: none
+  SummaryForm summary = SummaryForm::kNone;                   // not with Timing::kPolls
   std::optional<int> control;  // a descriptor of the socket for whoever drives the run
   std::vector<ModuleOptions> modules;
   std::vector<KeyWithoutEffect> keysWithoutEffect;

@@ -514,6 +514,31 @@ TEST(OptionsTest, UnknownTimingIsRefused) {
             "--timing: 'real' is not polls, typical or longest");
 }
 
+TEST(OptionsTest, SummaryIsTextUnlessItIsJson) {
+  EXPECT_EQ(Parse({"--", "x"}).summary, SummaryForm::kNone);
+  EXPECT_EQ(Parse({"--summary", "--timing", "typical", "--", "x"}).summary, SummaryForm::kText);
+  EXPECT_EQ(Parse({"--summary=json", "--timing=longest", "--", "x"}).summary, SummaryForm::kJson);
+}
+
+TEST(OptionsTest, AnythingButJsonAsFormOfTheSummaryIsRefused) {
+  EXPECT_EQ(ProblemWith({"--timing", "typical", "--summary=text", "--", "x"}),
+            "--summary: 'text' is not json");
+  EXPECT_EQ(ProblemWith({"--timing", "typical", "--summary=", "--", "x"}),
+            "--summary: '' is not json");
+}
+
+TEST(OptionsTest, SecondSummaryIsRefused) {
+  EXPECT_EQ(ProblemWith({"--timing", "typical", "--summary", "--summary=json", "--", "x"}),
+            "--summary: is given twice");
+}
+
+TEST(OptionsTest, SummaryNeedsTimes) {
+  for (const char* const option : {"--summary", "--summary=json"}) {
+    EXPECT_EQ(ProblemWith({option, "--", "x"}),
+              "--summary: works with --timing typical or longest only");
+  }
+}
+
 TEST(OptionsTest, MessageCostIsANumberOfMicrosecondsUpToASecond) {
   EXPECT_EQ(Parse({"--timing", "typical", "--", "x"}).messageCost, std::chrono::microseconds(20));
   EXPECT_EQ(Parse({"--timing", "typical", "--message-cost", "0", "--", "x"}).messageCost,
