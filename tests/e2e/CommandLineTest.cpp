@@ -201,6 +201,9 @@ void PrintTo(const ClockSpeed& row, std::ostream* out) { *out << row.name; }
 
 class ClockSpeedTest : public testing::TestWithParam<ClockSpeed> {};
 
+/// A transfer with the rate 0 has none of its own, and takes the node's.
+constexpr const char* kNodeHz = "50000000";
+
 TEST_P(ClockSpeedTest, IsPrintedAndUsed) {
   VirtualInstrument instrument;
   const auto image = orvane::MakeZynqImage({.buildDate = "2024-05-06", .bytes = 4096});
@@ -231,14 +234,14 @@ INSTANTIATE_TEST_SUITE_P(
                     ClockSpeed{"EmptyLeavesTheDefault", "", "19", "19000000", false},
                     ClockSpeed{"BlankLeavesTheDefault", " ", "19", "19000000", false},
                     ClockSpeed{"SignAloneLeavesTheDefault", "-", "19", "19000000", false},
-                    ClockSpeed{"Zero", "0", "0", "0", false},
+                    ClockSpeed{"Zero", "0", "0", kNodeHz, false},
                     ClockSpeed{"FractionIsCut", "1.5", "1", "1000000", false},
                     ClockSpeed{"LettersBehindAreIgnored", "25abc", "25", "25000000", true},
                     ClockSpeed{"BlankBeforeIsSkipped", " 25", "25", "25000000", true},
                     ClockSpeed{"PlusIsTaken", "+7", "7", "7000000", false},
-                    ClockSpeed{"HexadecimalIsZero", "0x19", "0", "0", false},
+                    ClockSpeed{"HexadecimalIsZero", "0x19", "0", kNodeHz, false},
                     ClockSpeed{"NegativeWraps", "-1", "4294967295", "4293967296", true},
-                    ClockSpeed{"Beyond32BitsIsCut", "4294967296", "0", "0", false},
+                    ClockSpeed{"Beyond32BitsIsCut", "4294967296", "0", kNodeHz, false},
                     ClockSpeed{"ProductWraps", "4295", "4295", "32704", false},
                     ClockSpeed{"LargestProductInRange", "4294", "4294", "4294000000", true}),
     [](const auto& row) { return row.param.name; });

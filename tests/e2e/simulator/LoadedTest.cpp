@@ -2,15 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "simulator/chips/NorFlashModel.h"
-#include "simulator/images/Bitstream.h"
-#include "simulator/images/BootImage.h"
+#include "tests/e2e/simulator/ModuleImage.h"
 #include "tests/e2e/simulator/SimulatorRun.h"
 
 namespace orvane {
@@ -18,18 +16,8 @@ namespace {
 
 constexpr std::size_t kImageBytes = 70'000;  // a little more than a sector
 
-std::string Text(const std::vector<std::uint8_t>& bytes) { return {bytes.begin(), bytes.end()}; }
-
-/// @param year  of the image, which makes it newer or older
 std::string Image(const std::string& type, int year) {
-  const auto seed = static_cast<std::uint32_t>(year);
-  if (type == "wend" || type == "pyx2") {
-    return Text(MakeZynqImage({.buildDate = std::to_string(year) + "-05-06 07:08:09",
-                               .bytes = kImageBytes,
-                               .seed = seed}));
-  }
-  return Text(MakeBitstream(
-      {.bytes = kImageBytes, .userAccess = PackStamp({year, 5, 6, 7, 8, 9}), .seed = seed}));
+  return ModuleImage(type, year, kImageBytes);
 }
 
 /// The whole flash with an image at its start.

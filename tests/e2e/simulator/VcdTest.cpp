@@ -19,9 +19,8 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/images/Bitstream.h"
-#include "simulator/images/BootImage.h"
 #include "tests/doubles/ChildProcess.h"
+#include "tests/e2e/simulator/ModuleImage.h"
 #include "tests/e2e/simulator/SimulatorRun.h"
 
 namespace orvane {
@@ -220,18 +219,8 @@ Buses BusesByLog(const std::string& log, WireByLog wire) {
 
 // --- The runs -----------------------------------------------------------------------------------
 
-std::string Text(const std::vector<std::uint8_t>& bytes) { return {bytes.begin(), bytes.end()}; }
-
-/// @param year  of the image, which makes it newer or older
 std::string Image(const std::string& type, int year) {
-  const auto seed = static_cast<std::uint32_t>(year);
-  if (type == "wend" || type == "pyx2") {
-    return Text(MakeZynqImage({.buildDate = std::to_string(year) + "-05-06 07:08:09",
-                               .bytes = kImageBytes,
-                               .seed = seed}));
-  }
-  return Text(MakeBitstream(
-      {.bytes = kImageBytes, .userAccess = PackStamp({year, 5, 6, 7, 8, 9}), .seed = seed}));
+  return ModuleImage(type, year, kImageBytes);
 }
 
 /// A run with the file "levels".
