@@ -116,15 +116,16 @@ void PrintAssertion(const char* text) {
   EndAfter(message.starts_with(kStart) ? message.substr(kStart.size()) : message);
 }
 
-/// Starts a process that removes the directory when this one has ended, which may be filling it. The
-/// C library keeps its allocation usable in the child of a process with threads.
+/// Starts a process that removes the directory when this one has ended, which may be filling it. Between
+/// fork and exec nothing is allocated: another thread may have been doing that, and the sanitizers'
+/// allocation waits for it then.
 void RemoveAfterThisProcess(const std::string& directory) {
   const pid_t self = ::getpid();
   if (::fork() == 0) {
     while (::getppid() == self) {
       ::usleep(kRemovePollMicroseconds);
     }
-    RunDirectory::Remove(directory);
+    ::execl("/bin/rm", "rm", "-rf", "--", directory.c_str(), nullptr);
     ::_exit(kInstrumentFailed);
   }
 }
