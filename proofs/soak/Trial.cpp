@@ -474,7 +474,11 @@ Observation Trial::Make(const Plan& plan, const Update& update, double seconds) 
 
   const bool isInstrumentKilled = plan.signal == SIGKILL && plan.target < Target::kCommand;
   seen.processes = seen.hang ? "" : WaitForProcesses(place, isInstrumentKilled);
-  KillAll(place);
+  if (seen.hang || !seen.processes.empty()) {
+    // Only then: the process that removes the folder cannot be seen while it executes, and may still
+    // be at work.
+    KillAll(place);
+  }
   if (isInstrumentKilled && (plan.target == Target::kBoth || seen.wasAlone)) {
     // Nobody was there to remove the folder: the next start does it.
     WaitForLocks(place);

@@ -22,7 +22,8 @@ struct Process {
 std::vector<Process> AllProcesses();
 
 /// The processes that started with this variable in their environment, without those that have
-/// ended. One that ends meanwhile may be there; none that goes on is missing.
+/// ended. One that ends meanwhile may be there. Of those that go on, one is missing while it
+/// executes another program: it has no environment then, for longer when that is read from a disk.
 /// @param variable  "NAME=VALUE"
 std::vector<Process> ProcessesWith(const std::string& variable);
 
