@@ -119,7 +119,8 @@ class TerminalTest : public testing::TestWithParam<Shell> {
   /// No process and no file is left.
   void ExpectNothingLeft() const {
     EXPECT_TRUE(Eventually([&] { return Jobs().empty(); })) << Describe(Jobs());
-    EXPECT_TRUE(std::filesystem::is_empty(Temporary()));
+    // What removes the files of an instrument that was killed is no job while it executes.
+    EXPECT_TRUE(Eventually([&] { return std::filesystem::is_empty(Temporary()); }));
   }
 
   std::string ReadFile(const std::string& name) const {
