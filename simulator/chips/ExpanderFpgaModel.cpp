@@ -79,7 +79,7 @@ ExpanderFpgaModel::ExpanderFpgaModel(ExpanderModule module,
       flash_(flash),
       address_(static_cast<std::uint8_t>(wiring_.address + (slot == kOffsetSlot ? 1 : 0))),
       expander_(wiring_.pulls),
-      boot_(policy, kClearTime, flash.Bootable() && wiring_.plausible(flash.Contents())),
+      boot_(policy, kClearTime, flash.Bootable() && wiring_.plausible(flash.FirstSector())),
       configuration_(flash) {
   Settle();
 }
@@ -105,7 +105,7 @@ bool ExpanderFpgaModel::FlashAnswersController() const {
 
 bool ExpanderFpgaModel::FlashBootable() const {
   return (expander_.Lines() & wiring_.routing) == wiring_.flashToFpga && flash_.Bootable() &&
-         wiring_.plausible(flash_.Contents());
+         wiring_.plausible(flash_.FirstSector());
 }
 
 void ExpanderFpgaModel::AdvanceTime(std::chrono::nanoseconds by) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 #include "simulator/timing/ClockedPart.h"
 
@@ -26,8 +27,7 @@ constexpr std::uint8_t kEraseSector = 0xD8;         // 3 address bytes
 constexpr std::size_t kCommandBytes = 4;  // opcode and address
 constexpr std::size_t kPageBytes = 256;
 constexpr std::size_t kSubsectorBytes = 4096;
-constexpr std::size_t kSectorBytes = 65536;
-constexpr std::uint8_t kErased = 0xFF;
+constexpr std::size_t kSectorBytes = FlashArray::kSectorBytes;
 
 constexpr std::uint8_t kStatusBusy = 0x01;
 constexpr std::uint8_t kStatusWriteEnabled = 0x02;
@@ -63,7 +63,7 @@ NorFlashModel::NorFlashModel(Chip chip, Timing timing)
     : chip_(chip),
       timing_(timing),
       times_(chip == Chip::kMacronix ? MacronixTimes(timing) : MicronTimes(timing)),
-      array_(kBytes, kErased),
+      array_(kBytes / kSectorBytes),
       configuration_(chip == Chip::kMacronix ? kMacronixConfigDefault : 0) {}
 
 void NorFlashModel::Load(std::span<const std::uint8_t> contents) {
@@ -71,8 +71,7 @@ void NorFlashModel::Load(std::span<const std::uint8_t> contents) {
     throw std::length_error("more than 16 MiB for the flash");
   }
   PrepareChange({.begin = 0, .end = kBytes});
-  const auto end = std::copy(contents.begin(), contents.end(), array_.begin());
-  std::fill(end, array_.end(), kErased);
+  array_.Load(contents);
 }
 
 /// To be called before the array changes.
@@ -82,8 +81,8 @@ void NorFlashModel::PrepareChange(Range range) {
   }
   for (std::size_t at = range.begin / kSectorBytes * kSectorBytes; at < range.end;
        at += kSectorBytes) {
-    const auto sector = array_.begin() + static_cast<std::ptrdiff_t>(at);
-    replaced_->try_emplace(at, sector, sector + kSectorBytes);
+    const auto sector = std::as_const(array_).Part(at, kSectorBytes);
+    replaced_->try_emplace(at, sector.begin(), sector.end());
   }
 }
 
@@ -91,7 +90,7 @@ bool NorFlashModel::IsAsRemembered() const {
   return replaced_ && std::all_of(replaced_->begin(), replaced_->end(), [this](const auto& sector) {
            return std::equal(sector.second.begin(),
                              sector.second.end(),
-                             array_.begin() + static_cast<std::ptrdiff_t>(sector.first));
+                             array_.Part(sector.first, sector.second.size()).begin());
          });
 }
 
@@ -99,7 +98,7 @@ std::optional<std::vector<std::uint8_t>> NorFlashModel::Remembered() const {
   if (!replaced_) {
     return std::nullopt;
   }
-  std::vector<std::uint8_t> contents = array_;
+  std::vector<std::uint8_t> contents(Contents().begin(), Contents().end());
   for (const auto& [at, bytes] : *replaced_) {
     std::copy(bytes.begin(), bytes.end(), contents.begin() + static_cast<std::ptrdiff_t>(at));
   }
@@ -161,7 +160,7 @@ void NorFlashModel::ReadArray(std::span<const std::uint8_t> mosi,
   miso = miso.subspan(kCommandBytes);
   for (std::size_t at = Address(mosi); !miso.empty(); at = 0) {
     const std::size_t run = std::min(miso.size(), kBytes - at);
-    std::copy_n(array_.begin() + static_cast<std::ptrdiff_t>(at), run, miso.begin());
+    std::copy_n(array_.Part(at, run).data(), run, miso.begin());
     miso = miso.subspan(run);
   }
 }
@@ -237,8 +236,9 @@ void NorFlashModel::Program(std::size_t address, std::span<const std::uint8_t> d
       address += data.size() - kPageBytes;
       data = data.last(kPageBytes);
     }
+    const auto bytes = array_.Part(page, kPageBytes);
     for (std::size_t i = 0; i < data.size(); ++i) {
-      array_[page + (address + i) % kPageBytes] &= data[i];
+      bytes[(address + i) % kPageBytes] &= data[i];
     }
   }
   Begin(ChipWork::kPageProgram, page);
@@ -255,7 +255,7 @@ void NorFlashModel::Erase(Range range) {
       const std::size_t end = std::min(range.end, sector + kSectorBytes);
       if (std::find(wornSectors_.begin(), wornSectors_.end(), sector) == wornSectors_.end()) {
         PrepareChange({.begin = at, .end = end});
-        std::fill_n(array_.begin() + static_cast<std::ptrdiff_t>(at), end - at, kErased);
+        array_.Erase(at, end - at);
       }
       at = end;
     }

@@ -8,6 +8,7 @@
 #include <span>
 #include <vector>
 
+#include "simulator/chips/FlashArray.h"
 #include "simulator/timing/ByteClock.h"
 #include "simulator/timing/ChipTimes.h"
 #include "simulator/timing/Timing.h"
@@ -65,7 +66,11 @@ class NorFlashModel {
   void Load(std::span<const std::uint8_t> contents);
 
   /// The whole array, kBytes long; valid as long as the chip, and always up to date.
-  std::span<const std::uint8_t> Contents() const { return array_; }
+  std::span<const std::uint8_t> Contents() const { return array_.Part(0, kBytes); }
+  /// Its first sector, which is where an FPGA looks for what it loads.
+  std::span<const std::uint8_t> FirstSector() const {
+    return array_.Part(0, FlashArray::kSectorBytes);
+  }
 
   // One moment at a time can be remembered. It costs a copy of each 64 KiB sector that changes
   // later, made at its first change.
@@ -163,7 +168,7 @@ class NorFlashModel {
   Chip chip_;
   Timing timing_;
   ChipTimes times_;
-  std::vector<std::uint8_t> array_;
+  FlashArray array_;
   // Sectors that have changed since the moment that is remembered: their first addresses, and what
   // they held then. None: nothing is remembered.
   std::optional<std::map<std::size_t, std::vector<std::uint8_t>>> replaced_;

@@ -8,7 +8,7 @@ namespace {
 constexpr std::chrono::nanoseconds kClearTime{0};  // the boot ROM reads the flash at once
 
 bool CanBootFrom(const NorFlashModel& flash) {
-  return flash.Bootable() && HasPlausibleBootHeader(flash.Contents());
+  return flash.Bootable() && HasPlausibleBootHeader(flash.FirstSector());
 }
 
 }  // namespace

@@ -343,7 +343,9 @@ class Host {
   /// A file that cannot be saved does not keep the others from it.
   void SaveFiles() {
     for (const auto& module : instrument_.Modules()) {
-      NoteProblem([&] { files_.SaveFlash(module->Options(), module->Flash().Contents()); });
+      if (!module->Options().flashFile.empty()) {  // else nobody looks at the whole flash
+        NoteProblem([&] { files_.SaveFlash(module->Options(), module->Flash().Contents()); });
+      }
       if (!module->Options().loadedFile.empty()) {
         NoteProblem([&] {
           files_.SaveLoaded(module->Options(),
