@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -107,26 +108,34 @@ FlashFile::Locked FlashFile::OpenLocked(const std::string& path) {
   Refuse(path, "is replaced again and again");
 }
 
-std::vector<std::uint8_t> FlashFile::Load() const {
-  std::vector<std::uint8_t> contents;
-  contents.reserve(std::min(static_cast<std::size_t>(opened_.st_size), NorFlashModel::kBytes));
+/// Passes the file on in pieces, until its end or until one is not taken.
+/// @param take  takes bytes; returns whether it takes more
+void FlashFile::Read(const std::function<bool(std::span<const std::uint8_t>)>& take) const {
   std::array<std::uint8_t, 1 << 16> piece{};
+  off_t at = 0;
   for (;;) {
-    const ssize_t count =
-        ::pread(file_.Get(), piece.data(), piece.size(), static_cast<off_t>(contents.size()));
-    if (count == 0) {
-      return contents;
-    }
+    const ssize_t count = ::pread(file_.Get(), piece.data(), piece.size(), at);
     if (count < 0 && errno != EINTR) {
       Fail("read", path_);
     }
-    if (count > 0) {
-      contents.insert(contents.end(), piece.begin(), piece.begin() + count);
+    if (count == 0 || (count > 0 && !take({piece.data(), static_cast<std::size_t>(count)}))) {
+      return;
     }
+    at += std::max<ssize_t>(count, 0);
+  }
+}
+
+std::vector<std::uint8_t> FlashFile::Load() const {
+  std::vector<std::uint8_t> contents;
+  contents.reserve(std::min(static_cast<std::size_t>(opened_.st_size), NorFlashModel::kBytes));
+  Read([&](std::span<const std::uint8_t> piece) {
+    contents.insert(contents.end(), piece.begin(), piece.end());
     if (contents.size() > NorFlashModel::kBytes) {
       Refuse(path_, "is larger than 16 MiB");
     }
-  }
+    return true;
+  });
+  return contents;
 }
 
 void FlashFile::Save(std::span<const std::uint8_t> contents) const {
@@ -137,12 +146,21 @@ void FlashFile::Save(std::span<const std::uint8_t> contents) const {
 }
 
 bool FlashFile::Holds(std::span<const std::uint8_t> contents) const {
+  if (static_cast<std::size_t>(opened_.st_size) != contents.size()) {
+    return false;
+  }
+  bool isSame = true;
   try {
-    return static_cast<std::size_t>(opened_.st_size) == contents.size() &&
-           std::ranges::equal(Load(), contents);
+    Read([&](std::span<const std::uint8_t> piece) {
+      isSame = piece.size() <= contents.size() &&
+               std::ranges::equal(piece, contents.first(piece.size()));
+      contents = isSame ? contents.subspan(piece.size()) : contents;
+      return isSame;
+    });
   } catch (const std::runtime_error&) {
     return false;  // what cannot be read may still be replaced
   }
+  return isSame && contents.empty();
 }
 
 void FlashFile::RefuseChanged() const {

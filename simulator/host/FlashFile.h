@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -38,6 +39,7 @@ class FlashFile {
   };
   FlashFile(const std::string& path, Locked locked);
   static Locked OpenLocked(const std::string& path);
+  void Read(const std::function<bool(std::span<const std::uint8_t>)>& take) const;
   bool Holds(std::span<const std::uint8_t> contents) const;
   void RefuseChanged() const;
 

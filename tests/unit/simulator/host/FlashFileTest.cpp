@@ -78,6 +78,18 @@ TEST_F(FlashFileTest, FileThatHoldsTheContentsAlreadyIsNotWritten) {
   EXPECT_EQ(ReadFile(path_), "ole");
 }
 
+TEST_F(FlashFileTest, LargeFileThatDiffersInItsLastByteIsWritten) {
+  fs::resize_file(path_, 200'000);
+  const FlashFile file(path_);
+  Bytes contents = file.Load();
+  FileCalls calls;
+  file.Save(contents);
+  EXPECT_THAT(calls.names, IsEmpty());
+  contents.back() = 0x01;
+  file.Save(contents);
+  EXPECT_EQ(ReadFile(path_), std::string(contents.begin(), contents.end()));
+}
+
 TEST_F(FlashFileTest, SixteenMebibytesAreTheMost) {
   fs::resize_file(path_, 16U << 20);
   EXPECT_EQ(FlashFile(path_).Load().size(), 16U << 20);
