@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
@@ -19,27 +18,42 @@ static_assert(kReadBytes % kWordBytes == 0);
 constexpr int kFirstYear = 2000;
 constexpr std::size_t kMaxDescriptionBytes = 80;  // more than six numbers of type int can take
 
+std::uint32_t BigEndian(const std::uint8_t* bytes) {
+  return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
+         std::uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
 /// Reads a file word by word, big-endian, and takes the word after the packet header.
 class UserAccessSearch {
  public:
-  /// @param bytes,count  the next 1 to 4 bytes of the file; fewer than 4 at its end only. They
-  ///                     replace the first bytes of the previous word, whose other bytes stay.
+  /// @param bytes  the next word of the file
+  /// @return whether it is the time stamp, Word()
+  bool Next(const std::uint8_t* bytes) {
+    const bool isStamp = word_ == kWriteUserAccess;
+    word_ = BigEndian(bytes);
+    return isStamp;
+  }
+
+  /// @param bytes,count  the end of the file that is no whole word, 0 to 3 bytes. They replace the
+  ///                     first bytes of the previous word, whose other bytes stay.
   /// @return the time stamp, when this word is it
-  std::optional<std::uint32_t> Next(const std::uint8_t* bytes, std::size_t count) {
-    std::uint32_t word = previous_;
+  [[nodiscard]] std::optional<std::uint32_t> Last(const std::uint8_t* bytes,
+                                                  std::size_t count) const {
+    if (count == 0 || word_ != kWriteUserAccess) {
+      return std::nullopt;
+    }
+    std::uint32_t word = word_;
     for (std::size_t i = 0; i < count; ++i) {
       const std::size_t shift = 8 * (kWordBytes - 1 - i);
       word = (word & ~(0xFFU << shift)) | static_cast<std::uint32_t>(bytes[i]) << shift;
     }
-    if (previous_ == kWriteUserAccess) {
-      return word;
-    }
-    previous_ = word;
-    return std::nullopt;
+    return word;
   }
 
+  [[nodiscard]] std::uint32_t Word() const { return word_; }
+
  private:
-  std::uint32_t previous_ = 0;
+  std::uint32_t word_ = 0;
 };
 
 /// `width` bits of `value` from bit `low` on.
@@ -61,13 +75,13 @@ std::optional<std::uint32_t> Find(int fd) {
       continue;
     }
     if (count == 0) {
-      return held == 0 ? std::nullopt : search.Next(buffer.data(), held);
+      return search.Last(buffer.data(), held);
     }
     const std::size_t available = held + static_cast<std::size_t>(count);
     std::size_t at = 0;
     for (; at + kWordBytes <= available; at += kWordBytes) {
-      if (const auto stamp = search.Next(buffer.data() + at, kWordBytes)) {
-        return stamp;
+      if (search.Next(buffer.data() + at)) {
+        return search.Word();
       }
     }
     held = available - at;
@@ -79,14 +93,12 @@ std::optional<std::uint32_t> Find(int fd) {
 
 std::optional<std::uint32_t> Find(std::span<const std::uint8_t> bytes) {
   UserAccessSearch search;
-  while (!bytes.empty()) {
-    const std::size_t count = std::min(kWordBytes, bytes.size());
-    if (const auto stamp = search.Next(bytes.data(), count)) {
-      return stamp;
+  for (; bytes.size() >= kWordBytes; bytes = bytes.subspan(kWordBytes)) {
+    if (search.Next(bytes.data())) {
+      return search.Word();
     }
-    bytes = bytes.subspan(count);
   }
-  return std::nullopt;
+  return search.Last(bytes.data(), bytes.size());
 }
 
 bool IsSameBuild(std::uint32_t flashStamp, std::uint32_t imageStamp) {
