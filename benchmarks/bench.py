@@ -17,24 +17,34 @@ PAGE = os.path.join(os.path.dirname(HERE), "docs", "performance.md")
 
 
 def measure(bench, short, only):
-    """Runs the benchmarks; returns their rows, each with its group."""
+    """Runs the benchmarks; returns their rows, each with its group and its function."""
     made = []
     for group, is_short, function in rows.BENCHMARKS:
         if (is_short or not short) and only in f"{group} {function.__name__}":
             print(f"{function.__name__} ...", file=sys.stderr)
-            made += [{"group": group, **row} for row in function(bench)]
+            made += [{"group": group, "benchmark": function.__name__, **row}
+                     for row in function(bench)]
     return made
 
 
+def merged(made, known):
+    """All rows: of the benchmarks that have run now, and of those that have run before."""
+    ran = {row["benchmark"] for row in made}
+    both = made + [row for row in known if row["benchmark"] not in ran]
+    return [row for _, _, function in rows.BENCHMARKS for row in both
+            if row["benchmark"] == function.__name__]
+
+
 def machine(compiler):
-    """The machine in words."""
+    """The machine in words, and how much it has to do besides."""
     with open("/proc/cpuinfo", encoding="ascii", errors="replace") as file:
         models = [line.split(":")[1].strip() for line in file if line.startswith("model name")]
     memory = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") / 2**30
     system = platform.freedesktop_os_release()["PRETTY_NAME"]
     processors = f"{len(models)} processors ({models[0]})" if models else "processors"
     return (f"{processors}, {memory:.0f} GiB of memory, {system}, "
-            f"Linux {'.'.join(platform.release().split('.')[:2])}, {compiler}")
+            f"Linux {'.'.join(platform.release().split('.')[:2])}, {compiler}; "
+            f"{os.getloadavg()[0]:.1f} other processes were running")
 
 
 def grown(made, known):
@@ -72,10 +82,11 @@ def write(path, text):
 
 def measure_and_judge(words):
     bench = Bench(words.build, words.instrument or words.build)
-    made = measure(bench, words.short, words.only)
-    figures = {"machine": machine(bench.compiler), "rows": made}
+    figures = {"machine": machine(bench.compiler)}
+    made = figures["rows"] = measure(bench, words.short, words.only)
     print(json.dumps(figures, indent=1) if words.json else page.table(made), flush=True)
     if words.write:
+        figures["rows"] = merged(made, known_figures()["rows"])
         write(FIGURES, json.dumps(figures, indent=1) + "\n")
         write(PAGE, page.render(figures))
         return 0

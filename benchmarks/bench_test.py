@@ -39,6 +39,14 @@ class MissedTest(unittest.TestCase):
         self.assertEqual(bench.missed([rows.limited("a", 1500, "instructions", 1500)]), [])
 
 
+class MergedTest(unittest.TestCase):
+    def test_rows_of_benchmarks_that_did_not_run_stay_in_their_order(self):
+        first, second = (function.__name__ for _, _, function in rows.BENCHMARKS[:2])
+        known = [row("old", benchmark=first), row("kept", benchmark=second)]
+        self.assertEqual(bench.merged([row("new", benchmark=first)], known),
+                         [row("new", benchmark=first), row("kept", benchmark=second)])
+
+
 class SelfCostsTest(unittest.TestCase):
     LINES = """\
 ob=(1) /bin/flash-pages

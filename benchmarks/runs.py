@@ -214,10 +214,10 @@ def self_costs(lines):
     return costs
 
 
-def system_calls(bench, image):
-    """{name: count} of all system calls of a process that programs the image."""
+def strace(bench, words):
+    """{name: count} of all system calls of a command and its processes."""
     out = bench.path("strace.out")
-    call(["strace", "-f", "-c", "-o", out, bench.helper("flash-pages"), image, "1"])
+    call(["strace", "-f", "-c", "-o", out, *words], cwd=bench.folder.name)
     with open(out, encoding="ascii") as file:
         rows = [line.split() for line in file]
     return {row[-1]: int(row[3]) for row in rows if len(row) > 4 and row[3].isdigit()
