@@ -2,16 +2,21 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 
 namespace user_access {
 
 namespace {
 
 constexpr std::uint32_t kWriteUserAccess = 0x3001A001;
+constexpr std::array<std::uint8_t, 4> kHeaderBytes = {0x30, 0x01, 0xA0, 0x01};  // in a file
 constexpr std::size_t kWordBytes = 4;
+constexpr std::size_t kBlockBytes = 64;  // that are searched at once
 constexpr std::size_t kReadBytes = std::size_t{64} * 1024;
 static_assert(kReadBytes % kWordBytes == 0);
 
@@ -23,34 +28,53 @@ std::uint32_t BigEndian(const std::uint8_t* bytes) {
          std::uint32_t{bytes[2]} << 8 | bytes[3];
 }
 
+/// Without a branch for each word, so that the compiler compares several at once.
+bool HasHeader(std::span<const std::uint8_t, kBlockBytes> words) {
+  bool hasHeader = false;
+  for (std::size_t at = 0; at < kBlockBytes; at += kWordBytes) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, &words[at], kWordBytes);
+    hasHeader |= word == std::bit_cast<std::uint32_t>(kHeaderBytes);
+  }
+  return hasHeader;
+}
+
 /// Reads a file word by word, big-endian, and takes the word after the packet header.
 class UserAccessSearch {
  public:
-  /// @param bytes  the next word of the file
-  /// @return whether it is the time stamp, Word()
-  bool Next(const std::uint8_t* bytes) {
-    const bool isStamp = word_ == kWriteUserAccess;
-    word_ = BigEndian(bytes);
-    return isStamp;
+  /// @param words  the next whole words of the file
+  /// @return the time stamp, when it is among them
+  std::optional<std::uint32_t> Next(std::span<const std::uint8_t> words) {
+    while (!words.empty()) {
+      const bool isAfterHeader = word_ == kWriteUserAccess;
+      if (!isAfterHeader && words.size() >= kBlockBytes && !HasHeader(words.first<kBlockBytes>())) {
+        word_ = BigEndian(&words[kBlockBytes - kWordBytes]);
+        words = words.subspan(kBlockBytes);
+        continue;
+      }
+      word_ = BigEndian(words.data());
+      if (isAfterHeader) {
+        return word_;
+      }
+      words = words.subspan(kWordBytes);
+    }
+    return std::nullopt;
   }
 
-  /// @param bytes,count  the end of the file that is no whole word, 0 to 3 bytes. They replace the
-  ///                     first bytes of the previous word, whose other bytes stay.
+  /// @param bytes  the end of the file that is no whole word, 0 to 3 bytes. They replace the first
+  ///               bytes of the previous word, whose other bytes stay.
   /// @return the time stamp, when this word is it
-  [[nodiscard]] std::optional<std::uint32_t> Last(const std::uint8_t* bytes,
-                                                  std::size_t count) const {
-    if (count == 0 || word_ != kWriteUserAccess) {
+  [[nodiscard]] std::optional<std::uint32_t> Last(std::span<const std::uint8_t> bytes) const {
+    if (bytes.empty() || word_ != kWriteUserAccess) {
       return std::nullopt;
     }
     std::uint32_t word = word_;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
       const std::size_t shift = 8 * (kWordBytes - 1 - i);
       word = (word & ~(0xFFU << shift)) | static_cast<std::uint32_t>(bytes[i]) << shift;
     }
     return word;
   }
-
-  [[nodiscard]] std::uint32_t Word() const { return word_; }
 
  private:
   std::uint32_t word_ = 0;
@@ -75,30 +99,24 @@ std::optional<std::uint32_t> Find(int fd) {
       continue;
     }
     if (count == 0) {
-      return search.Last(buffer.data(), held);
+      return search.Last(std::span(buffer).first(held));
     }
-    const std::size_t available = held + static_cast<std::size_t>(count);
-    std::size_t at = 0;
-    for (; at + kWordBytes <= available; at += kWordBytes) {
-      if (search.Next(buffer.data() + at)) {
-        return search.Word();
-      }
+    const auto bytes = std::span(buffer).first(held + static_cast<std::size_t>(count));
+    held = bytes.size() % kWordBytes;
+    if (const auto stamp = search.Next(bytes.first(bytes.size() - held))) {
+      return stamp;
     }
-    held = available - at;
-    for (std::size_t i = 0; i < held; ++i) {
-      buffer[i] = buffer[at + i];
-    }
+    std::ranges::copy(bytes.last(held), buffer.begin());
   }
 }
 
 std::optional<std::uint32_t> Find(std::span<const std::uint8_t> bytes) {
   UserAccessSearch search;
-  for (; bytes.size() >= kWordBytes; bytes = bytes.subspan(kWordBytes)) {
-    if (search.Next(bytes.data())) {
-      return search.Word();
-    }
+  const std::size_t words = bytes.size() - bytes.size() % kWordBytes;
+  if (const auto stamp = search.Next(bytes.first(words))) {
+    return stamp;
   }
-  return search.Last(bytes.data(), bytes.size());
+  return search.Last(bytes.subspan(words));
 }
 
 bool IsSameBuild(std::uint32_t flashStamp, std::uint32_t imageStamp) {

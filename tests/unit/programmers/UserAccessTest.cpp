@@ -4,7 +4,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <random>
@@ -74,6 +76,17 @@ TEST(UserAccessTest, MemoryAndFileOfTheSameRandomBytesGiveTheSame) {
   }
   EXPECT_GT(found, 10);
   EXPECT_LT(found, 390);
+}
+
+TEST(UserAccessTest, StampIsFoundWhereverItStandsInThreeBlocks) {
+  const Bytes stamp = {0x30, 0x01, 0xA0, 0x01, 0x5A, 0x9E, 0x38, 0xC5};
+  const std::size_t size = 3 * 64;
+  for (std::size_t at = 0; at + stamp.size() <= size; at += 4) {
+    Bytes bytes(size, 0x78);
+    std::copy(stamp.begin(), stamp.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    EXPECT_EQ(user_access::Find(bytes), 0x5A9E38C5) << "at " << at;
+    EXPECT_EQ(FindInFile(bytes), 0x5A9E38C5) << "at " << at;
+  }
 }
 
 TEST(UserAccessTest, EqualStampsAreTheSameBuild) {
