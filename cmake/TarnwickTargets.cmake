@@ -203,6 +203,11 @@ function(tarnwick_add_test name)
   set_tests_properties(${folder}.${name} PROPERTIES TIMEOUT ${arg_TIMEOUT}
     ENVIRONMENT "${TARNWICK_LSAN_OPTIONS}"
     ENVIRONMENT_MODIFICATION "${TARNWICK_LIBRARY_PATH}")
+  if(folder MATCHES "^e2e")
+    # The program and the instrument take turns. On two processors, each turn begins with one that
+    # sleeps and has to be woken, which takes longer than the turn.
+    set_tests_properties(${folder}.${name} PROPERTIES PROCESSOR_AFFINITY ON)
+  endif()
 endfunction()
 
 # tarnwick_add_fuzzer(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...])
