@@ -34,6 +34,7 @@
 #include "simulator/host/RunFiles.h"
 #include "simulator/host/RunHooks.h"
 #include "simulator/host/RunObservers.h"
+#include "simulator/host/ShimFolders.h"
 #include "simulator/host/ShimServer.h"
 #include "simulator/host/Testbed.h"
 #include "simulator/host/UnhitReport.h"
@@ -53,15 +54,19 @@ std::string LinkAddress(const std::string& directory) { return directory + "/lin
 
 std::string TimePagePath(const std::string& directory) { return directory + "/time"; }
 
-/// Where the build puts the shim, seen from this executable.
+/// The shim, in one of the folders that the build or an installation gives it, seen from this executable.
+/// @throw std::runtime_error
 std::string FindShim() {
   namespace fs = std::filesystem;
   const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
-  const fs::path shim = here.parent_path() / "lib" / kShimName;
-  if (!fs::exists(shim)) {
-    throw std::runtime_error(shim.string() + " not found");
+  for (const char* const folder : kShimFolders) {
+    const fs::path shim = (here / folder / kShimName).lexically_normal();
+    if (fs::exists(shim)) {
+      return shim.string();
+    }
   }
-  return shim.string();
+  throw std::runtime_error((here / kShimFolders[0] / kShimName).lexically_normal().string() +
+                           " not found");
 }
 
 std::vector<std::unique_ptr<Module>> PlugIn(const std::vector<ModuleOptions>& wanted,
