@@ -175,7 +175,7 @@ class Host {
         instrument_(PlugIn(options.modules, files_, selector_.Selector()),
                     selector_,
                     Rules(options.faults),
-                    options.SpiLimit(),
+                    {.bytes = options.SpiLimit(), .alignment = options.spiAlignment},
                     log_,
                     {.timing = options.timing,
                      .messageCost = options.messageCost,

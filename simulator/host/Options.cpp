@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <chrono>
 #include <cstddef>
@@ -63,6 +64,10 @@ once, unless it can be repeated):
   --bufsiz TEXT  contents of /sys/module/spidev/parameters/bufsiz, none: no such
                  file (4096); a positive number is the driver's limit as well,
                  which is 4096 otherwise
+  --spi-alignment BYTES
+                 the driver rounds the length of each transfer up to a multiple of BYTES
+                 before it compares with its limit: a power of two up to 4096; ARM has 64,
+                 arm64 128, x86 8; 1: nothing is rounded (64)
   --without NAME leaves out the service inventory or resources, the whole bus, or
                  the module selector; can be repeated
   --fault RULE   makes events fail, see below; can be repeated
@@ -507,6 +512,15 @@ std::chrono::microseconds ParseMessageCost(std::string_view text) {
   return std::chrono::microseconds(*microseconds);
 }
 
+std::uint32_t ParseAlignment(std::string_view text) {
+  constexpr std::uint32_t kMaxBytes = 4096;
+  const auto bytes = ParseNumber<std::uint32_t>(text);
+  if (!bytes || !std::has_single_bit(*bytes) || *bytes > kMaxBytes) {
+    Refuse(Quoted(text) + " is not a power of two up to " + std::to_string(kMaxBytes));
+  }
+  return *bytes;
+}
+
 void ParseSummary(const std::optional<std::string>& form, SummaryForm& summary) {
   if (form && *form != "json") {
     Refuse(Quoted(*form) + " is not json");
@@ -618,6 +632,9 @@ Options ParseOptions(std::span<const char* const> words) {
                   Once([&](const std::string& value) { options.control = ParseControl(value); }));
   known.AddOption("--bufsiz", Once([&](const std::string& value) {
                     options.bufsiz = value == "none" ? std::nullopt : std::optional(value);
+                  }));
+  known.AddOption("--spi-alignment", Once([&](const std::string& value) {
+                    options.spiAlignment = ParseAlignment(value);
                   }));
   known.AddOption("--without", [&](const std::string& value) { ParseWithout(value, options); });
   known.AddOption("--fault", [&](const std::string& value) {

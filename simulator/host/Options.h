@@ -28,6 +28,7 @@ enum class SummaryForm { kNone, kText, kJson };
 /// The command line of orvane-sim.
 struct Options {
   static constexpr std::chrono::microseconds kUsualMessageCost{20};
+  static constexpr std::uint32_t kArmAlignment = 64;
 
   std::optional<std::string> answer;  // to --help or --version: print it and run nothing
   bool fast = false;
@@ -46,6 +47,7 @@ struct Options {
   bool fileEvents = false;  // whether all calls on ordinary files are events
   bool allowUnhit = false;  // neither fault rules without a hit nor these keys are reported
   std::optional<std::string> bufsiz = "4096";  // contents of the parameter file; none: no file
+  std::uint32_t spiAlignment = kArmAlignment;  // of the spidev driver's transfers, in bytes
   bool withBus = true;
   bool withInventory = true;
   bool withResources = true;

@@ -279,7 +279,8 @@ LinkReply QuestionHandler::HandleRead(const Question& question, const File& file
       SpiTransfer{.length = static_cast<std::uint32_t>(std::min<std::size_t>(count, UINT32_MAX)),
                   .receives = true}};
   return ReplyFor(instrument_.SubmitSpi(
-      file.path, {.transfers = transfers, .sent = std::span<const std::uint8_t>()}));
+      file.path,
+      {.transfers = transfers, .sent = std::span<const std::uint8_t>(), .isPlain = true}));
 }
 
 LinkReply QuestionHandler::HandleWrite(const Question& question,
@@ -291,7 +292,7 @@ LinkReply QuestionHandler::HandleWrite(const Question& question,
       // A plain write to an SPI device is a message that only sends.
       const std::array transfers = {
           SpiTransfer{.length = static_cast<std::uint32_t>(question.a), .sends = true}};
-      SpiMessage message{.transfers = transfers};
+      SpiMessage message{.transfers = transfers, .isPlain = true};
       if (question.b == 0) {
         message.sent = bytes;
       }

@@ -106,12 +106,12 @@ std::size_t ReceivedBytes(std::span<const I2cMessage> messages) {
 Instrument::Instrument(std::vector<std::unique_ptr<Module>> modules,
                        ModuleSelectorFiles& selector,
                        FaultRules faults,
-                       std::uint64_t bufsiz,
+                       SpiBuffers buffers,
                        EventLog& log,
                        TimingOptions timing)
     : modules_(std::move(modules)),
       faults_(std::move(faults)),
-      bufsiz_(bufsiz),
+      buffers_(buffers),
       log_(log),
       timing_(timing),
       clock_(PartsOf(modules_)) {
@@ -351,11 +351,11 @@ void Instrument::LogSpeed(std::string_view path,
 
 /// @param fits  whether the message is short enough to be carried out
 /// @return the errno that the driver has for such a message, or 0
-int Instrument::ProblemOf(const Node& node, const SpiTotals& totals, bool fits) const {
+int Instrument::ProblemOf(const Node& node, const SpiMessage& message, bool fits) const {
   if (!node.isSpi) {
     return ENOTTY;
   }
-  if (totals.sent > bufsiz_ || totals.received > bufsiz_) {
+  if (!FitsInto(buffers_, message)) {
     return EMSGSIZE;
   }
   return fits ? 0 : ENOMEM;
@@ -379,7 +379,7 @@ EventResult Instrument::SubmitSpi(std::string_view path, const SpiMessage& messa
   const bool isLost = fault.kind == Fault::Kind::kLose;
   EventResult result{.value = static_cast<std::int64_t>(totals.all)};
   auto end =
-      isLost ? std::nullopt : EndBeforeBus(path, event, fault, ProblemOf(node, totals, fits));
+      isLost ? std::nullopt : EndBeforeBus(path, event, fault, ProblemOf(node, message, fits));
   if (end) {
     return *std::move(end);
   }

@@ -43,12 +43,12 @@ struct TimingOptions {
 class Instrument {
  public:
   /// @param selector  borrowed; the modules borrow its model
-  /// @param bufsiz  the limit of the spidev driver, in bytes
+  /// @param buffers  of the spidev driver
   /// @param log     borrowed
   Instrument(std::vector<std::unique_ptr<Module>> modules,
              ModuleSelectorFiles& selector,
              FaultRules faults,
-             std::uint64_t bufsiz,
+             SpiBuffers buffers,
              EventLog& log,
              TimingOptions timing = {});
   Instrument(const Instrument&) = delete;
@@ -182,13 +182,13 @@ class Instrument {
   Module* FindModule(unsigned slot);
   bool TakesAnswer(const Fault& fault);
   void LogSpeed(std::string_view path, Node& node, std::span<const SpiTransfer> transfers);
-  int ProblemOf(const Node& node, const SpiTotals& totals, bool fits) const;
+  int ProblemOf(const Node& node, const SpiMessage& message, bool fits) const;
   EventResult Refuse(const Event& event, int error);
   DBusResult AnswerName(const char* method, unsigned slot, const std::string& name);
 
   std::vector<std::unique_ptr<Module>> modules_;
   FaultRules faults_;
-  std::uint64_t bufsiz_;
+  SpiBuffers buffers_;
   EventLog& log_;
   TimingOptions timing_;
   InstrumentClock clock_;

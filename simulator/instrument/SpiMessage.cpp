@@ -14,6 +14,18 @@ SpiTotals Total(std::span<const SpiTransfer> transfers) {
   return totals;
 }
 
+bool FitsInto(const SpiBuffers& buffers, const SpiMessage& message) {
+  const std::uint64_t alignment = message.isPlain ? 1 : buffers.alignment;
+  std::uint64_t sent = 0;
+  std::uint64_t received = 0;
+  for (const SpiTransfer& transfer : message.transfers) {
+    const std::uint64_t taken = (transfer.length + alignment - 1) / alignment * alignment;
+    sent += transfer.sends ? taken : 0;
+    received += transfer.receives ? taken : 0;
+  }
+  return sent <= buffers.bytes && received <= buffers.bytes;
+}
+
 std::vector<ChipSelect> ChipSelects(std::span<const SpiTransfer> transfers,
                                     std::span<const std::uint8_t> sent) {
   std::vector<ChipSelect> selects(1);

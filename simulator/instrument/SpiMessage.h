@@ -26,10 +26,17 @@ struct SpiMessage {
   /// The bytes of all transfers that send, in their order. None: there are too many bytes, and the
   /// message cannot be carried out.
   std::optional<std::span<const std::uint8_t>> sent;
+  bool isPlain = false;  // a read() or write(): its transfer takes no more than its bytes
 };
 
 /// A longer message cannot be carried out.
 inline constexpr std::uint64_t kMaxSpiMessageBytes = 64U << 20;
+
+/// The buffers of the spidev driver, one for what is sent and one for what is received.
+struct SpiBuffers {
+  std::uint64_t bytes;          // of each
+  std::uint32_t alignment = 1;  // a transfer takes a multiple of so many bytes, a power of two
+};
 
 /// How many bytes the transfers of a message have in total.
 struct SpiTotals {
@@ -38,6 +45,9 @@ struct SpiTotals {
   std::uint64_t received = 0;
 };
 SpiTotals Total(std::span<const SpiTransfer> transfers);
+
+/// Whether the driver takes the message: what is sent and what is received each fit into its buffer.
+bool FitsInto(const SpiBuffers& buffers, const SpiMessage& message);
 
 /// One chip select: what is sent, and the positions whose answer the program asked for.
 struct ChipSelect {

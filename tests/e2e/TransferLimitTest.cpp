@@ -23,9 +23,10 @@ constexpr std::size_t kWhole = std::numeric_limits<std::size_t>::max();
 
 struct Limit {
   const char* name;
-  const char* option;  // of --bufsiz
-  Lines asked;         // of the parameter
-  std::size_t bytes;   // the longest transfer
+  const char* option;            // of --bufsiz
+  Lines asked;                   // of the parameter
+  std::size_t bytes;             // the longest transfer
+  const char* alignment = "64";  // of --spi-alignment: ARM's
 };
 
 std::ostream& operator<<(std::ostream& out, const Limit& limit) { return out << limit.name; }
@@ -41,24 +42,32 @@ Limit Refused(const char* name, const char* text) {
           4096};
 }
 
+/// A driver that does not round the lengths of transfers up.
+Limit Unrounded(Limit limit) {
+  limit.alignment = "1";
+  return limit;
+}
+
 /// The limits with which an update succeeds.
-const auto kSufficient = testing::Values(Limit{"Missing",
-                                               "none",
-                                               Join({{"open " + kParameter + " O_RDONLY = ENOENT"},
-                                                     ErrorLine("Can't open: " + kParameter)}),
-                                               4096},
-                                         Refused("Letters", "abc"),
-                                         Refused("BeyondAllNumbers", "99999999999999999999"),
-                                         Number("EmptyLine", "", 4096),
-                                         Number("BlanksAndUnit", "  8192 kB", 8192),
-                                         Number("NoMultipleOfAPage", "300", 300),
-                                         Number("OneByteLessThanAnExpanderDump", "511", 511),
-                                         Number("TwoPages", "512", 512),
-                                         Number("OneByteLessThanAZynqDump", "4095", 4095),
-                                         Number("Default", "4096", 4096),
-                                         Number("OneSector", "65536", 65'536),
-                                         Number("OneTebibyte", "1099511627776", 1ULL << 40),
-                                         Number("Negative", "-1", kWhole));
+const auto kSufficient =
+    testing::Values(Limit{"Missing",
+                          "none",
+                          Join({{"open " + kParameter + " O_RDONLY = ENOENT"},
+                                ErrorLine("Can't open: " + kParameter)}),
+                          4096},
+                    Refused("Letters", "abc"),
+                    Refused("BeyondAllNumbers", "99999999999999999999"),
+                    Number("EmptyLine", "", 4096),
+                    Number("BlanksAndUnit", "  8192 kB", 8192),
+                    Unrounded(Number("NoMultipleOfAPage", "300", 300)),
+                    Number("RoundedCommandOfAPage", "320", 320),
+                    Unrounded(Number("OneByteLessThanAnExpanderDump", "511", 511)),
+                    Number("TwoPages", "512", 512),
+                    Unrounded(Number("OneByteLessThanAZynqDump", "4095", 4095)),
+                    Number("Default", "4096", 4096),
+                    Number("OneSector", "65536", 65'536),
+                    Number("OneTebibyte", "1099511627776", 1ULL << 40),
+                    Number("Negative", "-1", kWhole));
 
 /// The flash read from address 0 into a file, in transfers of the largest size.
 Lines ReadInPieces(int slot, const std::string& file, int bytes, std::size_t limit) {
@@ -105,8 +114,8 @@ class TransferLimit : public ProgramTest {
  protected:
   using ProgramTest::ProgramTest;
 
-  void PlugInWith(const std::string& limit) {
-    instrument_.Option({"--bufsiz", limit});
+  void PlugInWith(const std::string& limit, const std::string& alignment = "64") {
+    instrument_.Option({"--bufsiz", limit, "--spi-alignment", alignment});
     PlugIn();
   }
 
@@ -125,7 +134,7 @@ class TransferLimit : public ProgramTest {
   }
 
   void ExpectCutIntoPieces(const Limit& limit) {
-    PlugInWith(limit.option);
+    PlugInWith(limit.option, limit.alignment);
     ExpectUpdate(0, Adapted(Log("micron-rewritten"), limit));
     ExpectFlash(FlashedInPieces(image_, old_, limit.bytes));
   }
@@ -139,7 +148,7 @@ class TransferLimit : public ProgramTest {
 
   /// No three bytes fit: the flash cannot be identified.
   void ExpectLimitOfOneByte() {
-    PlugInWith("1");
+    PlugInWith("1", "1");
     ExpectUpdate(1, "limit-of-1");
     ExpectFlashUntouched();
   }
@@ -171,6 +180,19 @@ TEST_F(WendTransferLimitTest, LimitThatCannotBeReadCountsAs4096WithoutAWord) {
 TEST_F(WendTransferLimitTest, LimitOfOnePageRefusesEveryFullPage) { ExpectLimitOfOnePage(); }
 
 TEST_F(WendTransferLimitTest, LimitOfOneByteRefusesTheIdentification) { ExpectLimitOfOneByte(); }
+
+// A driver that rounds lengths up refuses every piece of the limit that is no multiple of 64.
+TEST_F(WendTransferLimitTest, LimitThatIsNoMultipleOfTheAlignmentFailsTheDump) {
+  PlugInWith("300");
+  ExpectUpdate(1, "limit-of-300");
+  ExpectFlashUntouched();
+}
+
+TEST_F(WendTransferLimitTest, OneByteLessThanTheDumpFailsIt) {
+  PlugInWith("4095");
+  ExpectUpdate(1, "limit-of-4095");
+  ExpectFlashUntouched();
+}
 
 TEST_F(WendTransferLimitTest, LimitOfZeroFailsTheDump) {
   PlugInWith("0");
@@ -211,6 +233,24 @@ TEST_P(ExpanderTransferLimitTest, LimitOfOnePageRefusesEveryFullPage) { ExpectLi
 
 TEST_P(ExpanderTransferLimitTest, LimitOfOneByteRefusesTheIdentification) {
   ExpectLimitOfOneByte();
+}
+
+// Neither the pieces of the dump fit nor the pages of the image.
+TEST_P(ExpanderTransferLimitTest, LimitThatIsNoMultipleOfTheAlignmentRefusesDumpAndPages) {
+  PlugInWith("300");
+  ExpectUpdate(HasBootHeader() ? 134 : 6, "limit-of-300");
+  if (HasBootHeader()) {
+    ExpectFlashUntouched();
+  } else {
+    ExpectFlashErased();
+  }
+}
+
+// The dump is empty, but the pages fit: those of a bitstream are written from each piece on.
+TEST_P(ExpanderTransferLimitTest, OneByteLessThanTheDumpFailsItAlone) {
+  PlugInWith("511");
+  ExpectUpdate(HasBootHeader() ? 134 : 0, "limit-of-511");
+  ExpectFlash(HasBootHeader() ? old_ : FlashedInPieces(image_, old_, 511));
 }
 
 // There is no dump, and nothing of the image is read: the flash stays as it is.

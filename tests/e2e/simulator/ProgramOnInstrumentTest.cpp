@@ -103,13 +103,31 @@ TEST_F(ProgramOnInstrumentTest, MessageBeyondBufsizIsTooLong) {
 }
 
 TEST_F(ProgramOnInstrumentTest, SentBytesBeyondBufsizAreTooLong) {
-  run_.Option("--bufsiz 260");
+  run_.Option("--bufsiz 260 --spi-alignment 1");
   EXPECT_THAT(run_.Probe(kTakeFlash + Steps{"fill 0 02001000 256", "fill 0 02001000 257"}).out,
               EndsWith("\n260\nEMSGSIZE\n"));
 }
 
+TEST_F(ProgramOnInstrumentTest, LengthIsRoundedUpAsOnArm) {
+  run_.Option("--bufsiz 319");
+  EXPECT_THAT(run_.Probe(kTakeFlash + Steps{"fill 0 02001000 252", "fill 0 02001000 253"}).out,
+              EndsWith("\n256\nEMSGSIZE\n"));
+}
+
+TEST_F(ProgramOnInstrumentTest, LengthIsRoundedUpAsOnArm64) {
+  run_.Option("--bufsiz 320 --spi-alignment 128");
+  EXPECT_THAT(run_.Probe(kTakeFlash + Steps{"fill 0 02001000 252", "fill 0 02001000 253"}).out,
+              EndsWith("\n256\nEMSGSIZE\n"));
+}
+
+TEST_F(ProgramOnInstrumentTest, LengthOfAPlainReadOrWriteIsNotRounded) {
+  run_.Option("--bufsiz 3");
+  EXPECT_THAT(run_.Probe(kTakeFlash + Steps{"write 0 abc", "write 0 abcd", "read 0 4"}).out,
+              EndsWith("\n3\nEMSGSIZE\nEMSGSIZE\n"));
+}
+
 TEST_F(ProgramOnInstrumentTest, WholeFlashFitsIntoOneMessage) {
-  run_.Option("--bufsiz 16777220");
+  run_.Option("--bufsiz 16777280");
   const SimulatorOutcome outcome = run_.Probe(
       kTakeFlash +
       Steps{"spi 0 06 0", "fill 0 02000000 16777216", "spi 0 05 3", "spi 0 03000000 16777216"});

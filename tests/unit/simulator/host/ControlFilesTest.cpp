@@ -74,7 +74,7 @@ class ControlFilesTest : public testing::Test {
 
   ModuleSelectorFiles selector_{true};
   EventLog log_{nullptr};
-  Instrument instrument_{Modules(selector_.Selector()), selector_, {}, 4096, log_};
+  Instrument instrument_{Modules(selector_.Selector()), selector_, {}, {.bytes = 4096}, log_};
   Testbed testbed_{Directory()};
   ControlFiles files_{instrument_, testbed_};
 };

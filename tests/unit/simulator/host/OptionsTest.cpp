@@ -47,6 +47,7 @@ TEST(OptionsTest, CommandAloneRunsOnOneModuleOfEachType) {
   EXPECT_FALSE(options.fast);
   EXPECT_EQ(options.logFile, "");
   EXPECT_EQ(options.bufsiz, "4096");
+  EXPECT_EQ(options.spiAlignment, 64U);
   EXPECT_TRUE(options.withBus);
   EXPECT_TRUE(options.withInventory);
   EXPECT_TRUE(options.withResources);
@@ -149,8 +150,14 @@ TEST(OptionsTest, ValuesCanFollowAnEqualsSign) {
 }
 
 TEST(OptionsTest, OptionThatCannotBeRepeatedIsRefusedTheSecondTime) {
-  for (const char* const option :
-       {"--log", "--trace", "--vcd", "--state", "--bufsiz", "--clock-step", "--message-cost"}) {
+  for (const char* const option : {"--log",
+                                   "--trace",
+                                   "--vcd",
+                                   "--state",
+                                   "--bufsiz",
+                                   "--spi-alignment",
+                                   "--clock-step",
+                                   "--message-cost"}) {
     EXPECT_EQ(ProblemWith({option, "1", option, "1", "--", "x"}),
               std::string(option) + ": is given twice");
   }
@@ -284,6 +291,16 @@ TEST(OptionsTest, DriverLimitIsThePositiveNumberInBufsizOrTheDefault) {
 TEST(OptionsTest, BufsizNoneMeansNoFile) {
   EXPECT_EQ(Parse({"--bufsiz", "none", "--", "x"}).bufsiz, std::nullopt);
   EXPECT_EQ(Parse({"--bufsiz", "abc", "--", "x"}).bufsiz, "abc");
+}
+
+TEST(OptionsTest, AlignmentOfTransfersIsAPowerOfTwo) {
+  EXPECT_EQ(Parse({"--spi-alignment", "1", "--", "x"}).spiAlignment, 1U);
+  EXPECT_EQ(Parse({"--spi-alignment=128", "--", "x"}).spiAlignment, 128U);
+  EXPECT_EQ(Parse({"--spi-alignment", "4096", "--", "x"}).spiAlignment, 4096U);
+  for (const char* const text : {"", "0", "3", "8192", "64 ", "-64", "4294967297"}) {
+    EXPECT_EQ(ProblemWith({"--spi-alignment", text, "--", "x"}),
+              "--spi-alignment: '" + std::string(text) + "' is not a power of two up to 4096");
+  }
 }
 
 TEST(OptionsTest, CommandMustBeThere) {

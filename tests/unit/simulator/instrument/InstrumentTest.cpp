@@ -90,7 +90,8 @@ class InstrumentTest : public testing::Test {
     for (const char* const rule : rules) {
       faults.Add(FaultRule::Parse(rule));
     }
-    instrument_.emplace(std::move(modules), selector_, std::move(faults), bufsiz, log_);
+    instrument_.emplace(
+        std::move(modules), selector_, std::move(faults), SpiBuffers{.bytes = bufsiz}, log_);
     return *instrument_;
   }
 

@@ -140,7 +140,7 @@ class InstrumentTimeTest : public testing::Test {
     instrument_.emplace(std::move(modules),
                         selector_,
                         std::move(faults),
-                        4096,
+                        SpiBuffers{.bytes = 4096},
                         log_,
                         TimingOptions{.timing = timing,
                                       .messageCost = 20us,
@@ -382,7 +382,7 @@ TEST_F(InstrumentTimeTest, StartTellsOfTheModulesAndTheirNodes) {
   const Instrument other(std::move(modules),
                          selector_,
                          {},
-                         4096,
+                         {.bytes = 4096},
                          log_,
                          {.timing = Timing::kTypical, .observer = &notes_});
   EXPECT_EQ(TakeNotes(),

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "simulator/instrument/SpiMessage.h"
@@ -26,6 +27,50 @@ TEST(SpiMessageTest, TotalsCountWhatIsSentAndReceivedApart) {
 TEST(SpiMessageTest, TotalsDoNotWrapAt32Bits) {
   const std::vector<SpiTransfer> transfers(2, {.length = 0xFFFFFFFF, .sends = true});
   EXPECT_EQ(Total(transfers).sent, 0x1FFFFFFFEU);
+}
+
+TEST(SpiMessageTest, SentBytesOfTheBufferFitAndOneMoreDoesNot) {
+  for (const auto& [length, fits] : {std::pair{260U, true}, {261U, false}}) {
+    const std::vector<SpiTransfer> transfers = {{.length = length, .sends = true}};
+    EXPECT_EQ(FitsInto({.bytes = 260}, {.transfers = transfers}), fits) << length;
+  }
+}
+
+TEST(SpiMessageTest, ReceivedBytesOfTheBufferFitAndOneMoreDoesNot) {
+  for (const auto& [length, fits] : {std::pair{4096U, true}, {4097U, false}}) {
+    const std::vector<SpiTransfer> transfers = {{.length = 4, .sends = true},
+                                                {.length = length, .receives = true}};
+    EXPECT_EQ(FitsInto({.bytes = 4096}, {.transfers = transfers}), fits) << length;
+  }
+}
+
+TEST(SpiMessageTest, EachTransferTakesAMultipleOfTheAlignment) {
+  const std::vector<SpiTransfer> one = {{.length = 260, .sends = true}};
+  EXPECT_FALSE(FitsInto({.bytes = 319, .alignment = 64}, {.transfers = one}));
+  EXPECT_TRUE(FitsInto({.bytes = 320, .alignment = 64}, {.transfers = one}));
+  const std::vector<SpiTransfer> two = {{.length = 1, .receives = true},
+                                        {.length = 64, .receives = true}};
+  EXPECT_FALSE(FitsInto({.bytes = 127, .alignment = 64}, {.transfers = two}));
+  EXPECT_TRUE(FitsInto({.bytes = 128, .alignment = 64}, {.transfers = two}));
+}
+
+TEST(SpiMessageTest, EmptyTransferTakesNothing) {
+  const std::vector<SpiTransfer> transfers = {{.length = 0, .sends = true},
+                                              {.length = 64, .sends = true}};
+  EXPECT_TRUE(FitsInto({.bytes = 64, .alignment = 64}, {.transfers = transfers}));
+}
+
+TEST(SpiMessageTest, LongestTransferDoesNotWrapAsItIsRounded) {
+  const std::vector<SpiTransfer> transfers = {{.length = 0xFFFFFFFF, .sends = true}};
+  EXPECT_FALSE(FitsInto({.bytes = 0xFFFFFFFF, .alignment = 64}, {.transfers = transfers}));
+  EXPECT_TRUE(FitsInto({.bytes = 0x100000000, .alignment = 64}, {.transfers = transfers}));
+}
+
+TEST(SpiMessageTest, PlainReadAndWriteAreNotRounded) {
+  const std::vector<SpiTransfer> transfers = {{.length = 260, .sends = true}};
+  EXPECT_TRUE(FitsInto({.bytes = 260, .alignment = 64}, {.transfers = transfers, .isPlain = true}));
+  EXPECT_FALSE(
+      FitsInto({.bytes = 259, .alignment = 64}, {.transfers = transfers, .isPlain = true}));
 }
 
 TEST(SpiMessageTest, TransfersShareAChipSelect) {
