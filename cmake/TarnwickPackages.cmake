@@ -69,7 +69,15 @@ if(TARNWICK_COMPANION)
   tarnwick_require_module(LIBCRYPTO libcrypto libssl-dev
     "SHA-256; or switch the companion off with -DTARNWICK_COMPANION=OFF")
 endif()
+if(TARNWICK_MAN)
+  tarnwick_require_program(scdoc scdoc
+    "makes the man pages; or switch them off with -DTARNWICK_MAN=OFF")
+endif()
 if(BUILD_TESTING)
+  if(TARNWICK_MAN)
+    tarnwick_require_program(mandoc mandoc
+      "checks the man pages; or switch the tests off with -DBUILD_TESTING=OFF")
+  endif()
   find_package(GTest QUIET)
   if(NOT GTest_FOUND)
     message(FATAL_ERROR

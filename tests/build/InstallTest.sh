@@ -1,10 +1,11 @@
 #!/bin/sh
-# InstallTest.sh BUILD BINDIR SBINDIR LIBDIR DATADIR DOCDIR
+# InstallTest.sh BUILD BINDIR SBINDIR LIBDIR DATADIR DOCDIR [MANDIR]
 # Installs each component of the build alone and compares what it holds; then installs all of them with
 # DESTDIR, moves the tree, and updates a module of the installed virtual instrument with the installed
-# programs. The folders are those of the installation, below its prefix.
+# programs. The folders are those of the installation, below its prefix;
+# without MANDIR there are no man pages.
 set -eu
-build=$1 bin=$2 sbin=$3 lib=$4 data=$5 doc=$6
+build=$1 bin=$2 sbin=$3 lib=$4 data=$5 doc=$6 man=${7-}
 
 directory=$(mktemp -d)
 trap 'rm -rf "$directory"' EXIT
@@ -24,7 +25,7 @@ install_into() {
 # holds COMPONENT: checks that the component alone is the files on standard input, but for the pages
 # below docs/.
 holds() {
-  sort >expected
+  sed '/^\/man[0-9]/d' | sort >expected
   install_into "$1" --component "$1"
   (cd "$1/usr" && find . ! -type d ! -path "./$doc/docs/*" | sed 's,^\./,,' | sort) >files
   if ! diff expected files; then
@@ -39,14 +40,18 @@ $data/dbus-1/interfaces/org.orvane.SystemInventory1.xml
 $doc/CHANGELOG.md
 $doc/LICENSE
 $doc/README.md
+$man/man8/tarnwick.8
 END
 holds companion <<END
 $sbin/tarnwickctl
+$man/man8/tarnwickctl.8
 END
 holds simulator <<END
 $bin/orvane-image
 $bin/orvane-sim
 $lib/orvane-sim/liborvane-shim.so
+$man/man1/orvane-image.1
+$man/man1/orvane-sim.1
 END
 for page in program:fault-map companion:companion simulator:virtual-instrument; do
   if ! [ -s "${page%:*}/usr/$doc/docs/${page#*:}.md" ]; then
