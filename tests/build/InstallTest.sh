@@ -35,6 +35,7 @@ holds() {
 }
 holds program <<END
 $sbin/tarnwick
+$data/bash-completion/completions/tarnwick
 $data/dbus-1/interfaces/org.orvane.ModuleResources1.xml
 $data/dbus-1/interfaces/org.orvane.SystemInventory1.xml
 $doc/CHANGELOG.md
@@ -44,11 +45,14 @@ $man/man8/tarnwick.8
 END
 holds companion <<END
 $sbin/tarnwickctl
+$data/bash-completion/completions/tarnwickctl
 $man/man8/tarnwickctl.8
 END
 holds simulator <<END
 $bin/orvane-image
 $bin/orvane-sim
+$data/bash-completion/completions/orvane-image
+$data/bash-completion/completions/orvane-sim
 $lib/orvane-sim/liborvane-shim.so
 $man/man1/orvane-image.1
 $man/man1/orvane-sim.1
