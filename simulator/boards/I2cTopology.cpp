@@ -10,6 +10,8 @@ constexpr unsigned kControllerBus = 0;
 constexpr unsigned kChassisBus = 10;
 constexpr unsigned kFirstChannelBus = 11;
 constexpr unsigned kMuxChannels = 2;
+constexpr const char* kMuxAddress = "-0070";  // as the kernel writes it
+constexpr const char* kMuxName = "pca9540";   // the chip with two channels
 
 class Planner {
  public:
@@ -69,6 +71,18 @@ class Planner {
 
 std::vector<I2cAdapter> PlanI2cAdapters(const std::vector<I2cUser>& users) {
   return Planner(users).Plan();
+}
+
+std::vector<I2cClient> PlanI2cClients(const std::vector<I2cAdapter>& adapters) {
+  std::vector<I2cClient> clients;
+  for (const I2cAdapter& adapter : adapters) {
+    if (adapter.channel == 0U) {
+      const unsigned bus = adapter.parent.value_or(0);
+      clients.push_back(
+          {.bus = bus, .busName = std::to_string(bus) + kMuxAddress, .name = kMuxName});
+    }
+  }
+  return clients;
 }
 
 }  // namespace orvane

@@ -17,6 +17,13 @@ struct I2cAdapter {
   std::string BusName() const { return "i2c-" + std::to_string(number); }
 };
 
+/// A chip on the bus of an adapter that a driver of the kernel has taken: a multiplexer.
+struct I2cClient {
+  unsigned bus = 0;     // the number of the adapter
+  std::string busName;  // "2-0070": bus and address
+  std::string name;     // its "name" attribute
+};
+
 /// What the adapters depend on: one module.
 struct I2cUser {
   unsigned slot;
@@ -28,5 +35,8 @@ struct I2cUser {
 /// first those of modules in the order given, then those of i2c-10. A search for a part of the name
 /// "i2c-1" finds i2c-10 and its channels too, and has to reject them.
 std::vector<I2cAdapter> PlanI2cAdapters(const std::vector<I2cUser>& users);
+
+/// The multiplexer of each adapter that has channels, at address 0x70, in the order of the channels.
+std::vector<I2cClient> PlanI2cClients(const std::vector<I2cAdapter>& adapters);
 
 }  // namespace orvane

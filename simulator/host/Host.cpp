@@ -305,6 +305,11 @@ class Host {
     for (const I2cAdapter& adapter : instrument_.I2cAdapters()) {
       testbed_.AddAdapter(adapter);
     }
+    if (options_.i2cClients) {
+      for (const I2cClient& client : PlanI2cClients(instrument_.I2cAdapters())) {
+        testbed_.AddClient(client);
+      }
+    }
     if (options_.bufsiz) {
       testbed_.AddFile(kBufsizPath, *options_.bufsiz + "\n");
     }

@@ -68,6 +68,7 @@ once, unless it can be repeated):
                  the driver rounds the length of each transfer up to a multiple of BYTES
                  before it compares with its limit: a power of two up to 4096; ARM has 64,
                  arm64 128, x86 8; 1: nothing is rounded (64)
+  --i2c-clients  udev lists the I2C multiplexers too, as the kernel has them: 10-0070
   --without NAME leaves out the service inventory or resources, the whole bus, or
                  the module selector; can be repeated
   --fault RULE   makes events fail, see below; can be repeated
@@ -636,6 +637,7 @@ Options ParseOptions(std::span<const char* const> words) {
   known.AddOption("--spi-alignment", Once([&](const std::string& value) {
                     options.spiAlignment = ParseAlignment(value);
                   }));
+  known.AddFlag("--i2c-clients", options.i2cClients);
   known.AddOption("--without", [&](const std::string& value) { ParseWithout(value, options); });
   known.AddOption("--fault", [&](const std::string& value) {
     options.faults.push_back(FaultRule::Parse(value));

@@ -48,6 +48,7 @@ struct Options {
   bool allowUnhit = false;  // neither fault rules without a hit nor these keys are reported
   std::optional<std::string> bufsiz = "4096";  // contents of the parameter file; none: no file
   std::uint32_t spiAlignment = kArmAlignment;  // of the spidev driver's transfers, in bytes
+  bool i2cClients = false;                     // whether udev lists the multiplexers too
   bool withBus = true;
   bool withInventory = true;
   bool withResources = true;

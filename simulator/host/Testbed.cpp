@@ -21,6 +21,7 @@ namespace {
 
 constexpr const char* kTemporaryFilesVariable = "TMPDIR";
 constexpr const char* kTestbedVariable = "UMOCKDEV_DIR";
+const std::string kSocPath = "platform/soc/";  // below /sys/devices
 
 std::string TakeText(char* text) {
   std::string copy = text == nullptr ? "" : text;
@@ -45,7 +46,7 @@ void SettleTemporaryFiles(const std::string& directory) {
 
 /// The path below /sys/devices; a channel of a multiplexer is below its parent, as in the kernel.
 std::string DevicePath(const I2cAdapter& adapter) {
-  std::string path = "platform/soc/";
+  std::string path = kSocPath;
   if (adapter.parent) {
     path += "i2c-" + std::to_string(*adapter.parent) + "/";
   }
@@ -91,11 +92,20 @@ void Testbed::SetFile(std::string_view path, std::string_view contents) const {
 }
 
 void Testbed::AddAdapter(const I2cAdapter& adapter) {
-  const std::string attribute = adapter.name + "\n";
+  AddI2cDevice(DevicePath(adapter), adapter.name);
+}
+
+void Testbed::AddClient(const I2cClient& client) {
+  AddI2cDevice(kSocPath + I2cAdapter{.number = client.bus}.BusName() + "/" + client.busName,
+               client.name);
+}
+
+void Testbed::AddI2cDevice(const std::string& path, const std::string& name) {
+  const std::string attribute = name + "\n";
   char* attributes[] = {const_cast<char*>("name"), const_cast<char*>(attribute.c_str()), nullptr};
   char* properties[] = {nullptr};
   static_cast<void>(TakeText(umockdev_testbed_add_devicev(
-      testbed_, "i2c", DevicePath(adapter).c_str(), nullptr, attributes, properties)));
+      testbed_, "i2c", path.c_str(), nullptr, attributes, properties)));
 }
 
 }  // namespace orvane

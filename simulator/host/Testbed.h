@@ -36,8 +36,11 @@ class Testbed {
 
   /// Adds a device of subsystem i2c that udev finds.
   void AddAdapter(const I2cAdapter& adapter);
+  void AddClient(const I2cClient& client);
 
  private:
+  void AddI2cDevice(const std::string& path, const std::string& name);
+
   std::string root_;
   _UMockdevTestbed* testbed_;  // owned
 };

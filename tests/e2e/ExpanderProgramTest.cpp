@@ -260,6 +260,17 @@ TEST_F(MuxTest, ChannelWhoseNameCannotBeReadIsSkipped) {
   ExpectNotTaken(AdapterAsked("i2c-2/i2c-11", "= EIO"));
 }
 
+// udev lists the multiplexer between its bus and its channels.
+TEST_F(MuxTest, MultiplexerItselfIsAskedButNotTaken) {
+  instrument_.Options("--i2c-clients");
+  PlugIn();
+  const Lines bus = AdapterName("i2c-2", "Orvane slot 2");
+  ExpectUpdate(
+      0,
+      Replaced(Log("micron-rewritten"), bus, Join({bus, AdapterName("i2c-2/2-0070", "pca9540")})));
+  ExpectFlashRewritten();
+}
+
 /// In slot 1, whose bus i2c-1 begins the name of the chassis bus i2c-10, which has a mux too.
 class MuxOfSlotOneTest : public ProgramTest {
  protected:

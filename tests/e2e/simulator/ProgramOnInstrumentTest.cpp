@@ -369,6 +369,20 @@ TEST_F(ProgramOnInstrumentTest, UdevListsTheAdapters) {
             "/sys/devices/platform/soc/i2c-10/i2c-12 i2c-10-mux (chan_id 1)\n");
 }
 
+TEST_F(ProgramOnInstrumentTest, UdevListsTheMultiplexersToo) {
+  run_.Option("--module dax@2 --i2c-clients");
+  EXPECT_EQ(run_.Probe({"udev i2c"}).out,
+            "/sys/devices/platform/soc/i2c-0 Orvane chassis\n"
+            "/sys/devices/platform/soc/i2c-10 Orvane chassis\n"
+            "/sys/devices/platform/soc/i2c-10/10-0070 pca9540\n"
+            "/sys/devices/platform/soc/i2c-10/i2c-13 i2c-10-mux (chan_id 0)\n"
+            "/sys/devices/platform/soc/i2c-10/i2c-14 i2c-10-mux (chan_id 1)\n"
+            "/sys/devices/platform/soc/i2c-2 Orvane slot 2\n"
+            "/sys/devices/platform/soc/i2c-2/2-0070 pca9540\n"
+            "/sys/devices/platform/soc/i2c-2/i2c-11 i2c-2-mux (chan_id 0)\n"
+            "/sys/devices/platform/soc/i2c-2/i2c-12 i2c-2-mux (chan_id 1)\n");
+}
+
 TEST_F(ProgramOnInstrumentTest, WhatLibudevReadsIsNotLogged) {
   EXPECT_EQ(WithoutConsole(run_.Probe({"udev spi"}).log), "exit 0\n");
 }

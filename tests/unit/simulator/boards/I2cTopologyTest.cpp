@@ -66,5 +66,18 @@ TEST(I2cTopologyTest, SlotsTakePrecedenceOverTheChassis) {
             }));
 }
 
+TEST(I2cTopologyTest, EachBusWithChannelsHasAMultiplexer) {
+  std::vector<std::string> texts;
+  for (const I2cClient& client : PlanI2cClients(
+           PlanI2cAdapters({{.slot = 1, .hasMux = false}, {.slot = 2, .hasMux = true}}))) {
+    texts.push_back("i2c-" + std::to_string(client.bus) + "/" + client.busName + " " + client.name);
+  }
+  EXPECT_EQ(texts, (std::vector<std::string>{"i2c-2/2-0070 pca9540", "i2c-10/10-0070 pca9540"}));
+}
+
+TEST(I2cTopologyTest, BusesWithoutChannelsHaveNoMultiplexer) {
+  EXPECT_TRUE(PlanI2cClients(PlanI2cAdapters({{.slot = 10, .hasMux = false}})).empty());
+}
+
 }  // namespace
 }  // namespace orvane

@@ -303,6 +303,11 @@ TEST(OptionsTest, AlignmentOfTransfersIsAPowerOfTwo) {
   }
 }
 
+TEST(OptionsTest, I2cClientsAreListedOnDemand) {
+  EXPECT_FALSE(Parse({"--", "x"}).i2cClients);
+  EXPECT_TRUE(Parse({"--i2c-clients", "--", "x"}).i2cClients);
+}
+
 TEST(OptionsTest, CommandMustBeThere) {
   EXPECT_EQ(ProblemWith({}), "COMMAND is missing after '--'");
   EXPECT_EQ(ProblemWith({"--fast"}), "COMMAND is missing after '--'");
