@@ -165,6 +165,7 @@ _orvane_sim_value() {
     --log | --trace | --vcd | --state) _orvane_files "$2" ;;
     --summary) _orvane_offer "$2" json ;;
     --bufsiz) _orvane_offer "$2" none ;;
+    --spi-alignment) _orvane_offer "$2" 1 8 64 128 ;;
     --without) _orvane_offer "$2" inventory resources bus selector ;;
     --fault)
       [[ $2 == *:* ]] ||
@@ -180,7 +181,7 @@ _orvane_sim() {
   for ((i = 1; i < ${#words[@]} - 1; i++)); do
     case ${words[i]} in
       --) break ;;
-      --*=* | --fast | --summary | --file-events | --allow-unhit | --help | --version) ;;
+      --*=* | --fast | --summary | --i2c-clients | --file-events | --allow-unhit | --help | --version) ;;
       --*)
         if ((++i == ${#words[@]} - 1)); then
           _orvane_sim_value "${words[i - 1]}" "$cur"
@@ -195,8 +196,8 @@ _orvane_sim() {
     _orvane_sim_value "${cur%%=*}" "${cur#*=}"
   else
     _orvane_offer "$cur" --module --fast --timing --message-cost --clock-step --log --trace --vcd \
-      --state --summary --control --bufsiz --without --fault --file-events --allow-unhit --help \
-      --version --
+      --state --summary --control --bufsiz --spi-alignment --i2c-clients --without --fault \
+      --file-events --allow-unhit --help --version --
   fi
 }
 
