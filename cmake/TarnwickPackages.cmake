@@ -74,10 +74,6 @@ if(TARNWICK_MAN)
     "makes the man pages; or switch them off with -DTARNWICK_MAN=OFF")
 endif()
 if(BUILD_TESTING)
-  if(TARNWICK_MAN)
-    tarnwick_require_program(mandoc mandoc
-      "checks the man pages; or switch the tests off with -DBUILD_TESTING=OFF")
-  endif()
   find_package(GTest QUIET)
   if(NOT GTest_FOUND)
     message(FATAL_ERROR
