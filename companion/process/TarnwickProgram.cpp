@@ -135,7 +135,8 @@ bool Prepare(const Child& child) {
   const auto whole = std::chrono::floor<std::chrono::seconds>(child.limit);
   const std::chrono::microseconds rest = child.limit - whole;
   const itimerval limit = {.it_interval = {},
-                           .it_value = {.tv_sec = whole.count(), .tv_usec = rest.count()}};
+                           .it_value = {.tv_sec = static_cast<time_t>(whole.count()),
+                                        .tv_usec = static_cast<suseconds_t>(rest.count())}};
   return ::setitimer(ITIMER_REAL, &limit, nullptr) == 0;
 }
 

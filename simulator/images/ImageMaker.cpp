@@ -136,7 +136,7 @@ void AddBitstreamOptions(cli::OptionSet& options, Request& request) {
   options.AddFlag("--no-stamp", request.noStamp);
   options.AddOption("--stamp-word", [&](const std::string& value) {
     request.stampWordGiven = true;
-    request.bits.stampWordOffset = ParseNumber(value, kMaxBytes / 4);
+    request.bits.stampWordOffset = static_cast<std::size_t>(ParseNumber(value, kMaxBytes / 4));
   });
 }
 

@@ -43,7 +43,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
   }
   const std::chrono::nanoseconds now = kStart + passed;
   const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
-  time->tv_sec = seconds.count();
-  time->tv_nsec = (now - seconds).count();
+  time->tv_sec = static_cast<time_t>(seconds.count());
+  time->tv_nsec = static_cast<long>((now - seconds).count());
   return 0;
 }

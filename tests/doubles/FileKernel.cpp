@@ -165,8 +165,8 @@ int FileKernel::Nanosleep(const timespec* duration, timespec* left) {
     return 0;
   }
   if (left != nullptr) {
-    *left = {.tv_sec = time / 2 / std::chrono::seconds(1),
-             .tv_nsec = (time / 2 % std::chrono::seconds(1)).count()};
+    *left = {.tv_sec = static_cast<time_t>(time / 2 / std::chrono::seconds(1)),
+             .tv_nsec = static_cast<long>((time / 2 % std::chrono::seconds(1)).count())};
   }
   return Fail(fate.error);
 }

@@ -49,7 +49,7 @@ std::string Join(const std::vector<Segment>& segments) {
   return text;
 }
 
-std::string Number(long value) { return std::to_string(value); }
+std::string Number(std::int64_t value) { return std::to_string(value); }
 
 std::string Bracketed(std::span<const std::uint8_t> bytes) { return "[" + Hex(bytes) + "]"; }
 
@@ -141,7 +141,8 @@ KernelCall Write(int fd, const Bytes& bytes) {
 }
 
 KernelCall Seek(int fd, off_t offset, int whence) {
-  return {.text = Call("lseek", {Number(fd), Number(offset), Number(whence)}), .result = offset};
+  return {.text = Call("lseek", {Number(fd), Number(offset), Number(whence)}),
+          .result = static_cast<long>(offset)};
 }
 
 KernelCall Usleep(unsigned microseconds) {

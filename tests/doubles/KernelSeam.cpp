@@ -8,6 +8,10 @@
 
 #include "tests/doubles/Kernel.h"
 
+// The linker's names. With 32 bits, those of calls with a file offset are macros: tarnwick_wrap().
+#define LINK_NAME(name) LINK_NAME_TEXT(name)
+#define LINK_NAME_TEXT(name) #name
+
 namespace {
 
 /// @return the kernel that handles calls on this descriptor; null for the operating system
@@ -19,24 +23,24 @@ Kernel* OwnerOf(int fd) {
 }  // namespace
 
 extern "C" {
-int RealOpen(const char* path, int flags, ...) __asm__("__real_open");
-int WrapOpen(const char* path, int flags, ...) __asm__("__wrap_open");
-int RealClose(int fd) __asm__("__real_close");
-int WrapClose(int fd) __asm__("__wrap_close");
-ssize_t RealRead(int fd, void* buffer, std::size_t length) __asm__("__real_read");
-ssize_t WrapRead(int fd, void* buffer, std::size_t length) __asm__("__wrap_read");
-ssize_t RealWrite(int fd, const void* buffer, std::size_t length) __asm__("__real_write");
-ssize_t WrapWrite(int fd, const void* buffer, std::size_t length) __asm__("__wrap_write");
-off_t RealSeek(int fd, off_t offset, int whence) __asm__("__real_lseek");
-off_t WrapSeek(int fd, off_t offset, int whence) __asm__("__wrap_lseek");
-int RealIoctl(int fd, unsigned long request, ...) __asm__("__real_ioctl");
-int WrapIoctl(int fd, unsigned long request, ...) __asm__("__wrap_ioctl");
-int RealUsleep(useconds_t microseconds) __asm__("__real_usleep");
-int WrapUsleep(useconds_t microseconds) __asm__("__wrap_usleep");
-unsigned RealSleep(unsigned seconds) __asm__("__real_sleep");
-unsigned WrapSleep(unsigned seconds) __asm__("__wrap_sleep");
-int RealNanosleep(const timespec* duration, timespec* left) __asm__("__real_nanosleep");
-int WrapNanosleep(const timespec* duration, timespec* left) __asm__("__wrap_nanosleep");
+int RealOpen(const char* path, int flags, ...) __asm__(LINK_NAME(__real_open));
+int WrapOpen(const char* path, int flags, ...) __asm__(LINK_NAME(__wrap_open));
+int RealClose(int fd) __asm__(LINK_NAME(__real_close));
+int WrapClose(int fd) __asm__(LINK_NAME(__wrap_close));
+ssize_t RealRead(int fd, void* buffer, std::size_t length) __asm__(LINK_NAME(__real_read));
+ssize_t WrapRead(int fd, void* buffer, std::size_t length) __asm__(LINK_NAME(__wrap_read));
+ssize_t RealWrite(int fd, const void* buffer, std::size_t length) __asm__(LINK_NAME(__real_write));
+ssize_t WrapWrite(int fd, const void* buffer, std::size_t length) __asm__(LINK_NAME(__wrap_write));
+off_t RealSeek(int fd, off_t offset, int whence) __asm__(LINK_NAME(__real_lseek));
+off_t WrapSeek(int fd, off_t offset, int whence) __asm__(LINK_NAME(__wrap_lseek));
+int RealIoctl(int fd, unsigned long request, ...) __asm__(LINK_NAME(__real_ioctl));
+int WrapIoctl(int fd, unsigned long request, ...) __asm__(LINK_NAME(__wrap_ioctl));
+int RealUsleep(useconds_t microseconds) __asm__(LINK_NAME(__real_usleep));
+int WrapUsleep(useconds_t microseconds) __asm__(LINK_NAME(__wrap_usleep));
+unsigned RealSleep(unsigned seconds) __asm__(LINK_NAME(__real_sleep));
+unsigned WrapSleep(unsigned seconds) __asm__(LINK_NAME(__wrap_sleep));
+int RealNanosleep(const timespec* duration, timespec* left) __asm__(LINK_NAME(__real_nanosleep));
+int WrapNanosleep(const timespec* duration, timespec* left) __asm__(LINK_NAME(__wrap_nanosleep));
 
 int WrapOpen(const char* path, int flags, ...) {
   mode_t mode = 0;

@@ -88,12 +88,12 @@ std::FILE* RedirectedFile::OpenMemory(const char* mode) const {
 
 std::FILE* OpenFullDevice() { return ::fdopen(OpenAround("/dev/full", O_WRONLY), "w"); }
 
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved
-extern "C" std::FILE* fopen(const char* path, const char* mode) {
-  return OpenStream(path, mode, "fopen");
-}
+// By their link names: with _FILE_OFFSET_BITS, the C library's header gives fopen the other one.
+extern "C" {
+std::FILE* Fopen(const char* path, const char* mode) __asm__("fopen");
+std::FILE* Fopen64(const char* path, const char* mode) __asm__("fopen64");
 
-extern "C" std::FILE* fopen64(const char* path, const char* mode) {
-  return OpenStream(path, mode, "fopen64");
+std::FILE* Fopen(const char* path, const char* mode) { return OpenStream(path, mode, "fopen"); }
+
+std::FILE* Fopen64(const char* path, const char* mode) { return OpenStream(path, mode, "fopen64"); }
 }
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)

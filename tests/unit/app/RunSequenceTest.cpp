@@ -90,6 +90,21 @@ TEST_F(RunSequenceTest, ResultIsPrintedBetweenTheTwoHalvesOfTheDestruction) {
                           "close(-1)"));  // the I2C device
 }
 
+TEST_F(RunSequenceTest, ModuleIsReadAs64BitsOnEveryMachineAndCutTo32) {
+  EXPECT_EQ(Run({"tarnwick", "pyx1", "-sf", "4294967300", "f"}), 1);
+  EXPECT_TRUE(console_.Out().starts_with("programming mode: -sf\nmodule number: 4\n"));
+}
+
+TEST_F(RunSequenceTest, LargestModuleOf64BitsIsCutTo32) {
+  EXPECT_EQ(Run({"tarnwick", "pyx1", "-sf", "18446744073709551615", "f"}), 1);
+  EXPECT_TRUE(console_.Out().starts_with("programming mode: -sf\nmodule number: 4294967295\n"));
+}
+
+TEST_F(RunSequenceTest, ModuleBeyond64BitsIsNoNumber) {
+  EXPECT_EQ(Run({"tarnwick", "pyx1", "-sf", "18446744073709551616", "f"}), -1);
+  EXPECT_EQ(console_.Err(), "ERROR: Could not resolve the HETNET address param\n");
+}
+
 // --- Words that are not there -------------------------------------------------------------------
 
 TEST_F(RunSequenceTest, NotEvenAProgramNameShowsTheHelp) {

@@ -193,6 +193,9 @@ TEST_F(I2CDevTransferTest, RefusedTransferReturnsZeroQuietlyAndLeavesTheDeviceOp
   EXPECT_TRUE(device_->is_open());
 }
 
+/// Beyond 32 bits, unless std::size_t ends there too.
+constexpr auto kOneBeyond32Bits = static_cast<std::size_t>(0x1'0000'0001);
+
 TEST_F(I2CDevTransferTest, LengthsAreCutToSixteenBitsOnTheWireAndTo32InTheResult) {
   Expect({kernel::I2cTransfer(kFd, {kernel::I2cTx(0x20, {0xAA}), kernel::I2cRx(0x20, 2)}),
           kernel::I2cTransfer(kFd, {kernel::I2cTx(0x20, {0xAA})}),
@@ -201,7 +204,7 @@ TEST_F(I2CDevTransferTest, LengthsAreCutToSixteenBitsOnTheWireAndTo32InTheResult
   std::uint8_t reply[2] = {};
   EXPECT_EQ(device_->read(reply, 0x10002, bytes, 0x10001), 0x10002);
   EXPECT_EQ(device_->write(bytes, 0x10001), 0x10001);
-  EXPECT_EQ(device_->write(bytes, 0x1'0000'0001), 1);
+  EXPECT_EQ(device_->write(bytes, kOneBeyond32Bits), 1);
 }
 
 TEST_F(I2CDevTransferTest, LongestLengthIsNotCut) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +16,11 @@
 inline constexpr const char* kReadError = "SpiDev::Read() SPI_IOC_MESSAGE error, errno = 5\n";
 inline constexpr const char* kWriteError =
     "SpiDev::Write() SPI_IOC_MESSAGE error, errno = Input/output error file: /dev/spidev1.0\n";
+
+/// A text for Rebuild(): 2^32, or one less where unsigned long, to which the C library converts, has
+/// 32 bits.
+inline constexpr const char* kBufsiz2To32 =
+    sizeof(unsigned long) == sizeof(std::uint64_t) ? "4294967296\n" : "4294967295\n";
 
 /// A flash driver over a real SPIDev on the scripted kernel: /dev/spidev1.0, 10 MHz, 8 bits,
 /// transfers of at most 4096 bytes. Only the script advances the time.

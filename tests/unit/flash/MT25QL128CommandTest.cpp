@@ -643,7 +643,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BlocksRow{"SingleBytes", "1\n", 3, {1, 1, 1}},
                     BlocksRow{"LargestBufsiz", "-1\n", 4096, {4096}},
                     BlocksRow{"Bufsiz2To31", "2147483648\n", 4096, {4096}},
-                    BlocksRow{"Bufsiz2To32", "4294967296\n", 4096, {4096}}),
+                    BlocksRow{"Bufsiz2To32", kBufsiz2To32, 4096, {4096}}),
     [](const auto& row) { return row.param.name; });
 
 TEST_F(MT25QL128CommandTest, LargestTransferOfZeroMakesReadsFailWithoutTraffic) {

@@ -685,8 +685,7 @@ TEST_F(MT25QL128DeviceTest, TransferSizeOfZeroReadsNothingOfTheImage) {
 }
 
 TEST_F(MT25QL128DeviceTest, HugeTransferSizesProgramAndErase) {
-  for (const char* bufsiz :
-       {"-1\n", "4294967296\n", "4294967295\n", "2147483648\n", "16777217\n"}) {
+  for (const char* bufsiz : {"-1\n", kBufsiz2To32, "4294967295\n", "2147483648\n", "16777217\n"}) {
     Rebuild(bufsiz);
     Connect();
     ExpectOpening();
