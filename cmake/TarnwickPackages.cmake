@@ -2,12 +2,20 @@
 
 find_package(PkgConfig REQUIRED)
 
+# What the message for a missing library says, before the name of its package: on this machine, or in the
+# sysroot of another one (cmake/toolchains).
+set(tarnwick_library_missing "not found: install")
+if(TARNWICK_ARCHITECTURE)
+  set(tarnwick_library_missing
+    "not found in ${CMAKE_SYSROOT}: run scripts/sysroot ${TARNWICK_ARCHITECTURE}, which brings")
+endif()
+
 # tarnwick_require_module(TARGET MODULE PACKAGE WHY)
 #   finds the pkg-config module MODULE, as PkgConfig::TARGET.
 function(tarnwick_require_module target module package why)
   pkg_check_modules(${target} QUIET IMPORTED_TARGET GLOBAL ${module})
   if(NOT ${target}_FOUND)
-    message(FATAL_ERROR " ${module} not found: install ${package} (${why}).")
+    message(FATAL_ERROR " ${module} ${tarnwick_library_missing} ${package} (${why}).")
   endif()
 endfunction()
 
@@ -58,11 +66,12 @@ if(tools)
   list(JOIN tools ", and " tools)
   find_package(CLI11 QUIET)
   if(NOT CLI11_FOUND)
-    message(FATAL_ERROR " CLI11 not found: install libcli11-dev (or switch ${tools}).")
+    message(FATAL_ERROR " CLI11 ${tarnwick_library_missing} libcli11-dev (or switch ${tools}).")
   endif()
   find_package(nlohmann_json QUIET)
   if(NOT nlohmann_json_FOUND)
-    message(FATAL_ERROR " nlohmann-json not found: install nlohmann-json3-dev (or switch ${tools}).")
+    message(FATAL_ERROR
+      " nlohmann-json ${tarnwick_library_missing} nlohmann-json3-dev (or switch ${tools}).")
   endif()
 endif()
 if(TARNWICK_COMPANION)
@@ -74,17 +83,21 @@ if(TARNWICK_MAN)
     "makes the man pages; or switch them off with -DTARNWICK_MAN=OFF")
 endif()
 if(BUILD_TESTING)
+  if(TARNWICK_EMULATOR AND NOT TARNWICK_EMULATOR_PATH)
+    message(FATAL_ERROR " ${TARNWICK_EMULATOR} not found: install qemu-user (runs the tests; switch them "
+      "off with -DBUILD_TESTING=OFF).")
+  endif()
   find_package(GTest QUIET)
   if(NOT GTest_FOUND)
     message(FATAL_ERROR
-      " GoogleTest not found: install libgtest-dev and libgmock-dev "
+      " GoogleTest ${tarnwick_library_missing} libgtest-dev and libgmock-dev "
       "(switch the tests off with -DBUILD_TESTING=OFF).")
   endif()
   if(TARNWICK_SIMULATOR)
     find_package(rapidcheck QUIET)
     if(NOT rapidcheck_FOUND)
       message(FATAL_ERROR
-        " RapidCheck not found: install librapidcheck-dev (switch the tests off with "
+        " RapidCheck ${tarnwick_library_missing} librapidcheck-dev (switch the tests off with "
         "-DBUILD_TESTING=OFF, or the simulator with -DTARNWICK_SIMULATOR=OFF).")
     endif()
   endif()

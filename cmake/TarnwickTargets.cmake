@@ -16,9 +16,16 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # Optimising, g++ 12 warns of overlaps and bounds in std::string and std::copy without cause.
   target_compile_options(tarnwick_build_flags INTERFACE -Wno-restrict -Wno-array-bounds
     -Wno-stringop-overread)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_options(tarnwick_build_flags INTERFACE -Wno-stringop-overflow)
+  endif()
 endif()
 if(TARNWICK_WERROR)
   target_compile_options(tarnwick_build_flags INTERFACE -Werror)
+endif()
+# Files of 2 GiB and more, and inode numbers beyond 32 bits, which file systems give also to small files.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_definitions(tarnwick_build_flags INTERFACE _FILE_OFFSET_BITS=64)
 endif()
 
 # Hardening: position-independent code, relocations read-only before main() runs, protected stacks,
@@ -108,6 +115,9 @@ function(tarnwick_add_header_library name)
   target_include_directories(tarnwick_${name} INTERFACE "${PROJECT_SOURCE_DIR}")
 endfunction()
 
+# The wrapped functions with an offset, a size of a file or an inode number, and those that open files.
+set(TARNWICK_OFFSET_CALLS fcntl fstat fstatat ftruncate lseek mmap open openat pwrite)
+
 # tarnwick_wrap(TARGET symbol...)
 #   replaces each named function by __wrap_NAME, with the linker's --wrap. The target supplies that,
 #   or a library at any place of the linker's command line. For a library, the functions are wrapped
@@ -124,8 +134,15 @@ function(tarnwick_wrap target)
   # our libraries calls the checked forms, whose first parameters are the same.
   target_compile_options(${target} ${compile_scope} -U_FORTIFY_SOURCE)
   set(checked_open __open_2)
+  set(checked_open64 __open64_2)
   set(checked_read __read_chk)
   foreach(symbol IN LISTS ARGN)
+    # With _FILE_OFFSET_BITS the calls of our code have other names, and so have those of the seams.
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND symbol IN_LIST TARNWICK_OFFSET_CALLS)
+      target_compile_definitions(${target} ${compile_scope}
+        __wrap_${symbol}=__wrap_${symbol}64 __real_${symbol}=__real_${symbol}64)
+      string(APPEND symbol 64)
+    endif()
     target_link_options(${target} ${link_scope} "LINKER:--wrap=${symbol},--undefined=__wrap_${symbol}")
     set(checked "${checked_${symbol}}")
     if(checked)
@@ -176,10 +193,33 @@ endfunction()
 # What scripts/coverage runs: the tests of the program's folders.
 add_custom_target(program-tests)
 
+# What is left out on another machine: lines of a test's name, a filter, and the reason.
+set(left_out_list "${PROJECT_SOURCE_DIR}/tests/foreign/left-out")
+set(TARNWICK_LEFT_OUT "")
+if(CMAKE_CROSSCOMPILING)
+  file(STRINGS "${left_out_list}" TARNWICK_LEFT_OUT REGEX "^[^#]")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${left_out_list}")
+endif()
+
+# Leaves out what the list says of a test: all of it for the filter *.
+function(tarnwick_leave_out test)
+  foreach(line IN LISTS TARNWICK_LEFT_OUT)
+    if(NOT line MATCHES "^([^ ]+) ([^ ]+) " OR NOT CMAKE_MATCH_1 STREQUAL test)
+      continue()
+    endif()
+    if(CMAKE_MATCH_2 STREQUAL "*")
+      set_tests_properties(${test} PROPERTIES DISABLED ON)
+    else()
+      set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT "GTEST_FILTER=-${CMAKE_MATCH_2}")
+    endif()
+  endforeach()
+endfunction()
+
 # tarnwick_add_test(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...] [LAUNCHER word...]
 #                   [TIMEOUT seconds])
 #   builds NAME.cpp (and SOURCES) into a GoogleTest program, registered as FOLDER.NAME with ctest.
-#   WRAP lists the functions for tarnwick_wrap; LAUNCHER is the command that starts the program.
+#   WRAP lists the functions for tarnwick_wrap; LAUNCHER is the command that starts the program. Built
+#   for another machine, the program runs in the emulator.
 function(tarnwick_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;DEPS;WRAP;LAUNCHER")
   cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR
@@ -195,7 +235,9 @@ function(tarnwick_add_test name)
   if(NOT folder MATCHES "^(build|proofs)|[.]simulator")
     add_dependencies(program-tests ${target})
   endif()
-  add_test(NAME ${folder}.${name} COMMAND ${arg_LAUNCHER} $<TARGET_FILE:${target}>)
+  # CMake itself names the emulator only where the command is nothing but the target.
+  add_test(NAME ${folder}.${name}
+    COMMAND ${arg_LAUNCHER} ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}>)
   set_property(GLOBAL APPEND PROPERTY TARNWICK_TESTS ${target})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
@@ -208,6 +250,7 @@ function(tarnwick_add_test name)
     # sleeps and has to be woken, which takes longer than the turn.
     set_tests_properties(${folder}.${name} PROPERTIES PROCESSOR_AFFINITY ON)
   endif()
+  tarnwick_leave_out(${folder}.${name})
 endfunction()
 
 # tarnwick_add_fuzzer(NAME [SOURCES file...] [DEPS target...] [WRAP symbol...])
