@@ -16,7 +16,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # Optimising, g++ 12 warns of overlaps and bounds in std::string and std::copy without cause.
   target_compile_options(tarnwick_build_flags INTERFACE -Wno-restrict -Wno-array-bounds
     -Wno-stringop-overread)
-  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  if(CMAKE_CROSSCOMPILING)  # the machine decides which of them
     target_compile_options(tarnwick_build_flags INTERFACE -Wno-stringop-overflow)
   endif()
 endif()

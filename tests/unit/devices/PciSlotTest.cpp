@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string>
@@ -18,8 +17,8 @@ class PciSlotTest : public KernelTest {
  protected:
   /// The attribute of slot 4 is read to the end, and closed.
   void ExpectSlot4(const std::string& contents) {
-    kernel::Bytes bytes(kAsked);
-    std::copy(contents.begin(), contents.end(), bytes.begin());
+    kernel::Bytes bytes(contents.begin(), contents.end());
+    bytes.resize(kAsked);
     Expect({kernel::Open("/sys/bus/pci/slots/4/address", O_RDONLY).Returns(5),
             kernel::Read(5, bytes).Returns(static_cast<long>(contents.size())),
             kernel::Close(5)});
