@@ -1,5 +1,10 @@
 # Finds the installed libraries and programs. For a missing one the message names what to install.
 
+if(TARNWICK_SIMULATOR AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+  message(FATAL_ERROR
+    " The virtual instrument takes a machine with 64 bits: switch it off with -DTARNWICK_SIMULATOR=OFF.")
+endif()
+
 find_package(PkgConfig REQUIRED)
 
 # What the message for a missing library says, before the name of its package: on this machine, or in the
