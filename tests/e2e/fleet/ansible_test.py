@@ -10,7 +10,6 @@ documents.
 
 import argparse
 import contextlib
-import fcntl
 import functools
 import hashlib
 import http.server
@@ -338,18 +337,6 @@ def mirror(folder):
             thread.join()
 
 
-@contextlib.contextmanager
-def locks(fleet):
-    """Holds the locks of the instruments that another process works on."""
-    with contextlib.ExitStack() as stack:
-        for name, kind in fleet.kinds.items():
-            if kind == "locked":
-                path = fleet.instruments[name].state / "lock"
-                file = stack.enter_context(open(path, "w", encoding="utf-8"))
-                fcntl.flock(file, fcntl.LOCK_EX)
-        yield
-
-
 def roll_out(fleet, ansible):
     """The four runs."""
     names = list(fleet.instruments)
@@ -431,7 +418,9 @@ def test():
         ansible = Ansible(pathlib.Path(words.ansible).resolve(), folder)
         check_documents(ansible, pathlib.Path(words.ansible))
         fleet.write_inventory(ansible.inventory, stack.enter_context(mirror(fleet.images)))
-        stack.enter_context(locks(fleet))
+        for name, instrument in fleet.instruments.items():
+            if fleet.kinds[name] == "locked":
+                stack.enter_context(instrument.lock())
         try:
             roll_out(fleet, ansible)
         except Exception:

@@ -1,0 +1,122 @@
+#!/usr/bin/env python3
+"""swupdate_test.py BIN SWUPDATE: installs updates with the script of the folder SWUPDATE."""
+
+import contextlib
+import hashlib
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+from instruments import FOUND, LOCKED, NOT_IN_USE, UPDATED
+from instruments import Programs, edited, expect, main, make_cases, make_certificate
+
+def make_update(path, script, data, image, certificate_folder):
+    """Writes an update with an image and the script, signed."""
+    parts = path.with_suffix(".parts")
+    parts.mkdir()
+    (parts / "tarnwick-update").write_text(script, encoding="utf-8")
+    (parts / "pyx1.bin").write_bytes(image)
+
+    def sha256(name):
+        return hashlib.sha256((parts / name).read_bytes()).hexdigest()
+
+    description = f"""software = {{
+  version = "1.0";
+  hardware-compatibility = [ "1.0" ];
+  files: (
+    {{ filename = "pyx1.bin"; path = "{data[-1]}"; sha256 = "{sha256("pyx1.bin")}";
+      properties = {{ create-destination = "true"; }}; }}
+  );
+  scripts: (
+    {{ filename = "tarnwick-update"; type = "shellscript"; data = "{" ".join(data)}";
+      sha256 = "{sha256("tarnwick-update")}"; }}
+  );
+}}
+"""
+    (parts / "sw-description").write_text(description, encoding="utf-8")
+    subprocess.run(
+        ["openssl", "cms", "-sign", "-in", "sw-description", "-out", "sw-description.sig"]
+        + ["-signer", certificate_folder / "certificate.pem", "-binary", "-nosmimecap"]
+        + ["-inkey", certificate_folder / "key.pem", "-outform", "DER"],
+        cwd=parts,
+        check=True,
+    )
+    names = ["sw-description", "sw-description.sig", "tarnwick-update", "pyx1.bin"]
+    archive = subprocess.check_output(
+        ["cpio", "--quiet", "-o", "-H", "crc"], cwd=parts, input="\n".join(names).encode()
+    )
+    path.write_bytes(archive)
+
+
+def test():
+    """Installs an update on each instrument."""
+    programs = Programs(sys.argv[1])
+    script = pathlib.Path(sys.argv[2]) / "tarnwick-update"
+    with contextlib.ExitStack() as stack:
+        folder = pathlib.Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="swupdate.")))
+        own = folder / "own"  # swupdate removes what it finds there
+        own.mkdir()
+        make_certificate(folder)
+        cases, image = make_cases(programs, folder)
+
+        def install(what, name, exit_code, lines, data=None, **values):
+            """Expects the lines of the script with their levels, and the exit code."""
+            instrument = cases[name]
+            update = folder / f"{what}.swu"
+            words = data or ["pyx1", "4", str(instrument.folder / "images" / "pyx1.bin")]
+            make_update(update, edited(script, **values), words, image, folder)
+            ended = subprocess.run(
+                ["swupdate", "-l", "5", "-H", "orvane:1.0", "-i", update]
+                + ["-k", folder / "certificate.pem"],
+                env=os.environ
+                | {"PATH": f"{instrument.folder}:{os.environ['PATH']}", "TMPDIR": str(own)},
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.STDOUT,
+                encoding="utf-8",
+                check=False,
+            )
+            pattern = r"^\[(ERROR|TRACE)\].* : tarnwick-update: (.*)$"
+            found = re.findall(pattern, ended.stdout, re.MULTILINE)
+            with contextlib.ExitStack() as on_failure:
+                on_failure.callback(print, ended.stdout)
+                expect(f"{what}: lines of the script", lines, found)
+                expect(f"{what}: exit code of swupdate", exit_code, ended.returncode)
+                left = [str(path) for path in folder.glob("*/images/*")]
+                expect(f"{what}: images that were left", [], left)
+                on_failure.pop_all()
+            print(f"{what}: as expected", flush=True)
+
+        def expect_flash(what, name, is_updated):
+            """Byte for byte."""
+            module = cases[name].modules[0]
+            contents = module.as_updated(image) if is_updated else module.before
+            expect(f"{what}: flash", True, contents == module.now())
+
+        def line(level, text):
+            return [(level, f"pyx1 in slot 4: {text}")]
+
+        install("update", "old", 0, line("TRACE", UPDATED))
+        expect_flash("update", "old", True)
+        install("once more", "old", 0, line("TRACE", FOUND))
+        expect_flash("once more", "old", True)
+
+        with cases["locked"].lock():
+            install("locked", "locked", 1, line("ERROR", LOCKED), wait_seconds=0)
+        expect_flash("locked", "locked", False)
+
+        install("power cycle", "power-cycle", 1, line("ERROR", NOT_IN_USE))
+        expect_flash("power cycle", "power-cycle", True)
+        lines = line("TRACE", NOT_IN_USE)
+        install("follows", "power-cycle", 0, lines, power_cycle_follows="yes")
+
+        words = ["pyx1", str(cases["locked"].folder / "images" / "pyx1.bin")]
+        complaint = [("ERROR", "the data of this script are TARGET SLOT IMAGE")]
+        install("wrong data", "locked", 1, complaint, data=words)
+        expect_flash("wrong data", "locked", False)
+
+
+main(test)
