@@ -177,8 +177,8 @@ class Fleet:
             "MODULE, and that it is switched on.",
             "locked": lambda: "failed locked: Locked by another process. Try again later, or wait "
             "with --wait.",
-            "no-report": lambda: "failed no-report: [Errno 2] No such file or directory: "
-            "b'/no/tarnwickctl' (exit code 2)",
+            "no-report": lambda: "failed no-report: sh: 1: /no/tarnwickctl: not found (exit "
+            "code 127)",
             "gone": lambda: "failed not-tried: Failed to connect to the host via ssh: there is no "
             "way",
         }.get(self.kinds[name], lambda: "")()

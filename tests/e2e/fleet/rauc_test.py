@@ -77,7 +77,7 @@ def why_skipped(folder):
 
 @contextlib.contextmanager
 def service(folder, programs_folder):
-    """A bus of its own that starts RAUC when it is called. Yields the environment for the client."""
+    """A bus of its own that starts RAUC when it is called. Yields the client's environment."""
     (folder / "mount").mkdir(exist_ok=True)
     (folder / "node").touch()
     rauc = subprocess.check_output(["which", "rauc"], encoding="utf-8").strip()
