@@ -1,12 +1,15 @@
 """The guest: its root file system, its device tree, and a run of it in QEMU."""
 import gzip
+import importlib.util
 import io
 import json
-import os
+import marshal
 import pathlib
 import socket
 import stat
 import subprocess
+import sys
+import sysconfig
 import tarfile
 import time
 
@@ -54,7 +57,29 @@ class Archive:
         return self.bytes.getvalue()
 
 
-def add_packages(archive, tree):
+def compiled(path, source):
+    """The compiled form of a Python module, which the interpreter takes without a look at the source."""
+    code = compile(source, "/" + path, "exec", dont_inherit=True)
+    unchecked = (1).to_bytes(4, "little")
+    return importlib.util.MAGIC_NUMBER + unchecked + importlib.util.source_hash(source) + marshal.dumps(code)
+
+
+def modules_of_the_services(folder):
+    """The parts of the Python library that the services import. The guest takes a quarter of a minute to compile
+    them, and cannot keep the result; so they are compiled here, where Python is of the same version.
+    @param folder  with the unpacked packages' Python modules"""
+    library = f"usr/lib/python{sys.version_info.major}.{sys.version_info.minor}/"
+    if not (folder / library).exists():
+        return set()
+    listing = ("import sys; sys.path.append(sys.argv[1]); import encodings, time, jeepney.bus_messages, "
+               "jeepney.io.blocking; print(*(getattr(m, '__file__', None) for m in sys.modules.values()), sep='\\n')")
+    names = subprocess.run([sys.executable, "-I", "-B", "-c", listing, folder / "usr/lib/python3/dist-packages"],
+                           check=True, capture_output=True, text=True).stdout.split()
+    ours = sysconfig.get_path("stdlib") + "/"
+    return {name.replace(ours, library).removeprefix(f"{folder}/") for name in names if name.endswith(".py")}
+
+
+def add_packages(archive, tree, imported):
     """The files of a tar file of unpacked packages."""
     with tarfile.open(tree) as packages:
         for entry in packages:
@@ -66,7 +91,12 @@ def add_packages(archive, tree):
             elif entry.issym():
                 archive.add(name, stat.S_IFLNK | 0o777, entry.linkname.encode())
             elif entry.isfile() or entry.islnk():
-                archive.file(name, packages.extractfile(entry).read(), entry.mode)
+                contents = packages.extractfile(entry).read()
+                archive.file(name, contents, entry.mode)
+                if name in imported:
+                    path = pathlib.PurePosixPath(name)
+                    cache = path.parent / "__pycache__" / f"{path.stem}.{sys.implementation.cache_tag}.pyc"
+                    archive.file(str(cache), compiled(name, contents))
 
 
 class Kernel:
@@ -74,7 +104,7 @@ class Kernel:
 
     def __init__(self, tree, folder):
         self.folder = folder
-        wanted = ("boot/vmlinuz-", "lib/modules/", "usr/lib/linux-image-")
+        wanted = ("boot/vmlinuz-", "lib/modules/", "usr/lib/linux-image-", "usr/lib/python3")
         with tarfile.open(tree) as packages:
             packages.extractall(folder, [entry for entry in packages
                                          if entry.name.removeprefix("./").startswith(wanted)])
@@ -111,8 +141,9 @@ class Kernel:
         return tree
 
 
-def root_file_system(tree, kernel, programs, images, steps):
-    """@param images, steps  the files for /images by name; the shell commands that the guest runs"""
+def root_file_system(tree, kernel, programs, images):
+    """All but the steps.
+    @param images  the files for /images by name"""
     archive = Archive()
     for name in ("init", "services.py", "bus.conf", "steps.sh"):
         contents = (HERE / ("guest-" + name)).read_bytes()
@@ -122,13 +153,19 @@ def root_file_system(tree, kernel, programs, images, steps):
         archive.file("drivers/" + file.name, file.read_bytes())
     archive.file("modules", "".join(f"/drivers/{file.name}\n" for file in files).encode())
     archive.file("events", "\n".join(EVENTS).encode())
-    archive.file("steps", steps.encode())
     for name, contents in images.items():
         archive.file("images/" + name, contents)
     for program in programs:
         archive.file("usr/bin/" + program.name, program.read_bytes(), 0o755)
-    add_packages(archive, tree)
+    add_packages(archive, tree, modules_of_the_services(kernel.folder))
     return gzip.compress(archive.finish(), 1)
+
+
+def steps_archive(steps):
+    """The shell commands that the guest runs. The kernel unpacks one archive after the other."""
+    archive = Archive()
+    archive.file("steps", steps.encode())
+    return gzip.compress(archive.finish())
 
 
 class Qmp:
