@@ -245,9 +245,10 @@ function(tarnwick_add_test name)
   set_tests_properties(${folder}.${name} PROPERTIES TIMEOUT ${arg_TIMEOUT}
     ENVIRONMENT "${TARNWICK_LSAN_OPTIONS}"
     ENVIRONMENT_MODIFICATION "${TARNWICK_LIBRARY_PATH}")
-  if(folder MATCHES "^e2e")
+  if(folder MATCHES "^e2e(.companion)?$")
     # The program and the instrument take turns. On two processors, each turn begins with one that
-    # sleeps and has to be woken, which takes longer than the turn.
+    # sleeps and has to be woken, which takes longer than the turn. The tests in e2e/simulator send
+    # signals while the instrument goes on, so they need a processor beside it.
     set_tests_properties(${folder}.${name} PROPERTIES PROCESSOR_AFFINITY ON)
   endif()
   tarnwick_leave_out(${folder}.${name})
