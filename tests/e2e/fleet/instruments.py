@@ -97,6 +97,12 @@ class Instrument:
         flash.write_bytes(flash_contents.ljust(FLASH_BYTES, b"\xff"))
         self.modules.append(Module(target, slot, image, flash, keys))
 
+    def expect_flash(self, what, contents):
+        """Looks, byte for byte, whether these are in the flash of its first module; None: what was there."""
+        module = self.modules[0]
+        wanted = module.before if contents is None else module.as_updated(contents)
+        expect(f"{what}: flash", True, wanted == module.now())
+
     def on_it(self, more_faults=()):
         """The words that run a command on the instrument."""
         words = [self.programs.sim, "--fast", "--allow-unhit"]
