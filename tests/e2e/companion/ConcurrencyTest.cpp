@@ -1,11 +1,18 @@
 // Several updates at once, and updates whose companion was killed.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <optional>
 #include <ostream>
 #include <string>
+#include <system_error>
+#include <utility>
 
+#include "base/FileDescriptor.h"
 #include "tests/e2e/companion/Bench.h"
 #include "tests/e2e/companion/Gate.h"
 
@@ -21,31 +28,66 @@ constexpr Board kOtherPyx1 = {"pyx1", 6};  // shares its selector with every pyx
 
 constexpr std::size_t kMoreThanAPipeHolds = 100'000;
 
-/// Starts `tarnwick` in the background with an image that comes through pipes. It has erased the
-/// flash when the script goes on, and 8 KiB of the image are on their way to it.
-/// @param name    a process as of InBackground(); the pipes are named so, too, and the image NAME.bin
-/// @param descriptor  for RestOf()
-std::string UpToThePages(const Bench& bench,
-                         const std::string& name,
-                         const std::string& descriptor) {
-  const std::string pipe = name + ".pipe";
-  const std::string open = "exec " + descriptor + ">" + pipe;
-  const std::string close = "exec " + descriptor + ">&-";
-  const std::string feed = "cat " + name + ".bin >&" + descriptor + " 2>/dev/null";
-  return Script("mkfifo " + name + "1 " + name + "2 " + name + "3; ln " + name + "1 " + pipe,
-                InBackground(name, bench.Tarnwick(pipe) + " 3>&-"),  // not the other's pipe
-                // Looks for the stamp, and reads no further.
-                open + "; ln -f " + name + "2 " + pipe + "; " + feed + "; " + close,
-                // A dax opens the image before the erase without reading it. What does not fit into
-                // a pipe has been read for the erase.
-                open + "; " + feed + "; ln -f " + name + "3 " + pipe + "; " + close,
-                open + "; head -c 8192 " + name + ".bin >&" + descriptor);
-}
+// zlib reads 8 KiB, then no less than 16 KiB. As soon as one byte behind the first 8 KiB has been
+// taken out of the pipe, their pages are programmed and the flash is ready again.
+constexpr int kBytesOfPages = 8192;
 
-std::string RestOf(const std::string& name, const std::string& descriptor) {
-  return Script("tail -c +8193 " + name + ".bin >&" + descriptor + "; exec " + descriptor + ">&-",
-                ExitCodeOf(name));
-}
+/// A `tarnwick` that stops after its first pages. Its image comes through pipes, one each time it
+/// opens it.
+class HeldTarnwick {
+ public:
+  /// @param name        the process, as of InBackground(), and the image NAME.bin
+  /// @param descriptor  of the script, for the pipes
+  HeldTarnwick(const Bench& bench, std::string name, std::string descriptor)
+      : start_(bench.Tarnwick(name + ".pipe") + " 3>&-"),  // no other one's pipe
+        name_(std::move(name)),
+        descriptor_(std::move(descriptor)) {
+    const std::string pipe = bench.File(PipeOfPages());
+    if (::mkfifo(pipe.c_str(), 0600) != 0) {
+      throw std::system_error(errno, std::generic_category(), "mkfifo");
+    }
+    pages_.emplace(::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    capacity_ = ::fcntl(pages_->Get(), F_SETPIPE_SZ, 1);  // the least: a page, 4 KiB here
+    if (capacity_ < 1) {
+      throw std::system_error(errno, std::generic_category(), "F_SETPIPE_SZ");
+    }
+  }
+
+  /// Starts it in the background. When the script goes on, it has erased the flash and programmed
+  /// 8 KiB, and waits for more. Nothing is under way on its buses.
+  [[nodiscard]] std::string UpToThePages() const {
+    const std::string pipe = name_ + ".pipe";
+    const std::string feed = "cat " + name_ + ".bin" + To() + " 2>/dev/null";
+    return Script("mkfifo " + name_ + "1 " + name_ + "2; ln " + name_ + "1 " + pipe,
+                  InBackground(name_, start_),
+                  // Looks for the stamp, and reads no further.
+                  Open() + "; ln -f " + name_ + "2 " + pipe + "; " + feed + "; " + Close(),
+                  // A dax opens the image before the erase without reading it. What does not fit
+                  // into a pipe has been read for the erase.
+                  Open() + "; " + feed + "; ln -f " + PipeOfPages() + " " + pipe + "; " + Close(),
+                  // Ends when all but what the pipe holds has been read.
+                  Open() + "; head -c " + std::to_string(Fed()) + " " + name_ + ".bin" + To());
+  }
+
+  [[nodiscard]] std::string Rest() const {
+    return Script(
+        "tail -c +" + std::to_string(Fed() + 1) + " " + name_ + ".bin" + To() + "; " + Close(),
+        ExitCodeOf(name_));
+  }
+
+ private:
+  [[nodiscard]] std::string PipeOfPages() const { return name_ + "3"; }
+  [[nodiscard]] std::string To() const { return " >&" + descriptor_; }
+  [[nodiscard]] std::string Open() const { return "exec " + descriptor_ + ">" + name_ + ".pipe"; }
+  [[nodiscard]] std::string Close() const { return "exec " + descriptor_ + ">&-"; }
+  [[nodiscard]] int Fed() const { return kBytesOfPages + 1 + capacity_; }
+
+  std::string start_;
+  std::string name_;
+  std::string descriptor_;
+  std::optional<FileDescriptor> pages_;  // a pipe that nobody has open forgets its capacity
+  int capacity_ = 0;
+};
 
 TEST(TwoTarnwicksTest, InOneSlotBothSucceedOverASpoiltFlash) {
   Bench bench(kDax);
@@ -53,11 +95,11 @@ TEST(TwoTarnwicksTest, InOneSlotBothSucceedOverASpoiltFlash) {
   bench.StoreImage(bench.Build(2024, kMoreThanAPipeHolds));
   bench.WriteFile("first.bin", bench.Image());
   bench.WriteFile("second.bin", other);
-  const Ended ended = bench.Run(Script(UpToThePages(bench, "first", "3"),
-                                       UpToThePages(bench, "second", "4"),
-                                       RestOf("first", "3"),
-                                       RestOf("second", "4")));
-  EXPECT_EQ(ended.out, "0\n0\n");
+  const HeldTarnwick first(bench, "first", "3");
+  const HeldTarnwick second(bench, "second", "4");
+  const Ended ended =
+      bench.Run(Script(first.UpToThePages(), second.UpToThePages(), first.Rest(), second.Rest()));
+  EXPECT_EQ(ended.out, "0\n0\n") << bench.ReadText("first.out") << bench.ReadText("second.out");
   ExpectFlashIsNeither(ended, bench);
   EXPECT_FALSE(ended.flash == program_test::Flashed(other, bench.Old()));
 }
@@ -67,11 +109,12 @@ TEST(TwoTarnwicksTest, OnTwoPyxThatShareASelectorBothSucceedOverASpoiltFlash) {
   bench.StoreImage(bench.Build(2024, kMoreThanAPipeHolds));
   bench.WriteFile("first.bin", bench.Image());
   bench.PlugIn("pyx1@5");  // its blank flash has no stamp, so it is written
+  const HeldTarnwick first(bench, "first", "3");
   const Ended ended =
-      bench.Run(Script(UpToThePages(bench, "first", "3"),
+      bench.Run(Script(first.UpToThePages(),
                        Quoted(Bench::TarnwickPath()) + " pyx1 -sf 5 image.bin >second.out; echo $?",
-                       RestOf("first", "3")));
-  EXPECT_EQ(ended.out, "0\n0\n");
+                       first.Rest()));
+  EXPECT_EQ(ended.out, "0\n0\n") << bench.ReadText("first.out") << bench.ReadText("second.out");
   ExpectFlashIsNeither(ended, bench);
 }
 
