@@ -379,14 +379,16 @@ TEST_P(TerminalTest, CtrlZWithALogStopsCommandAndInstrument) {
 
 TEST_P(TerminalTest, CtrlZDuringTheStartStopsIt) {
   for (int i = 0; i < 5; ++i) {
-    Run("sh -c 'echo started; exit 4'");
+    Run("sh -c 'cat; exit 4'");
     ASSERT_TRUE(Eventually([&] { return !Named("orvane-sim").empty(); }));
     terminal_->Type(kCtrlZ);
     ExpectPrompt();
     ExpectState("orvane-sim", 'T');
     ExpectShellAnswers();
     Enter("fg");
-    ExpectShown("started");
+    Enter("hello");
+    ExpectShown("hello\r\n");
+    terminal_->Type(kCtrlD);
     ExpectPrompt();
     ExpectStatus(4);
   }
